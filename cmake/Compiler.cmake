@@ -1,0 +1,15 @@
+# Warnings, sanitizers and what every target is compiled and linked with.
+
+add_compile_options(-Wall -Wextra -Werror -Wshadow -Wvla)
+add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
+add_compile_definitions(_FILE_OFFSET_BITS=64 TSLWNFS_VERSION="${PROJECT_VERSION}")
+include_directories(${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+
+if(TSLWNFS_SANITIZE)
+    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=address,undefined)
+else()
+    # What ships needs the C library only, so that the storage library can be loaded into any process.
+    set(TSLWNFS_STATIC_RUNTIME -static-libstdc++ -static-libgcc)
+endif()
+add_link_options(-Wl,--as-needed)

@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the middle of the library asks of a protocol: one small set of asynchronous operations on one export of one
+// server. NFSv3 implements it; another version stands beside it by implementing it too.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "nfstdm/status.h"
+
+namespace nfstdm {
+
+// An opaque name of a file on its server; 64 bytes at most in NFSv3, 128 in NFSv4.
+struct FileHandle {
+    static constexpr std::size_t kMaximum = 128;
+    uint8_t size = 0;
+    std::array<uint8_t, kMaximum> bytes{};
+
+    std::string_view view() const { return {reinterpret_cast<const char *>(bytes.data()), size}; }
+    bool operator==(const FileHandle &other) const { return view() == other.view(); }
+};
+
+struct FileHandleHash {
+    std::size_t operator()(const FileHandle &handle) const { return std::hash<std::string_view>{}(handle.view()); }
+};
+
+enum class FileType : uint32_t {
+    none = 0,
+    regular = 1,
+    directory = 2,
+    block_device = 3,
+    character_device = 4,
+    link = 5,
+    socket = 6,
+    fifo = 7,
+};
+
+struct Time {
+    uint64_t seconds = 0;  // since the epoch
+    uint32_t nanoseconds = 0;
+};
+
+struct Attributes {
+    FileType type = FileType::none;
+    uint32_t mode = 0;  // permission bits, 07777
+    uint32_t links = 0;
+    uint32_t uid = 0;
+    uint32_t gid = 0;
+    uint64_t size = 0;  // bytes
+    uint64_t used = 0;  // bytes on disk
+    uint64_t fsid = 0;
+    uint64_t fileid = 0;
+    Time access;
+    Time modification;
+    Time change;
+};
+
+struct SetAttributes {
+    std::optional<uint32_t> mode;
+    std::optional<uint64_t> size;
+};
+
+struct LookupReply {
+    FileHandle handle;
+    std::optional<Attributes> attributes;  // of the object found
+    std::optional<Attributes> directory;   // of the directory searched
+};
+
+// A made object. A server need not tell its handle; the caller then looks the name up.
+struct CreateReply {
+    std::optional<FileHandle> handle;
+    std::optional<Attributes> attributes;
+};
+
+struct ReadReply {
+    uint32_t count = 0;  // bytes put into the buffer; may be fewer than asked for before the end of the file
+    bool eof = false;
+    std::optional<Attributes> attributes;
+};
+
+enum class Stability : uint32_t { unstable = 0, data_sync = 1, file_sync = 2 };
+
+struct WriteReply {
+    uint32_t count = 0;  // bytes accepted; may be fewer than sent
+    Stability committed = Stability::unstable;
+    uint64_t verifier = 0;  // changes when the server may have lost unstable data
+    std::optional<Attributes> attributes;
+};
+
+struct CommitReply {
+    uint64_t verifier = 0;
+    std::optional<Attributes> attributes;
+};
+
+struct DirectoryEntry {
+    uint64_t fileid = 0;
+    uint64_t cookie = 0;  // the position after this entry
+    std::string name;     // as the server sent it: not trusted yet
+    std::optional<Attributes> attributes;
+    std::optional<FileHandle> handle;
+};
+
+struct DirectoryReply {
+    std::vector<DirectoryEntry> entries;
+    bool eof = false;
+    uint64_t verifier = 0;
+    std::optional<Attributes> directory;
+};
+
+struct VolumeLimits {
+    uint32_t read_maximum = 0;  // bytes of one READ, as this client and the server agree
+    uint32_t read_preferred = 0;
+    uint32_t read_multiple = 0;
+    uint32_t write_maximum = 0;
+    uint32_t write_preferred = 0;
+    uint32_t write_multiple = 0;
+    uint32_t readdir_preferred = 0;
+    uint64_t file_size_maximum = 0;
+};
+
+struct FsStatReply {
+    std::optional<Attributes> attributes;
+    uint64_t total_bytes = 0, free_bytes = 0, available_bytes = 0;
+    uint64_t total_files = 0, free_files = 0, available_files = 0;
+    uint32_t volatility_seconds = 0;
+};
+
+struct FsInfoReply {
+    std::optional<Attributes> attributes;
+    VolumeLimits limits;
+};
+
+// A completion is called exactly once for every operation started, from inside EventLoop::run_*, never from inside the
+// call that started it; with a failure if need be when the volume is closed. Buffers must live until then.
+template <class T>
+using Completion = std::function<void(Result<T>)>;
+using DoneCompletion = std::function<void(Status)>;
+
+class Volume {
+  public:
+    virtual ~Volume() = default;
+
+    // Contacts the server if that was not done yet (portmapper, MOUNT, FSINFO) and gives the export's root. Gives up
+    // after the server's mnt_timeout. A failed contact may be tried again.
+    virtual void attach(Completion<FileHandle> done) = 0;
+
+    // Valid once attached.
+    virtual const VolumeLimits &limits() const = 0;
+
+    // True while a number of operations is on the wire that one more bulk READ or WRITE would only queue behind.
+    virtual bool busy() const = 0;
+
+    virtual void getattr(const FileHandle &object, Completion<Attributes> done) = 0;
+    virtual void setattr(const FileHandle &object, const SetAttributes &set, DoneCompletion done) = 0;
+    virtual void lookup(const FileHandle &directory, std::string_view name, Completion<LookupReply> done) = 0;
+    virtual void readlink(const FileHandle &link, Completion<std::string> done) = 0;
+
+    // READ data lands straight in buffer, whose size is the count asked for (at most limits().read_maximum).
+    virtual void read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+                      Completion<ReadReply> done) = 0;
+    // The bytes of data are sent from where they are.
+    virtual void write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
+                       Completion<WriteReply> done) = 0;
+    virtual void commit(const FileHandle &file, Completion<CommitReply> done) = 0;
+
+    // Makes the file or, when it exists, sets the attributes given (RFC 1813 section 3.3.8, UNCHECKED).
+    virtual void create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
+                        Completion<CreateReply> done) = 0;
+    virtual void mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
+                       Completion<CreateReply> done) = 0;
+    virtual void remove(const FileHandle &directory, std::string_view name, DoneCompletion done) = 0;
+    virtual void rmdir(const FileHandle &directory, std::string_view name, DoneCompletion done) = 0;
+
+    // One batch of entries from cookie on (0 = the start). With plus the entries carry handles and attributes; a server
+    // that lacks the operation fails it with ENOTSUP, and the caller goes on without.
+    virtual void readdir(const FileHandle &directory, uint64_t cookie, uint64_t verifier, bool plus,
+                         Completion<DirectoryReply> done) = 0;
+
+    virtual void fsinfo(const FileHandle &object, Completion<FsInfoReply> done) = 0;
+    virtual void fsstat(const FileHandle &object, Completion<FsStatReply> done) = 0;
+
+    // Tells the server that the export is no longer used (UMNT), at most for a moment, and closes the connections.
+    // Operations still under way complete with a failure.
+    virtual void detach(DoneCompletion done) = 0;
+};
+
+}  // namespace nfstdm

@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
+// The commands on files and directories, one function a command. Each returns 0 for success and 1 for failure (a few
+// others say so); operands come as the executor prepared them and may be null.
+#pragma once
+
+#include <cstdint>
+
+uint32_t catfile(const char *path);
+uint32_t makedir(const char *path);
+uint32_t removedir(const char *path);
+uint32_t copyfile(const char *source, const char *destination);

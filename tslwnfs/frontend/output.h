@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: Apache-2.0
+// Where a command's output goes, and how a question is asked.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+// True while results, banners and printed messages go to the log file instead of standard output.
+bool output_is_log();
+
+// The log stream while the log is on, else standard output.
+FILE *output_stream();
+
+// Formatted text to output_stream().
+void print(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+// Usage and help text: to standard output, log or not. Returns 0.
+int32_t lwrf(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+// Prints a question ("%s" in it is subject) on standard output, log or not, flushes it, and reads one word of at most
+// nine characters from standard input; the rest of a longer word answers the next question. Only a lower-case "y" or
+// "n" in front counts; anything else asks again. The end of the input is a refusal.
+enum class Answer : uint8_t { yes, no, end_of_input };
+Answer ask_yes_no(const char *format, const char *subject);

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+// Path resolution: every path a user gives goes through sslnrmc before it is used.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/path_buffer.h"
+
+// Returns 1 when the path needs the operating system's own resolution, else 0. The question-mark test is made on fname,
+// the command's first operand, and not on path.
+int32_t sslnpd(const char *path);
+
+// Resolves path into resolved. Sets *status to 0 when resolved is usable, to 1 when it is not. Paths that sslnpd names
+// are refused when they exist and passed on when they do not: that sense is intended.
+void sslnrmc(uint32_t *status, const char *path, PathBuffer &resolved);
+
+// Cuts one line feed off the end of a text.
+void remove_newline(char *text);
+
+// The position of the last separator of a path: the last "/" behind the last "\", or that "\" when no "/" follows it.
+// Returns std::string_view::npos when there is none. What follows it is the last component, what precedes it the
+// parent.
+std::size_t last_separator(std::string_view path);
