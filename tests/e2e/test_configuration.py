@@ -1,5 +1,6 @@
 """The file that the utility writes is the file that the library reads."""
 
+import pytest
 import servers
 from files import digest, make_file
 from texts import SUCCEEDED
@@ -42,7 +43,8 @@ def test_without_its_server_the_path_is_local_again(own, tmp_path):
 
 def test_the_longest_mount_point_at_a_component_boundary_decides(own, tmp_path):
     outer, inner = tmp_path / "outer", tmp_path / "inner"
-    outer.mkdir(), inner.mkdir()
+    outer.mkdir()
+    inner.mkdir()
     daemons = [servers.LoopnfsdProcess(own.home, folder) for folder in (outer, inner)]
     try:
         own.tslnfstab.write_text(
@@ -62,8 +64,6 @@ def test_the_longest_mount_point_at_a_component_boundary_decides(own, tmp_path):
 def test_the_identity_of_the_configuration_is_presented(server, own, place, tmp_path):
     """The server sees the configured user: a directory of another is closed to it."""
     if server.name != "ganesha":
-        import pytest
-
         pytest.skip("loopnfsd serves everyone as its own user")
     text = server.client.tslnfstab.read_text().replace("server: ", "uid: 12345\ngid: 12345\nserver: ")
     own.tslnfstab.write_text(text)

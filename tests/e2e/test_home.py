@@ -1,6 +1,7 @@
 """The installation home: found by its variable, whole without the catalogue, runnable from anywhere."""
 
 import os
+import subprocess
 
 import pytest
 from files import make_file
@@ -65,8 +66,6 @@ def test_a_directory_of_the_home_holds_what_an_installation_needs(local):
 def test_an_output_that_cannot_be_written_does_not_hang(local, tmp_path):
     make_file(tmp_path / "big", 3_000_000)
     with open("/dev/full", "wb") as full:
-        import subprocess
-
         done = subprocess.run(
             [local.home / "bin" / "tslwnfs", "cat", tmp_path / "big"],
             stdout=full,

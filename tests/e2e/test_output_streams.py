@@ -1,5 +1,6 @@
 """Where output goes: standard output, the log file, the trace."""
 
+import os
 import re
 import socket
 
@@ -97,8 +98,6 @@ def test_the_output_does_not_depend_on_the_trace(local, tmp_path):
 
 
 def test_nfsids_tells_the_identity_presented(local, tmp_path):
-    import os
-
     identity = (socket.gethostname(), os.geteuid(), os.getegid())
     assert local.ok("nfsids").decode() == (
         "\nCOMPUTER NAME:             %s\nUID:                        %d\nGID:                        %d\n" % identity
