@@ -1,0 +1,65 @@
+"""Checks what the installed program and library need and offer.
+
+The two meet in the tdm_ operations alone, so that either can be replaced by another build of the same shape; what ships
+needs the C library and nothing else.
+"""
+
+import pathlib
+import re
+import subprocess
+import sys
+
+C_LIBRARY = {"libc.so.6", "ld-linux-x86-64.so.2", "ld-linux-aarch64.so.1"}
+
+
+def output_of(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def dynamic_section(path):
+    """The (tag, value) pairs of a file's dynamic section, for the tags that carry a text."""
+    return re.findall(r"\((\w+)\).*\[(.*)\]", output_of("readelf", "--dynamic", "--wide", str(path)))
+
+
+def needed(path):
+    return {value for tag, value in dynamic_section(path) if tag == "NEEDED"}
+
+
+def symbols(path, kind):
+    """Names in the dynamic symbol table; the version nodes themselves are absolute and not counted."""
+    rows = [line.split() for line in output_of("nm", "--dynamic", kind, str(path)).splitlines()]
+    return {row[-1].split("@")[0] for row in rows if row and row[-2] != "A"}
+
+
+def problems(home):
+    program, library, server = home / "bin/tslwnfs", home / "lib/libnfstdm.so", home / "bin/loopnfsd"
+
+    for path, allowed in ((program, C_LIBRARY | {"libnfstdm.so"}), (library, C_LIBRARY), (server, C_LIBRARY)):
+        for name in sorted(needed(path) - allowed):
+            yield f"{path.name} needs {name}"
+    if "libnfstdm.so" not in needed(program):
+        yield "tslwnfs does not need libnfstdm.so"
+
+    paths = {tag: value for tag, value in dynamic_section(program) if tag in ("RPATH", "RUNPATH")}
+    if paths != {"RUNPATH": "$ORIGIN/../lib"}:
+        yield f"tslwnfs must find its library by RUNPATH $ORIGIN/../lib alone, has {paths}"
+
+    offered = symbols(library, "--defined-only")
+    for name in sorted(offered):
+        if not name.startswith("tdm_"):
+            yield f"libnfstdm.so exports {name}"
+    wanted = {name for name in symbols(program, "--undefined-only") if name.startswith("tdm_")}
+    if not wanted:
+        yield "tslwnfs imports no storage operation"
+    for name in sorted(wanted - offered):
+        yield f"libnfstdm.so lacks {name}"
+
+
+def main():
+    found = list(problems(pathlib.Path(sys.argv[1])))
+    print("\n".join(found))
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

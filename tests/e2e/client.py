@@ -1,0 +1,65 @@
+"""An installed home and the program in it, run as an administrator would."""
+
+import dataclasses
+import os
+import pathlib
+import shutil
+import subprocess
+
+# Far beyond what any command takes: a guard against a hanging program, not a measure.
+HANG = 300
+
+
+@dataclasses.dataclass
+class Run:
+    """What a finished command gave: its exit status and its two streams, as bytes."""
+
+    status: int
+    out: bytes
+    err: bytes
+
+
+class Client:
+    """The program of one home. `enter` is the command line that takes it to where its servers are reachable."""
+
+    def __init__(self, home, enter=()):
+        self.home = pathlib.Path(home)
+        self.enter = list(enter)
+
+    @property
+    def tslnfstab(self):
+        return self.home / "dbs" / "tslnfstab"
+
+    def environment(self, changes=None):
+        """The environment of a run: nothing of the caller's but what sanitizers read, so that outputs are the same
+        everywhere. A change to None takes a variable away."""
+        kept = {name: value for name, value in os.environ.items() if name in ("ASAN_OPTIONS", "UBSAN_OPTIONS")}
+        result = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL": "C.UTF-8", "TZ": "UTC", **kept}
+        result["TESSEL_HOME"] = str(self.home)
+        for name, value in (changes or {}).items():
+            result.pop(name, None)
+            if value is not None:
+                result[name] = str(value)
+        return result
+
+    def run(self, *arguments, stdin=b"", env=None, cwd=None, program=None):
+        command = [*self.enter, str(program or self.home / "bin" / "tslwnfs"), *map(os.fspath, arguments)]
+        done = subprocess.run(
+            command, input=stdin, capture_output=True, timeout=HANG, env=self.environment(env), cwd=cwd, check=False
+        )
+        report = done.stderr.decode(errors="replace")
+        assert "Sanitizer" not in report and "runtime error:" not in report, report
+        assert done.returncode >= 0, f"ended by signal {-done.returncode}: {command}"
+        return Run(done.returncode, done.stdout, done.stderr)
+
+    def ok(self, *arguments, **options):
+        """Runs a command that has to succeed and gives its standard output."""
+        done = self.run(*arguments, **options)
+        assert done.status == 0, (arguments, done)
+        return done.out
+
+
+def copy_of_home(home, place):
+    """A home of a test's own, which it may configure and damage. Gives its path."""
+    shutil.copytree(home, place, symlinks=True)
+    return place

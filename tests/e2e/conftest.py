@@ -1,0 +1,96 @@
+"""Fixtures of the end-to-end tests: an installed home, and the servers that its program talks to.
+
+TSLWNFS_HOME names the home under test (scripts/check installs one); TSLWNFS_BUILD the build tree it came from.
+"""
+
+import os
+import pathlib
+import re
+
+import pytest
+
+import client
+import servers
+
+
+def pytest_addoption(parser):
+    parser.addoption("--servers", default=",".join(servers.KINDS), help="run against these servers only")
+
+
+def pytest_generate_tests(metafunc):
+    if "server" in metafunc.fixturenames:
+        chosen = metafunc.config.getoption("servers").split(",")
+        metafunc.parametrize("server", chosen, indirect=True, scope="session")
+
+
+@pytest.fixture(scope="session")
+def installed_home():
+    """The home under test. Tests do not write into it."""
+    home = os.environ.get("TSLWNFS_HOME")
+    if not home:
+        pytest.fail("TSLWNFS_HOME must name an installed home (scripts/check e2e makes one)")
+    return pathlib.Path(home).resolve()
+
+
+@pytest.fixture(scope="session")
+def local(installed_home, tmp_path_factory):
+    """A client without a tslnfstab: every path is a local one."""
+    return client.Client(client.copy_of_home(installed_home, tmp_path_factory.mktemp("local") / "home"))
+
+
+@pytest.fixture
+def own(installed_home, tmp_path):
+    """A client with a home of the test's own, to configure and to damage."""
+    return client.Client(client.copy_of_home(installed_home, tmp_path / "home"))
+
+
+@pytest.fixture(scope="session")
+def server(request, installed_home, tmp_path_factory):
+    """A running server of each kind, one a session, with the client configured for it."""
+    kind = servers.KINDS[request.param]
+    why = getattr(kind, "why_impossible", lambda: None)()
+    if why:
+        pytest.skip(f"{kind.name}: {why}")
+    base = tmp_path_factory.mktemp(kind.name)
+    running = kind(client.copy_of_home(installed_home, base / "home"), base / "exports")
+    yield running
+    running.close()
+
+
+class Place:
+    """A directory on the server: `remote` is its path for the program, `files` where its files really are."""
+
+    def __init__(self, mount, folder, name):
+        self.remote = f"{mount}/{name}"
+        self.files = folder / name
+        self.files.mkdir()
+
+    def __truediv__(self, name):
+        return f"{self.remote}/{name}"
+
+
+def place_name(request, seen={}):  # noqa: B006  (one count for the whole run)
+    """Short, lower-case and never the same twice: names that the program builds are in lower case."""
+    stem = re.sub(r"[^a-z0-9]+", "-", request.node.name.lower())[:24].strip("-")
+    seen[stem] = seen.get(stem, 0) + 1
+    return f"{stem}-{seen[stem]}"
+
+
+@pytest.fixture
+def place(server, request):
+    """A writable directory of the test's own on the server."""
+    return Place(servers.READ_WRITE, server.writable, place_name(request))
+
+
+@pytest.fixture
+def read_only_place(server, request):
+    return Place(servers.READ_ONLY, server.read_only, place_name(request))
+
+
+@pytest.fixture(scope="session")
+def build_tree():
+    """The build tree of the home under test, or a skip."""
+    tree = os.environ.get("TSLWNFS_BUILD")
+    if not tree:
+        pytest.skip("TSLWNFS_BUILD does not name the build tree")
+    return pathlib.Path(tree)

@@ -1,0 +1,48 @@
+"""Making files and trees, and comparing them."""
+
+import filecmp
+import hashlib
+import os
+import random
+
+
+def content(size):
+    """Bytes that look random and are the same in every run."""
+    return random.Random(size).randbytes(size)
+
+
+def make_file(path, size):
+    path.write_bytes(content(size))
+    return path
+
+
+def digest(path):
+    """Size and hash: comparing those keeps a failure's report short."""
+    with open(path, "rb") as stream:
+        return os.fstat(stream.fileno()).st_size, hashlib.file_digest(stream, "sha256").hexdigest()
+
+
+def make_tree(root, directories, files_each):
+    """directories x files_each small files of different sizes; one directory in three lies inside the one before."""
+    parent = root
+    parent.mkdir()
+    count = 0
+    for number in range(directories):
+        parent = (parent if number % 3 == 2 else root) / f"dir{number}"
+        parent.mkdir()
+        for name in range(files_each):
+            make_file(parent / f"file{name}.dat", count)
+            count += 1
+    return root
+
+
+def tree_of(root):
+    """Every path below root, relative to it, with the file's digest or None for a directory."""
+    found = {}
+    for path in sorted(root.rglob("*")):
+        found[str(path.relative_to(root))] = digest(path) if path.is_file() else None
+    return found
+
+
+def same_bytes(one, other):
+    return filecmp.cmp(one, other, shallow=False)

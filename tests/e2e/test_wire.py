@@ -1,0 +1,75 @@
+"""What goes over the wire, read by a program that knows the protocol and not us."""
+
+import re
+import shutil
+import subprocess
+
+import pytest
+from files import digest, make_file
+from namespace import await_condition, die_with_parent, stop
+
+SIZE = 3_000_000
+
+
+@pytest.fixture
+def capture(server, tmp_path):
+    """A capture of the server's loopback while the test runs; gives a function that reads it with a filter."""
+    if shutil.which("tshark") is None:
+        pytest.skip("tshark is not installed")
+    packets = tmp_path / "packets.pcapng"
+    packets.touch()
+    packets.chmod(0o666)  # the capturing program may have dropped its privileges
+    command = ["tshark", "-i", "lo", "-f", "tcp", "-B", "64", "-w", packets]
+    process = subprocess.Popen(
+        [*server.client.enter, *map(str, command)],
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.DEVNULL,
+        stderr=subprocess.PIPE,
+        text=True,
+        preexec_fn=die_with_parent,
+    )
+    heard = ""
+    for line in process.stderr:
+        heard += line
+        if "Capturing on" in line:
+            break
+    else:
+        pytest.skip(f"no capture is possible here: {heard.strip()}")
+    await_condition(lambda: packets.stat().st_size > 0, "the capture", process)
+    yield Capture(packets, server.ports())
+    stop(process)
+    process.stderr.close()
+
+
+class Capture:
+    def __init__(self, packets, ports):
+        self.packets = packets
+        self.decode = [word for port in ports for word in ("-d", f"tcp.port=={port},rpc")]
+
+    def matching(self, display_filter):
+        """The packets of the capture that a display filter lets through, a line each."""
+        command = ["tshark", "-r", self.packets, *self.decode, "-Y", display_filter]
+        done = subprocess.run(command, capture_output=True, text=True, check=False, timeout=300)
+        # A capture that is still being written may end inside a packet: status 2, and what came before is good.
+        assert done.returncode in (0, 2), done.stderr
+        return done.stdout.splitlines()
+
+
+def test_a_session_holds_no_malformed_packet(server, place, capture, tmp_path):
+    source, back = make_file(tmp_path / "source", SIZE), tmp_path / "back"
+    server.ok("cp", source, place / "f")
+    server.ok("ls", "-l", place.remote)
+    server.ok("cp", place / "f", back)
+    assert digest(back) == digest(source)
+
+    # The umount of the last session is the last thing said; wait until the capture has it.
+    await_condition(lambda: len(capture.matching("nfs.procedure_v3 == 6 && rpc.msgtyp == 1")) >= 1, "READ replies")
+    calls = {
+        name: len(capture.matching(f"nfs.procedure_v3 == {number} && rpc.msgtyp == 0"))
+        for name, number in (("READ", 6), ("WRITE", 7), ("CREATE", 8), ("COMMIT", 21))
+    }
+    assert all(calls.values()), calls
+    listings = capture.matching("(nfs.procedure_v3 == 16 || nfs.procedure_v3 == 17) && rpc.msgtyp == 0")
+    assert listings
+    assert capture.matching("_ws.malformed") == []
+    assert not [line for line in capture.matching("rpc") if re.search("Malformed|error in opaque", line)]
