@@ -15,8 +15,8 @@
 
 namespace {
 
-constexpr const char *kFsInfo = "fsinfodir";
-constexpr const char *kFsStat = "fsstatdir";
+constexpr const char *kInfoFunction = "fsinfodir";
+constexpr const char *kStatFunction = "fsstatdir";
 
 // Links that stat follows one after the other before it takes them for a circle.
 constexpr int kMaximumLinks = 1024;
@@ -66,7 +66,7 @@ uint32_t report_remote_fsinfo(const TdmFsInfo &info) {
 uint32_t report_local_fsinfo(const PathBuffer &path) {
     struct stat status;
     if (stat(path.c_str(), &status) != 0) {
-        trace_message(kFsInfo, Message::status_unreadable, path.c_str());
+        trace_message(kInfoFunction, Message::status_unreadable, path.c_str());
         return 1;
     }
     print_status(status);
@@ -79,7 +79,7 @@ enum class Step { reported, failed, follow };
 Step report_remote_fsstat(const PathBuffer &path, const TdmFsStat &stat) {
     const bool is_link = stat.attributes.type == TDM_TYPE_LINK;
     if (stat.attributes.type != TDM_TYPE_DIRECTORY) {
-        trace_message(kFsStat, Message::not_a_directory, path.c_str());
+        trace_message(kStatFunction, Message::not_a_directory, path.c_str());
     }
     if (is_link && option(kStatFollow)) return Step::follow;
     if (option(kStatFigures)) print_figures(stat);
@@ -91,7 +91,7 @@ Step report_remote_fsstat(const PathBuffer &path, const TdmFsStat &stat) {
 Step report_local_fsstat(const PathBuffer &path) {
     struct stat status;
     if (lstat(path.c_str(), &status) != 0) {
-        trace_message(kFsStat, Message::status_unreadable, path.c_str());
+        trace_message(kStatFunction, Message::status_unreadable, path.c_str());
         return Step::failed;
     }
     if (S_ISLNK(status.st_mode) && option(kStatFollow)) return Step::follow;
@@ -108,7 +108,7 @@ Step report_fsstat(const PathBuffer &path) {
     uint32_t location = 0;
     const uint32_t status = tdm_fsstat(ctx, path.c_str(), &stat, &location);
     if (status == 0 && location == TDM_LOCATION_REMOTE) return report_remote_fsstat(path, stat);
-    trace_message(kFsStat, Message::fsstat_location, path.c_str(), location);
+    trace_message(kStatFunction, Message::fsstat_location, path.c_str(), location);
     if (status == 0 && location == TDM_LOCATION_LOCAL) return report_local_fsstat(path);
     return Step::failed;
 }
@@ -117,19 +117,19 @@ Step report_fsstat(const PathBuffer &path) {
 
 uint32_t fsinfodir(const char *path) {
     PathBuffer resolved;
-    if (!resolve_operand(kFsInfo, path, resolved)) return 1;
+    if (!resolve_operand(kInfoFunction, path, resolved)) return 1;
     TdmFsInfo info = {};
     uint32_t location = 0;
     const uint32_t status = tdm_fsinfo(ctx, resolved.c_str(), &info, &location);
     if (status == 0 && location == TDM_LOCATION_REMOTE) return report_remote_fsinfo(info);
-    trace_message(kFsInfo, Message::fsinfo_location, resolved.c_str(), location);
+    trace_message(kInfoFunction, Message::fsinfo_location, resolved.c_str(), location);
     if (status == 0 && location == TDM_LOCATION_LOCAL) return report_local_fsinfo(resolved);
     return 1;
 }
 
 uint32_t fsstatdir(const char *path) {
     PathBuffer resolved;
-    if (!resolve_operand(kFsStat, path, resolved)) return 1;
+    if (!resolve_operand(kStatFunction, path, resolved)) return 1;
     for (int links = 0; links <= kMaximumLinks; ++links) {
         const Step step = report_fsstat(resolved);
         if (step != Step::follow) return step == Step::reported ? 0 : 1;
@@ -137,6 +137,6 @@ uint32_t fsstatdir(const char *path) {
         if (read_link(resolved.c_str(), target) != 0 || target.empty()) return 1;
         resolved = target;
     }
-    tslwnfswrf(3, kFsStat, "%s: more than %d links, one after the other\n", resolved.c_str(), kMaximumLinks);
+    tslwnfswrf(3, kStatFunction, "%s: more than %d links, one after the other\n", resolved.c_str(), kMaximumLinks);
     return 1;
 }

@@ -8,7 +8,10 @@
 #include "tslwnfs/client/client.h"
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/files.h"
+#include "tslwnfs/commands/filesystem.h"
+#include "tslwnfs/commands/find.h"
 #include "tslwnfs/commands/listing.h"
+#include "tslwnfs/commands/properties.h"
 #include "tslwnfs/config/config.h"
 #include "tslwnfs/netdisc/netdisc.h"
 #include "tslwnfs/storage/mount_table.h"
@@ -72,7 +75,8 @@ constexpr Command kCommands[] = {
      .code = kStorageProperties,
      .execution = Execution::on_files,
      .required = Required::first,
-     .banner = "STAT %s : \n"},
+     .banner = "STAT %s : \n",
+     .run = on_first<statfile>},
     {.words = {"move", "mv"},
      .code = kMove,
      .grammar = parse_two_files,
@@ -113,20 +117,23 @@ constexpr Command kCommands[] = {
      .grammar = parse_one_path,
      .execution = Execution::on_files,
      .required = Required::first,
-     .banner = "FSSTAT %s : \n"},
+     .banner = "FSSTAT %s : \n",
+     .run = on_first<fsstatdir>},
     // The same command as fsstat, but its option words count.
     {.words = {"stat"},
      .code = kFsStat,
      .grammar = parse_stat,
      .execution = Execution::on_files,
      .required = Required::first,
-     .banner = "FSSTAT %s : \n"},
+     .banner = "FSSTAT %s : \n",
+     .run = on_first<fsstatdir>},
     {.words = {"fsinfo"},
      .code = kFsInfo,
      .grammar = parse_one_path,
      .execution = Execution::on_files,
      .required = Required::first,
-     .banner = "FSINFO %s : \n"},
+     .banner = "FSINFO %s : \n",
+     .run = on_first<fsinfodir>},
     {.words = {"ls", "dir"},
      .code = kList,
      .grammar = parse_list,
@@ -145,7 +152,8 @@ constexpr Command kCommands[] = {
      .grammar = parse_find,
      .execution = Execution::on_files,
      .required = Required::both,
-     .banner = "FIND PATH:%s FILE:%s :\n"},
+     .banner = "FIND PATH:%s FILE:%s :\n",
+     .run = [](const char *path, const char *pattern) { return findfile(path, pattern, 0); }},
     {.words = {"mount"},
      .code = kMount,
      .grammar = parse_mount,
