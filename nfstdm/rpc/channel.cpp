@@ -83,7 +83,9 @@ void Channel::become_usable() {
 
 void Channel::probe() {
     probing_ = true;
-    connection_.send(owner_.new_probe());
+    auto null_call = owner_.new_probe();
+    null_call->owner = this;
+    connection_.send(std::move(null_call));
 }
 
 void Channel::connection_answered(std::unique_ptr<Request> request) {

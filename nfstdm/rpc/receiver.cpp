@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "nfstdm/nfs3/constants.h"
 #include "nfstdm/xdr/reader.h"
@@ -34,7 +35,8 @@ void Receiver::reset() {
     enter(State::mark);
     resume_ = State::xid;
     record_size_ = 0;
-    word_bytes_ = 0;
+    mark_ = {};
+    xid_ = {};
     request_ = nullptr;
 }
 
@@ -89,9 +91,9 @@ std::span<std::byte> Receiver::target() {
 std::size_t Receiver::take(std::span<const std::byte> bytes) {
     switch (state_) {
         case State::mark:
-            return take_word(bytes);
+            return take_word(bytes, mark_);
         case State::xid:
-            return take_word(bytes.first(std::min(bytes.size(), fragment_left_)));
+            return take_word(bytes.first(std::min(bytes.size(), fragment_left_)), xid_);
         case State::skip:
         case State::tail:
             return std::min(bytes.size(), fragment_left_);
@@ -105,21 +107,21 @@ std::size_t Receiver::take(std::span<const std::byte> bytes) {
     return size;
 }
 
-std::size_t Receiver::take_word(std::span<const std::byte> bytes) {
+std::size_t Receiver::take_word(std::span<const std::byte> bytes, Word &word) {
     std::size_t taken = 0;
-    for (; taken < bytes.size() && word_bytes_ < kWordSize; ++taken, ++word_bytes_)
-        word_ = word_ << 8 | std::to_integer<uint32_t>(bytes[taken]);
+    for (; taken < bytes.size() && word.bytes < kWordSize; ++taken, ++word.bytes)
+        word.value = word.value << 8 | std::to_integer<uint32_t>(bytes[taken]);
     return taken;
 }
 
 // Bytes of the present state are in their place: counts them and draws the conclusions.
 Status Receiver::advance(std::size_t size) {
-    if (state_ == State::mark) return word_bytes_ == kWordSize ? on_mark() : Status{};
+    if (state_ == State::mark) return mark_.bytes == kWordSize ? on_mark() : Status{};
     fragment_left_ -= size;
     Status status;
     switch (state_) {
         case State::xid:
-            if (word_bytes_ == kWordSize) status = on_xid();
+            if (xid_.bytes == kWordSize) status = on_xid();
             break;
         case State::head:
             head_size_ += size;
@@ -141,9 +143,9 @@ Status Receiver::advance(std::size_t size) {
 }
 
 Status Receiver::on_mark() {
-    word_bytes_ = 0;
-    last_fragment_ = (word_ & kLastFragment) != 0;
-    fragment_left_ = word_ & ~kLastFragment;
+    const uint32_t mark = std::exchange(mark_, {}).value;
+    last_fragment_ = (mark & kLastFragment) != 0;
+    fragment_left_ = mark & ~kLastFragment;
     // Empty fragments could go on for ever without a byte of progress.
     if (fragment_left_ == 0 && !last_fragment_) return nonsense("an empty record fragment");
     record_size_ += fragment_left_;
@@ -154,8 +156,8 @@ Status Receiver::on_mark() {
 }
 
 Status Receiver::on_xid() {
-    word_bytes_ = 0;
-    request_ = sink_.expected(word_);
+    const uint32_t xid = std::exchange(xid_, {}).value;
+    request_ = sink_.expected(xid);
     if (request_ == nullptr) {
         enter(
             State::skip);  // a late answer to a request that was given up or has been answered over another connection
@@ -164,7 +166,7 @@ Status Receiver::on_xid() {
     if (record_size_ > request_->record_maximum()) return nonsense("a record larger than what was asked for");
     request_->landed = 0;
     request_->reply.resize(kWordSize);
-    store_word(request_->reply, word_);
+    store_word(request_->reply, xid);
     head_size_ = kWordSize;
     data_size_ = 0;
     tail_size_ = 0;

@@ -62,10 +62,16 @@ class Receiver {
     static constexpr std::size_t kStageSize = 512;
     static constexpr std::size_t kDiscardSize = std::size_t{64} << 10;
 
+    // Four bytes being collected; a record mark may come in the middle of an xid.
+    struct Word {
+        uint32_t value = 0;
+        unsigned bytes = 0;
+    };
+
     void enter(State state) { state_ = state; }
     std::span<std::byte> target();
     std::size_t take(std::span<const std::byte> bytes);
-    std::size_t take_word(std::span<const std::byte> bytes);
+    static std::size_t take_word(std::span<const std::byte> bytes, Word &word);
     Status advance(std::size_t size);
     Status on_mark();
     Status on_xid();
@@ -79,8 +85,8 @@ class Receiver {
     bool last_fragment_ = false;
     std::size_t fragment_left_ = 0;
     std::size_t record_size_ = 0;  // as far as the marks seen announce it
-    uint32_t word_ = 0;            // the mark or the xid being collected
-    unsigned word_bytes_ = 0;
+    Word mark_;
+    Word xid_;
 
     Request *request_ = nullptr;  // whose record this is; null while unknown and while skipping
     std::size_t head_size_ = 0;   // bytes of its reply that are filled
