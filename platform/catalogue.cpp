@@ -97,7 +97,9 @@ void add_home(std::vector<std::string> &paths, const std::string &home, const st
               const LocaleParts &locale) {
     std::vector<std::string> locales;
     if (!locale.whole.empty()) locales.push_back(locale.whole);
-    if (!locale.territory.empty()) locales.push_back(locale.language + "_" + locale.territory);
+    if (!locale.territory.empty()) {
+        locales.push_back(std::string(locale.language).append("_").append(locale.territory));
+    }
     if (!locale.language.empty()) locales.push_back(locale.language);
     locales.emplace_back("en");
     for (const auto &one : locales)
@@ -155,7 +157,7 @@ std::vector<std::string> catalogue_candidates(const std::string &name) {
 std::optional<std::string> read_catalogue_text(const std::string &path, int number) {
     if (!is_sound(read_file(path))) return std::nullopt;
     const nl_catd catalogue = catopen(path.c_str(), NL_CAT_LOCALE);
-    if (catalogue == reinterpret_cast<nl_catd>(-1)) return std::nullopt;
+    if (reinterpret_cast<intptr_t>(catalogue) == -1) return std::nullopt;
     std::string text = catgets(catalogue, kSet, number, "");
     catclose(catalogue);
     return text;
