@@ -102,8 +102,9 @@ void add_home(std::vector<std::string> &paths, const std::string &home, const st
     }
     if (!locale.language.empty()) locales.push_back(locale.language);
     locales.emplace_back("en");
-    for (const auto &one : locales)
-        paths.push_back(home + "/rdbms/mesg/" + one + "/" + name + ".cat");
+    for (const auto &one : locales) {
+        paths.push_back(std::string(home).append("/rdbms/mesg/").append(one).append("/").append(name).append(".cat"));
+    }
 }
 
 // The whole of a regular file of a sensible size; empty otherwise. Opened without waiting: the name may be a pipe's.
