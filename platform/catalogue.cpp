@@ -97,11 +97,14 @@ void add_home(std::vector<std::string> &paths, const std::string &home, const st
               const LocaleParts &locale) {
     std::vector<std::string> locales;
     if (!locale.whole.empty()) locales.push_back(locale.whole);
-    if (!locale.territory.empty()) locales.push_back(locale.language + "_" + locale.territory);
+    if (!locale.territory.empty()) {
+        locales.push_back(std::string(locale.language).append("_").append(locale.territory));
+    }
     if (!locale.language.empty()) locales.push_back(locale.language);
     locales.emplace_back("en");
-    for (const auto &one : locales)
-        paths.push_back(home + "/rdbms/mesg/" + one + "/" + name + ".cat");
+    for (const auto &one : locales) {
+        paths.push_back(std::string(home).append("/rdbms/mesg/").append(one).append("/").append(name).append(".cat"));
+    }
 }
 
 // The whole of a regular file of a sensible size; empty otherwise. Opened without waiting: the name may be a pipe's.
@@ -155,7 +158,7 @@ std::vector<std::string> catalogue_candidates(const std::string &name) {
 std::optional<std::string> read_catalogue_text(const std::string &path, int number) {
     if (!is_sound(read_file(path))) return std::nullopt;
     const nl_catd catalogue = catopen(path.c_str(), NL_CAT_LOCALE);
-    if (catalogue == reinterpret_cast<nl_catd>(-1)) return std::nullopt;
+    if (reinterpret_cast<intptr_t>(catalogue) == -1) return std::nullopt;
     std::string text = catgets(catalogue, kSet, number, "");
     catclose(catalogue);
     return text;

@@ -25,15 +25,15 @@ enum class Required : uint8_t { nothing, first, second, both };
 
 struct Command {
     const char *words[3];  // null where there are fewer; none for what the command line never says itself
-    CommandCode code;
     Grammar grammar = nullptr;
+    const char *banner = nullptr;                                      // a format for the first operand, or for both
+    uint32_t (*run)(const char *first, const char *second) = nullptr;  // null: not available in this build
+    CommandCode code;
     Execution execution = Execution::once;
     Required required = Required::nothing;
-    const char *banner = nullptr;     // a format for the first operand, or for both
     bool banner_on_terminal = false;  // to standard output even when there is a log
     bool names_destination = false;   // the second operand gives each file its destination
     bool words_ignore_case = false;
-    uint32_t (*run)(const char *first, const char *second) = nullptr;  // null: not available in this build
 };
 
 std::span<const Command> command_table();

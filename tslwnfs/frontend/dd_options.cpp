@@ -15,12 +15,12 @@ namespace {
 struct DdOption {
     std::string_view lower, upper;
     bool (*take)(const DdOption &option, const char *value);  // false: the value is wrong, and that was told
+    int32_t *number = nullptr;                                // sizes and offsets
+    int32_t *block = nullptr;                                 // offsets: the size of their unit
+    int32_t *found = nullptr;                                 // files
+    const char **operand = nullptr;                           // files
+    Message refusal = {};                                     // files: the message for a value with a hyphen
     uint32_t bit = 0;
-    int32_t *number = nullptr;       // sizes and offsets
-    int32_t *block = nullptr;        // offsets: the size of their unit
-    Message refusal = {};            // files: the message for a value with a hyphen
-    int32_t *found = nullptr;        // files
-    const char **operand = nullptr;  // files
 };
 
 bool is_digit(char c) {
@@ -131,26 +131,26 @@ bool take_parallel(const DdOption &, const char *value) {
 }
 
 constexpr DdOption kOptions[] = {
-    {.lower = "-bs", .upper = "-BS", .take = take_common_size, .bit = kDdBs, .number = &BS},
-    {.lower = "-ibs", .upper = "-IBS", .take = take_size, .bit = kDdIbs, .number = &IBS},
-    {.lower = "-obs", .upper = "-OBS", .take = take_size, .bit = kDdObs, .number = &OBS},
-    {.lower = "-count", .upper = "-COUNT", .take = take_size, .bit = kDdCount, .number = &COUNT},
-    {.lower = "-seek", .upper = "-SEEK", .take = take_offset, .bit = kDdSeek, .number = &SEEK, .block = &OBS},
-    {.lower = "-skip", .upper = "-SKIP", .take = take_offset, .bit = kDdSkip, .number = &SKIP, .block = &IBS},
+    {.lower = "-bs", .upper = "-BS", .take = take_common_size, .number = &BS, .bit = kDdBs},
+    {.lower = "-ibs", .upper = "-IBS", .take = take_size, .number = &IBS, .bit = kDdIbs},
+    {.lower = "-obs", .upper = "-OBS", .take = take_size, .number = &OBS, .bit = kDdObs},
+    {.lower = "-count", .upper = "-COUNT", .take = take_size, .number = &COUNT, .bit = kDdCount},
+    {.lower = "-seek", .upper = "-SEEK", .take = take_offset, .number = &SEEK, .block = &OBS, .bit = kDdSeek},
+    {.lower = "-skip", .upper = "-SKIP", .take = take_offset, .number = &SKIP, .block = &IBS, .bit = kDdSkip},
     {.lower = "-if",
      .upper = "-IF",
      .take = take_file,
-     .bit = kDdIf,
-     .refusal = Message::bad_if,
      .found = &iffound,
-     .operand = &fname},
+     .operand = &fname,
+     .refusal = Message::bad_if,
+     .bit = kDdIf},
     {.lower = "-of",
      .upper = "-OF",
      .take = take_file,
-     .bit = kDdOf,
-     .refusal = Message::bad_of,
      .found = &offound,
-     .operand = &fname1},
+     .operand = &fname1,
+     .refusal = Message::bad_of,
+     .bit = kDdOf},
     {.lower = "-p", .upper = "-P", .take = take_parallel},
 };
 

@@ -16,8 +16,8 @@ constexpr Message kUsageMessages[] = {
 // Fixed texts, odd spelling and line ends included.
 constexpr const char *kHelpLines[] = {
     "TSLWNFS Helper Utility performs remote file operations using Tessel Wren NFS Client.",
-    "For information on Wren NFS Client, and for detailed description of TSLNWNFS options, please consult the 4kR3 "
-    "Database Installation Manual for Microsoft Windows.\n\n",
+    ("For information on Wren NFS Client, and for detailed description of TSLNWNFS options, please consult the 4kR3 "
+     "Database Installation Manual for Microsoft Windows.\n\n"),
     "NOTE: For TSLWNFS to operate, tslnfstab configuration file must be present in TesselHome\\dbs directory. \n",
 };
 

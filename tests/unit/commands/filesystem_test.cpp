@@ -106,7 +106,7 @@ TEST_F(FilesystemTest, FsinfoFailuresAreTraced) {
         EXPECT_EQ(fsinfo("/m/d").status, 1u);
     const std::string missing = directory_.path("missing");
     EXPECT_EQ(fsinfo(missing).status, 1u);
-    EXPECT_THAT(trace(),
+    EXPECT_THAT(trace_of("fsinfodir"),
                 ElementsAre("fsinfodir TWNFS-65016: The first operand is missing.",
                             "fsinfodir TWNFS-65059: The path  could not be resolved.",
                             "fsinfodir TWNFS-65066: File system information of /m/d: location code 0.",
@@ -189,7 +189,7 @@ TEST_F(FilesystemTest, FsstatFailuresAreTraced) {
         EXPECT_EQ(fsstat("/m/d").status, 1u);
     const std::string missing = directory_.path("missing");
     EXPECT_EQ(fsstat(missing).status, 1u);
-    EXPECT_THAT(trace(),
+    EXPECT_THAT(trace_of("fsstatdir"),
                 ElementsAre("fsstatdir TWNFS-65016: The first operand is missing.",
                             "fsstatdir TWNFS-65059: The path  could not be resolved.",
                             "fsstatdir TWNFS-65048: File system statistics of /m/d: location code 0.",

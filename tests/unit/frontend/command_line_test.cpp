@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Global options, and the grammars of the commands on files, the client and the network.
+#include <random>
+
 #include "front_end_fixture.h"
+#include "tslwnfs/frontend/command_table.h"
 
 namespace {
 
@@ -420,6 +423,29 @@ TEST_F(CommandLine, NfsidsHasNoCode) {
     EXPECT_EQ(parse("nfsids extra"), kAccepted);
     EXPECT_EQ(id_enabled, 1);
     EXPECT_EQ(commandtype, kNoCommand);
+}
+
+// Whatever the words, the parser comes to an end and leaves operands that can be read.
+TEST_F(CommandLine, SurvivesRandomWords) {
+    std::vector<std::string> vocabulary = {"-level", "0",     "3",     "-s",  "-p",  "-e", "-m",    "-lp",
+                                           "a,b;c",  "-em",   "-name", "-if", "-of", "-c", "-exec", "-ip",
+                                           "-oh",    "-path", "-size", "+1k", "-",   "",   "x",     "-y",
+                                           "-type",  "4c",    "-seek", "-u",  "*",   "-r"};
+    for (const Command &command : command_table()) {
+        for (const char *word : command.words) {
+            if (word != nullptr) vocabulary.emplace_back(word);
+        }
+    }
+    std::mt19937 random(3);
+    CapturedOutput captured;
+    for (int round = 0; round < 20000; ++round) {
+        std::vector<std::string> words;
+        for (auto count = random() % 8; count > 0; --count)
+            words.push_back(vocabulary[random() % vocabulary.size()]);
+        parse_words(words);
+        ASSERT_LT(operands().size(), 520u);
+        ASSERT_LE(find_exec_cmdsize, 7);
+    }
 }
 
 }  // namespace
