@@ -353,3 +353,11 @@ def test_the_installed_program_gives_the_server_names(own, tmp_path):
     shell = Bash(place, program=str(own.home / "bin" / "tslwnfs"))
     assert shell.offers("delete_server", "-s", "") == {"nas7", "lab7"}
     assert shell.offers("ls", "/mnt/n") == {"/mnt/nas7"}
+
+
+@pytest.mark.parametrize(
+    "name, place_in_home",
+    [("tslwnfs.bash", "share/bash-completion/completions/tslwnfs"), ("_tslwnfs", "share/zsh/site-functions/_tslwnfs")],
+)
+def test_a_completion_is_installed(installed_home, name, place_in_home):
+    assert (installed_home / place_in_home).read_text(encoding="utf-8") == source(f"completions/{name}")
