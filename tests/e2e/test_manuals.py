@@ -153,3 +153,9 @@ def test_a_page_is_clean(page):
         ["mandoc", "-T", "lint", "-W", "warning", ROOT / "man" / page], capture_output=True, text=True, check=False
     )
     assert (done.returncode, done.stdout) == (0, "")
+
+
+@pytest.mark.parametrize("page", PAGES)
+def test_a_page_is_installed(installed_home, page):
+    installed = installed_home / "share" / "man" / f"man{page[-1]}" / page
+    assert installed.read_text(encoding="utf-8") == source(f"man/{page}")
