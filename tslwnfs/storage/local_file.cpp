@@ -53,11 +53,6 @@ bool is_readable(const char *path) {
     return true;
 }
 
-bool close_stream(FileStream &stream) {
-    FILE *const closing = stream.release();
-    return closing == nullptr || std::fclose(closing) == 0;
-}
-
 bool synchronize_stream(FILE *stream, const char *path) {
     return std::fflush(stream) == 0 && synchronize(fileno(stream)) && synchronize_parent(path);
 }
