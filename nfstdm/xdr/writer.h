@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace nfstdm::xdr {
@@ -21,8 +22,9 @@ class Writer {
     void put_u32(uint32_t value);
     void put_u64(uint64_t value);
     void put_bool(bool value) { put_u32(value ? 1 : 0); }
-    void put_opaque(std::span<const std::byte> value);  // length, bytes, padding
-    void put_string(std::string_view value);
+    // Length, bytes, padding; a value longer than its maximum is a failure like an overrun of the limit.
+    void put_opaque(std::span<const std::byte> value, std::size_t maximum = kLimit);
+    void put_string(std::string_view value, std::size_t maximum = kLimit);
     void put_fixed(std::span<const std::byte> value);  // bytes, padding
 
     // Replaces a word written earlier, at a byte position.
@@ -34,7 +36,8 @@ class Writer {
     std::vector<std::byte> take() { return std::move(bytes_); }
 
   private:
-    bool room_for(std::size_t size);
+    // Room for size more bytes, or the empty span in the failed state.
+    std::span<std::byte> grow(std::size_t size);
 
     std::vector<std::byte> bytes_;
     std::size_t limit_;

@@ -8,6 +8,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
+#include <span>
+#include <string>
+#include <string_view>
 
 enum class Message : uint32_t {
     not_administrator = 65000,
@@ -33,7 +37,7 @@ enum class Message : uint32_t {
     command_failed = 65022,     // %u status
     command_succeeded = 65023,
     operands_unusable = 65024,
-    positioning_failed = 65025,
+    positioning_failed = 65025,          // %s path, %d offset
     log_unopenable = 65026,              // %s path, %d error number
     write_completed_with = 65027,        // %u status
     not_a_directory = 65028,             // %s path
@@ -104,6 +108,22 @@ struct MessageArgument {
     MessageArgument(int32_t value) : kind(Kind::signed_word), signed_word(value) {}       // NOLINT: %d
     MessageArgument(unsigned long value) : kind(Kind::byte_count), byte_count(value) {}   // NOLINT: %lu
 };
+
+using MessageArguments = std::span<const MessageArgument>;
+
+// What a message's callers supply, a letter an argument: s text, u unsigned, d signed, l byte count.
+struct MessageShape {
+    Message message;
+    std::string_view arguments;
+};
+std::span<const MessageShape> message_shapes();
+
+// True when a text may be used as a format with arguments of these letters: its conversions are "%s", "%u", "%d" and
+// "%lu" only, of the letters' types, from the first one on; the last ones may be left out.
+bool text_fits(std::string_view text, std::string_view arguments);
+
+// Fetches a message and puts its arguments in place. Empty when there is no catalogue.
+std::string message_text(Message message, MessageArguments arguments = {});
 
 // Prints a message to the command's output (output.h) with at most two arguments, in the order the enumeration tells.
 void print_message(Message message);

@@ -2,7 +2,9 @@
 // Path resolution: every path a user gives goes through sslnrmc before it is used.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "platform/path_buffer.h"
 
@@ -21,3 +23,10 @@ void remove_newline(char *text);
 // Returns std::string_view::npos when there is none. What follows it is the last component, what precedes it the
 // parent.
 std::size_t last_separator(std::string_view path);
+
+// For a command's operand, in the name of the command's function: refuses a missing path (message 65016) and one that
+// cannot be resolved (message 65059 with the text as given). Both messages go to the trace.
+[[nodiscard]] bool resolve_operand(const char *function, const char *path, PathBuffer &resolved);
+
+// Appends to a path. A result that does not fit is refused with message 65059 in the trace, and path keeps its text.
+[[nodiscard]] bool extend_path(const char *function, PathBuffer &path, std::string_view text);

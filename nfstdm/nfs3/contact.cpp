@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/nfs3/contact.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "nfstdm/nfs3/constants.h"
+#include "nfstdm/portmap/portmap.h"
+
+namespace nfstdm::nfs3 {
+
+Contact::Contact(Server &server, std::string export_path, std::vector<std::byte> credential,
+                 EventLoop::Clock::time_point deadline, std::function<void(Result<Contacted>)> done)
+    : server_(server),
+      export_path_(std::move(export_path)),
+      credential_(std::move(credential)),
+      deadline_(deadline),
+      done_(std::move(done)),
+      ports_(server.known_ports.value_or(server.configured_ports())) {}
+
+rpc::Duration Contact::left() const {
+    return std::max<rpc::Duration>(deadline_ - EventLoop::Clock::now(), std::chrono::milliseconds(1));
+}
+
+void Contact::start() {
+    const bool known = ports_.mount != 0 && ports_.nfs != 0;
+    if (known || server_.every_path_has_port()) return mount();
+    ask_ports();
+}
+
+// Both questions at once: the connection is worth it.
+void Contact::ask_ports() {
+    portmapper_ = std::make_unique<rpc::Client>(
+        server_.loop(), portmap::client_config(server_.name(), server_.portmapper_paths(), server_.timing()),
+        server_.trace());
+    const auto ask = [this](uint16_t &port, uint32_t program, uint32_t version) {
+        if (port != 0) return;
+        ++questions_;
+        portmap::get_port(*portmapper_, this, left(), program, version,
+                          [this, &port](const Result<uint16_t> &answer) { port_known(port, answer); });
+    };
+    ask(ports_.mount, mount3::kProgram, mount3::kVersion);
+    ask(ports_.nfs, kProgram, kVersion);
+}
+
+void Contact::port_known(uint16_t &port, const Result<uint16_t> &answer) {
+    if (answer.ok())
+        port = answer.value();
+    else
+        port_failure_ = answer.status();
+    if (--questions_ > 0) return;
+    // Paths with a port of their own can do without a portmapper.
+    const bool others = server_.portmapper_paths().size() < server_.path_count();
+    if (port_failure_.ok() || others) return mount();
+    finish(port_failure_);
+}
+
+void Contact::mount() {
+    mounter_ = server_.new_mount_client(ports_.mount);
+    mount3::mount(*mounter_, {this, credential_, left()}, export_path_,
+                  [this](Result<mount3::MountReply> reply) { mounted(std::move(reply)); });
+}
+
+void Contact::mounted(Result<mount3::MountReply> reply) {
+    if (!reply.ok()) {
+        server_.known_ports.reset();  // they may be why it failed
+        return finish(reply.status());
+    }
+    server_.known_ports = ports_;
+    finish(Contacted{std::move(reply.value()), ports_});
+}
+
+// The owner may destroy the contact in done.
+void Contact::finish(Result<Contacted> result) {
+    const auto done = std::move(done_);
+    done(std::move(result));
+}
+
+}  // namespace nfstdm::nfs3

@@ -1,0 +1,436 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/nfs3/nfs3_volume.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cerrno>
+#include <chrono>
+#include <vector>
+
+#include "nfstdm/mount3/mount.h"
+#include "nfstdm/nfs3/arguments.h"
+#include "nfstdm/nfs3/constants.h"
+#include "nfstdm/nfs3/contact.h"
+#include "nfstdm/nfs3/operations.h"
+#include "nfstdm/nfs3/replies.h"
+#include "nfstdm/nfs3/server.h"
+#include "nfstdm/protocol/scoped.h"
+
+namespace nfstdm::nfs3 {
+
+namespace {
+
+using std::chrono::seconds;
+
+// UMNT is a courtesy: the server's list of clients is informational, and nobody waits for it long.
+constexpr rpc::Duration kUnmountLimit = seconds(2);
+// For a server that names no size at all; every server takes this much (RFC 1094's maximum).
+constexpr uint32_t kTransferMinimum = 8192;
+
+template <class Reply>
+using Read = bool (*)(xdr::Reader &, Reply &);
+
+// An operation whose results are read by one function.
+template <class Reply>
+class Typed : public Operation {
+  public:
+    Typed(EventLoop &loop, const ProcedureRow &row, Read<Reply> read_results, Completion<Reply> done)
+        : Operation(loop, row), read_(read_results), done_(std::move(done)) {}
+
+    bool read(xdr::Reader &reader, const rpc::Request &) override { return read_(reader, reply_); }
+    void complete(Status status) override {
+        if (status.ok())
+            done_(std::move(reply_));
+        else
+            done_(std::move(status));
+    }
+
+  protected:
+    Reply reply_{};
+
+  private:
+    Read<Reply> read_;
+    Completion<Reply> done_;
+};
+
+class ReadOperation : public Typed<ReadReply> {
+  public:
+    ReadOperation(EventLoop &loop, Completion<ReadReply> done)
+        : Typed(loop, row_of(Procedure::read), nullptr, std::move(done)) {}
+    bool read(xdr::Reader &reader, const rpc::Request &request) override {
+        return get_read(reader, request.landed, reply_);
+    }
+};
+
+// A server can not have accepted more than it was sent, and one that accepts nothing of something would be sent it
+// again for ever.
+class WriteOperation : public Typed<WriteReply> {
+  public:
+    WriteOperation(EventLoop &loop, Completion<WriteReply> done)
+        : Typed(loop, row_of(Procedure::write), nullptr, std::move(done)) {}
+    bool read(xdr::Reader &reader, const rpc::Request &request) override {
+        const std::size_t sent = request.data.size();
+        return get_write(reader, reply_) && reply_.count <= sent && (reply_.count > 0 || sent == 0);
+    }
+};
+
+Completion<NoReply> without_reply(DoneCompletion done) {
+    return [done = std::move(done)](const Result<NoReply> &result) { done(result.status()); };
+}
+
+// What one transfer may carry, from what the server says and what this client wants.
+void agree(uint32_t &maximum, uint32_t &preferred) {
+    maximum = std::min(maximum == 0 ? kTransferMinimum : maximum, kTransferMaximum);
+    preferred = preferred == 0 ? maximum : std::min(preferred, maximum);
+}
+
+bool offers(const std::vector<uint32_t> &flavours, uint32_t wanted) {
+    // An empty list names nothing to choose from; "none" in it says that the identity is not looked at.
+    return flavours.empty() || std::any_of(flavours.begin(), flavours.end(), [wanted](uint32_t flavour) {
+               return flavour == wanted || flavour == rpc::kAuthNone;
+           });
+}
+
+class Nfs3Volume : public Volume {
+  public:
+    Nfs3Volume(std::shared_ptr<Server> server, ServerExport share);
+    ~Nfs3Volume() override;
+
+    void attach(Completion<FileHandle> done) override;
+    void detach(DoneCompletion done) override;
+    const VolumeLimits &limits() const override { return limits_; }
+    bool busy() const override;
+
+    void getattr(const FileHandle &object, Completion<Attributes> done) override;
+    void setattr(const FileHandle &object, const SetAttributes &set, DoneCompletion done) override;
+    void lookup(const FileHandle &directory, std::string_view name, Completion<LookupReply> done) override;
+    void readlink(const FileHandle &link, Completion<std::string> done) override;
+    void read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+              Completion<ReadReply> done) override;
+    void write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
+               Completion<WriteReply> done) override;
+    void commit(const FileHandle &file, Completion<CommitReply> done) override;
+    void create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
+                Completion<CreateReply> done) override;
+    void mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
+               Completion<CreateReply> done) override;
+    void remove(const FileHandle &directory, std::string_view name, DoneCompletion done) override;
+    void rmdir(const FileHandle &directory, std::string_view name, DoneCompletion done) override;
+    void readdir(const FileHandle &directory, uint64_t cookie, uint64_t verifier, bool plus,
+                 Completion<DirectoryReply> done) override;
+    void fsinfo(const FileHandle &object, Completion<FsInfoReply> done) override;
+    void fsstat(const FileHandle &object, Completion<FsStatReply> done) override;
+
+  private:
+    enum class State : uint8_t { detached, attaching, attached };
+
+    // How a request differs from one that is all arguments.
+    struct Extra {
+        std::span<const std::byte> data;
+        std::span<std::byte> landing;
+        std::size_t entries_maximum = 0;     // bytes of directory entries
+        std::optional<rpc::Duration> limit;  // of the first contact, instead of io_timeout
+    };
+
+    template <class PutArguments>
+    void start(Procedure procedure, std::unique_ptr<Operation> operation, const Extra &extra, PutArguments &&put);
+    template <class Reply, class PutArguments>
+    void start(Procedure procedure, Read<Reply> read_results, Completion<Reply> done, PutArguments &&put) {
+        start(procedure, std::make_unique<Typed<Reply>>(loop(), row_of(procedure), read_results, std::move(done)), {},
+              std::forward<PutArguments>(put));
+    }
+    void refuse(std::unique_ptr<Operation> operation, Status why);
+
+    EventLoop &loop() const { return server_->loop(); }
+    const std::string &security() const;
+    Status in_context(const Status &status) const;
+
+    void begin_contact();
+    void contacted(Result<Contacted> result);
+    void ask_limits();
+    void attach_ended(Status status);
+    void release_client();
+    void close(const Status &why);
+
+    const std::shared_ptr<Server> server_;
+    const ServerExport share_;
+    State state_ = State::detached;
+    FileHandle root_;
+    VolumeLimits limits_;
+    uint32_t directory_bytes_ = kDirectoryBytes;
+    std::vector<std::byte> credential_;
+    rpc::Client *client_ = nullptr;  // the server's, while in use here
+    uint16_t mount_port_ = 0;
+
+    std::vector<Completion<FileHandle>> attaching_;  // who waits for the attach under way
+    std::unique_ptr<Contact> contact_;
+    std::unique_ptr<rpc::Client> unmounter_;
+    DoneCompletion detaching_;  // who waits for the detach under way
+    Operations operations_;
+    Lifeline life_;
+};
+
+Nfs3Volume::Nfs3Volume(std::shared_ptr<Server> server, ServerExport share)
+    : server_(std::move(server)),
+      share_(std::move(share)),
+      operations_(server_->loop(), server_->timing(), server_->trace()) {}
+
+Nfs3Volume::~Nfs3Volume() {
+    close(in_context({ECANCELED, "the export is no longer used"}));
+}
+
+const std::string &Nfs3Volume::security() const {
+    static const std::string kDefault = "sys";
+    if (!share_.security.empty()) return share_.security;
+    const std::string &general = server_->config().security_default;
+    return general.empty() ? kDefault : general;
+}
+
+Status Nfs3Volume::in_context(const Status &status) const {
+    return status.in("server " + server_->name());
+}
+
+// --- attach and detach
+
+void Nfs3Volume::attach(Completion<FileHandle> done) {
+    if (state_ == State::attached) {
+        loop().soon([done = std::move(done), root = root_] { done(root); });
+        return;
+    }
+    attaching_.push_back(std::move(done));
+    if (state_ == State::attaching) return;
+    state_ = State::attaching;
+    life_.soon(loop(), [this] { begin_contact(); });
+}
+
+void Nfs3Volume::begin_contact() {
+    if (state_ != State::attaching) return;
+    if (!server_->problem().ok()) return attach_ended(server_->problem());
+    auto credential = server_->credential(security());
+    if (!credential.ok()) return attach_ended(in_context(credential.status()));
+    if (share_.export_path.size() > mount3::kPathMaximum)
+        return attach_ended(in_context({ENAMETOOLONG, "the export's path is too long"}));
+    credential_ = std::move(credential.value());
+    const seconds limit(std::max(1U, server_->config().contact_timeout_seconds));
+    contact_ = std::make_unique<Contact>(*server_, share_.export_path, credential_, EventLoop::Clock::now() + limit,
+                                         [this](Result<Contacted> result) { contacted(std::move(result)); });
+    contact_->start();
+}
+
+void Nfs3Volume::contacted(Result<Contacted> result) {
+    if (!result.ok()) return attach_ended(result.status());
+    const Contacted &found = result.value();
+    const uint32_t wanted = security() == "none" ? rpc::kAuthNone : rpc::kAuthSys;
+    if (!offers(found.export_reply.flavours, wanted))
+        return attach_ended(
+            in_context({EACCES, "export " + share_.export_path + " is not offered with security " + security()}));
+    root_ = found.export_reply.root;
+    mount_port_ = found.ports.mount;
+    client_ = &server_->use_nfs(found.ports.nfs);
+    operations_.use(client_);
+    ask_limits();
+}
+
+void Nfs3Volume::ask_limits() {
+    auto done = [this](Result<FsInfoReply> info) {
+        if (!info.ok()) return attach_ended(info.status());
+        limits_ = info.value().limits;
+        agree(limits_.read_maximum, limits_.read_preferred);
+        agree(limits_.write_maximum, limits_.write_preferred);
+        directory_bytes_ = std::clamp(limits_.readdir_preferred, kDirectoryBytes, kTransferMaximum);
+        attach_ended({});
+    };
+    Extra extra;
+    extra.limit = contact_->left();
+    start(Procedure::fsinfo,
+          std::make_unique<Typed<FsInfoReply>>(loop(), row_of(Procedure::fsinfo), get_fsinfo, std::move(done)), extra,
+          [this](xdr::Writer &writer) { put_object(writer, root_); });
+}
+
+// The last step of every attempt. A waiter may destroy the volume.
+void Nfs3Volume::attach_ended(Status status) {
+    contact_.reset();
+    state_ = status.ok() ? State::attached : State::detached;
+    if (!status.ok()) release_client();
+    server_->trace().write(TraceLevel::notice, TraceComponent::mount, [&] {
+        return "server " + server_->name() + ": export " + share_.export_path +
+               (status.ok() ? ": attached" : ": not attached: " + status.text());
+    });
+    const FileHandle root = root_;
+    for (const auto &done : std::exchange(attaching_, {})) {
+        if (status.ok())
+            done(root);
+        else
+            done(status);
+    }
+}
+
+void Nfs3Volume::release_client() {
+    if (std::exchange(client_, nullptr) == nullptr) return;
+    operations_.use(nullptr);
+    server_->release_nfs();
+}
+
+// Ends everything under way with a failure and lets go of the server.
+void Nfs3Volume::close(const Status &why) {
+    contact_.reset();
+    unmounter_.reset();
+    const bool attaching = state_ == State::attaching;
+    state_ = State::detached;
+    operations_.fail_all(why);
+    release_client();
+    if (attaching && !attaching_.empty()) attach_ended(why);
+    if (const auto done = std::exchange(detaching_, nullptr)) done(why);
+}
+
+void Nfs3Volume::detach(DoneCompletion done) {
+    const bool was_attached = state_ == State::attached;
+    close(in_context({ECANCELED, "the export is no longer used"}));
+    if (!was_attached) {
+        loop().soon([done = std::move(done)] { done({}); });
+        return;
+    }
+    detaching_ = std::move(done);
+    unmounter_ = server_->new_mount_client(mount_port_);
+    mount3::unmount(*unmounter_, {this, credential_, kUnmountLimit}, share_.export_path, [this](const Status &) {
+        // Whatever the server said: the export is not used any more.
+        const auto detached = std::exchange(detaching_, nullptr);
+        detached({});
+    });
+}
+
+bool Nfs3Volume::busy() const {
+    if (client_ == nullptr) return false;
+    return client_->outstanding_bytes() >= kBusyBytesPerConnection * std::max(1U, client_->usable_channels());
+}
+
+// --- operations
+
+void Nfs3Volume::refuse(std::unique_ptr<Operation> operation, Status why) {
+    std::shared_ptr<Operation> kept = std::move(operation);
+    loop().soon([kept, status = in_context(why)] { kept->complete(status); });
+}
+
+template <class PutArguments>
+void Nfs3Volume::start(Procedure procedure, std::unique_ptr<Operation> operation, const Extra &extra,
+                       PutArguments &&put) {
+    const std::string name(row_of(procedure).name);
+    if (client_ == nullptr) return refuse(std::move(operation), {ENOTCONN, name + ": the export is not attached"});
+    xdr::Writer writer = client_->begin(static_cast<uint32_t>(procedure), credential_);
+    put(writer);
+    if (!writer.ok()) return refuse(std::move(operation), {ENAMETOOLONG, name + ": a name is too long"});
+    auto request = std::make_unique<rpc::Request>();
+    request->head = writer.take();
+    request->data = extra.data;
+    request->landing = extra.landing;
+    if (procedure == Procedure::read) request->data_position = read_data_position;
+    request->results_maximum = extra.entries_maximum;
+    request->limit = extra.limit.value_or(seconds(server_->config().io_timeout_seconds));
+    request->needs_contact = extra.limit.has_value();
+    operations_.start(std::move(operation), std::move(request));
+}
+
+void Nfs3Volume::getattr(const FileHandle &object, Completion<Attributes> done) {
+    start(Procedure::getattr, get_getattr, std::move(done), [&](xdr::Writer &writer) { put_object(writer, object); });
+}
+
+void Nfs3Volume::setattr(const FileHandle &object, const SetAttributes &set, DoneCompletion done) {
+    start(Procedure::setattr, get_changed, without_reply(std::move(done)),
+          [&](xdr::Writer &writer) { put_setattr(writer, object, set); });
+}
+
+void Nfs3Volume::lookup(const FileHandle &directory, std::string_view name, Completion<LookupReply> done) {
+    start(Procedure::lookup, get_lookup, std::move(done),
+          [&](xdr::Writer &writer) { put_entry(writer, directory, name); });
+}
+
+void Nfs3Volume::readlink(const FileHandle &link, Completion<std::string> done) {
+    start(Procedure::readlink, get_readlink, std::move(done), [&](xdr::Writer &writer) { put_object(writer, link); });
+}
+
+void Nfs3Volume::read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+                      Completion<ReadReply> done) {
+    assert(buffer.size() <= kTransferMaximum);
+    Extra extra;
+    extra.landing = buffer;
+    start(Procedure::read, std::make_unique<ReadOperation>(loop(), std::move(done)), extra,
+          [&](xdr::Writer &writer) { put_read(writer, file, offset, static_cast<uint32_t>(buffer.size())); });
+}
+
+void Nfs3Volume::write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
+                       Completion<WriteReply> done) {
+    assert(data.size() <= kTransferMaximum);
+    Extra extra;
+    extra.data = data;
+    start(Procedure::write, std::make_unique<WriteOperation>(loop(), std::move(done)), extra,
+          [&](xdr::Writer &writer) { put_write(writer, file, offset, static_cast<uint32_t>(data.size()), stability); });
+}
+
+void Nfs3Volume::commit(const FileHandle &file, Completion<CommitReply> done) {
+    start(Procedure::commit, get_commit, std::move(done), [&](xdr::Writer &writer) { put_commit(writer, file); });
+}
+
+void Nfs3Volume::create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
+                        Completion<CreateReply> done) {
+    start(Procedure::create, get_made, std::move(done),
+          [&](xdr::Writer &writer) { put_create(writer, directory, name, set); });
+}
+
+void Nfs3Volume::mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
+                       Completion<CreateReply> done) {
+    start(Procedure::mkdir, get_made, std::move(done),
+          [&](xdr::Writer &writer) { put_mkdir(writer, directory, name, mode); });
+}
+
+void Nfs3Volume::remove(const FileHandle &directory, std::string_view name, DoneCompletion done) {
+    start(Procedure::remove, get_changed, without_reply(std::move(done)),
+          [&](xdr::Writer &writer) { put_entry(writer, directory, name); });
+}
+
+void Nfs3Volume::rmdir(const FileHandle &directory, std::string_view name, DoneCompletion done) {
+    start(Procedure::rmdir, get_changed, without_reply(std::move(done)),
+          [&](xdr::Writer &writer) { put_entry(writer, directory, name); });
+}
+
+void Nfs3Volume::readdir(const FileHandle &directory, uint64_t cookie, uint64_t verifier, bool plus,
+                         Completion<DirectoryReply> done) {
+    const Procedure procedure = plus ? Procedure::readdirplus : Procedure::readdir;
+    Extra extra;
+    extra.entries_maximum = directory_bytes_;
+    start(procedure,
+          std::make_unique<Typed<DirectoryReply>>(loop(), row_of(procedure), plus ? get_readdirplus : get_readdir,
+                                                  std::move(done)),
+          extra, [&](xdr::Writer &writer) {
+              if (plus)
+                  put_readdirplus(writer, directory, cookie, verifier, directory_bytes_, directory_bytes_);
+              else
+                  put_readdir(writer, directory, cookie, verifier, directory_bytes_);
+          });
+}
+
+void Nfs3Volume::fsinfo(const FileHandle &object, Completion<FsInfoReply> done) {
+    start(Procedure::fsinfo, get_fsinfo, std::move(done), [&](xdr::Writer &writer) { put_object(writer, object); });
+}
+
+void Nfs3Volume::fsstat(const FileHandle &object, Completion<FsStatReply> done) {
+    start(Procedure::fsstat, get_fsstat, std::move(done), [&](xdr::Writer &writer) { put_object(writer, object); });
+}
+
+}  // namespace
+
+std::unique_ptr<Volume> VolumeFactory::open(const ServerConfig &config, const ServerExport &share) {
+    auto &known = servers_[{config.name, config.line}];
+    auto server = known.lock();
+    if (server == nullptr) {
+        server = std::make_shared<Server>(loop_, config, trace_, timing_);
+        known = server;
+    }
+    return std::make_unique<Nfs3Volume>(std::move(server), share);
+}
+
+std::unique_ptr<Volume> open_volume(EventLoop &loop, const ServerConfig &config, const ServerExport &share,
+                                    const Trace &trace, const rpc::Timing &timing) {
+    return VolumeFactory(loop, trace, timing).open(config, share);
+}
+
+}  // namespace nfstdm::nfs3

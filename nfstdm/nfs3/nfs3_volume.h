@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+// Exports of NFSv3 servers as volumes.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/protocol/server.h"
+#include "nfstdm/protocol/trace.h"
+#include "nfstdm/protocol/volume.h"
+#include "nfstdm/rpc/timing.h"
+
+namespace nfstdm::nfs3 {
+
+class Server;
+
+// The most data one READ or WRITE carries, however much more a server would take: beyond this the requests in flight
+// cover the way to the server just as well, and a lost connection costs less.
+constexpr uint32_t kTransferMaximum = uint32_t{1} << 20;
+
+// What is asked for in one READDIR or READDIRPLUS, unless the server prefers more or takes less.
+constexpr uint32_t kDirectoryBytes = uint32_t{64} << 10;
+
+// busy() is true when this many bytes of requests and expected answers are outstanding for each connection that works,
+// counted over all exports of the server: that covers a gigabyte a second at a round trip of 8 ms.
+constexpr std::size_t kBusyBytesPerConnection = std::size_t{8} << 20;
+
+// Makes volumes; those of one server share its connections. The loop and the trace must outlive the factory and every
+// volume, the factory need not outlive its volumes.
+class VolumeFactory {
+  public:
+    VolumeFactory(EventLoop &loop, const Trace &trace, const rpc::Timing &timing = {})
+        : loop_(loop), trace_(trace), timing_(timing) {}
+
+    // Never fails and contacts nobody: what is wrong with a server or an export is what attach() reports. Both are
+    // copied. Servers are told apart by name and line.
+    //
+    // Volumes keep the promises of Volume, and these:
+    // - Destroying a volume completes its operations with ECANCELED from inside the destructor; likewise detach(),
+    // which
+    //   makes a later attach() contact the server again.
+    // - attach() gives up before the server's mnt_timeout when no path leads to the server at all. An operation on a
+    //   volume that is not attached fails with ENOTCONN.
+    // - An operation that is not answered within io_timeout fails with ETIMEDOUT. A stale handle is ESTALE.
+    // - CREATE or MKDIR that was done before the connection broke succeeds without a handle.
+    std::unique_ptr<Volume> open(const ServerConfig &config, const ServerExport &share);
+
+  private:
+    EventLoop &loop_;
+    const Trace &trace_;
+    const rpc::Timing timing_;
+    std::map<std::pair<std::string, unsigned>, std::weak_ptr<Server>> servers_;
+};
+
+// For a single export: a volume with connections of its own.
+std::unique_ptr<Volume> open_volume(EventLoop &loop, const ServerConfig &config, const ServerExport &share,
+                                    const Trace &trace, const rpc::Timing &timing = {});
+
+}  // namespace nfstdm::nfs3

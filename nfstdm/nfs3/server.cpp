@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/nfs3/server.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cerrno>
+#include <utility>
+
+#include "nfstdm/mount3/mount.h"
+#include "nfstdm/nfs3/constants.h"
+#include "nfstdm/rpc/address.h"
+#include "nfstdm/rpc/identity.h"
+
+namespace nfstdm::nfs3 {
+
+namespace {
+
+constexpr unsigned kConnectionsMaximum = 16;
+
+// The paths of the block; without any the server is reached under its name.
+Result<std::vector<rpc::Path>> parse_paths(const ServerConfig &config) {
+    std::vector<ServerPath> texts = config.paths;
+    if (texts.empty()) texts.push_back({{}, config.name});
+    std::vector<rpc::Path> paths;
+    for (const ServerPath &text : texts) {
+        auto parsed = rpc::parse_host_port(text.path);
+        if (!parsed.ok()) return parsed.status();
+        paths.push_back({std::move(parsed.value().host), parsed.value().port, text.local});
+    }
+    return paths;
+}
+
+Status find_problem(const ServerConfig &config) {
+    if (!config.problem.empty()) return {EINVAL, config.problem};
+    if (!config.version.empty() && config.version != "nfsv3")
+        return {EPROTONOSUPPORT, "version " + config.version + " is not supported, nfsv3 is"};
+    return {};
+}
+
+// A configured user or group presents itself alone: the process's groups are not its.
+Result<rpc::Identity> identity_of(const ServerConfig &config) {
+    auto identity = rpc::process_identity();
+    if (!identity.ok()) return identity;
+    if (config.uid || config.gid) identity.value().groups.clear();
+    identity.value().uid = config.uid.value_or(identity.value().uid);
+    identity.value().gid = config.gid.value_or(identity.value().gid);
+    return identity;
+}
+
+}  // namespace
+
+Server::Server(EventLoop &loop, const ServerConfig &config, const Trace &trace, const rpc::Timing &timing)
+    : loop_(loop), config_(config), trace_(trace), timing_(timing), problem_(find_problem(config)) {
+    auto paths = parse_paths(config);
+    if (paths.ok())
+        paths_ = std::move(paths.value());
+    else if (problem_.ok())
+        problem_ = paths.status();
+    problem_ = problem_.in("server " + config.name);
+    if (config.rdma_port != 0)
+        trace.write(TraceLevel::notice, TraceComponent::rpc, [&config] {
+            return "server " + config.name + ": rdmaport " + std::to_string(config.rdma_port) + " is not used, TCP is";
+        });
+}
+
+Result<std::vector<std::byte>> Server::credential(std::string_view security) const {
+    if (security == "none") return rpc::auth_none_credential();
+    if (security != "sys")
+        return Status{ENOTSUP, "security " + std::string(security) + " is not supported, sys and none are"};
+    const auto identity = identity_of(config_);
+    if (!identity.ok()) return identity.status().in("identity");
+    return rpc::auth_sys_credential(identity.value());
+}
+
+bool Server::every_path_has_port() const {
+    return std::all_of(paths_.begin(), paths_.end(), [](const rpc::Path &path) { return path.port != 0; });
+}
+
+std::vector<rpc::Path> Server::portmapper_paths() const {
+    std::vector<rpc::Path> paths;
+    for (const rpc::Path &path : paths_)
+        if (path.port == 0) paths.push_back({path.host, portmap::kPort, path.local});
+    return paths;
+}
+
+std::vector<rpc::Path> Server::program_paths(uint16_t port) const {
+    std::vector<rpc::Path> paths;
+    for (const rpc::Path &path : paths_)
+        if (path.port != 0 || port != 0) paths.push_back({path.host, path.port != 0 ? path.port : port, path.local});
+    return paths;
+}
+
+std::unique_ptr<rpc::Client> Server::new_mount_client(uint16_t port) {
+    return std::make_unique<rpc::Client>(loop_, mount3::client_config(name(), program_paths(port), timing_), trace_);
+}
+
+rpc::Client &Server::use_nfs(uint16_t port) {
+    auto paths = program_paths(port);
+    // The port may be another one after a while without use, not while an export is in use.
+    if (nfs_ == nullptr || (users_ == 0 && nfs_->config().paths != paths)) {
+        rpc::ClientConfig config;
+        config.server = name();
+        config.program = kProgram;
+        config.version = kVersion;
+        config.paths = std::move(paths);
+        config.connections_per_path = std::clamp(config_.connections_per_path, 1U, kConnectionsMaximum);
+        config.timing = timing_;
+        nfs_ = std::make_unique<rpc::Client>(loop_, std::move(config), trace_);
+    }
+    ++users_;
+    return *nfs_;
+}
+
+void Server::release_nfs() {
+    assert(users_ > 0);
+    if (--users_ == 0) nfs_->close();
+}
+
+}  // namespace nfstdm::nfs3

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+// One server as its exports share it: its paths and ports, the identity presented to it, and the connections to its NFS
+// program.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/protocol/server.h"
+#include "nfstdm/protocol/trace.h"
+#include "nfstdm/rpc/client.h"
+#include "nfstdm/rpc/timing.h"
+#include "nfstdm/status.h"
+
+namespace nfstdm::nfs3 {
+
+struct Ports {
+    uint16_t mount = 0;
+    uint16_t nfs = 0;
+};
+
+class Server {
+  public:
+    Server(EventLoop &loop, const ServerConfig &config, const Trace &trace, const rpc::Timing &timing);
+
+    EventLoop &loop() { return loop_; }
+    const Trace &trace() const { return trace_; }
+    const ServerConfig &config() const { return config_; }
+    const rpc::Timing &timing() const { return timing_; }
+    const std::string &name() const { return config_.name; }
+
+    // Why nothing on this server can be used, whatever the export: its block, its version or one of its paths.
+    const Status &problem() const { return problem_; }
+
+    // The credential for a security flavour by name, "sys" or "none"; another is ENOTSUP.
+    Result<std::vector<std::byte>> credential(std::string_view security) const;
+
+    // Ports as far as the block gives them; 0 = the portmapper must be asked. A path that has a port of its own needs
+    // neither.
+    Ports configured_ports() const { return {config_.mount_port, config_.nfs_port}; }
+    bool every_path_has_port() const;
+    std::size_t path_count() const { return paths_.size(); }
+    // The hosts whose portmapper can be asked.
+    std::vector<rpc::Path> portmapper_paths() const;
+
+    // Clients of the two programs. ports may be 0 where the block needs none; paths without a port are left out then.
+    std::unique_ptr<rpc::Client> new_mount_client(uint16_t port);
+    // The one client of the NFS program that all exports share. Every use ends with release_nfs(), and by then the user
+    // has no request there; with the last one the connections are closed.
+    rpc::Client &use_nfs(uint16_t port);
+    void release_nfs();
+
+    // What the last contact found out, for the next.
+    std::optional<Ports> known_ports;
+
+  private:
+    std::vector<rpc::Path> program_paths(uint16_t port) const;
+
+    EventLoop &loop_;
+    const ServerConfig config_;
+    const Trace &trace_;
+    const rpc::Timing timing_;
+    std::vector<rpc::Path> paths_;  // port 0 = the program's
+    Status problem_;
+    std::unique_ptr<rpc::Client> nfs_;
+    unsigned users_ = 0;  // of nfs_
+};
+
+}  // namespace nfstdm::nfs3

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/portmap/portmap.h"
+
+#include <cerrno>
+#include <limits>
+#include <string>
+#include <utility>
+
+#include "nfstdm/nfs3/constants.h"
+#include "nfstdm/rpc/identity.h"
+#include "nfstdm/xdr/reader.h"
+
+namespace nfstdm::portmap {
+
+namespace {
+
+Result<uint16_t> decode_port(const rpc::Request &request, uint32_t program, const std::string &server) {
+    if (!request.status.ok()) return request.status;
+    const std::string who = "server " + server + ": portmapper: ";
+    xdr::Reader reader(request.results());
+    uint32_t port = 0;
+    if (!reader.get_u32(port) || !reader.finished() || port > std::numeric_limits<uint16_t>::max())
+        return Status{EIO, who + "the answer makes no sense"};
+    if (port == 0)
+        return Status{EPROTONOSUPPORT, who + "program " + std::to_string(program) + " is not registered for TCP"};
+    return static_cast<uint16_t>(port);
+}
+
+}  // namespace
+
+void get_port(rpc::Client &client, const void *owner, rpc::Duration limit, uint32_t program, uint32_t version,
+              std::function<void(Result<uint16_t>)> done) {
+    auto request = std::make_unique<rpc::Request>();
+    request->name = "portmapper GETPORT";
+    xdr::Writer writer = client.begin(kProcGetPort, rpc::auth_none_credential());
+    writer.put_u32(program);
+    writer.put_u32(version);
+    writer.put_u32(kProtocolTcp);
+    writer.put_u32(0);  // the port is what is asked for
+    request->head = writer.take();
+    request->results_maximum = 4;
+    request->limit = limit;
+    request->needs_contact = true;
+    request->owner = owner;
+    request->done = [server = client.config().server, program, done = std::move(done)](auto answered) {
+        done(decode_port(*answered, program, server));
+    };
+    client.submit(std::move(request));
+}
+
+rpc::ClientConfig client_config(std::string server, std::vector<rpc::Path> paths, const rpc::Timing &timing) {
+    rpc::ClientConfig config;
+    config.server = std::move(server);
+    config.program = kProgram;
+    config.version = kVersion;
+    config.paths = std::move(paths);
+    config.source = rpc::SourcePort::any;  // anyone may ask a portmapper
+    config.timing = timing;
+    return config;
+}
+
+}  // namespace nfstdm::portmap

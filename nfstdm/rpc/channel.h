@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: Apache-2.0
+// One way to the server that is kept usable: connects when there is work, tries a host's addresses in turn, waits
+// between attempts, notices silence, and proves a connection that follows a silent one before requests are trusted to
+// it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/protocol/scoped.h"
+#include "nfstdm/rpc/connection.h"
+#include "nfstdm/rpc/timing.h"
+
+namespace nfstdm::rpc {
+
+// Where a program of the server is reached.
+struct Path {
+    std::string host;  // name or address
+    uint16_t port = 0;
+    std::string local;  // name or address to bind, empty for any
+
+    bool operator==(const Path &) const = default;
+};
+
+class ChannelOwner {
+  public:
+    virtual ~ChannelOwner() = default;
+
+    // Whether a channel that is not connected should try to be.
+    virtual bool has_work() const = 0;
+    virtual void channel_usable() = 0;
+    virtual void channel_answered(std::unique_ptr<Request> request) = 0;
+    // The channel can not be used now and tries again by itself while there is work; requests is what was on it, in
+    // order of submission. nonsense: because of what the server sent.
+    virtual void channel_lost(std::vector<std::unique_ptr<Request>> requests, const Status &why, bool nonsense) = 0;
+    // A NULL call of the channel's program, begun and ready to be sealed.
+    virtual std::unique_ptr<Request> new_probe() = 0;
+};
+
+struct ChannelConfig {
+    Path path;
+    SourcePort source = SourcePort::reserved;
+    Timing timing;
+};
+
+class Channel : private ConnectionOwner {
+  public:
+    Channel(EventLoop &loop, ChannelOwner &owner, ChannelConfig config);
+
+    // There is work: connects unless that is done, under way, or put off.
+    void wake();
+
+    // Takes a usable channel.
+    void send(std::unique_ptr<Request> request) { connection_.send(std::move(request)); }
+    std::unique_ptr<Request> take(const Request &request) { return connection_.take(request); }
+    template <class Visit>
+    void for_each(Visit &&visit) const {
+        connection_.for_each(visit);
+    }
+
+    bool usable() const { return state_ == State::usable; }
+    // Every address was tried and refused or found to lead nowhere since the channel was last usable. One that merely
+    // does not answer may be about to.
+    bool unreachable() const { return unreachable_; }
+    std::size_t weight() const { return connection_.weight(); }
+    // Host and port, for texts.
+    std::string where() const;
+
+    // elapsed more time was spent waiting; alone: requests have no other channel to go to.
+    void tick(Duration elapsed, bool alone);
+
+    // Back to where nothing was tried yet. Requests on the channel are lost to the owner without a word: there are
+    // none.
+    void close();
+
+  private:
+    enum class State : uint8_t {
+        idle,        // nothing to do, or not tried yet
+        connecting,  // to one of the addresses
+        proving,     // connected, waiting for the answer to a NULL call
+        usable,
+        waiting,  // between attempts
+    };
+
+    void connection_opened() override;
+    void connection_answered(std::unique_ptr<Request> request) override;
+    void connection_closed(const Status &why, bool nonsense) override;
+
+    void begin_round();
+    void connect_next();
+    void become_usable();
+    void probe();
+    void lost(const Status &why, bool nonsense);
+    void wait_and_retry();
+
+    ChannelOwner &owner_;
+    const ChannelConfig config_;
+    Connection connection_;
+    ScopedTimer timer_;
+    State state_ = State::idle;
+
+    std::vector<Address> addresses_;
+    std::size_t next_address_ = 0;
+    Status last_failure_;
+    unsigned attempts_ = 0;   // in a row that brought no answer
+    bool proven_ = false;     // this connection has brought an answer
+    bool timed_out_ = false;  // some address of this round did not answer
+    bool unreachable_ = false;
+    bool doubted_ = false;  // the last connection fell silent
+    unsigned patience_ = 1;
+
+    bool probing_ = false;   // a NULL call is outstanding
+    uint64_t progress_ = 0;  // of the connection, when last looked at
+    Duration quiet_{};       // since then
+};
+
+}  // namespace nfstdm::rpc

@@ -1,0 +1,263 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/rpc/client.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cerrno>
+#include <random>
+#include <utility>
+
+namespace nfstdm::rpc {
+
+namespace {
+
+std::string seconds_text(Duration duration) {
+    const auto seconds = std::chrono::ceil<std::chrono::seconds>(duration).count();
+    return std::to_string(seconds) + (seconds == 1 ? " second" : " seconds");
+}
+
+// xids start anywhere, so that two runs from the same source port do not look like one to a server that remembers.
+uint64_t first_sequence() {
+    std::random_device random;
+    return random();
+}
+
+}  // namespace
+
+Client::Client(EventLoop &loop, ClientConfig config, const Trace &trace)
+    : loop_(loop), config_(std::move(config)), trace_(trace), next_sequence_(first_sequence()), tick_timer_(loop) {
+    // The first connection of every path comes before the second of any.
+    for (unsigned i = 0; i < std::max(1U, config_.connections_per_path); ++i)
+        for (const Path &path : config_.paths)
+            channels_.push_back(std::make_unique<Channel>(loop, static_cast<ChannelOwner &>(*this),
+                                                          ChannelConfig{path, config_.source, config_.timing}));
+}
+
+Client::~Client() = default;
+
+xdr::Writer Client::begin(uint32_t procedure, std::span<const std::byte> credential) const {
+    xdr::Writer writer;
+    begin_call(writer, config_.program, config_.version, procedure, credential);
+    return writer;
+}
+
+void Client::seal(Request &request) {
+    request.sequence = next_sequence_++;
+    seal_call(request.head, request.xid(), request.data.size() + padding_of(request.data.size()));
+}
+
+void Client::submit(std::unique_ptr<Request> request) {
+    request->status = {};
+    request->sends = 0;
+    request->faults = 0;
+    request->landed = 0;
+    request->submitted = clock_;
+    seal(*request);
+    ++outstanding_;
+    to_send_.push_back(std::move(request));
+    begin_work();
+    pump();
+}
+
+// Makes sure that something happens to the requests there are.
+void Client::begin_work() {
+    if (!tick_timer_.pending()) {
+        last_tick_ = EventLoop::Clock::now();
+        last_answer_ = clock_;
+        tick_timer_.after(config_.timing.tick, [this] { tick(); });
+    }
+    for (const auto &channel : channels_)
+        channel->wake();
+}
+
+Channel *Client::lightest() const {
+    Channel *best = nullptr;
+    for (const auto &channel : channels_)
+        if (channel->usable() && (best == nullptr || channel->weight() < best->weight())) best = channel.get();
+    return best;
+}
+
+void Client::pump() {
+    while (!to_send_.empty()) {
+        Channel *channel = lightest();
+        if (channel == nullptr || channel->weight() >= kConnectionBytes) return;
+        auto request = std::move(to_send_.front());
+        to_send_.pop_front();
+        channel->send(std::move(request));
+    }
+}
+
+void Client::channel_usable() {
+    last_trouble_ = {};
+    pump();
+}
+
+void Client::channel_answered(std::unique_ptr<Request> request) {
+    last_answer_ = clock_;
+    if (std::exchange(reported_, false))
+        trace_.write(TraceLevel::failure, TraceComponent::rpc,
+                     [this] { return "server " + config_.server + " ok again"; });
+    Status status = std::move(request->status);
+    finish(std::move(request), std::move(status));
+    pump();
+}
+
+void Client::channel_lost(std::vector<std::unique_ptr<Request>> requests, const Status &why, bool nonsense) {
+    trace_.write(TraceLevel::notice, TraceComponent::rpc, [&] {
+        return "server " + config_.server + ": " + why.text() +
+               "; requests to send again: " + std::to_string(requests.size());
+    });
+    last_trouble_ = why;
+    if (nonsense) {
+        for (auto &request : requests)
+            if (++request->faults >= kFaultsMaximum) finish(std::move(request), why);
+        std::erase(requests, nullptr);
+    }
+    requeue(std::move(requests));
+    give_up_unreachable();
+    pump();
+}
+
+void Client::requeue(std::vector<std::unique_ptr<Request>> requests) {
+    for (auto &request : requests)
+        to_send_.push_back(std::move(request));
+    std::sort(to_send_.begin(), to_send_.end(), [](const auto &a, const auto &b) { return a->sequence < b->sequence; });
+}
+
+// A first contact does not wait for a server that is nowhere to be reached.
+void Client::give_up_unreachable() {
+    const bool hopeless =
+        std::all_of(channels_.begin(), channels_.end(), [](const auto &channel) { return channel->unreachable(); });
+    if (!hopeless) return;
+    for (auto &request : to_send_)
+        if (request->needs_contact) finish(std::move(request), last_trouble_);
+    std::erase(to_send_, nullptr);
+}
+
+std::unique_ptr<Request> Client::new_probe() {
+    auto probe = std::make_unique<Request>();
+    probe->name = "NULL";
+    xdr::Writer writer = begin(0, std::vector<std::byte>(8));  // AUTH_NONE: a flavour and a length of zero
+    probe->head = writer.take();
+    probe->submitted = clock_;
+    seal(*probe);
+    return probe;
+}
+
+// The request leaves the client's work; its owner hears of it from the loop.
+void Client::finish(std::unique_ptr<Request> request, Status status) {
+    request->status = status.ok() ? Status{} : status.in(std::string(request->name)).in("server " + config_.server);
+    request->spent = clock_ - request->submitted;
+    assert(outstanding_ > 0);
+    --outstanding_;
+    done_.push_back(std::move(request));
+    if (!std::exchange(delivering_, true)) life_.soon(loop_, [this] { deliver(); });
+}
+
+void Client::deliver() {
+    const auto life = life_.watch();
+    delivering_ = false;
+    // Only what is there now: a done function that submits again gets its turn after the others.
+    for (std::size_t count = done_.size(); count > 0 && !done_.empty(); --count) {
+        auto request = std::move(done_.front());
+        done_.pop_front();
+        const auto done = std::move(request->done);
+        done(std::move(request));
+        if (life.expired()) return;
+    }
+}
+
+void Client::drop(const void *owner) {
+    std::vector<const Request *> theirs;
+    for_each([&](const Request &request) {
+        if (request.owner == owner) theirs.push_back(&request);
+    });
+    for (const Request *request : theirs)
+        if (withdraw(*request) != nullptr) --outstanding_;
+    std::erase_if(done_, [owner](const auto &request) { return request->owner == owner; });
+}
+
+void Client::close() {
+    assert(outstanding_ == 0);
+    tick_timer_.cancel();
+    for (const auto &channel : channels_)
+        channel->close();
+}
+
+std::size_t Client::outstanding_bytes() const {
+    std::size_t bytes = 0;
+    for (const auto &request : to_send_)
+        bytes += request->weight();
+    for (const auto &channel : channels_)
+        bytes += channel->weight();
+    return bytes;
+}
+
+unsigned Client::usable_channels() const {
+    return static_cast<unsigned>(
+        std::count_if(channels_.begin(), channels_.end(), [](const auto &channel) { return channel->usable(); }));
+}
+
+template <class Visit>
+void Client::for_each(Visit &&visit) const {
+    for (const auto &request : to_send_)
+        visit(*request);
+    for (const auto &channel : channels_)
+        channel->for_each(visit);
+}
+
+// Takes a request out of whichever queue it is in.
+std::unique_ptr<Request> Client::withdraw(const Request &request) {
+    const auto queued =
+        std::find_if(to_send_.begin(), to_send_.end(), [&request](const auto &each) { return each.get() == &request; });
+    if (queued != to_send_.end()) {
+        auto taken = std::move(*queued);
+        to_send_.erase(queued);
+        return taken;
+    }
+    for (const auto &channel : channels_)
+        if (auto taken = channel->take(request); taken != nullptr) return taken;
+    return nullptr;
+}
+
+void Client::tick() {
+    const auto now = EventLoop::Clock::now();
+    const Duration elapsed = std::min<Duration>(now - std::exchange(last_tick_, now), 2 * config_.timing.tick);
+    if (outstanding_ == 0) return;  // the next request starts the clock again
+    clock_ += elapsed;
+    tick_timer_.after(config_.timing.tick, [this] { tick(); });
+    for (const auto &channel : channels_)
+        channel->tick(elapsed, channel->usable() && usable_channels() == 1);
+    expire();
+    report_silence();
+}
+
+bool Client::expired(const Request &request) const {
+    return request.limit > Duration::zero() && clock_ - request.submitted >= request.limit;
+}
+
+void Client::expire() {
+    std::vector<const Request *> late;
+    for_each([&](const Request &request) {
+        if (expired(request)) late.push_back(&request);
+    });
+    for (const Request *request : late) {
+        auto taken = withdraw(*request);
+        if (taken == nullptr) continue;
+        std::string words = "no answer within " + seconds_text(taken->limit);
+        if (!last_trouble_.ok()) words += " (" + last_trouble_.text() + ")";
+        finish(std::move(taken), {ETIMEDOUT, std::move(words)});
+    }
+}
+
+void Client::report_silence() {
+    if (reported_ || outstanding_ == 0 || clock_ - last_answer_ < config_.timing.notice) return;
+    bool waiting = false;
+    for_each([&](const Request &request) { waiting = waiting || clock_ - request.submitted >= config_.timing.notice; });
+    if (!waiting) return;
+    reported_ = true;
+    trace_.write(TraceLevel::failure, TraceComponent::rpc,
+                 [this] { return "server " + config_.server + " not responding, still trying"; });
+}
+
+}  // namespace nfstdm::rpc

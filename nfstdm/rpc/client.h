@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: Apache-2.0
+// One program of one server, reached over any number of connections: gives each request an xid, spreads requests over
+// the connections that work, sends them again with the same xid when a connection is lost, and gives up when their time
+// is up.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/protocol/scoped.h"
+#include "nfstdm/protocol/trace.h"
+#include "nfstdm/rpc/channel.h"
+#include "nfstdm/rpc/request.h"
+#include "nfstdm/rpc/timing.h"
+#include "nfstdm/xdr/writer.h"
+
+namespace nfstdm::rpc {
+
+struct ClientConfig {
+    std::string server;  // its name, for texts
+    uint32_t program = 0;
+    uint32_t version = 0;
+    std::vector<Path> paths;
+    unsigned connections_per_path = 1;
+    SourcePort source = SourcePort::reserved;
+    Timing timing;
+};
+
+// Every request submitted is given back exactly once, through its done function and from the loop, unless it is dropped
+// or the client is destroyed first; then never. done may do anything, destroying the client included.
+class Client : private ChannelOwner {
+  public:
+    Client(EventLoop &loop, ClientConfig config, const Trace &trace);
+    ~Client() override;
+    Client(const Client &) = delete;
+    Client &operator=(const Client &) = delete;
+
+    // Begins the head of a request: the arguments follow.
+    xdr::Writer begin(uint32_t procedure, std::span<const std::byte> credential) const;
+
+    // head, name and done must be set. The same request may be submitted again once it was given back; it is a new one
+    // then, with an xid of its own.
+    void submit(std::unique_ptr<Request> request);
+
+    // Forgets every request of an owner without a word: their buffers are not touched again, their done not called.
+    void drop(const void *owner);
+
+    // No request is to send or under way.
+    bool idle() const { return outstanding_ == 0; }
+
+    // While idle: closes the connections, which the next request opens again.
+    void close();
+
+    // Bytes that the requests under way move, over how many connections that work.
+    std::size_t outstanding_bytes() const;
+    unsigned usable_channels() const;
+
+    const ClientConfig &config() const { return config_; }
+
+  private:
+    // So much may be outstanding on one connection; what is beyond that waits for whichever connection is free first.
+    static constexpr std::size_t kConnectionBytes = std::size_t{16} << 20;
+    // A request on the wire of this many connections that ended in nonsense is what the nonsense answers.
+    static constexpr unsigned kFaultsMaximum = 3;
+
+    bool has_work() const override { return outstanding_ > 0; }
+    void channel_usable() override;
+    void channel_answered(std::unique_ptr<Request> request) override;
+    void channel_lost(std::vector<std::unique_ptr<Request>> requests, const Status &why, bool nonsense) override;
+    std::unique_ptr<Request> new_probe() override;
+
+    void begin_work();
+    void pump();
+    Channel *lightest() const;
+    void seal(Request &request);
+    void requeue(std::vector<std::unique_ptr<Request>> requests);
+    void finish(std::unique_ptr<Request> request, Status status);
+    void deliver();
+    void give_up_unreachable();
+
+    void tick();
+    void expire();
+    void report_silence();
+    bool expired(const Request &request) const;
+    std::unique_ptr<Request> withdraw(const Request &request);
+    template <class Visit>
+    void for_each(Visit &&visit) const;
+
+    EventLoop &loop_;
+    const ClientConfig config_;
+    const Trace &trace_;
+    std::vector<std::unique_ptr<Channel>> channels_;
+
+    std::deque<std::unique_ptr<Request>> to_send_;  // in order of submission
+    std::deque<std::unique_ptr<Request>> done_;     // answered or given up, to be delivered from the loop
+    std::size_t outstanding_ = 0;                   // requests to send and on channels
+    uint64_t next_sequence_;
+    Status last_trouble_;  // of any channel, to be named when time is up
+
+    // The client's clock counts the time spent in the loop while requests were outstanding: an application that comes
+    // back after a long pause finds its requests no older than it left them.
+    Duration clock_{};
+    EventLoop::Clock::time_point last_tick_;
+    ScopedTimer tick_timer_;
+    Duration last_answer_{};
+    bool reported_ = false;  // that the server does not answer
+    bool delivering_ = false;
+    Lifeline life_;
+};
+
+}  // namespace nfstdm::rpc

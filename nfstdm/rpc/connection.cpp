@@ -1,0 +1,234 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/rpc/connection.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cassert>
+#include <cerrno>
+#include <cstring>
+
+namespace nfstdm::rpc {
+
+namespace {
+
+// Parts of one sendmsg: several small requests leave in one packet, one large WRITE takes three.
+constexpr std::size_t kParts = 48;
+// How often one turn of the loop receives before others have their turn.
+constexpr int kReceivesPerTurn = 16;
+
+constexpr std::array<std::byte, 4> kPadding{};
+
+std::size_t wire_size(const Request &request) {
+    return request.head.size() + request.data.size() + padding_of(request.data.size());
+}
+
+// The parts of a record that are still to be sent, given how much of it was; gathers them without copying.
+class Gather {
+  public:
+    bool full() const { return count_ + 3 > kParts; }
+
+    void add(const Request &request, std::size_t sent) {
+        add(request.head, sent);
+        add(request.data, sent);
+        add(std::span{kPadding}.first(padding_of(request.data.size())), sent);
+    }
+
+    msghdr message() {
+        msghdr header{};
+        header.msg_iov = parts_.data();
+        header.msg_iovlen = count_;
+        return header;
+    }
+
+  private:
+    void add(std::span<const std::byte> bytes, std::size_t &sent) {
+        const std::size_t skipped = std::min(sent, bytes.size());
+        sent -= skipped;
+        if (skipped == bytes.size()) return;
+        // sendmsg only reads, although its parts are not const.
+        parts_[count_++] = {const_cast<std::byte *>(bytes.data()) + skipped, bytes.size() - skipped};
+    }
+
+    std::array<iovec, kParts> parts_{};
+    std::size_t count_ = 0;
+};
+
+Status system_failure(const char *what, int number) {
+    return {static_cast<uint32_t>(number), std::string(what) + ": " + std::strerror(number)};
+}
+
+}  // namespace
+
+Status Connection::open(const Address &to, const std::string &local, SourcePort source) {
+    assert(is_closed() && idle());
+    auto socket = start_connect(to, local, source);
+    if (!socket.ok()) return socket.status();
+    socket_ = std::move(socket.value());
+    phase_ = Phase::connecting;
+    receiver_.reset();
+    record_maximum_ = 0;
+    watched_ = 0;
+    watch();
+    return {};
+}
+
+void Connection::close() {
+    if (phase_ == Phase::closed) return;
+    phase_ = Phase::closed;
+    loop_.forget(socket_.get());
+    close_now(socket_);
+    receiver_.reset();
+    cursor_ = 0;
+}
+
+void Connection::fail(const Status &why, bool nonsense) {
+    close();
+    owner_.connection_closed(why, nonsense);
+}
+
+void Connection::send(std::unique_ptr<Request> request) {
+    assert(is_open());
+    ++request->sends;
+    weight_ += request->weight();
+    record_maximum_ = std::max(record_maximum_, request->record_maximum());
+    sending_.push_back(std::move(request));
+    // With something half sent already the socket is full, and the loop will tell when it is not.
+    if (sending_.size() == 1) flush();
+}
+
+std::vector<std::unique_ptr<Request>> Connection::take_all() {
+    assert(is_closed());
+    std::vector<std::unique_ptr<Request>> all;
+    all.reserve(sending_.size() + on_wire_.size());
+    for (auto &[xid, request] : on_wire_)
+        all.push_back(std::move(request));
+    for (auto &request : sending_)
+        all.push_back(std::move(request));
+    on_wire_.clear();
+    sending_.clear();
+    weight_ = 0;
+    std::sort(all.begin(), all.end(), [](const auto &a, const auto &b) { return a->sequence < b->sequence; });
+    return all;
+}
+
+std::unique_ptr<Request> Connection::take(const Request &request) {
+    std::unique_ptr<Request> taken;
+    if (const auto wired = on_wire_.find(request.xid()); wired != on_wire_.end()) {
+        receiver_.abandon(request);
+        taken = std::move(wired->second);
+        on_wire_.erase(wired);
+        weight_ -= taken->weight();
+        return taken;
+    }
+    const auto queued =
+        std::find_if(sending_.begin(), sending_.end(), [&request](const auto &each) { return each.get() == &request; });
+    if (queued == sending_.end()) return nullptr;
+    const bool half_sent = queued == sending_.begin() && cursor_ > 0;
+    taken = std::move(*queued);
+    sending_.erase(queued);
+    weight_ -= taken->weight();
+    if (half_sent) fail({ECANCELED, "a request was given up while it was being sent"}, false);
+    return taken;
+}
+
+uint64_t Connection::progress() const {
+    const std::size_t waiting = is_open() ? unacknowledged(socket_.get()) : 0;
+    return received_bytes_ + sent_bytes_ - waiting;
+}
+
+void Connection::watch() {
+    const bool writing = phase_ == Phase::connecting || !sending_.empty();
+    const short events = static_cast<short>(phase_ == Phase::connecting ? POLLOUT
+                                            : writing                   ? POLLIN | POLLOUT
+                                                                        : POLLIN);
+    if (events == watched_) return;
+    watched_ = events;
+    loop_.watch(socket_.get(), events, [this](short happened) { ready(happened); });
+}
+
+void Connection::ready(short events) {
+    if (phase_ == Phase::connecting) {
+        if (Status status = connect_result(socket_.get()); !status.ok()) return fail(status, false);
+        phase_ = Phase::open;
+        watch();
+        return owner_.connection_opened();
+    }
+    if ((events & ~POLLOUT) != 0) receive();
+    if (is_open() && (events & POLLOUT) != 0) flush();
+}
+
+void Connection::receive() {
+    for (int i = 0; i < kReceivesPerTurn && is_open(); ++i) {
+        std::array<iovec, 2> areas;
+        msghdr header{};
+        header.msg_iov = areas.data();
+        header.msg_iovlen = receiver_.places(areas);
+        const ssize_t got = recvmsg(socket_.get(), &header, MSG_DONTWAIT);
+        if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
+        if (got < 0) return fail(system_failure("receive", errno), false);
+        if (got == 0) return fail({ECONNRESET, "the server closed the connection"}, false);
+        const auto size = static_cast<std::size_t>(got);
+        received_bytes_ += size;
+        const Status status = receiver_.filled(size);
+        if (!is_open()) return;  // an answer made the owner send, and that failed
+        if (!status.ok()) return fail(status, true);
+        std::size_t room = 0;
+        for (std::size_t area = 0; area < header.msg_iovlen; ++area)
+            room += areas[area].iov_len;
+        if (size < room) return;  // that was all there is
+    }
+}
+
+void Connection::flush() {
+    while (!sending_.empty()) {
+        Gather gather;
+        std::size_t offered = 0;
+        for (auto next = sending_.begin(); next != sending_.end() && !gather.full(); ++next) {
+            const std::size_t already = next == sending_.begin() ? cursor_ : 0;
+            gather.add(**next, already);
+            offered += wire_size(**next) - already;
+        }
+        const msghdr message = gather.message();
+        const ssize_t got = sendmsg(socket_.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0 && errno == EAGAIN) break;
+        if (got < 0) return fail(system_failure("send", errno), false);
+        sent(static_cast<std::size_t>(got));
+        if (static_cast<std::size_t>(got) < offered) break;
+    }
+    watch();
+}
+
+// size more bytes have left; requests whose last byte did are on the wire now.
+void Connection::sent(std::size_t size) {
+    sent_bytes_ += size;
+    cursor_ += size;
+    while (!sending_.empty() && cursor_ >= wire_size(*sending_.front())) {
+        cursor_ -= wire_size(*sending_.front());
+        const uint32_t xid = sending_.front()->xid();
+        on_wire_.insert_or_assign(xid, std::move(sending_.front()));
+        sending_.pop_front();
+    }
+    assert(!sending_.empty() || cursor_ == 0);
+}
+
+Request *Connection::expected(uint32_t xid) {
+    const auto found = on_wire_.find(xid);
+    return found == on_wire_.end() ? nullptr : found->second.get();
+}
+
+void Connection::record_received(Request &request, bool whole) {
+    const auto found = on_wire_.find(request.xid());
+    assert(found != on_wire_.end());
+    auto answered = std::move(found->second);
+    on_wire_.erase(found);
+    weight_ -= answered->weight();
+    answered->status = read_reply_header(answered->reply, answered->results_at);
+    if (answered->status.ok() && !whole) answered->status = {EIO, "the server's answer is cut or too long"};
+    owner_.connection_answered(std::move(answered));
+}
+
+}  // namespace nfstdm::rpc

@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+// One TCP connection and the requests on it: those to be sent, in order, the first perhaps by half, and those on the
+// wire, found by xid.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/rpc/receiver.h"
+#include "nfstdm/rpc/request.h"
+#include "nfstdm/rpc/socket.h"
+
+namespace nfstdm::rpc {
+
+// Told what happens, from the loop or from inside send(); may close or reopen the connection from there, not destroy
+// it.
+class ConnectionOwner {
+  public:
+    virtual ~ConnectionOwner() = default;
+
+    virtual void connection_opened() = 0;
+    // reply, landed and, for a record that did not hold together, status of the request are filled in.
+    virtual void connection_answered(std::unique_ptr<Request> request) = 0;
+    // The connection is closed already; its requests wait for take_all(). nonsense: because of what the server sent.
+    virtual void connection_closed(const Status &why, bool nonsense) = 0;
+};
+
+class Connection : private RecordSink {
+  public:
+    Connection(EventLoop &loop, ConnectionOwner &owner) : loop_(loop), owner_(owner), receiver_(*this) {}
+    ~Connection() override { close(); }
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+
+    // Starts to connect, of which the owner hears in connection_opened() or connection_closed(). A failing status means
+    // that nothing was started.
+    Status open(const Address &to, const std::string &local, SourcePort source);
+
+    // Closes without telling the owner.
+    void close();
+
+    bool is_open() const { return phase_ == Phase::open; }
+    bool is_closed() const { return phase_ == Phase::closed; }
+
+    // Takes an open connection. The request's head is sealed.
+    void send(std::unique_ptr<Request> request);
+
+    // Of a closed connection: every request, in order of submission.
+    std::vector<std::unique_ptr<Request>> take_all();
+
+    // Takes away one request, sent or not. One that is sent by half takes the connection with it, as the rest of its
+    // record can not be sent any more; the owner then hears of the closing.
+    std::unique_ptr<Request> take(const Request &request);
+
+    // Visits every request, those to be sent first.
+    template <class Visit>
+    void for_each(Visit &&visit) const {
+        for (const auto &request : sending_)
+            visit(*request);
+        for (const auto &[xid, request] : on_wire_)
+            visit(*request);
+    }
+
+    bool idle() const { return sending_.empty() && on_wire_.empty(); }
+    // Sum of the weights of its requests.
+    std::size_t weight() const { return weight_; }
+    // Grows with every byte received and with every byte that the peer acknowledged.
+    uint64_t progress() const;
+
+  private:
+    enum class Phase : uint8_t { closed, connecting, open };
+
+    Request *expected(uint32_t xid) override;
+    std::size_t record_maximum() const override { return record_maximum_; }
+    void record_received(Request &request, bool whole) override;
+
+    void ready(short events);
+    void receive();
+    void flush();
+    void sent(std::size_t size);
+    void watch();
+    void fail(const Status &why, bool nonsense);
+
+    EventLoop &loop_;
+    ConnectionOwner &owner_;
+    Phase phase_ = Phase::closed;
+    Descriptor socket_;
+    short watched_ = 0;
+
+    std::deque<std::unique_ptr<Request>> sending_;
+    std::size_t cursor_ = 0;  // bytes of the first request to send that are sent
+    std::unordered_map<uint32_t, std::unique_ptr<Request>> on_wire_;
+    std::size_t weight_ = 0;
+
+    Receiver receiver_;
+    std::size_t record_maximum_ = 0;  // over all requests of this connection, as an answer may come late
+    uint64_t received_bytes_ = 0;
+    uint64_t sent_bytes_ = 0;
+};
+
+}  // namespace nfstdm::rpc

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/rpc/message.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <string>
+
+#include "nfstdm/nfs3/constants.h"
+#include "nfstdm/xdr/reader.h"
+
+namespace nfstdm::rpc {
+
+namespace {
+
+constexpr std::size_t kMarkSize = 4;
+
+void store(std::span<std::byte> place, uint32_t value) {
+    for (std::size_t i = 0; i < 4; ++i)
+        place[i] = static_cast<std::byte>(value >> (24 - 8 * i) & 0xFF);
+}
+
+// auth_stat, RFC 5531 section 9.
+const char *auth_words(uint32_t state) {
+    static constexpr std::array<const char *, 8> kWords = {
+        "no reason given",           "bad credential",
+        "credential rejected",       "bad verifier",
+        "verifier rejected",         "the security flavour or the source port is too weak",
+        "invalid response verifier", "no reason given",
+    };
+    return kWords[std::min<std::size_t>(state, kWords.size() - 1)];
+}
+
+Status malformed() {
+    return {EIO, "the server's answer is not a well-formed RPC reply"};
+}
+
+Status denied(xdr::Reader &reader) {
+    uint32_t reason = 0;
+    uint32_t detail = 0;
+    if (!reader.get_u32(reason) || !reader.get_u32(detail)) return malformed();
+    if (reason == static_cast<uint32_t>(RejectStatus::rpc_mismatch))
+        return {EPROTONOSUPPORT, "the server does not speak RPC version 2"};
+    if (reason != static_cast<uint32_t>(RejectStatus::auth_error)) return malformed();
+    return {EACCES, std::string("the server refuses the identity presented: ") + auth_words(detail)};
+}
+
+Status accepted(uint32_t state, xdr::Reader &reader) {
+    switch (static_cast<AcceptStatus>(state)) {
+        case AcceptStatus::success:
+            return {};
+        case AcceptStatus::program_unavailable:
+            return {EPROTONOSUPPORT, "the server does not offer the program"};
+        case AcceptStatus::procedure_unavailable:
+            return {ENOTSUP, "the server does not offer the procedure"};
+        case AcceptStatus::garbage_arguments:
+            return {EIO, "the server could not read the request"};
+        case AcceptStatus::system_error:
+            return {EIO, "the server ran out of something (RPC system error)"};
+        case AcceptStatus::program_mismatch: {
+            uint32_t low = 0;
+            uint32_t high = 0;
+            if (!reader.get_u32(low) || !reader.get_u32(high)) return malformed();
+            return {EPROTONOSUPPORT, "the server offers versions " + std::to_string(low) + " to " +
+                                         std::to_string(high) + " of the program only"};
+        }
+    }
+    return malformed();
+}
+
+}  // namespace
+
+void begin_call(xdr::Writer &writer, uint32_t program, uint32_t version, uint32_t procedure,
+                std::span<const std::byte> credential) {
+    writer.put_u32(0);  // record mark
+    writer.put_u32(0);  // xid
+    writer.put_u32(kCall);
+    writer.put_u32(kRpcVersion);
+    writer.put_u32(program);
+    writer.put_u32(version);
+    writer.put_u32(procedure);
+    writer.put_fixed(credential);
+    writer.put_u32(kAuthNone);  // verifier
+    writer.put_u32(0);
+}
+
+void seal_call(std::span<std::byte> head, uint32_t xid, std::size_t trailing) {
+    const std::size_t record = head.size() - kMarkSize + trailing;
+    store(head, kLastFragment | static_cast<uint32_t>(record));
+    store(head.subspan(kMarkSize), xid);
+}
+
+std::size_t results_position(std::span<const std::byte> known) {
+    constexpr std::size_t kFixed = 6 * 4;  // with an empty verifier
+    if (known.size() < kFixed) return kFixed;
+    xdr::Reader reader(known);
+    uint32_t xid = 0, kind = 0, state = 0, flavour = 0, length = 0;
+    if (!reader.get_u32(xid) || !reader.get_u32(kind) || !reader.get_u32(state) || !reader.get_u32(flavour) ||
+        !reader.get_u32(length))
+        return kWholeRecord;
+    if (kind != kReply || state != kMessageAccepted || length > kAuthBodyMaximum) return kWholeRecord;
+    const std::size_t position = kFixed + length + padding_of(length);
+    if (known.size() < position) return position;
+    uint32_t accept = 0;
+    const bool success = reader.skip(length + padding_of(length)) && reader.get_u32(accept) && accept == 0;
+    return success ? position : kWholeRecord;
+}
+
+Status read_reply_header(std::span<const std::byte> reply, std::size_t &results) {
+    xdr::Reader reader(reply);
+    uint32_t xid = 0, kind = 0, state = 0;
+    results = reply.size();
+    if (!reader.get_u32(xid) || !reader.get_u32(kind) || !reader.get_u32(state) || kind != kReply) return malformed();
+    if (state == kMessageDenied) return denied(reader);
+    if (state != kMessageAccepted) return malformed();
+    uint32_t flavour = 0, accept = 0;
+    std::span<const std::byte> verifier;
+    if (!reader.get_u32(flavour) || !reader.get_opaque(verifier, kAuthBodyMaximum) || !reader.get_u32(accept))
+        return malformed();
+    results = reply.size() - reader.left();
+    return accepted(accept, reader);
+}
+
+}  // namespace nfstdm::rpc

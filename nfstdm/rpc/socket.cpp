@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/rpc/socket.h"
+
+#include <linux/sockios.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <random>
+
+namespace nfstdm::rpc {
+
+namespace {
+
+// Below these stand well-known services that a client must not keep from starting.
+constexpr uint16_t kFirstReserved = 665;
+constexpr uint16_t kLastReserved = 1023;
+constexpr unsigned kReservedPorts = kLastReserved - kFirstReserved + 1;
+
+Status failure(const std::string &what, int number) {
+    return {static_cast<uint32_t>(number), what + ": " + std::strerror(number)};
+}
+
+void set_option(int descriptor, int level, int option) {
+    const int on = 1;
+    // What these options do is welcome, not needed; a system that lacks one still works.
+    static_cast<void>(setsockopt(descriptor, level, option, &on, sizeof on));
+}
+
+Result<Descriptor> new_socket(int family) {
+    Descriptor socket(::socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP));
+    if (!socket) return failure("socket", errno);
+    set_option(socket.get(), IPPROTO_TCP, TCP_NODELAY);
+    set_option(socket.get(), SOL_SOCKET, SO_KEEPALIVE);
+    return socket;
+}
+
+void set_port(Address &address, uint16_t port) {
+    if (address.family() == AF_INET6)
+        reinterpret_cast<sockaddr_in6 *>(&address.storage)->sin6_port = htons(port);
+    else
+        reinterpret_cast<sockaddr_in *>(&address.storage)->sin_port = htons(port);
+}
+
+// The address to bind: the one asked for, of the server's family, or any.
+Result<Address> local_address(int family, const std::string &local) {
+    Address address;
+    address.storage.ss_family = static_cast<sa_family_t>(family);
+    address.length = family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+    if (local.empty()) return address;
+    const auto candidates = resolve(local, 0);
+    if (!candidates.ok()) return candidates.status().in("local address");
+    const auto found = std::find_if(candidates.value().begin(), candidates.value().end(),
+                                    [family](const Address &each) { return each.family() == family; });
+    if (found == candidates.value().end())
+        return Status{EADDRNOTAVAIL, "local address " + local + " is not of the server's address family"};
+    return *found;
+}
+
+// 0 or an errno.
+int bind_and_connect(int descriptor, const Address *from, const Address &to) {
+    if (from != nullptr && bind(descriptor, from->get(), from->length) != 0) return errno;
+    if (connect(descriptor, to.get(), to.length) == 0 || errno == EINPROGRESS) return 0;
+    return errno;
+}
+
+// Tries reserved ports from a random one on, so that runs that follow each other do not fight over the same. EACCES
+// when the process may bind none, EADDRNOTAVAIL when none is free.
+Result<Descriptor> connect_reserved(const Address &to, Address from) {
+    std::random_device random;
+    const unsigned start = random() % kReservedPorts;
+    for (unsigned i = 0; i < kReservedPorts; ++i) {
+        set_port(from, static_cast<uint16_t>(kFirstReserved + (start + i) % kReservedPorts));
+        auto socket = new_socket(to.family());
+        if (!socket.ok()) return socket;
+        const int error = bind_and_connect(socket.value().get(), &from, to);
+        if (error == 0) return socket;
+        // In use, or still remembered from an earlier connection to the same server.
+        if (error != EADDRINUSE && error != EADDRNOTAVAIL) return failure("connect", error);
+    }
+    return failure("reserved port", EADDRNOTAVAIL);
+}
+
+bool may_do_without(uint32_t error) {
+    return error == EACCES || error == EPERM || error == EADDRNOTAVAIL;
+}
+
+}  // namespace
+
+void Descriptor::close() {
+    if (number_ >= 0) ::close(std::exchange(number_, -1));
+}
+
+Result<Descriptor> start_connect(const Address &to, const std::string &local, SourcePort source) {
+    const auto from = local_address(to.family(), local);
+    if (!from.ok()) return from.status();
+    if (source == SourcePort::reserved) {
+        auto reserved = connect_reserved(to, from.value());
+        if (reserved.ok() || !may_do_without(reserved.status().number())) return reserved;
+    }
+    auto socket = new_socket(to.family());
+    if (!socket.ok()) return socket;
+    const int error = bind_and_connect(socket.value().get(), local.empty() ? nullptr : &from.value(), to);
+    if (error != 0) return failure("connect", error);
+    return socket;
+}
+
+Status connect_result(int descriptor) {
+    int error = 0;
+    socklen_t length = sizeof error;
+    if (getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length) != 0) error = errno;
+    return error == 0 ? Status{} : failure("connect", error);
+}
+
+std::size_t unacknowledged(int descriptor) {
+    int bytes = 0;
+    if (ioctl(descriptor, SIOCOUTQ, &bytes) != 0 || bytes < 0) return 0;
+    return static_cast<std::size_t>(bytes);
+}
+
+void close_now(Descriptor &socket) {
+    const linger reset{1, 0};
+    if (socket) static_cast<void>(setsockopt(socket.get(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset));
+    socket.close();
+}
+
+}  // namespace nfstdm::rpc

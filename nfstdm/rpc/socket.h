@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+// Non-blocking TCP sockets towards a server.
+#pragma once
+
+#include <string>
+#include <utility>
+
+#include "nfstdm/rpc/address.h"
+#include "nfstdm/status.h"
+
+namespace nfstdm::rpc {
+
+// Owns a descriptor.
+class Descriptor {
+  public:
+    Descriptor() = default;
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(Descriptor &&other) noexcept : number_(std::exchange(other.number_, -1)) {}
+    Descriptor &operator=(Descriptor &&other) noexcept {
+        if (this != &other) {
+            close();
+            number_ = std::exchange(other.number_, -1);
+        }
+        return *this;
+    }
+    ~Descriptor() { close(); }
+
+    int get() const { return number_; }
+    explicit operator bool() const { return number_ >= 0; }
+    void close();
+
+  private:
+    int number_ = -1;
+};
+
+enum class SourcePort { any, reserved };
+
+// Starts to connect; the socket becomes writable when that succeeded or failed (then see connect_result). local is the
+// host name or address to bind, empty for any. A reserved source port (below 1024) is what servers ask of clients they
+// trust; where the process may not bind one, any port is taken, and the server decides.
+Result<Descriptor> start_connect(const Address &to, const std::string &local, SourcePort source);
+
+// How a connect that was started ended.
+Status connect_result(int descriptor);
+
+// Bytes handed to the socket that the peer has not acknowledged yet.
+std::size_t unacknowledged(int descriptor);
+
+// Closes in a way that frees the source port at once: an orderly close would keep a reserved port, of which there are
+// few, out of use for a minute. Whatever is still unsent is dropped.
+void close_now(Descriptor &socket);
+
+}  // namespace nfstdm::rpc

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+// How patient the client is. The defaults suit people and networks; tests make everything quick.
+#pragma once
+
+#include <chrono>
+
+namespace nfstdm::rpc {
+
+struct Timing {
+    using Duration = std::chrono::steady_clock::duration;
+
+    // How often limits are looked at; every other duration is exact to this much.
+    Duration tick = std::chrono::milliseconds(100);
+
+    // An address that does not take the connection by then is left for the next one.
+    Duration connect = std::chrono::seconds(5);
+
+    // A connection with requests outstanding on which nothing moves for this long is asked whether anyone is there ...
+    Duration probe = std::chrono::milliseconds(2500);
+    // ... and is left when nothing moved for this long, if requests can go another way ...
+    Duration silence = std::chrono::seconds(5);
+    // ... or if they can not: a new connection to the same place then seldom helps, but a lost one would hang for long.
+    Duration silence_alone = std::chrono::seconds(20);
+    // Each time in a row that a connection is left for silence the last two are doubled, so that a server which is
+    // merely slow gets its answer through; at most this many times over.
+    unsigned patience_maximum = 8;
+
+    // Between attempts to connect; doubled from attempt to attempt.
+    Duration backoff_first = std::chrono::milliseconds(100);
+    Duration backoff_most = std::chrono::seconds(3);
+
+    // A server that answers nothing for this long is reported.
+    Duration notice = std::chrono::seconds(10);
+
+    // Between repetitions of a request that the server was not ready for (NFS3ERR_JUKEBOX); doubled each time.
+    Duration jukebox_first = std::chrono::milliseconds(100);
+    Duration jukebox_most = std::chrono::seconds(5);
+};
+
+}  // namespace nfstdm::rpc

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+// Streams that close themselves. Closing is where a full disk or a lost server shows, so a stream that was written is
+// closed with close_stream(); the destructor is for the way out of a failure.
+#pragma once
+
+#include <cstdio>
+#include <memory>
+
+struct StreamCloser {
+    void operator()(FILE *stream) const { static_cast<void>(std::fclose(stream)); }
+};
+using Stream = std::unique_ptr<FILE, StreamCloser>;
+
+// Opens a file as fopen does, closed in programs that this one runs. Null on failure, with errno set.
+Stream open_stream(const char *path, const char *mode);
+
+// Flushes and closes. Returns true when everything ever written arrived, and for a stream that is not open; otherwise
+// errno tells why, when the system did.
+[[nodiscard]] bool close_stream(Stream &stream);

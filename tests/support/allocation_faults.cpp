@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/support/allocation_faults.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+std::size_t failing_bytes = 0;
+bool has_fired = false;
+
+void *allocate(std::size_t bytes) {
+    return std::malloc(bytes == 0 ? 1 : bytes);
+}
+
+void *allocate_or_throw(std::size_t bytes) {
+    void *memory = allocate(bytes);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+
+void *allocate_or_fail(std::size_t bytes) {
+    if (failing_bytes == 0 || bytes != failing_bytes) return allocate(bytes);
+    has_fired = true;
+    return nullptr;
+}
+}  // namespace
+
+AllocationFault::AllocationFault(std::size_t bytes) {
+    failing_bytes = bytes;
+    has_fired = false;
+}
+
+AllocationFault::~AllocationFault() {
+    failing_bytes = 0;
+}
+
+bool AllocationFault::fired() {
+    return has_fired;
+}
+
+void *operator new(std::size_t bytes) {
+    return allocate_or_throw(bytes);
+}
+void *operator new[](std::size_t bytes) {
+    return allocate_or_throw(bytes);
+}
+void *operator new(std::size_t bytes, const std::nothrow_t &) noexcept {
+    return allocate_or_fail(bytes);
+}
+void *operator new[](std::size_t bytes, const std::nothrow_t &) noexcept {
+    return allocate_or_fail(bytes);
+}
+void operator delete(void *memory) noexcept {
+    std::free(memory);
+}
+void operator delete[](void *memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void *memory, std::size_t) noexcept {
+    std::free(memory);
+}
+void operator delete[](void *memory, std::size_t) noexcept {
+    std::free(memory);
+}

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+// Makes an allocation fail. A program that links allocation_faults.cpp has its own operator new[] for that.
+#pragma once
+
+#include <cstddef>
+
+// While one lives, the allocations of exactly this many bytes that may fail (nothrow, arrays and single objects alike)
+// fail.
+class AllocationFault {
+  public:
+    explicit AllocationFault(std::size_t bytes);
+    ~AllocationFault();
+    AllocationFault(const AllocationFault &) = delete;
+    AllocationFault &operator=(const AllocationFault &) = delete;
+
+    static bool fired();
+};

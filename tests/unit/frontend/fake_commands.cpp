@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: Apache-2.0
+// Commands that note how they were called.
+#include "recorder.h"
+#include "tslwnfs/client/client.h"
+#include "tslwnfs/commands/attributes.h"
+#include "tslwnfs/commands/files.h"
+#include "tslwnfs/commands/filesystem.h"
+#include "tslwnfs/commands/find.h"
+#include "tslwnfs/commands/listing.h"
+#include "tslwnfs/commands/properties.h"
+#include "tslwnfs/config/config.h"
+#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/netdisc/netdisc.h"
+#include "tslwnfs/storage/mount_table.h"
+
+namespace {
+
+std::string shown(const char *text) {
+    return text != nullptr ? text : "null";
+}
+
+uint32_t note(const char *function, const char *first) {
+    return recorder().call(function, shown(first));
+}
+
+uint32_t note(const char *function, const char *first, const char *second) {
+    return recorder().call(function, shown(first) + ", " + shown(second));
+}
+
+uint32_t note(const char *function, const char *first, int32_t number) {
+    return recorder().call(function, shown(first) + ", " + std::to_string(number));
+}
+
+}  // namespace
+
+Recorder &recorder() {
+    static Recorder instance;
+    return instance;
+}
+
+uint32_t catfile(const char *path) {
+    return note("catfile", path);
+}
+uint32_t makedir(const char *path) {
+    return note("makedir", path);
+}
+uint32_t removedir(const char *path) {
+    return note("removedir", path);
+}
+uint32_t copyfile(const char *source, const char *destination) {
+    return note("copyfile", source, destination);
+}
+uint32_t statfile(const char *path) {
+    return note("statfile", path);
+}
+uint32_t fsstatdir(const char *path) {
+    return note("fsstatdir", path);
+}
+uint32_t fsinfodir(const char *path) {
+    return note("fsinfodir", path);
+}
+uint32_t findfile(const char *directory, const char *name_pattern, int32_t depth) {
+    return recorder().call("findfile", shown(directory) + ", " + shown(name_pattern) + ", " + std::to_string(depth));
+}
+uint32_t setattrdir(const char *path) {
+    return note("setattrdir", path);
+}
+uint32_t getattrdir(const char *path, AttrResult &, int32_t print_block) {
+    return note("getattrdir", path, print_block);
+}
+bool is_directory_destination(const char *path) {
+    return recorder().directories.contains(path);
+}
+
+uint32_t read_dir(const char *path, NameList &names, int32_t print_names) {
+    names.assign(recorder().listing.begin(), recorder().listing.end());
+    return note("read_dir", path, print_names);
+}
+uint32_t read_dirlist(const char *path, int32_t depth) {
+    return note("read_dirlist", path, depth);
+}
+
+uint32_t mount_otab(const char *export_path, const char *mount_point) {
+    return note("mount_otab", export_path, mount_point);
+}
+uint32_t umount_otab(const char *mount_point) {
+    return note("umount_otab", mount_point);
+}
+
+uint32_t wnfsenable() {
+    return recorder().call("wnfsenable");
+}
+uint32_t wnfsdisable() {
+    return recorder().call("wnfsdisable");
+}
+uint32_t save() {
+    return recorder().call("save");
+}
+uint32_t restore() {
+    return recorder().call("restore");
+}
+uint32_t iswnfsenabled(const char *home) {
+    return note("iswnfsenabled", home);
+}
+uint32_t isPathOnWNFS(const char *home, const char *path) {
+    return note("isPathOnWNFS", home, path);
+}
+uint32_t showMount(const char *server) {
+    return note("showMount", server);
+}
+
+uint32_t createtslnfstab() {
+    return recorder().call("createtslnfstab");
+}
+uint32_t getserverlist() {
+    return recorder().call("getserverlist");
+}
+uint32_t display_server(const char *server) {
+    return note("display_server", server);
+}
+uint32_t delete_server(const char *server, int32_t verbose) {
+    return note("delete_server", server, verbose);
+}
+uint32_t enablerdma(const char *server, const char *port) {
+    return note("enablerdma", server, port);
+}
+uint32_t disablerdma(const char *server) {
+    return note("disablerdma", server);
+}
+uint32_t mount_script(const char *export_path, const char *mount_point) {
+    return note("mount_script", export_path, mount_point);
+}
+uint32_t umount_script(const char *mount_point) {
+    return note("umount_script", mount_point);
+}
+
+uint32_t enum_local_ips(int32_t with_subnets) {
+    return recorder().call("enum_local_ips", std::to_string(with_subnets) + ", family " + std::to_string(ip_type));
+}
+uint32_t getsubnetmask(const char *address) {
+    return note("getsubnetmask", address);
+}
+uint32_t network_discovery() {
+    return recorder().call("network_discovery");
+}

@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+// A front end at rest: default options, an empty recorder, the English catalogue and a home of its own.
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "recorder.h"
+#include "tests/support/redirected_stream.h"
+#include "tests/support/scoped_environment.h"
+#include "tests/support/temporary_directory.h"
+#include "tslwnfs/frontend/catalogue_access.h"
+#include "tslwnfs/frontend/command_line.h"
+#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/startup.h"
+#include "tslwnfs/frontend/streams.h"
+
+// An argument vector that owns its words.
+class ArgumentVector {
+  public:
+    explicit ArgumentVector(std::vector<std::string> words) : words_(std::move(words)) {
+        for (auto &word : words_)
+            pointers_.push_back(word.data());
+    }
+    std::span<char *> span() { return pointers_; }
+
+  private:
+    std::vector<std::string> words_;
+    std::vector<char *> pointers_;
+};
+
+class FrontEnd : public testing::Test {
+  protected:
+    FrontEnd() {
+        reset_options();
+        recorder() = {};
+        messages_catalogue().forget();
+    }
+    ~FrontEnd() override {
+        static_cast<void>(finish_output(0));
+        reset_options();
+    }
+
+    // Parses words as they stand behind the program's own name. The words live as long as the test.
+    ParseOutcome parse_words(std::vector<std::string> words) {
+        reset_options();
+        return get_options(keep(std::move(words)));
+    }
+
+    // The same for words written with blanks between them.
+    ParseOutcome parse(const std::string &line) { return parse_words(split(line)); }
+
+    // Runs a command line; printed_ holds what came out on standard output.
+    int run(const std::string &line) {
+        CapturedOutput captured;
+        const int status = run_utility(keep(split(line)));
+        static_cast<void>(finish_output(0));
+        printed_ = captured.text();
+        return status;
+    }
+
+    // The trace with each record's clock replaced by "n".
+    std::string trace() const {
+        return std::regex_replace(read_file(directory_ / "trace"), std::regex(R"(\[\d+\])"), "[n]");
+    }
+
+    static std::vector<std::string> split(const std::string &line) {
+        std::istringstream stream(line);
+        return {std::istream_iterator<std::string>(stream), {}};
+    }
+
+    TemporaryDirectory directory_;
+    ScopedEnvironment home_{"TESSEL_HOME", directory_.path().c_str()};
+    ScopedEnvironment catalogue_{"NLSPATH", BUILT_CATALOGUE};
+    std::string printed_;
+
+    std::span<char *> keep(std::vector<std::string> words) {
+        words.insert(words.begin(), "tslwnfs");
+        vectors_.push_back(std::make_unique<ArgumentVector>(std::move(words)));
+        return vectors_.back()->span();
+    }
+
+  private:
+    std::vector<std::unique_ptr<ArgumentVector>> vectors_;
+};

@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/frontend/messages.h"
+
+#include <algorithm>
+#include <climits>
+
+#include "front_end_fixture.h"
+#include "tslwnfs/frontend/command_table.h"
+
+namespace {
+
+class Messages : public FrontEnd {
+  protected:
+    static std::string text_of(uint32_t number) {
+        char buffer[kMessageBufferSize] = {};
+        get_message(number, buffer);
+        return buffer;
+    }
+
+    // Makes a catalogue of one text for the message path_unresolvable or remote_delete_failed.
+    void use_text(const std::string &text) {
+        write_file(directory_ / "one.msg", "$quote \"\n$set 1\n65059 \"" + text + "\"\n65030 \"" + text +
+                                               "\"\n65022 \"" + text + "\"\n65051 \"" + text + "\"\n");
+        const std::string command =
+            "rm -f " + directory_ / "one.cat" + " && gencat " + directory_ / "one.cat" + " " + directory_ / "one.msg";
+        ASSERT_EQ(std::system(command.c_str()), 0);
+        path_.emplace("NLSPATH", (directory_ / "one.cat").c_str());
+        messages_catalogue().forget();
+    }
+
+    static std::string path_text() { return message_text(Message::path_unresolvable, Arguments{"/a"}.span()); }
+
+    struct Arguments {
+        std::vector<MessageArgument> list;
+        template <class... T>
+        explicit Arguments(T... values) : list{values...} {}
+        MessageArguments span() const { return list; }
+    };
+
+  private:
+    std::optional<ScopedEnvironment> path_;
+};
+
+using Catalogue = Messages;
+
+TEST_F(Messages, HaveANumberInFrontAndALineFeedBehind) {
+    EXPECT_EQ(text_of(65000), "TWNFS-65000: You are not a member of the administrators' group; TSLWNFS was not run.\n");
+    EXPECT_EQ(text_of(65023), "TWNFS-65023: The command completed successfully.\n");
+}
+
+TEST_F(Messages, OfTheUsageComeBareWithTheirOwnLineEnd) {
+    EXPECT_EQ(text_of(65051),
+              "tslwnfs [-trace [tracefile]] [-level L-5 L-4 L-3 L-2] [-log logfile] command [options] [operands] "
+              "[-y]\n");
+    EXPECT_FALSE(text_of(65058).starts_with("TWNFS"));
+}
+
+TEST_F(Messages, WithoutACatalogueSaySoAtEveryLookUpAndLeaveTheBufferAlone) {
+    const ScopedEnvironment nowhere("NLSPATH", (directory_ / "none").c_str());
+    char buffer[kMessageBufferSize] = "as it was";
+    CapturedOutput captured;
+    get_message(65023, buffer);
+    get_message(65051, buffer);
+    EXPECT_EQ(captured.text(),
+              "error in getting message from message file\nerror in getting message from message file\n");
+    EXPECT_STREQ(buffer, "as it was");
+}
+
+TEST_F(Messages, KeepTheirLineFeedWhenTheTextIsTooLong) {
+    use_text(std::string(900, 'x'));
+    const std::string text = text_of(65022);
+    EXPECT_EQ(text.size(), kMessageBufferSize - 1);
+    EXPECT_TRUE(text.ends_with("x\n"));
+    EXPECT_EQ(text_of(65051).size(), kMessageBufferSize - 1);
+}
+
+TEST_F(Messages, TakeArgumentsOfEveryKind) {
+    EXPECT_EQ(message_text(Message::log_unopenable, Arguments("/l", int32_t{-1}).span()),
+              "TWNFS-65026: The log file /l could not be opened (error -1).\n");
+    EXPECT_EQ(message_text(Message::remote_delete_failed, Arguments("/f", UINT32_MAX).span()),
+              "TWNFS-65030: /f could not be deleted on the server (status 4294967295).\n");
+    EXPECT_EQ(message_text(Message::out_of_memory, Arguments(ULONG_MAX).span()),
+              "TWNFS-65060: 18446744073709551615 bytes of memory could not be allocated.\n");
+}
+
+TEST_F(Messages, NeverTakeTheirArgumentsForFormats) {
+    EXPECT_EQ(message_text(Message::path_unresolvable, Arguments("/%n%s%%").span()),
+              "TWNFS-65059: The path /%n%s%% could not be resolved.\n");
+}
+
+TEST_F(Messages, AreShownAsTheyStandWhenTheirConversionsDoNotFit) {
+    for (const char *text : {"%n", "%s %s", "%u", "%d", "%lu", "%ld", "%1$s", "%*d", "%.9999s", "%5s", "%", "%s %",
+                             "%hhn", "%S", "%ls", "%p", "% d", "%s%n"}) {
+        use_text(text);
+        EXPECT_EQ(path_text(), std::string("TWNFS-65059: ") + text + "\n");
+    }
+}
+
+TEST_F(Messages, MayLeaveOutTheirLastArguments) {
+    use_text("gone: %s");
+    EXPECT_EQ(message_text(Message::remote_delete_failed, Arguments("/f", 2u).span()), "TWNFS-65030: gone: /f\n");
+    use_text("gone");
+    EXPECT_EQ(path_text(), "TWNFS-65059: gone\n");
+}
+
+TEST_F(Messages, ShowADoubledPercentSignOnce) {
+    use_text("100%% of %s%%");
+    EXPECT_EQ(path_text(), "TWNFS-65059: 100% of /a%\n");
+}
+
+TEST_F(Messages, ArePrintedToTheLogWhenThereIsOne) {
+    ASSERT_TRUE(open_log_file((directory_ / "log").c_str()));
+    CapturedOutput captured;
+    print_message(Message::command_failed, uint32_t{9});
+    print_message(Message::command_succeeded);
+    EXPECT_EQ(captured.text(), "");
+    ASSERT_TRUE(close_log());
+    EXPECT_EQ(read_file(directory_ / "log"),
+              "TWNFS-65022: The command failed with status 9.\nTWNFS-65023: The command completed successfully.\n");
+}
+
+TEST_F(Catalogue, HasATextThatFitsForEveryMessage) {
+    for (const MessageShape &shape : message_shapes()) {
+        const auto number = static_cast<int>(shape.message);
+        const std::string *text = messages_catalogue().text(number);
+        ASSERT_NE(text, nullptr);
+        EXPECT_FALSE(text->empty()) << number;
+        EXPECT_LT(text->size(), 480u) << number;
+        EXPECT_TRUE(text_fits(*text, shape.arguments)) << number << ": " << *text;
+    }
+}
+
+TEST_F(Catalogue, HasNoTextThatNobodyUses) {
+    for (int number = 64900; number < 65200; ++number) {
+        const auto &shapes = message_shapes();
+        const bool used = std::any_of(shapes.begin(), shapes.end(), [&](const MessageShape &shape) {
+            return static_cast<int>(shape.message) == number;
+        });
+        EXPECT_EQ(messages_catalogue().text(number)->empty(), !used) << number;
+    }
+}
+
+TEST_F(Catalogue, NumbersEveryMessageOnceAndInOrder) {
+    const auto shapes = message_shapes();
+    EXPECT_EQ(shapes.size(), 70u);
+    EXPECT_TRUE(std::is_sorted(shapes.begin(), shapes.end(), [](const MessageShape &one, const MessageShape &other) {
+        return static_cast<uint32_t>(one.message) <= static_cast<uint32_t>(other.message);
+    }));
+}
+
+TEST_F(Catalogue, NamesEveryCommandInItsUsageLines) {
+    std::string usage;
+    for (int number = 65051; number <= 65058; ++number)
+        usage += " " + *messages_catalogue().text(number);
+    std::replace_if(
+        usage.begin(), usage.end(), [](char c) { return c == '|' || c == ';' || c == '\n'; }, ' ');
+    for (const Command &command : command_table()) {
+        // "DD" is another spelling of dd, and "?" and "h" are of help.
+        const std::string_view word = command.code == kNoCommand && !command.words[1] ? "nfsids"
+                                      : command.code == kNoCommand                    ? "help"
+                                      : command.words[0] != nullptr                   ? command.words[0]
+                                                                                      : "";
+        if (word.empty()) continue;
+        EXPECT_NE(usage.find(" " + std::string(word) + " "), std::string::npos) << word;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the stand-ins below the front end saw, and what they are told to answer.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+struct Recorder {
+    std::vector<std::string> calls;                       // "name(arguments)", in order
+    std::map<std::string, std::deque<uint32_t>> answers;  // by function, used up in order; 0 afterwards
+    std::vector<std::string> listing;                     // of every directory
+    std::set<std::string> unresolvable;                   // operands that cannot be resolved
+    std::set<std::string> directories;                    // destinations that are directories
+    bool allowed = true;                                  // the caller may use the utility
+    bool has_identity = true;
+
+    // Notes a call and gives the next answer of its function.
+    uint32_t call(const std::string &function, const std::string &arguments = "") {
+        calls.push_back(function + "(" + arguments + ")");
+        auto &queue = answers[function];
+        if (queue.empty()) return 0;
+        const uint32_t answer = queue.front();
+        queue.pop_front();
+        return answer;
+    }
+};
+
+Recorder &recorder();

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+// The command line.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/loopnfsd/fault_spec.h"
+#include "tools/loopnfsd/listener.h"
+#include "tools/loopnfsd/nfs.h"
+
+namespace loopnfsd {
+
+struct ExportOption {
+    std::string name;
+    std::string folder;
+    bool read_only = false;
+};
+
+struct Options {
+    enum class Action { serve, help, version, send };
+
+    Action action = Action::serve;
+    std::vector<SocketAddress> addresses;  // at least one
+    std::optional<uint16_t> portmap_port;
+    std::vector<ExportOption> exports;
+    std::vector<std::string> groups;
+    std::vector<Fault> faults;
+    ServiceSettings service;
+    std::string control;    // path; empty = none
+    std::string port_file;  // path; empty = none
+    uint64_t seed = 1;
+    bool verbose = false;
+    std::string send_to;  // of the action send: path and command
+    std::string command;
+};
+
+// Gives what is wrong with the command line, or nothing and the options.
+std::string parse_options(int count, char *const *words, Options &options);
+
+std::string help_text();
+
+}  // namespace loopnfsd

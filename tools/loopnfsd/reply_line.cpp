@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/loopnfsd/reply_line.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace loopnfsd {
+
+namespace {
+
+// A client with fewer calls under way than are to be held would otherwise wait for ever.
+constexpr std::chrono::milliseconds kHeldLongest{20};
+
+}  // namespace
+
+void ReplyLine::add(Record reply, Clock::time_point now, const LineConditions &conditions) {
+    busy_until_ = std::max(busy_until_, now) + conditions.delay;
+    Clock::time_point due = busy_until_ + conditions.rtt;
+    if (!waiting_.empty()) due = std::max(due, waiting_.back().due);
+    bytes_ += reply.size();
+    waiting_.push_back({due, std::move(reply)});
+}
+
+void ReplyLine::release(Clock::time_point now, const LineConditions &conditions, std::deque<Record> &due) {
+    while (!waiting_.empty() && waiting_.front().due <= now) {
+        if (held_.empty()) held_until_ = now + kHeldLongest;
+        held_.push_back(std::move(waiting_.front().reply));
+        waiting_.pop_front();
+        if (held_.size() >= conditions.reorder) give_up_held(due);
+    }
+    if (!held_.empty() && held_until_ <= now) give_up_held(due);
+}
+
+void ReplyLine::give_up_held(std::deque<Record> &due) {
+    for (auto reply = held_.rbegin(); reply != held_.rend(); ++reply) {
+        bytes_ -= reply->size();
+        due.push_back(std::move(*reply));
+    }
+    held_.clear();
+}
+
+std::optional<Clock::time_point> ReplyLine::next() const {
+    if (waiting_.empty() && held_.empty()) return std::nullopt;
+    if (waiting_.empty()) return held_until_;
+    return held_.empty() ? waiting_.front().due : std::min(waiting_.front().due, held_until_);
+}
+
+}  // namespace loopnfsd

@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/commands/attributes.h"
+
+#include <array>
+#include <new>
+
+#include "tslwnfs/commands/attribute_block.h"
+#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/storage/resolve.h"
+
+namespace {
+
+// What messages give as the size of a local status record; the record of this system is larger.
+constexpr unsigned long kReportedStatusSize = 128;
+
+uint32_t remote_type(const PathBuffer &path, AttrResult &result, std::unique_ptr<TdmAttributes> attributes,
+                     int32_t print_block) {
+    result.is_local = 0;
+    result.remote = std::move(attributes);
+    const uint32_t type = result.remote->type;
+    if (type != TDM_TYPE_DIRECTORY) print("%s not a directory", path.c_str());
+    if (type == TDM_TYPE_LINK) return kTypeLink;
+    if (type == TDM_TYPE_REGULAR) return kTypeRegular;
+    if (print_block != 0) print_remote_block(*result.remote);
+    return kTypeDirectory;
+}
+
+uint32_t local_type(const PathBuffer &path, AttrResult &result, int32_t print_block) {
+    std::unique_ptr<struct stat> status(new (std::nothrow) struct stat());
+    if (status == nullptr) {
+        trace_message("getattrdir", Message::out_of_memory, kReportedStatusSize);
+        return kTypeFailure;
+    }
+    // A link is a link here, wherever it leads: recursion must not leave the tree it was given.
+    if (lstat(path.c_str(), status.get()) != 0) {
+        trace_message("getattrdir", Message::status_unreadable, path.c_str());
+        return kTypeFailure;
+    }
+    result.is_local = 1;
+    result.local = std::move(status);
+    const mode_t type = result.local->st_mode & S_IFMT;
+    if (type == S_IFLNK) return kTypeLink;
+    if (type == S_IFREG) return kTypeRegular;
+    if (print_block != 0) {
+        print_local_block(*result.local, {.line_end = output_is_log() ? " " : "",
+                                          .directory = "directory",
+                                          .serial_number = true,
+                                          .wide_permission_labels = true});
+    }
+    return kTypeDirectory;
+}
+
+struct PermissionQuestion {
+    const char *text;
+    uint32_t bit;
+};
+
+constexpr std::array<PermissionQuestion, 3> kLocalQuestions = {{
+    {"assign read permission y/n : ", S_IRUSR},
+    {"assign write permission y/n : ", S_IWUSR},
+    {"assign exec permission y/n : ", S_IXUSR},
+}};
+
+constexpr std::array<PermissionQuestion, 9> kRemoteQuestions = {{
+    {"assign read permission for owner y/n : ", TDM_PERMISSION_OWNER_READ},
+    {"assign read permission for group y/n : ", TDM_PERMISSION_GROUP_READ},
+    {"assign read permission for other y/n : ", TDM_PERMISSION_OTHERS_READ},
+    {"assign write permission for owner y/n : ", TDM_PERMISSION_OWNER_WRITE},
+    {"assign write permission for group y/n : ", TDM_PERMISSION_GROUP_WRITE},
+    {"assign write permission for other y/n : ", TDM_PERMISSION_OTHERS_WRITE},
+    {"assign exec permission for owner y/n : ", TDM_PERMISSION_OWNER_LOOKUP},
+    {"assign exec permission for group y/n : ", TDM_PERMISSION_GROUP_LOOKUP},
+    {"assign exec permission for other y/n : ", TDM_PERMISSION_OTHERS_LOOKUP},
+}};
+
+// Returns false when the input ended before every question was answered: then nothing may be changed.
+template <std::size_t kCount>
+bool ask_permissions(const std::array<PermissionQuestion, kCount> &questions, uint32_t &mode) {
+    mode = 0;
+    for (const PermissionQuestion &question : questions) {
+        const Answer answer = ask_yes_no(question.text, "");
+        if (answer == Answer::end_of_input) return false;
+        if (answer == Answer::yes) mode |= question.bit;
+    }
+    return true;
+}
+
+uint32_t set_local_permissions(const PathBuffer &path) {
+    uint32_t mode = 0;
+    if (!ask_permissions(kLocalQuestions, mode)) return 1;
+    if (chmod(path.c_str(), mode) == 0) return 0;
+    print_message(Message::permissions_unchanged, path.c_str());
+    return 1;
+}
+
+uint32_t set_remote_permissions(const PathBuffer &path) {
+    TdmSetAttributes attributes = {};
+    if (!ask_permissions(kRemoteQuestions, attributes.permissions)) return 1;
+    attributes.mask = TDM_SET_PERMISSIONS;
+    uint32_t location = 0;
+    const uint32_t status = tdm_setattr(ctx, path.c_str(), &attributes, &location);
+    const bool failed = status != 0 || location == TDM_LOCATION_FAILED || location == TDM_LOCATION_LOST;
+    if (failed || location == TDM_LOCATION_LOCAL) {
+        trace_message("setattrdir", Message::setattr_location, path.c_str(), location);
+    }
+    return failed ? 1 : 0;
+}
+
+}  // namespace
+
+uint32_t getattrdir(const char *path, AttrResult &result, int32_t print_block) {
+    static constexpr const char *kFunction = "getattrdir";
+    result = AttrResult{};
+    PathBuffer resolved;
+    if (!resolve_operand(kFunction, path, resolved)) return kTypeFailure;
+
+    std::unique_ptr<TdmAttributes> attributes(new (std::nothrow) TdmAttributes());
+    if (attributes == nullptr) {
+        trace_message(kFunction, Message::out_of_memory, static_cast<unsigned long>(sizeof(TdmAttributes)));
+        return kTypeFailure;
+    }
+    uint32_t location = 0;
+    const uint32_t status = tdm_getattr(ctx, resolved.c_str(), attributes.get(), &location);
+    if (status == 0 && location == TDM_LOCATION_REMOTE) {
+        return remote_type(resolved, result, std::move(attributes), print_block);
+    }
+    if (status == 0 && location > TDM_LOCATION_LOST) return kTypeDirectory;
+
+    trace_message(kFunction, Message::getattr_location, resolved.c_str(), location);
+    if (status != 0 || location != TDM_LOCATION_LOCAL) return kTypeFailure;
+    return local_type(resolved, result, print_block);
+}
+
+bool is_directory_destination(const char *path) {
+    AttrResult result;
+    const uint32_t type = getattrdir(path, result, 0);
+    if (type == kTypeDirectory) return true;
+    if (type != kTypeLink || result.is_local == 0) return false;
+    struct stat target;
+    return stat(path, &target) == 0 && S_ISDIR(target.st_mode);
+}
+
+uint32_t setattrdir(const char *path) {
+    PathBuffer resolved;
+    if (!resolve_operand("setattrdir", path, resolved)) return 1;
+    AttrResult result;
+    if (getattrdir(resolved.c_str(), result, 0) != kTypeDirectory || result.empty()) return 1;
+    return result.is_local != 0 ? set_local_permissions(resolved) : set_remote_permissions(resolved);
+}

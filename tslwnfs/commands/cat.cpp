@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+// cat: the content of one file to the command's output.
+#include "tslwnfs/commands/attributes.h"
+#include "tslwnfs/commands/files.h"
+#include "tslwnfs/commands/source_file.h"
+#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/storage/resolve.h"
+#include "tslwnfs/storage/transfer.h"
+
+namespace {
+
+constexpr TransferRecords kRecords = {.function = "catfile",
+                                      .source_resized_level = 1,
+                                      .source_resized_wide = false,
+                                      .source_reidentified_level = 1,
+                                      .created_level = 0,
+                                      .committed_level = 0};
+
+bool print_content(const SourceFile &source, RequestSlots &requests) {
+    TransferBuffer buffer;
+    if (!buffer.allocate(kRecords.function, TransferBuffer::size_for(static_cast<std::size_t>(bsize)))) return false;
+    Pieces pieces(source);
+    do {
+        if (!read_piece(source, pieces, requests, buffer, kRecords)) return false;
+        if (std::fwrite(buffer.data(), 1, pieces.payload(), output_stream()) != pieces.payload()) {
+            trace_message(kRecords.function, Message::file_unopenable, source.path.c_str());
+            return false;
+        }
+    } while (pieces.advance());
+    return true;
+}
+
+}  // namespace
+
+uint32_t catfile(const char *path) {
+    if (path == nullptr) {
+        trace_message(kRecords.function, Message::first_operand_missing);
+        return 1;
+    }
+    RequestSlots requests;
+    if (!requests.allocate(kRecords.function)) return 1;
+    SourceFile source;
+    if (!resolve_operand(kRecords.function, path, source.path)) return 1;
+    AttrResult attributes;
+    if (getattrdir(source.path.c_str(), attributes, 0) == kTypeDirectory) return 1;
+
+    if (!open_source(source, kRecords) || !print_content(source, requests)) return 1;
+    if (!shrink_source(source, kRecords)) return 1;
+    if (!source.local) release_file(source.path, source.info, kRecords);
+    return 0;
+}

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: Apache-2.0
+// copy: a file from anywhere to anywhere, and with -r a tree.
+#include <sys/stat.h>
+
+#include <string>
+
+#include "tslwnfs/commands/attributes.h"
+#include "tslwnfs/commands/file_transfer.h"
+#include "tslwnfs/commands/files.h"
+#include "tslwnfs/frontend/executor.h"
+#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/storage/resolve.h"
+
+namespace {
+
+constexpr TransferRecords kRecords = {.function = "copyfile",
+                                      .source_resized_level = 1,
+                                      .source_resized_wide = true,
+                                      .source_reidentified_level = 3,
+                                      .created_level = 3,
+                                      .committed_level = 1};
+
+bool is_below(std::string_view path, std::string_view directory) {
+    return path == directory || (path.starts_with(directory) && path[directory.size()] == '/');
+}
+
+// The text tells unless a link leads into the source; for a local source every parent of the destination is compared
+// with it.
+bool lies_inside(const PathBuffer &destination, const PathBuffer &source, const AttrResult &source_attributes) {
+    if (is_below(destination.view(), source.view())) return true;
+    if (!source_attributes.local) return false;
+    std::string parent(destination.view());
+    while (!parent.empty()) {
+        struct stat status;
+        if (stat(parent.c_str(), &status) == 0 && status.st_dev == source_attributes.local->st_dev &&
+            status.st_ino == source_attributes.local->st_ino) {
+            return true;
+        }
+        parent.erase(parent.find_last_of('/') == std::string::npos ? 0 : parent.find_last_of('/'));
+    }
+    return false;
+}
+
+// Copies what the directory holds, through the executor. The entries report for themselves, so a failure among them
+// does not fail the directory.
+uint32_t copy_directory(PathBuffer &source, PathBuffer &destination, const AttrResult &source_attributes) {
+    if (commandtype != kCopy || (COMMAND_OPTION & kFileRecursive) == 0) return 1;
+    if (lies_inside(destination, source, source_attributes)) {
+        tslwnfswrf(3, kRecords.function, "%s lies inside %s\n", destination.c_str(), source.c_str());
+        return 1;
+    }
+    if (!is_directory_destination(destination.c_str()) && makedir(destination.c_str()) != 0) return 1;
+    if (!extend_path(kRecords.function, source, "/*") || !extend_path(kRecords.function, destination, "/*")) return 1;
+    exec_command(source.c_str(), destination.c_str());
+    return 0;
+}
+
+// Inside a directory the copy keeps the source's name.
+bool name_destination(const SourceFile &source, DestinationFile &destination) {
+    if (!is_directory_destination(destination.path.c_str())) return true;
+    return extend_path(kRecords.function, destination.path, "/") &&
+           extend_path(kRecords.function, destination.path, base_name(source.path.view()));
+}
+
+uint32_t copy_file(SourceFile &source, DestinationFile &destination, RequestSlots &requests) {
+    if (!open_source(source, kRecords) || !name_destination(source, destination)) return 1;
+    switch (open_destination(destination, source, kRecords)) {
+        case Opened::refused:
+            // Whoever declines gets no clean-up: the source stays as long as it was made.
+            source.extended = false;
+            return 1;
+        case Opened::failed:
+            return 1;
+        case Opened::ready:
+            break;
+    }
+    if (!transfer_data(source, destination, requests, kRecords)) return 1;
+    if (!close_streams(source, destination, kRecords)) return 1;
+    return finish_transfer(source, destination, source.size, kRecords) ? 0 : 1;
+}
+
+}  // namespace
+
+uint32_t copyfile(const char *source, const char *destination) {
+    if (!check_operands(source, destination, kRecords)) return 1;
+    RequestSlots requests;
+    if (!requests.allocate(kRecords.function)) return 1;
+    SourceFile from;
+    DestinationFile to;
+    if (!resolve_operand(kRecords.function, source, from.path)) return 1;
+    if (!resolve_operand(kRecords.function, destination, to.path)) return 1;
+
+    AttrResult attributes;
+    if (getattrdir(from.path.c_str(), attributes, 0) == kTypeDirectory) {
+        return copy_directory(from.path, to.path, attributes);
+    }
+    return copy_file(from, to, requests);
+}

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/commands/destination_file.h"
+
+#include <sys/stat.h>
+
+#include <array>
+
+#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/storage/identify.h"
+
+namespace {
+
+// dd knows no question: its bits mean other things.
+bool asks_before_overwriting() {
+    return (commandtype == kCopy || commandtype == kMove) && (COMMAND_OPTION & kFileInteractive) != 0;
+}
+
+bool is_same_local_file(FILE *stream, const PathBuffer &path) {
+    struct stat one;
+    struct stat other;
+    return fstat(fileno(stream), &one) == 0 && stat(path.c_str(), &other) == 0 && one.st_dev == other.st_dev &&
+           one.st_ino == other.st_ino;
+}
+
+bool is_same_file(const SourceFile &source, const DestinationFile &destination, bool exists_remotely) {
+    if (source.path.view() == destination.path.view()) return true;
+    if (source.local) return is_same_local_file(source.stream.get(), destination.path);
+    return exists_remotely && source.info.file == destination.info.file;
+}
+
+}  // namespace
+
+bool is_source_itself(const SourceFile &source, const DestinationFile &destination, bool exists_remotely,
+                      const TransferRecords &records) {
+    if (!is_same_file(source, destination, exists_remotely)) return false;
+    tslwnfswrf(3, records.function, "%s and %s are the same file\n", source.path.c_str(), destination.path.c_str());
+    return true;
+}
+
+bool create_destination(DestinationFile &destination, uint64_t size, const TransferRecords &records) {
+    std::array<char, TDM_TEXT_SIZE> name = {};
+    const uint32_t status = tdm_create(ctx, destination.path.c_str(), size, 2, 2, name.data(),
+                                       static_cast<uint32_t>(name.size()), &destination.info);
+    if (status != 0) {
+        trace_message(records.function, Message::create_failed, destination.path.c_str(), status);
+        return false;
+    }
+    name.back() = '\0';
+    tslwnfswrf(records.created_level, records.function, "tdm_create of file %s successful \n", name.data());
+    destination.created = true;
+    return true;
+}
+
+Opened open_local_destination(DestinationFile &destination, const TransferRecords &records) {
+    destination.local = true;
+    const bool exists = is_readable(destination.path.c_str());
+    if (exists && !confirm_overwrite(destination.path)) return Opened::refused;
+    destination.stream.reset(std::fopen(destination.path.c_str(), "wb"));
+    if (destination.stream != nullptr) return Opened::ready;
+    trace_message(records.function, Message::file_unopenable, destination.path.c_str());
+    return Opened::failed;
+}
+
+bool confirm_overwrite(const PathBuffer &path) {
+    print_message(Message::file_exists, path.c_str());
+    if (asks_before_overwriting() && ask_yes_no("overwrite %s? y/n : ", path.c_str()) != Answer::yes) return false;
+    print("will overwrite...\n");
+    return true;
+}
+
+Opened open_destination(DestinationFile &destination, const SourceFile &source, const TransferRecords &records) {
+    const Identification found = identify(destination.path, destination.info);
+    const bool exists = found.status == 0 && found.code == TDM_IDENTIFIED_REMOTE;
+    if (!exists) {
+        trace_message(records.function, Message::identify_returned, destination.path.c_str(), found.code);
+    }
+    if (is_source_itself(source, destination, exists, records)) return Opened::failed;
+    if (exists) return confirm_overwrite(destination.path) ? Opened::ready : Opened::refused;
+    if (create_destination(destination, source.total(), records)) return Opened::ready;
+    return open_local_destination(destination, records);
+}
+
+bool resize_destination(const DestinationFile &destination, uint64_t size, const TransferRecords &records) {
+    const uint32_t status = tdm_resize(ctx, destination.info.file, size);
+    if (status != 0) {
+        trace_message(records.function, Message::resize_failed, status);
+        return false;
+    }
+    tslwnfswrf(1, records.function, "%s", "tdm_resize successful:dest \n");
+    return true;
+}
+
+void commit_destination(const DestinationFile &destination, const TransferRecords &records) {
+    const uint32_t status = tdm_commit(ctx, destination.info.file);
+    if (status != 0) {
+        trace_message(records.function, Message::commit_failed, status);
+        return;
+    }
+    tslwnfswrf(records.committed_level, records.function, "%s", "tdm_commit successful \n");
+}

@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
+// Reading the names of a directory, through the storage interface or on the local file system.
+#pragma once
+
+#include "platform/path_buffer.h"
+#include "tslwnfs/commands/listing.h"
+
+// Gives the names of a directory, without "." and "..", in the order they are read. Traces what failed in the name of
+// read_dir and returns false; a remote object that is not a directory is remarked upon in the output.
+[[nodiscard]] bool read_directory(const PathBuffer &path, NameList &names);

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/commands/file_transfer.h"
+
+#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/storage/resolve.h"
+
+namespace {
+
+bool write_piece(const DestinationFile &destination, const Pieces &pieces, RequestSlots &requests,
+                 const TransferBuffer &buffer, const TransferRecords &records) {
+    const std::size_t slot = pieces.slot();
+    requests.fill(slot, IoOperation::write, destination.info.file, pieces.offset(), buffer.data(), pieces.count());
+    if (!destination.local) {
+        writenfsfile(requests, slot, 0);
+        return true;
+    }
+    if (writelocfile(requests, slot, destination.stream.get(), pieces.payload()) == pieces.payload()) return true;
+    trace_message(records.function, Message::file_unopenable, destination.path.c_str());
+    return false;
+}
+
+}  // namespace
+
+bool check_operands(const char *source, const char *destination, const TransferRecords &records) {
+    if (source == nullptr) {
+        trace_message(records.function, Message::first_operand_missing);
+        return false;
+    }
+    if (destination == nullptr) {
+        print_message(Message::second_operand_missing);
+        return false;
+    }
+    return true;
+}
+
+bool transfer_data(const SourceFile &source, const DestinationFile &destination, RequestSlots &requests,
+                   const TransferRecords &records) {
+    TransferBuffer buffer;
+    if (!buffer.allocate(records.function, TransferBuffer::size_for(static_cast<std::size_t>(bsize)))) return false;
+    Pieces pieces(source);
+    do {
+        if (!read_piece(source, pieces, requests, buffer, records)) return false;
+        if (!write_piece(destination, pieces, requests, buffer, records)) return false;
+    } while (pieces.advance());
+    return true;
+}
+
+bool close_streams(SourceFile &source, DestinationFile &destination, const TransferRecords &records) {
+    const bool read = close_stream(source.stream);
+    const bool written = close_stream(destination.stream);
+    if (!written) trace_message(records.function, Message::file_unopenable, destination.path.c_str());
+    return read && written;
+}
+
+bool finish_transfer(SourceFile &source, const DestinationFile &destination, uint64_t size,
+                     const TransferRecords &records) {
+    if (!shrink_source(source, records)) return false;
+    if (!destination.local) {
+        if (!resize_destination(destination, size, records)) return false;
+        if (destination.created) commit_destination(destination, records);
+    }
+    if (!source.local) release_file(source.path, source.info, records);
+    if (!destination.local && !destination.created) release_file(destination.path, destination.info, records);
+    return true;
+}
+
+std::string_view base_name(std::string_view path) {
+    const std::size_t separator = last_separator(path);
+    return separator == std::string_view::npos ? path : path.substr(separator + 1);
+}

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+// What copy, move and dd do alike.
+#pragma once
+
+#include <string_view>
+
+#include "platform/path_buffer.h"
+#include "tslwnfs/commands/destination_file.h"
+#include "tslwnfs/commands/source_file.h"
+#include "tslwnfs/storage/transfer.h"
+
+// Copies the whole source into the destination. Traces and returns false for a short read or write of a local file and
+// when there is no memory; failing remote requests end the process.
+[[nodiscard]] bool transfer_data(const SourceFile &source, const DestinationFile &destination, RequestSlots &requests,
+                                 const TransferRecords &records);
+
+// Closes the local streams. Returns false when written data was lost.
+[[nodiscard]] bool close_streams(SourceFile &source, DestinationFile &destination, const TransferRecords &records);
+
+// What follows the last byte: a grown source gets its size back, a remote destination the given one (bytes); a created
+// destination is committed and stays open, other remote files are released. Returns false when a size could not be set.
+[[nodiscard]] bool finish_transfer(SourceFile &source, const DestinationFile &destination, uint64_t size,
+                                   const TransferRecords &records);
+
+// Refuses a missing operand. The message about the second one is printed, that about the first one traced.
+[[nodiscard]] bool check_operands(const char *source, const char *destination, const TransferRecords &records);
+
+// The last component of a path, with "\" and "/" as separators.
+std::string_view base_name(std::string_view path);

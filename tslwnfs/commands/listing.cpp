@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/commands/listing.h"
+
+#include <algorithm>
+
+#include "tslwnfs/commands/attributes.h"
+#include "tslwnfs/commands/directory_reader.h"
+#include "tslwnfs/commands/listing_layout.h"
+#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/storage/resolve.h"
+
+namespace {
+
+constexpr int32_t kTreeDepth = 50;
+
+// Lists what lies below, in the order the names were shown. What goes wrong deeper down has been reported there.
+void list_subdirectories(const PathBuffer &path, const NameList &names, int32_t depth) {
+    for (const std::string &name : names) {
+        PathBuffer full = path;
+        if (!extend_path("read_dirlist", full, "/") || !extend_path("read_dirlist", full, name)) continue;
+        AttrResult attributes;
+        if (getattrdir(full.c_str(), attributes, 0) != kTypeDirectory || attributes.empty()) continue;
+        read_dirlist(full.c_str(), depth + 1);
+    }
+}
+
+}  // namespace
+
+uint32_t read_dir(const char *path, NameList &names, int32_t print_names) {
+    names.clear();
+    PathBuffer resolved;
+    if (!resolve_operand("read_dir", path, resolved)) return 1;
+
+    Listed listed = Listed::directory;
+    AttrResult attributes;
+    const uint32_t type = getattrdir(resolved.c_str(), attributes, 0);
+    if (type == kTypeRegular || type == kTypeLink) {
+        listed = Listed::single_path;
+        names.emplace_back(resolved.view());
+    } else if (!read_directory(resolved, names)) {
+        return 1;
+    }
+    if (print_names != 0) print_listing(resolved, names, listed);
+    return 0;
+}
+
+uint32_t read_dirlist(const char *path, int32_t depth) {
+    if (depth >= kTreeDepth) return 1;
+    PathBuffer resolved;
+    print("DIR: %s \n", path == nullptr ? "" : path);
+    NameList names;
+    if (read_dir(path, names, 1) != 0) {
+        trace_message("read_dirlist", Message::directory_unlisted, path == nullptr ? "" : path);
+        return 1;
+    }
+    if (!resolve_operand("read_dirlist", path, resolved)) return 1;
+    if ((COMMAND_OPTION & kListReverse) != 0) std::reverse(names.begin(), names.end());
+    list_subdirectories(resolved, names, depth);
+    return 0;
+}

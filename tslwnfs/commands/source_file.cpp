@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/commands/source_file.h"
+
+#include <algorithm>
+
+#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/storage/identify.h"
+
+namespace {
+
+constexpr const char *kResized = "tdm_resize successful:source \n";
+constexpr const wchar_t *kResizedWide = L"tdm_resize successful:source \n";
+constexpr const char *kReidentified = "tdm_reidentify successful:source \n";
+
+bool open_local(SourceFile &source, const TransferRecords &records) {
+    source.local = true;
+    source.stream = open_local_source(source.path.c_str(), source.size);
+    if (source.stream != nullptr) return true;
+    trace_message(records.function, Message::file_unopenable, source.path.c_str());
+    return false;
+}
+
+bool extend_source(SourceFile &source, const TransferRecords &records) {
+    uint32_t status = tdm_resize(ctx, source.info.file, source.total());
+    if (status != 0) {
+        trace_message(records.function, Message::resize_failed, status);
+        return false;
+    }
+    source.extended = true;
+    if (records.source_resized_wide) {
+        tslwnfswrf_wide(records.source_resized_level, records.function, kResizedWide);
+    } else {
+        tslwnfswrf(records.source_resized_level, records.function, "%s", kResized);
+    }
+    status = tdm_reidentify(ctx, source.info.file, 0, &source.info);
+    if (status != 0) {
+        trace_message(records.function, Message::reidentify_failed, status);
+        return false;
+    }
+    tslwnfswrf(records.source_reidentified_level, records.function, "%s", kReidentified);
+    return true;
+}
+
+}  // namespace
+
+uint64_t padding_for(uint64_t size) {
+    if (pbsz == 0) return 0;
+    const uint64_t beyond = size % static_cast<uint64_t>(std::max(bsize, 1)) % pbsz;
+    const uint64_t padding = beyond == 0 ? 0 : pbsz - beyond;
+    return padding > UINT64_MAX - size ? 0 : padding;
+}
+
+SourceFile::~SourceFile() {
+    if (extended) tdm_resize(ctx, info.file, size);
+}
+
+bool open_source(SourceFile &source, const TransferRecords &records) {
+    switch (identify_existing(records.function, source.path, source.info)) {
+        case FileKind::failed:
+            return false;
+        case FileKind::local:
+            if (!open_local(source, records)) return false;
+            break;
+        case FileKind::remote:
+            source.size = source.info.size;
+            break;
+    }
+    source.padding = padding_for(source.size);
+    return source.local || source.padding == 0 || extend_source(source, records);
+}
+
+bool shrink_source(SourceFile &source, const TransferRecords &records) {
+    if (!source.extended) return true;
+    source.extended = false;
+    const uint32_t status = tdm_resize(ctx, source.info.file, source.size);
+    if (status != 0) {
+        trace_message(records.function, Message::resize_failed, status);
+        return false;
+    }
+    tslwnfswrf(1, records.function, "%s", kResized);
+    return true;
+}
+
+void release_file(const PathBuffer &path, const TdmFileInfo &info, const TransferRecords &records) {
+    const uint32_t status = tdm_unidentify(ctx, info.file);
+    if (status != 0) trace_message(records.function, Message::unidentify_failed, path.c_str(), status);
+}
+
+bool read_piece(const SourceFile &source, const Pieces &pieces, RequestSlots &requests, const TransferBuffer &buffer,
+                const TransferRecords &records) {
+    const std::size_t slot = pieces.slot();
+    requests.fill(slot, IoOperation::read, source.info.file, pieces.offset(), buffer.data(), pieces.count());
+    if (!source.local) {
+        readnfsfile(requests, slot, 0);
+        return true;
+    }
+    const std::size_t length = readlocfile(requests, slot, source.stream.get(), pieces.count());
+    if (length < pieces.payload()) {
+        trace_message(records.function, Message::file_unopenable, source.path.c_str());
+        return false;
+    }
+    // What lies behind the file's end goes to the server with the padded piece: it must not be stale memory.
+    const auto unused = buffer.bytes().first(pieces.count()).subspan(length);
+    std::fill(unused.begin(), unused.end(), std::byte{0});
+    return true;
+}
+
+uint32_t Pieces::count() const {
+    return static_cast<uint32_t>(std::min<uint64_t>(static_cast<uint64_t>(bsize), total_ - offset_));
+}
+
+uint32_t Pieces::payload() const {
+    return static_cast<uint32_t>(std::min<uint64_t>(count(), size_ - std::min(size_, offset_)));
+}
+
+bool Pieces::advance() {
+    offset_ += count();
+    slot_ = (slot_ + 1) % RequestSlots::kRound;
+    return offset_ < total_;
+}

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+// The source side of cat, copy, move and dd: a file opened wherever it lies, read piece by piece.
+//
+// The storage layer wants whole blocks. So a remote source whose size is not a multiple of the block size is grown on
+// the server while it is read, and cut back afterwards. A local file is never resized.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "include/tdm.h"
+#include "platform/path_buffer.h"
+#include "tslwnfs/storage/local_file.h"
+#include "tslwnfs/storage/transfer.h"
+
+// How a command writes the trace records of a source that was grown, and of a destination that was created. The
+// differences between the commands are part of what readers of traces rely on.
+struct TransferRecords {
+    const char *function;  // the name the records carry
+    uint32_t source_resized_level;
+    bool source_resized_wide;  // through the wide-string conversion
+    uint32_t source_reidentified_level;
+    uint32_t created_level;
+    uint32_t committed_level;
+};
+
+// The bytes that round size up to whole blocks; 0 when it is whole already.
+uint64_t padding_for(uint64_t size);
+
+struct SourceFile {
+    SourceFile() = default;
+    SourceFile(const SourceFile &) = delete;
+    SourceFile &operator=(const SourceFile &) = delete;
+    // Cuts a source that is still grown back to its size: a failed command must not leave it longer than it was.
+    ~SourceFile();
+
+    uint64_t total() const { return size + padding; }
+
+    PathBuffer path;
+    bool local = false;
+    FileStream stream;      // of a local file, while it is open
+    TdmFileInfo info = {};  // of a remote file
+    uint64_t size = 0;      // bytes
+    uint64_t padding = 0;   // bytes
+    bool extended = false;  // longer on the server than size
+};
+
+// Opens source.path, resolved, and grows it when it is remote and needs padding. Traces what failed.
+[[nodiscard]] bool open_source(SourceFile &source, const TransferRecords &records);
+
+// Cuts a grown source back, with a level-1 record. Does nothing for another one.
+[[nodiscard]] bool shrink_source(SourceFile &source, const TransferRecords &records);
+
+// Closes a remote file; a failure is traced and changes nothing else.
+void release_file(const PathBuffer &path, const TdmFileInfo &info, const TransferRecords &records);
+
+// The pieces of a transfer: bsize bytes each, the last one what remains of the padded size. There is always a first
+// one, empty for an empty file.
+class Pieces {
+  public:
+    explicit Pieces(const SourceFile &source) : size_(source.size), total_(source.total()) {}
+
+    std::size_t slot() const { return slot_; }
+    uint64_t offset() const { return offset_; }
+    uint32_t count() const;    // bytes to ask for
+    uint32_t payload() const;  // bytes of these that belong to the file, not to its padding
+    [[nodiscard]] bool advance();
+
+  private:
+    uint64_t size_;
+    uint64_t total_;
+    uint64_t offset_ = 0;
+    std::size_t slot_ = 0;
+};
+
+// Reads one piece into buffer; what a local file does not fill of it is zeroed. Traces and returns false when a local
+// file ends too early.
+[[nodiscard]] bool read_piece(const SourceFile &source, const Pieces &pieces, RequestSlots &requests,
+                              const TransferBuffer &buffer, const TransferRecords &records);

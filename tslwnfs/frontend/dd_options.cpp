@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: Apache-2.0
+// The options of dd. Numbers are added to what the option has already, digit by digit, in 32 bits that wrap: "-bs 1 -bs
+// 2" means 12, and a size that does not fit means whatever is left of it.
+#include <algorithm>
+#include <cstdint>
+#include <string_view>
+
+#include "tslwnfs/frontend/grammar.h"
+#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/output.h"
+
+namespace {
+
+struct DdOption {
+    std::string_view lower, upper;
+    bool (*take)(const DdOption &option, const char *value);  // false: the value is wrong, and that was told
+    int32_t *number = nullptr;                                // sizes and offsets
+    int32_t *block = nullptr;                                 // offsets: the size of their unit
+    int32_t *found = nullptr;                                 // files
+    const char **operand = nullptr;                           // files
+    Message refusal = {};                                     // files: the message for a value with a hyphen
+    uint32_t bit = 0;
+};
+
+bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+bool is_letter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+int32_t times(int32_t number, uint32_t factor) {
+    return static_cast<int32_t>(static_cast<uint32_t>(number) * factor);
+}
+
+// Any character counts as a digit of its distance from "0"; only letters were ever looked at.
+void add_digit(int32_t &number, char c) {
+    const uint32_t digit = uint32_t{static_cast<unsigned char>(c)} - '0';
+    number = static_cast<int32_t>(static_cast<uint32_t>(number) * 10 + digit);
+}
+
+// What a suffix multiplies by; 0 for an unknown one. The two-letter forms count in thousands and must stand exactly,
+// in one case; otherwise the first letter decides.
+uint32_t factor_of(std::string_view suffix) {
+    struct Suffix {
+        char letter;
+        uint32_t factor;
+        uint32_t thousands;  // 0 = no two-letter form
+    };
+    constexpr Suffix kSuffixes[] = {
+        {'w', 2, 0}, {'b', 512, 0}, {'k', 1u << 10, 1000}, {'m', 1u << 20, 1000000}, {'g', 1u << 30, 1000000000},
+    };
+    for (const auto &known : kSuffixes) {
+        const char upper = static_cast<char>(known.letter - 'a' + 'A');
+        if (suffix[0] != known.letter && suffix[0] != upper) continue;
+        const char lower_pair[] = {known.letter, 'b'}, upper_pair[] = {upper, 'B'};
+        const bool pair = suffix == std::string_view(lower_pair, 2) || suffix == std::string_view(upper_pair, 2);
+        return pair && known.thousands != 0 ? known.thousands : known.factor;
+    }
+    return 0;
+}
+
+bool refuse_hyphen(const DdOption &option) {
+    const std::string name(option.upper);
+    trace_message("get_options", Message::value_begins_with_hyphen, name.c_str());
+    return false;
+}
+
+bool take_size(const DdOption &option, const char *value) {
+    if (value[0] == '-') return refuse_hyphen(option);
+    const char *c = value;
+    for (; *c != '\0' && !is_letter(*c); ++c)
+        add_digit(*option.number, *c);
+    if (*c == '\0') return true;
+    const uint32_t factor = factor_of(c);
+    if (factor == 0) {
+        print_message(Message::unknown_suffix);
+        return false;
+    }
+    *option.number = times(*option.number, factor);
+    return true;
+}
+
+bool take_common_size(const DdOption &option, const char *value) {
+    if (!take_size(option, value)) return false;
+    IBS = OBS = BS;
+    return true;
+}
+
+// The unit is the block size known at this moment; one given later on the line changes nothing.
+bool take_offset(const DdOption &option, const char *value) {
+    if (value[0] == '-') return refuse_hyphen(option);
+    for (const char *c = value; *c != '\0'; ++c) {
+        if (!is_digit(*c)) {
+            const std::string name(option.upper.substr(1));
+            print_message(Message::count_not_digits, name.c_str());
+            return false;
+        }
+        add_digit(*option.number, *c);
+    }
+    *option.number = times(*option.number, static_cast<uint32_t>(*option.block));
+    return true;
+}
+
+bool take_file(const DdOption &option, const char *value) {
+    if (value[0] == '-') {
+        print_message(option.refusal);
+        return false;
+    }
+    *option.found = 1;
+    *option.operand = value;
+    return true;
+}
+
+bool take_parallel(const DdOption &, const char *value) {
+    if (value[0] == '-') {
+        print_message(Message::bad_parallel);
+        return false;
+    }
+    for (const char *c = value; *c != '\0'; ++c) {
+        if (!is_digit(*c)) {
+            print("%s", "Enter a numerical value");
+            return false;
+        }
+        add_digit(parallel, *c);
+    }
+    nios = parallel;
+    return true;
+}
+
+constexpr DdOption kOptions[] = {
+    {.lower = "-bs", .upper = "-BS", .take = take_common_size, .number = &BS, .bit = kDdBs},
+    {.lower = "-ibs", .upper = "-IBS", .take = take_size, .number = &IBS, .bit = kDdIbs},
+    {.lower = "-obs", .upper = "-OBS", .take = take_size, .number = &OBS, .bit = kDdObs},
+    {.lower = "-count", .upper = "-COUNT", .take = take_size, .number = &COUNT, .bit = kDdCount},
+    {.lower = "-seek", .upper = "-SEEK", .take = take_offset, .number = &SEEK, .block = &OBS, .bit = kDdSeek},
+    {.lower = "-skip", .upper = "-SKIP", .take = take_offset, .number = &SKIP, .block = &IBS, .bit = kDdSkip},
+    {.lower = "-if",
+     .upper = "-IF",
+     .take = take_file,
+     .found = &iffound,
+     .operand = &fname,
+     .refusal = Message::bad_if,
+     .bit = kDdIf},
+    {.lower = "-of",
+     .upper = "-OF",
+     .take = take_file,
+     .found = &offound,
+     .operand = &fname1,
+     .refusal = Message::bad_of,
+     .bit = kDdOf},
+    {.lower = "-p", .upper = "-P", .take = take_parallel},
+};
+
+bool take_option(Words &words) {
+    const auto option = std::find_if(std::begin(kOptions), std::end(kOptions),
+                                     [&](const auto &one) { return words.is(one.lower) || words.is(one.upper); });
+    words.take();
+    if (option == std::end(kOptions) || words.done()) return false;
+    if (!option->take(*option, words.take())) return false;
+    COMMAND_OPTION |= option->bit;
+    return true;
+}
+
+}  // namespace
+
+ParseOutcome parse_dd(Words &words) {
+    const bool alone = words.total() == 2;
+    if (alone) return ParseOutcome::dd_help;
+    while (!words.done()) {
+        if (!take_option(words)) return ParseOutcome::dd_help;
+    }
+    return ParseOutcome::accepted;
+}

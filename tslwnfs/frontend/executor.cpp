@@ -1,0 +1,226 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/frontend/executor.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include "platform/path_buffer.h"
+#include "tslwnfs/commands/attributes.h"
+#include "tslwnfs/commands/listing.h"
+#include "tslwnfs/frontend/command_table.h"
+#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/frontend/wildcard.h"
+#include "tslwnfs/storage/resolve.h"
+
+namespace {
+
+constexpr char kFunction[] = "exec_command";
+constexpr std::size_t kOperandLimit = 260;  // characters; every operand is shorter
+constexpr uint32_t kUnusable = 4;
+
+uint32_t unusable() {
+    print_message(Message::operands_unusable);
+    return kUnusable;
+}
+
+uint32_t give_verdict(uint32_t result) {
+    if (result == 0) {
+        print_message(Message::command_succeeded);
+    } else {
+        print_message(Message::command_failed, result);
+    }
+    return result;
+}
+
+uint32_t not_available(const Command &command) {
+    const std::string name =
+        command.words[0] != nullptr ? command.words[0] : "command " + std::to_string(int{command.code});
+    static_cast<void>(std::fprintf(stderr, "tslwnfs: %s is not available in this build\n", name.c_str()));
+    tslwnfswrf(3, kFunction, "%s is not available in this build\n", name.c_str());
+    return give_verdict(1);
+}
+
+bool is_too_long(const char *operand) {
+    return operand != nullptr && std::strlen(operand) >= kOperandLimit;
+}
+
+// An operand without one trailing separator; a separator behind a ":" is a root and stays.
+std::string trimmed(const char *operand) {
+    std::string text = operand != nullptr ? operand : "";
+    const bool separated = text.ends_with('/') || text.ends_with('\\');
+    const bool is_root = text.size() > 1 && text[text.size() - 2] == ':';
+    if (separated && !is_root) text.pop_back();
+    return text;
+}
+
+std::string lowered(std::string text) {
+    tolower_string(text.data());
+    return text;
+}
+
+bool has_wildcard(const std::string &text) {
+    return text.find_first_of("*?") != std::string::npos;
+}
+
+// A path written with a drive letter that holds a second colon is lower-cased; "nfs:" is such a colon's usual reason
+// and protects the path.
+void lower_drive_path(std::string &path) {
+    if (path.size() < 2 || std::isalpha(static_cast<unsigned char>(path[0])) == 0 || path[1] != ':') return;
+    if (path.find(':', 2) == std::string::npos || lowered(path).find("nfs:") != std::string::npos) return;
+    tolower_string(path.data());
+}
+
+// A resolved path in two.
+struct SplitPath {
+    std::string directory;
+    std::string name;
+
+    explicit SplitPath(std::string_view path) {
+        const std::size_t separator = last_separator(path);
+        if (separator == std::string_view::npos) {
+            name = path;
+        } else {
+            directory = path.substr(0, separator);
+            name = path.substr(separator + 1);
+        }
+    }
+};
+
+// Resolves a trimmed operand. What is traced is the operand as it was given.
+bool resolve(const std::string &text, const char *given, PathBuffer &resolved) {
+    uint32_t status = 1;
+    sslnrmc(&status, text.c_str(), resolved);
+    if (status == 0) return true;
+    trace_message(kFunction, Message::path_unresolvable, given != nullptr ? given : "");
+    return false;
+}
+
+// One run of a file command over one file, or over the files that a wildcard names.
+class FileRun {
+  public:
+    FileRun(const Command &command, const char *first, const char *second)
+        : command_(command), first_(trimmed(first)), second_(trimmed(second)) {}
+
+    // Resolves both operands as given. False when one cannot be used.
+    bool prepare(const char *first, const char *second) {
+        PathBuffer resolved;
+        if (!resolve(first_, first, resolved)) return false;
+        source_.emplace(resolved.view());
+        return !command_.names_destination || prepare_destination(second);
+    }
+
+    uint32_t run() {
+        if (has_wildcard(first_)) {
+            run_on_matches();
+        } else {
+            run_on(first_, source_->name);
+        }
+        if (files_ == 0 || kept_ == kUnusable) return unusable();
+        return kept_;
+    }
+
+  private:
+    bool prepare_destination(const char *second) {
+        PathBuffer resolved;
+        if (!resolve(second_, second, resolved)) return false;
+        destination_.emplace(resolved.view());
+        destination_is_directory_ = is_directory_destination(resolved.c_str());
+        if (commandtype == kMove && destination_is_directory_) {
+            destination_->directory = resolved.view();
+            destination_->name = "*";
+        }
+        return true;
+    }
+
+    // Every name of the source's directory that the pattern matches, case left aside, in the order of the listing. The
+    // names go on in lower case.
+    void run_on_matches() {
+        NameList names;
+        if (source_->directory.empty() || read_dir(source_->directory.c_str(), names, 0) != 0) return;
+        const std::string pattern = lowered(source_->name);
+        for (auto &name : names) {
+            tolower_string(name.data());
+            if (strwildcmp(pattern.c_str(), name.c_str()) == 0) continue;
+            run_on(source_->directory + "/" + name, name);
+        }
+    }
+
+    void run_on(std::string source, const std::string &source_name) {
+        ++files_;
+        std::string destination = command_.names_destination ? destination_for(source_name) : second_;
+        if (!fits(source) || !fits(destination)) return keep(give_verdict(1));
+        lower_drive_path(source);
+        lower_drive_path(destination);
+        print_banner(source.c_str(), destination.c_str());
+        const bool refused = would_overwrite_moved();
+        keep(give_verdict(refused ? 1 : command_.run(source.c_str(), destination.c_str())));
+    }
+
+    std::string destination_for(const std::string &source_name) const {
+        char name[PathBuffer::kSize] = {};
+        strwildmatch(lowered(destination_->name).c_str(), lowered(source_name).c_str(), name, sizeof name);
+        return destination_->directory + "/" + name;
+    }
+
+    static bool fits(const std::string &path) {
+        if (path.size() < PathBuffer::kSize) return true;
+        trace_message(kFunction, Message::path_unresolvable, path.c_str());
+        return false;
+    }
+
+    // Moving several files to one name would leave only the last of them.
+    bool would_overwrite_moved() const {
+        if (commandtype != kMove || files_ < 2 || has_wildcard(destination_->name) || destination_is_directory_) {
+            return false;
+        }
+        tslwnfswrf(3, kFunction, "not moved: the destination already took another file\n");
+        return true;
+    }
+
+    void print_banner(const char *source, const char *destination) const {
+        if (command_.banner == nullptr) return;
+        if (command_.banner_on_terminal) {
+            static_cast<void>(std::fputs(command_.banner, stdout));
+        } else {
+            print(command_.banner, source, destination);
+        }
+    }
+
+    // The most recent failure counts, a later success notwithstanding.
+    void keep(uint32_t result) {
+        if (result != 0) kept_ = result;
+    }
+
+    const Command &command_;
+    std::string first_, second_;
+    std::optional<SplitPath> source_, destination_;
+    bool destination_is_directory_ = false;
+    std::size_t files_ = 0;
+    uint32_t kept_ = 0;
+};
+
+}  // namespace
+
+uint32_t exec_command(const char *first, const char *second) {
+    if (is_too_long(first) || is_too_long(second)) return unusable();
+    const Command *command = command_of(commandtype);
+    if (command == nullptr) return 0;
+    if (command->run == nullptr) return not_available(*command);
+    switch (command->execution) {
+        case Execution::no_verdict:
+            return command->run(first, second);
+        case Execution::once:
+            return give_verdict(command->run(first, second));
+        case Execution::on_files:
+            break;
+    }
+    FileRun run(*command, first, second);
+    return run.prepare(first, second) ? run.run() : unusable();
+}

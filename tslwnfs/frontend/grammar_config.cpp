@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: Apache-2.0
+// Grammars of the commands on tslnfstab. All read from fixed positions.
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tslwnfs/config/server_block.h"
+#include "tslwnfs/frontend/grammar.h"
+#include "tslwnfs/frontend/option_words.h"
+#include "tslwnfs/frontend/options.h"
+
+namespace {
+
+constexpr std::size_t kFirstOperand = 2;  // word index
+
+// Words are shorter than the fields of the record, so nothing is cut.
+void set_text(uint8_t &present, char (&field)[513], const char *value) {
+    present = 1;
+    std::snprintf(field, sizeof field, "%s", value);
+}
+
+constexpr SettingOption kMountOptions[] = {
+    {"-f", false, [](const char *) { new_sinfo.replace = 1; }},
+    {"-u", true,
+     [](const char *value) {
+         new_sinfo.uid_present = 1;
+         new_sinfo.uid = unsigned_decimal(value);
+     }},
+    {"-g", true,
+     [](const char *value) {
+         new_sinfo.gid_present = 1;
+         new_sinfo.gid = unsigned_decimal(value);
+     }},
+    {"-s", true, [](const char *value) { set_text(new_sinfo.server_present, new_sinfo.server, value); }},
+    {"-p", true, [](const char *value) { set_text(new_sinfo.path_present, new_sinfo.path, value); }},
+    {"-l", true, [](const char *value) { set_text(new_sinfo.local_present, new_sinfo.local, value); }},
+};
+
+// The pieces of a text between separators; an empty text is one empty piece.
+std::vector<std::string> split(std::string_view text, char separator) {
+    std::vector<std::string> pieces;
+    for (;;) {
+        const std::size_t end = text.find(separator);
+        pieces.emplace_back(text.substr(0, end));
+        if (end == std::string_view::npos) return pieces;
+        text.remove_prefix(end + 1);
+    }
+}
+
+// Calls add with the fields of each entry of a list; empty entries are skipped.
+template <class Add>
+void for_each_entry(std::string_view list, Add add) {
+    for (const auto &entry : split(list, ';')) {
+        if (!entry.empty()) add(split(entry, ','));
+    }
+}
+
+// Fields alternate between local and path, so that a third one replaces the first.
+void add_pairs(const char *list) {
+    if (!tab_info.pairs) tab_info.pairs.emplace();
+    for_each_entry(list, [](const std::vector<std::string> &fields) {
+        LocalPathPair pair;
+        for (std::size_t i = 0; i < fields.size(); ++i)
+            (i % 2 == 0 ? pair.local : pair.path) = fields[i];
+        tab_info.pairs->push_back(std::move(pair));
+    });
+}
+
+void add_exports(const char *list) {
+    if (!tab_info.exports) tab_info.exports.emplace();
+    for_each_entry(list, [](const std::vector<std::string> &fields) {
+        ExportEntry entry{fields[0], fields.size() > 1 ? fields[1] : "", std::nullopt};
+        if (fields.size() > 2) entry.security = fields[2];
+        tab_info.exports->push_back(std::move(entry));
+    });
+}
+
+constexpr SettingOption kServerOptions[] = {
+    {"-u", true, [](const char *value) { tab_info.uid = unsigned_decimal(value); }},
+    {"-g", true, [](const char *value) { tab_info.gid = unsigned_decimal(value); }},
+    {"-s", true, [](const char *value) { tab_info.server = value; }},
+    {"-lp", true, add_pairs},
+    {"-em", true, add_exports},
+    {"-v", true, [](const char *value) { tab_info.version = value; }},
+    {"-t", true, [](const char *value) { tab_info.mnt_timeout = value; }},
+    {"-r", true, [](const char *value) { tab_info.rdmaport = value; }},
+    {"-c", true, [](const char *value) { tab_info.community = value; }},
+    {"-sd", true, [](const char *value) { tab_info.security_default = value; }},
+    {"-m", true, [](const char *value) { tab_info.management = value; }},
+};
+
+// Of a script's words, those behind the named options go to their targets; every other word is skipped. All targets
+// must be set in the end.
+ParseOutcome take_script_values(Words &words, std::span<const ValueOption> options) {
+    words.move_to(kFirstOperand);
+    while (!words.done()) {
+        const ValueOption *known = nullptr;
+        for (const auto &option : options) {
+            if (words.is(option.word)) known = &option;
+        }
+        words.take();
+        if (known != nullptr && !words.done()) *known->target = words.take();
+    }
+    for (const auto &option : options) {
+        if (*option.target == nullptr) return ParseOutcome::usage;
+    }
+    return ParseOutcome::accepted;
+}
+
+}  // namespace
+
+ParseOutcome parse_mount(Words &words) {
+    new_sinfo = {};
+    words.move_to(kFirstOperand);
+    fname = words.take();
+    fname1 = words.take();
+    while (words.at_option())
+        take_setting(words, kMountOptions);
+    return ParseOutcome::accepted;
+}
+
+ParseOutcome parse_umount(Words &words) {
+    words.move_to(kFirstOperand);
+    fname = words.take();
+    return ParseOutcome::accepted;
+}
+
+ParseOutcome parse_createtslnfstab(Words &words) {
+    tab_info = {};
+    words.move_to(kFirstOperand);
+    while (words.at_option())
+        take_setting(words, kServerOptions);
+    return ParseOutcome::accepted;
+}
+
+ParseOutcome parse_server(Words &words) {
+    const ValueOption options[] = {{"-s", &fname}};
+    words.move_to(kFirstOperand);
+    return take_value_options(words, options);
+}
+
+ParseOutcome parse_enablerdma(Words &words) {
+    const ValueOption options[] = {{"-s", &fname}, {"-p", &fname1}};
+    words.move_to(kFirstOperand);
+    const ParseOutcome outcome = take_value_options(words, options);
+    return outcome == ParseOutcome::accepted && fname == nullptr ? ParseOutcome::usage : outcome;
+}
+
+ParseOutcome parse_mount_script(Words &words) {
+    const ValueOption options[] = {{"-e", &fname}, {"-m", &fname1}};
+    return take_script_values(words, options);
+}
+
+ParseOutcome parse_umount_script(Words &words) {
+    const ValueOption options[] = {{"-m", &fname}};
+    return take_script_values(words, options);
+}

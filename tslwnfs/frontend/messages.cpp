@@ -1,0 +1,252 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/frontend/messages.h"
+
+#include <algorithm>
+#include <array>
+#include <cassert>
+#include <cstdio>
+#include <optional>
+
+#include "platform/catalogue.h"
+#include "tslwnfs/frontend/catalogue_access.h"
+#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/frontend/trace.h"
+
+namespace {
+
+constexpr std::array kShapes = {
+    MessageShape{Message::not_administrator, ""},
+    MessageShape{Message::discovery_result, ""},
+    MessageShape{Message::session_failed, "u"},
+    MessageShape{Message::thread_registration_failed, "u"},
+    MessageShape{Message::count_not_digits, "s"},
+    MessageShape{Message::usage_header, ""},
+    MessageShape{Message::library_missing, "s"},
+    MessageShape{Message::configuration_missing, "s"},
+    MessageShape{Message::client_enabled, ""},
+    MessageShape{Message::client_not_enabled, ""},
+    MessageShape{Message::configuration_empty, "s"},
+    MessageShape{Message::discover_failed, "u"},
+    MessageShape{Message::status_unreadable, "s"},
+    MessageShape{Message::permissions_unchanged, "s"},
+    MessageShape{Message::first_operand_missing, ""},
+    MessageShape{Message::second_operand_missing, ""},
+    MessageShape{Message::file_exists, "s"},
+    MessageShape{Message::bad_if, ""},
+    MessageShape{Message::count_below_block, "d"},
+    MessageShape{Message::skip_beyond_input, "d"},
+    MessageShape{Message::command_failed, "u"},
+    MessageShape{Message::command_succeeded, ""},
+    MessageShape{Message::operands_unusable, ""},
+    MessageShape{Message::positioning_failed, "sd"},
+    MessageShape{Message::log_unopenable, "sd"},
+    MessageShape{Message::write_completed_with, "u"},
+    MessageShape{Message::not_a_directory, "s"},
+    MessageShape{Message::create_failed, "su"},
+    MessageShape{Message::remote_delete_failed, "su"},
+    MessageShape{Message::directory_unlisted, "s"},
+    MessageShape{Message::local_directory_unopenable, "s"},
+    MessageShape{Message::bad_of, ""},
+    MessageShape{Message::directory_not_removed, "s"},
+    MessageShape{Message::reidentify_failed, "u"},
+    MessageShape{Message::identify_returned, "su"},
+    MessageShape{Message::home_unknown, ""},
+    MessageShape{Message::file_not_deleted, "s"},
+    MessageShape{Message::value_begins_with_hyphen, "s"},
+    MessageShape{Message::bad_parallel, ""},
+    MessageShape{Message::readlink_location, "su"},
+    MessageShape{Message::readdir_location, "su"},
+    MessageShape{Message::trace_level_out_of_range, "s"},
+    MessageShape{Message::resize_failed, "u"},
+    MessageShape{Message::commit_failed, "u"},
+    MessageShape{Message::unknown_suffix, ""},
+    MessageShape{Message::fsstat_location, "su"},
+    MessageShape{Message::file_unreadable, "s"},
+    MessageShape{Message::unidentify_failed, "su"},
+    MessageShape{Message::usage_general, ""},
+    MessageShape{Message::usage_files, ""},
+    MessageShape{Message::usage_directories, ""},
+    MessageShape{Message::usage_attributes, ""},
+    MessageShape{Message::usage_configuration, ""},
+    MessageShape{Message::usage_mounts, ""},
+    MessageShape{Message::usage_client, ""},
+    MessageShape{Message::usage_network, ""},
+    MessageShape{Message::path_unresolvable, "s"},
+    MessageShape{Message::out_of_memory, "l"},
+    MessageShape{Message::file_unopenable, "s"},
+    MessageShape{Message::directory_not_created, "sd"},
+    MessageShape{Message::mkdir_location, "su"},
+    MessageShape{Message::library_not_copied, "s"},
+    MessageShape{Message::request_incomplete, "u"},
+    MessageShape{Message::fsinfo_location, "su"},
+    MessageShape{Message::getattr_location, "su"},
+    MessageShape{Message::setattr_location, "su"},
+    MessageShape{Message::rmdir_location, "su"},
+    MessageShape{Message::request_not_submitted, "u"},
+    MessageShape{Message::path_on_mount, ""},
+    MessageShape{Message::path_not_on_mount, ""},
+};
+
+char letter_of(const MessageArgument &argument) {
+    switch (argument.kind) {
+        case MessageArgument::Kind::text:
+            return 's';
+        case MessageArgument::Kind::unsigned_word:
+            return 'u';
+        case MessageArgument::Kind::signed_word:
+            return 'd';
+        case MessageArgument::Kind::byte_count:
+            return 'l';
+    }
+    return '?';
+}
+
+std::string letters_of(MessageArguments arguments) {
+    std::string letters;
+    for (const auto &argument : arguments)
+        letters += letter_of(argument);
+    return letters;
+}
+
+std::string shown(const MessageArgument &argument) {
+    switch (argument.kind) {
+        case MessageArgument::Kind::text:
+            return argument.text != nullptr ? argument.text : "";
+        case MessageArgument::Kind::unsigned_word:
+            return std::to_string(argument.unsigned_word);
+        case MessageArgument::Kind::signed_word:
+            return std::to_string(argument.signed_word);
+        case MessageArgument::Kind::byte_count:
+            return std::to_string(argument.byte_count);
+    }
+    return {};
+}
+
+// A piece of a text: literal characters, or one conversion with the letter of the argument it shows. A percent sign
+// that begins neither "%%" nor a known conversion gives the letter '?'.
+struct Piece {
+    std::string_view literal;
+    char letter = '\0';
+};
+
+Piece take_piece(std::string_view &text) {
+    constexpr std::pair<std::string_view, char> kConversions[] = {{"%s", 's'}, {"%u", 'u'}, {"%d", 'd'}, {"%lu", 'l'}};
+    Piece piece;
+    std::size_t length = text.find('%');
+    if (length != 0) {
+        piece.literal = text.substr(0, length);
+        length = piece.literal.size();
+    } else if (text.starts_with("%%")) {
+        piece.literal = text.substr(0, 1);
+        length = 2;
+    } else {
+        const auto known = std::find_if(std::begin(kConversions), std::end(kConversions),
+                                        [&](const auto &one) { return text.starts_with(one.first); });
+        piece.letter = known != std::end(kConversions) ? known->second : '?';
+        length = known != std::end(kConversions) ? known->first.size() : 1;
+    }
+    text.remove_prefix(length);
+    return piece;
+}
+
+// The text with its conversions replaced; it fits the arguments.
+std::string put_in_place(std::string_view text, MessageArguments arguments) {
+    std::string result;
+    std::size_t used = 0;
+    while (!text.empty()) {
+        const Piece piece = take_piece(text);
+        if (piece.letter == '\0') {
+            result += piece.literal;
+        } else {
+            result += shown(arguments[used++]);
+        }
+    }
+    return result;
+}
+
+constexpr bool is_usage_line(uint32_t number) {
+    return number >= static_cast<uint32_t>(Message::usage_general) &&
+           number <= static_cast<uint32_t>(Message::usage_network);
+}
+
+void print_text(const std::string &text) {
+    print("%s", text.c_str());
+}
+
+// The record's level is that of every error; a remark beside an error has the same.
+void trace_text(const char *function, const std::string &text) {
+    tslwnfswrf(3, function, "%s", text.c_str());
+}
+
+}  // namespace
+
+MessageCatalogue &messages_catalogue() {
+    static MessageCatalogue catalogue("tslwnfs");
+    return catalogue;
+}
+
+std::span<const MessageShape> message_shapes() {
+    return kShapes;
+}
+
+bool text_fits(std::string_view text, std::string_view arguments) {
+    std::size_t used = 0;
+    while (!text.empty()) {
+        const Piece piece = take_piece(text);
+        if (piece.letter == '\0') continue;
+        if (used == arguments.size() || arguments[used] != piece.letter) return false;
+        ++used;
+    }
+    return true;
+}
+
+void get_message(uint32_t number, char *buffer) {
+    const std::string *text = messages_catalogue().text(static_cast<int>(number));
+    if (text == nullptr) {
+        std::fputs("error in getting message from message file\n", stdout);
+        return;
+    }
+    if (is_usage_line(number)) {
+        std::snprintf(buffer, kMessageBufferSize, "%s", text->c_str());
+        return;
+    }
+    // A text that does not fit loses its end, never the line feed.
+    const int head = std::snprintf(buffer, kMessageBufferSize, "TWNFS-%.5u: ", number);
+    const int room = static_cast<int>(kMessageBufferSize) - head - 2;
+    std::snprintf(buffer + head, kMessageBufferSize - static_cast<std::size_t>(head), "%.*s\n", room, text->c_str());
+}
+
+std::string message_text(Message message, MessageArguments arguments) {
+    [[maybe_unused]] const auto shape =
+        std::find_if(kShapes.begin(), kShapes.end(), [&](const auto &one) { return one.message == message; });
+    assert(shape != kShapes.end() && shape->arguments == letters_of(arguments));
+    char buffer[kMessageBufferSize] = {};
+    get_message(static_cast<uint32_t>(message), buffer);
+    return text_fits(buffer, letters_of(arguments)) ? put_in_place(buffer, arguments) : buffer;
+}
+
+void print_message(Message message) {
+    print_text(message_text(message));
+}
+
+void print_message(Message message, MessageArgument first) {
+    print_text(message_text(message, {&first, 1}));
+}
+
+void print_message(Message message, MessageArgument first, MessageArgument second) {
+    const MessageArgument arguments[] = {first, second};
+    print_text(message_text(message, arguments));
+}
+
+void trace_message(const char *function, Message message) {
+    trace_text(function, message_text(message));
+}
+
+void trace_message(const char *function, Message message, MessageArgument first) {
+    trace_text(function, message_text(message, {&first, 1}));
+}
+
+void trace_message(const char *function, Message message, MessageArgument first, MessageArgument second) {
+    const MessageArgument arguments[] = {first, second};
+    trace_text(function, message_text(message, arguments));
+}

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the grammars share: the shapes that option words come in.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "tslwnfs/frontend/words.h"
+
+// Shows every letter of the option words at hand to examine; the words themselves are taken.
+void take_letters(Words &words, void (*examine)(char letter));
+
+// Takes the option words at hand, which mean nothing.
+void skip_options(Words &words);
+
+// Takes up to two operands into fname and fname1 (maximum 1 or 2); words left over are a usage error.
+ParseOutcome take_operands(Words &words, int maximum);
+
+// An option word whose next word goes to target.
+struct ValueOption {
+    std::string_view word;
+    const char **target;
+};
+
+// Takes the option words at hand; a value that is missing or begins with "-" is a usage error, unknown option words
+// are skipped.
+ParseOutcome take_value_options(Words &words, std::span<const ValueOption> options);
+
+// An option word with what it sets. Without a value, set is called with null.
+struct SettingOption {
+    std::string_view word;
+    bool has_value;
+    void (*set)(const char *value);
+};
+
+// Takes the option word at hand. One whose value is missing, and an unknown one, is skipped.
+void take_setting(Words &words, std::span<const SettingOption> options);
+
+// Decimal conversions as the C library makes them, leading digits only, cut to 32 bits.
+int32_t decimal(const char *text);
+uint32_t unsigned_decimal(const char *text);

@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/frontend/startup.h"
+
+#include <cstdio>
+#include <string>
+
+#include "include/tdm.h"
+#include "platform/caller.h"
+#include "platform/home.h"
+#include "tslwnfs/frontend/client_layer.h"
+#include "tslwnfs/frontend/command_line.h"
+#include "tslwnfs/frontend/command_table.h"
+#include "tslwnfs/frontend/executor.h"
+#include "tslwnfs/frontend/identity.h"
+#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/streams.h"
+#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/frontend/usage.h"
+
+namespace {
+
+constexpr char kFunction[] = "main";  // under which everything after the command line is traced
+constexpr int32_t kDefaultDepth = 50;
+constexpr uint32_t kWholeClientLayer = 31;
+
+template <std::size_t size>
+bool look_up_home(const char *marker, char (&home)[size]) {
+    const auto found = platform_home(marker);
+    std::snprintf(home, size, "%s", found.value_or("").c_str());
+    return found.has_value();
+}
+
+bool look_up_homes() {
+    if (look_up_home("?", tsl_ohome) && (look_up_home("?#", tsl_home) || look_up_home("?=", tsl_home))) return true;
+    trace_message(kFunction, Message::home_unknown);
+    return false;
+}
+
+// dd alone has operands that may be absent.
+void apply_dd_defaults() {
+    if (commandtype != kDd) return;
+    if (offound == 0) fname1 = "stdout";
+    if (iffound == 0) fname = "stdin";
+}
+
+bool check_operands() {
+    const Command *command = command_of(commandtype);
+    const Required required = command != nullptr ? command->required : Required::nothing;
+    const bool wants_first = required == Required::first || required == Required::both;
+    const bool wants_second = required == Required::second || required == Required::both;
+    if (wants_first && fname == nullptr) {
+        trace_message(kFunction, Message::first_operand_missing);
+    } else if (wants_second && fname1 == nullptr) {
+        trace_message(kFunction, Message::second_operand_missing);
+    } else {
+        return true;
+    }
+    print_message(Message::command_failed, uint32_t{1});
+    return false;
+}
+
+void set_depth() {
+    const bool given = commandtype == kFind && (COMMAND_OPTION & kFindMaxdepth) != 0;
+    maxdepth = given ? find_maxdepth_n : kDefaultDepth;
+}
+
+bool succeeded(uint32_t status, Message failure) {
+    if (status == 0) return true;
+    trace_message(kFunction, failure, status);
+    return false;
+}
+
+void set_library_trace() {
+    if (octx.trace_on != 1) return;
+    tdm_trace(TDM_TRACE_KGTDM, kgtdm_trace);
+    tdm_trace(TDM_TRACE_NFCORE, nfcore_trace);
+    tdm_trace(TDM_TRACE_SNFCORE, snfcore_trace);
+    tdm_trace(TDM_TRACE_NFCORE_MASK, static_cast<uint32_t>(nfcore_mask));
+}
+
+bool open_session() {
+    uint32_t version = TDM_INTERFACE_VERSION, extra = 0;
+    void *handle = nullptr;
+    char description[TDM_TEXT_SIZE] = {};
+    if (!succeeded(tdm_discover(&version, &handle, description, sizeof description, &pbsz, &extra),
+                   Message::discover_failed)) {
+        return false;
+    }
+    // The record of a discovery is a head without a text, and so without an end of line.
+    tslwnfswrf(3, kFunction, "%s", "");
+    if (!succeeded(tdm_registerthread(handle, 0, 1, 0, "tslwnfs", 0), Message::thread_registration_failed)) {
+        return false;
+    }
+    set_library_trace();
+    return succeeded(tdm_init(handle, &ctx), Message::session_failed);
+}
+
+// Everything between the command line and the end of the storage session.
+int run_session() {
+    if (!look_up_homes()) return 1;
+    tdm_tslinit(&octx);
+    if (octx.trace_on == 1) log_enabled = trace_enabled = 1;
+    apply_dd_defaults();
+    if (!check_operands()) return 1;
+    set_depth();
+    if (!open_session()) return 1;
+    if (id_enabled == 1) nfscred();
+    if (redirect_out == 1) static_cast<void>(close_log());
+    const uint32_t result = commandtype != kNoCommand ? exec_command(fname, fname1) : 0;
+    tdm_fini(ctx);
+    shut_down_client_layer(kWholeClientLayer);
+    return static_cast<int>(result);
+}
+
+}  // namespace
+
+int run_utility(std::span<char *> words) {
+    if (UserInTSLDBA() == 0) {
+        static_cast<void>(std::fputs(message_text(Message::not_administrator).c_str(), stderr));
+        return 1;
+    }
+    switch (get_options(words)) {
+        case ParseOutcome::accepted:
+            return run_session();
+        case ParseOutcome::usage:
+            print_usage();
+            break;
+        case ParseOutcome::help:
+            print_help();
+            break;
+        case ParseOutcome::dd_help:
+            print_dd_help();
+            break;
+        case ParseOutcome::refused:
+            break;
+    }
+    return 1;
+}

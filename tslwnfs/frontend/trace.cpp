@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/frontend/trace.h"
+
+#include <cstddef>
+#include <cstdio>
+
+#include "platform/clock.h"
+#include "tslwnfs/frontend/options.h"
+
+namespace {
+constexpr std::size_t kRecordSize = 512;  // bytes of a record's text with its terminator
+}
+
+void tslwnfswrf(uint32_t level, const char *function, const char *format, ...) {
+    // The sense is that of a threshold: the higher the configured level, the fewer records pass.
+    if (tslwnfs_trace == 0 || tslwnfs_trace > level) return;
+    if (octx.trace_on != 1 || octx.trace_stream == nullptr) return;
+    char record[kRecordSize];
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vsnprintf(record, sizeof record, format, arguments);
+    va_end(arguments);
+    if (length < 0) record[0] = '\0';
+    tsltrc_wrf("[%u],%s ", platform_clock(), function);
+    tsltrc_wrf("%s", record);
+    // A text of exactly 512 characters loses its last one without a note: the note begins behind the buffer's size.
+    if (length > static_cast<int>(kRecordSize)) {
+        tsltrc_wrf("%s", "Above message is truncated since it is greater than SSTMXFNM.\n");
+    }
+    // What a run traced before it died is what the trace is for.
+    static_cast<void>(std::fflush(octx.trace_stream));
+}
+
+void tslwnfswrf_wide(uint32_t level, const char *function, const wchar_t *text) {
+    tslwnfswrf(level, function, "%ls", text);
+}
+
+int32_t tsltrc_wrf(const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int32_t result = tsltrc_tslprintf(format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+int32_t tsltrc_tslprintf(const char *format, va_list arguments) {
+    if (octx.trace_on == 1 && octx.trace_stream != nullptr) {
+        static_cast<void>(std::vfprintf(octx.trace_stream, format, arguments));
+    }
+    return 0;
+}
