@@ -29,6 +29,7 @@ optional_needs=(
     rpcbind:rpcbind
     ip:iproute2
     unshare:util-linux
+    zsh:zsh
 )
 
 have() {

@@ -1,6 +1,7 @@
 """The NFS servers that the same tests run against: our own loopback server, and one that others wrote."""
 
 import pathlib
+import re
 import shutil
 import subprocess
 
@@ -39,45 +40,44 @@ class Server:
 
 
 class Loopnfsd(Server):
-    """Two processes of loopnfsd, one an export, on ports that the system picks."""
+    """loopnfsd on a port that the system picks. It keeps what is not committed to itself, so that a COMMIT that was
+    forgotten shows."""
 
     name = "loopnfsd"
 
     def __init__(self, home, place):
-        self.folders = [place / "rw", place / "ro"]
-        for folder in self.folders:
-            folder.mkdir(parents=True)
-        super().__init__(home, *self.folders)
-        self.daemons = []
-        blocks = []
-        for folder, mount, options in zip(self.folders, (READ_WRITE, READ_ONLY), ([], ["--read-only"])):
-            daemon = LoopnfsdProcess(self.client.home, folder, options)
-            self.daemons.append(daemon)
-            blocks.append(server_block(f"loop{mount}", daemon.address, [("/export", mount)]))
-        self.client.tslnfstab.write_text("".join(blocks))
+        writable, read_only = place / "rw", place / "ro"
+        writable.mkdir(parents=True)
+        read_only.mkdir()
+        super().__init__(home, writable, read_only)
+        self.daemon = LoopnfsdProcess(
+            home, "--hold-unstable", "--export", f"/rw={writable}", "--export", f"/ro={read_only},ro"
+        )
+        exports = [("/rw", READ_WRITE), ("/ro", READ_ONLY)]
+        self.client.tslnfstab.write_text(server_block("loop", self.daemon.address, exports))
 
     def ports(self):
-        return [daemon.port for daemon in self.daemons]
+        return [self.daemon.port]
 
     def close(self):
-        for daemon in self.daemons:
-            daemon.close()
+        self.daemon.close()
 
 
 class LoopnfsdProcess:
-    """One loopnfsd on a free port of loopback."""
+    """A loopnfsd on a free port of loopback. A folder given by itself is served as /export."""
 
-    def __init__(self, home, folder, options=()):
+    def __init__(self, home, *words):
         self.process = subprocess.Popen(
-            [home / "bin" / "loopnfsd", *options, folder],
+            [home / "bin" / "loopnfsd", *words],
             stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE,
+            text=True,
             preexec_fn=namespace.die_with_parent,
         )
-        first_line = self.process.stdout.readline().decode()
+        first_line = self.process.stdout.readline()
         if not first_line:
             raise RuntimeError(f"loopnfsd ended with status {self.process.wait()}")
-        self.port = int(first_line.split()[-1])
+        self.port = int(re.search(r"127\.0\.0\.1:(\d+)", first_line)[1])
         self.address = f"127.0.0.1:{self.port}"
 
     def close(self):
