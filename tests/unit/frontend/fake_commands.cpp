@@ -47,6 +47,9 @@ uint32_t removedir(const char *path) {
 uint32_t copyfile(const char *source, const char *destination) {
     return note("copyfile", source, destination);
 }
+uint32_t delfile(const char *path) {
+    return note("delfile", path);
+}
 uint32_t setattrdir(const char *path) {
     return note("setattrdir", path);
 }
