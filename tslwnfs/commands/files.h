@@ -9,4 +9,6 @@ uint32_t catfile(const char *path);
 uint32_t makedir(const char *path);
 uint32_t removedir(const char *path);
 uint32_t delfile(const char *path);
+uint32_t fsinfodir(const char *path);
+uint32_t fsstatdir(const char *path);
 uint32_t copyfile(const char *source, const char *destination);

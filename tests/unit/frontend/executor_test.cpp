@@ -346,8 +346,6 @@ TEST_F(Executor, CanRunFromWithinACommand) {
 TEST_F(Executor, SaysThatACommandIsNotAvailableAndNeverCallsItDone) {
     trace_errors();
     for (const auto &[code, name] : std::map<int32_t, std::string>{{kMove, "move"},
-                                                                   {kFsStat, "fsstat"},
-                                                                   {kFsInfo, "fsinfo"},
                                                                    {kFind, "find"},
                                                                    {kDd, "dd"},
                                                                    {kStorageProperties, "command 4"}}) {

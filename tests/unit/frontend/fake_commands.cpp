@@ -50,6 +50,12 @@ uint32_t copyfile(const char *source, const char *destination) {
 uint32_t delfile(const char *path) {
     return note("delfile", path);
 }
+uint32_t fsinfodir(const char *path) {
+    return note("fsinfodir", path);
+}
+uint32_t fsstatdir(const char *path) {
+    return note("fsstatdir", path);
+}
 uint32_t setattrdir(const char *path) {
     return note("setattrdir", path);
 }
