@@ -11,4 +11,5 @@ uint32_t removedir(const char *path);
 uint32_t delfile(const char *path);
 uint32_t fsinfodir(const char *path);
 uint32_t fsstatdir(const char *path);
+uint32_t statfile(const char *path);
 uint32_t copyfile(const char *source, const char *destination);

@@ -347,8 +347,7 @@ TEST_F(Executor, SaysThatACommandIsNotAvailableAndNeverCallsItDone) {
     trace_errors();
     for (const auto &[code, name] : std::map<int32_t, std::string>{{kMove, "move"},
                                                                    {kFind, "find"},
-                                                                   {kDd, "dd"},
-                                                                   {kStorageProperties, "command 4"}}) {
+                                                                   {kDd, "dd"}}) {
         CapturedOutput errors(STDERR_FILENO);
         EXPECT_EQ(execute(code, "/a", "/b"), 1u);
         EXPECT_EQ(errors.text(), "tslwnfs: " + name + " is not available in this build\n");

@@ -56,6 +56,9 @@ uint32_t fsinfodir(const char *path) {
 uint32_t fsstatdir(const char *path) {
     return note("fsstatdir", path);
 }
+uint32_t statfile(const char *path) {
+    return note("statfile", path);
+}
 uint32_t setattrdir(const char *path) {
     return note("setattrdir", path);
 }
