@@ -13,3 +13,4 @@ uint32_t fsinfodir(const char *path);
 uint32_t fsstatdir(const char *path);
 uint32_t statfile(const char *path);
 uint32_t copyfile(const char *source, const char *destination);
+uint32_t movefile(const char *source, const char *destination);

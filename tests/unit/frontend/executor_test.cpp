@@ -345,8 +345,7 @@ TEST_F(Executor, CanRunFromWithinACommand) {
 
 TEST_F(Executor, SaysThatACommandIsNotAvailableAndNeverCallsItDone) {
     trace_errors();
-    for (const auto &[code, name] : std::map<int32_t, std::string>{{kMove, "move"},
-                                                                   {kFind, "find"},
+    for (const auto &[code, name] : std::map<int32_t, std::string>{{kFind, "find"},
                                                                    {kDd, "dd"}}) {
         CapturedOutput errors(STDERR_FILENO);
         EXPECT_EQ(execute(code, "/a", "/b"), 1u);

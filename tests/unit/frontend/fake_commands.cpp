@@ -59,6 +59,9 @@ uint32_t fsstatdir(const char *path) {
 uint32_t statfile(const char *path) {
     return note("statfile", path);
 }
+uint32_t movefile(const char *source, const char *destination) {
+    return note("movefile", source, destination);
+}
 uint32_t setattrdir(const char *path) {
     return note("setattrdir", path);
 }
