@@ -27,6 +27,10 @@ uint32_t run_list(const char *path, const char *) {
     return read_dir(path, names, 1);
 }
 
+uint32_t run_find(const char *path, const char *pattern) {
+    return findfile(path, pattern, 0);
+}
+
 // The address commands of one family set it; those of both leave it alone.
 template <int32_t family, int32_t with_subnets>
 uint32_t run_addresses(const char *, const char *) {
@@ -151,7 +155,8 @@ constexpr Command kCommands[] = {
      .grammar = parse_find,
      .execution = Execution::on_files,
      .required = Required::both,
-     .banner = "FIND PATH:%s FILE:%s :\n"},
+     .banner = "FIND PATH:%s FILE:%s :\n",
+     .run = run_find},
     {.words = {"mount"},
      .code = kMount,
      .grammar = parse_mount,

@@ -345,8 +345,7 @@ TEST_F(Executor, CanRunFromWithinACommand) {
 
 TEST_F(Executor, SaysThatACommandIsNotAvailableAndNeverCallsItDone) {
     trace_errors();
-    for (const auto &[code, name] : std::map<int32_t, std::string>{{kFind, "find"},
-                                                                   {kDd, "dd"}}) {
+    for (const auto &[code, name] : std::map<int32_t, std::string>{{kDd, "dd"}}) {
         CapturedOutput errors(STDERR_FILENO);
         EXPECT_EQ(execute(code, "/a", "/b"), 1u);
         EXPECT_EQ(errors.text(), "tslwnfs: " + name + " is not available in this build\n");

@@ -62,6 +62,9 @@ uint32_t statfile(const char *path) {
 uint32_t movefile(const char *source, const char *destination) {
     return note("movefile", source, destination);
 }
+uint32_t findfile(const char *directory, const char *pattern, int32_t) {
+    return note("findfile", directory, pattern);
+}
 uint32_t setattrdir(const char *path) {
     return note("setattrdir", path);
 }

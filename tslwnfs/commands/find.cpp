@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: Apache-2.0
+// find: walks a tree depth first, prints what passes every test and can run a shell command for it.
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "tslwnfs/commands/attributes.h"
+#include "tslwnfs/commands/files.h"
+#include "tslwnfs/commands/listing.h"
+#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/frontend/wildcard.h"
+#include "tslwnfs/storage/resolve.h"
+
+namespace {
+
+constexpr const char *kFunction = "findfile";
+
+enum FindResult : uint32_t { kMatched = 0, kFailed = 1, kNothing = 4 };
+
+// Directories nested in each other, by links or by names. The default depth ends long before; what it does not bound
+// are links from directory to directory, and a negative depth.
+constexpr std::size_t kNestingMaximum = 2048;
+
+bool option(OptionBit bit) {
+    return (COMMAND_OPTION & bit) != 0;
+}
+
+std::string lowered(std::string text) {
+    tolower_string(text.data());
+    return text;
+}
+
+// Case never counts.
+bool matches(const std::string &pattern, const std::string &text) {
+    return strwildcmp(lowered(pattern).c_str(), lowered(text).c_str()) != 0;
+}
+
+// Sizes are compared as the 32-bit values that the options hold.
+int32_t compared_size(const AttrResult &attributes) {
+    const uint64_t size =
+        attributes.is_local != 0 ? static_cast<uint64_t>(attributes.local->st_size) : attributes.remote->size;
+    return static_cast<int32_t>(static_cast<uint32_t>(size));
+}
+
+bool is_within_bounds(int32_t size) {
+    if (option(kFindSizeAtLeast) && size < find_size_gsize) return false;
+    return !option(kFindSizeAtMost) || size <= find_size_lsize;
+}
+
+bool is_wanted_type(uint32_t type) {
+    if (!option(kFindType)) return true;
+    if (type == kTypeDirectory) return find_type_c == 'd';
+    return type == kTypeRegular && find_type_c == 'f';
+}
+
+bool passes_tests(uint32_t type, const AttrResult &attributes, const std::string &path) {
+    const int32_t size = compared_size(attributes);
+    if (!is_wanted_type(type) || !is_within_bounds(size)) return false;
+    if (option(kFindSize) && size != find_size_size) return false;
+    return !option(kFindPath) || matches(find_path_pattern == nullptr ? "" : find_path_pattern, path);
+}
+
+// A path as one word of a shell command. Names of the usual characters stand as they are; any other name would be taken
+// apart, or run, by the shell.
+std::string shell_word(const std::string &path) {
+    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-+,:@%=~^";
+    if (path.find_first_not_of(kPlain) == std::string::npos) return path;
+    std::string word = "'";
+    for (const char character : path) {
+        if (character == '\'') {
+            word += "'\\''";
+        } else {
+            word += character;
+        }
+    }
+    return word + "'";
+}
+
+void run_command(const std::string &path) {
+    std::string command;
+    for (int32_t word = 0; word < find_exec_cmdsize; ++word) {
+        const std::string text = find_exec_cmdptr[word];
+        command += (text == "{}" ? shell_word(path) : text) + " ";
+    }
+    if (command.empty()) return;
+    if (command.size() >= PathBuffer::kSize) {
+        tslwnfswrf(3, kFunction, "the command for %s is too long and was not run\n", path.c_str());
+        return;
+    }
+    // What was printed so far comes before what the command prints.
+    std::fflush(nullptr);
+    [[maybe_unused]] const int ignored = std::system(command.c_str());  // NOLINT(cert-env33-c): the option's purpose
+}
+
+void report_match(const std::string &path) {
+    // Matches are data for another program: they go to standard output, log or not.
+    if (!option(kFindExec) || option(kFindPrint)) std::printf("%s \n", path.c_str());
+    if (option(kFindExec)) run_command(path);
+}
+
+// Lists a directory and gives its resolved path. Stands apart, as link_target() does, so that no path buffer lies on
+// the stack while the walk goes deeper.
+bool list_directory(const std::string &path, NameList &names, std::string &resolved_path) {
+    if (read_dir(path.c_str(), names, 0) != 0) {
+        trace_message(kFunction, Message::directory_unlisted, path.c_str());
+        return false;
+    }
+    PathBuffer resolved;
+    if (!resolve_operand(kFunction, path.c_str(), resolved)) return false;
+    resolved_path = resolved.view();
+    return true;
+}
+
+// Empty when the link cannot be read.
+std::string link_target(const std::string &path) {
+    PathBuffer target;
+    return read_link(path.c_str(), target) == 0 ? std::string(target.view()) : "";
+}
+
+class Walk {
+  public:
+    explicit Walk(std::string pattern) : pattern_(std::move(pattern)) {}
+
+    uint32_t directory(const std::string &path, int32_t depth) {
+        if (depth == maxdepth) return kFailed;
+        NameList names;
+        std::string resolved;
+        if (!list_directory(path, names, resolved)) return kFailed;
+        if (chain_.size() == kNestingMaximum) {
+            tslwnfswrf(3, kFunction, "%s is nested too deeply\n", resolved.c_str());
+            return kFailed;
+        }
+        chain_.push_back(resolved);
+        uint32_t result = kNothing;
+        for (const std::string &name : names) {
+            if (entry(resolved + "/" + name, name, depth) == kMatched) result = kMatched;
+        }
+        chain_.pop_back();
+        return result;
+    }
+
+  private:
+    // Returns whether the entry, or something below it, matched. What links lead to does not count.
+    uint32_t entry(const std::string &path, const std::string &name, int32_t depth) {
+        if (path.size() >= PathBuffer::kSize) return kNothing;
+        AttrResult attributes;
+        uint32_t type = getattrdir(path.c_str(), attributes, 0);
+        if (attributes.empty()) type = kTypeFailure;
+        if (option(kFindFollow) && type == kTypeLink) {
+            follow(path, depth);
+            return kNothing;
+        }
+        const bool matched = matches(pattern_, name) && type != kTypeFailure && passes_tests(type, attributes, path);
+        if (matched) report_match(path);
+        const uint32_t below = type == kTypeDirectory ? directory(path, depth + 1) : kNothing;
+        return matched || below == kMatched ? kMatched : kNothing;
+    }
+
+    // Following a link does not deepen the walk, so nothing but this ends one that leads back.
+    void follow(const std::string &path, int32_t depth) {
+        const std::string target = link_target(path);
+        if (target.empty()) return;
+        if (std::find(chain_.begin(), chain_.end(), target) != chain_.end()) {
+            tslwnfswrf(3, kFunction, "%s leads back to %s and is not followed\n", path.c_str(), target.c_str());
+            return;
+        }
+        directory(target, depth);
+    }
+
+    std::string pattern_;
+    std::vector<std::string> chain_;  // the directories being walked, the outermost first
+};
+
+}  // namespace
+
+uint32_t findfile(const char *directory, const char *pattern, int32_t depth) {
+    if (directory == nullptr) {
+        trace_message(kFunction, Message::first_operand_missing);
+        return kFailed;
+    }
+    Walk walk(pattern == nullptr ? "" : pattern);
+    return walk.directory(directory, depth);
+}
