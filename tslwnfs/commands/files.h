@@ -8,4 +8,13 @@
 uint32_t catfile(const char *path);
 uint32_t makedir(const char *path);
 uint32_t removedir(const char *path);
+uint32_t delfile(const char *path);
+uint32_t fsinfodir(const char *path);
+uint32_t fsstatdir(const char *path);
+uint32_t statfile(const char *path);
 uint32_t copyfile(const char *source, const char *destination);
+uint32_t movefile(const char *source, const char *destination);
+
+// Returns 0 when something matched, 4 when nothing did, 1 for a failure or at the depth limit. depth is that of the
+// directory: 0 for the one the command names.
+uint32_t findfile(const char *directory, const char *pattern, int32_t depth);

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/commands/find.h"
-
+// find: walks a tree depth first, prints what passes every test and can run a shell command for it.
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "tslwnfs/commands/attributes.h"
-#include "tslwnfs/commands/find_exec.h"
+#include "tslwnfs/commands/files.h"
 #include "tslwnfs/commands/listing.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
@@ -17,139 +18,170 @@
 namespace {
 
 constexpr const char *kFunction = "findfile";
-constexpr uint32_t kMatched = 0;
-constexpr uint32_t kFailed = 1;
-constexpr uint32_t kNothingMatched = 4;
 
-// Directories that may be open inside one another: following a link does not deepen the walk, so maxdepth alone would
-// let a long chain of links use up the stack.
-constexpr std::size_t kMaximumNesting = 2000;
+enum FindResult : uint32_t { kMatched = 0, kFailed = 1, kNothing = 4 };
 
-bool option(uint32_t bit) {
+// Directories nested in each other, by links or by names. The default depth ends long before; what it does not bound
+// are links from directory to directory, and a negative depth.
+constexpr std::size_t kNestingMaximum = 2048;
+
+bool option(OptionBit bit) {
     return (COMMAND_OPTION & bit) != 0;
 }
 
-bool matches(std::string pattern, std::string text) {
-    return strwildcmp(tolower_string(pattern.data()), tolower_string(text.data())) != 0;
+std::string lowered(std::string text) {
+    tolower_string(text.data());
+    return text;
 }
 
-// The size as the size tests see it: the low 32 bits, with their sign.
-int32_t tested_size(const AttrResult &entry) {
-    const uint64_t size = entry.is_local != 0 ? static_cast<uint64_t>(entry.local->st_size) : entry.remote->size;
+// Case never counts.
+bool matches(const std::string &pattern, const std::string &text) {
+    return strwildcmp(lowered(pattern).c_str(), lowered(text).c_str()) != 0;
+}
+
+// Sizes are compared as the 32-bit values that the options hold.
+int32_t compared_size(const AttrResult &attributes) {
+    const uint64_t size =
+        attributes.is_local != 0 ? static_cast<uint64_t>(attributes.local->st_size) : attributes.remote->size;
     return static_cast<int32_t>(static_cast<uint32_t>(size));
 }
 
-bool within_bounds(int32_t size) {
+bool is_within_bounds(int32_t size) {
     if (option(kFindSizeAtLeast) && size < find_size_gsize) return false;
     return !option(kFindSizeAtMost) || size <= find_size_lsize;
 }
 
-bool has_wanted_type(uint32_t type) {
+bool is_wanted_type(uint32_t type) {
     if (!option(kFindType)) return true;
     if (type == kTypeDirectory) return find_type_c == 'd';
     return type == kTypeRegular && find_type_c == 'f';
 }
 
-bool passes_tests(const PathBuffer &path, uint32_t type, const AttrResult &entry) {
-    if (entry.empty() || !has_wanted_type(type)) return false;
-    const int32_t size = tested_size(entry);
-    if (!within_bounds(size)) return false;
+bool passes_tests(uint32_t type, const AttrResult &attributes, const std::string &path) {
+    const int32_t size = compared_size(attributes);
+    if (!is_wanted_type(type) || !is_within_bounds(size)) return false;
     if (option(kFindSize) && size != find_size_size) return false;
-    return !option(kFindPath) || find_path_pattern == nullptr || matches(find_path_pattern, path.c_str());
+    return !option(kFindPath) || matches(find_path_pattern == nullptr ? "" : find_path_pattern, path);
 }
 
-void report_match(const PathBuffer &path) {
+// A path as one word of a shell command. Names of the usual characters stand as they are; any other name would be taken
+// apart, or run, by the shell.
+std::string shell_word(const std::string &path) {
+    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-+,:@%=~^";
+    if (path.find_first_not_of(kPlain) == std::string::npos) return path;
+    std::string word = "'";
+    for (const char character : path) {
+        if (character == '\'') {
+            word += "'\\''";
+        } else {
+            word += character;
+        }
+    }
+    return word + "'";
+}
+
+void run_command(const std::string &path) {
+    std::string command;
+    for (int32_t word = 0; word < find_exec_cmdsize; ++word) {
+        const std::string text = find_exec_cmdptr[word];
+        command += (text == "{}" ? shell_word(path) : text) + " ";
+    }
+    if (command.empty()) return;
+    if (command.size() >= PathBuffer::kSize) {
+        tslwnfswrf(3, kFunction, "the command for %s is too long and was not run\n", path.c_str());
+        return;
+    }
+    // What was printed so far comes before what the command prints.
+    std::fflush(nullptr);
+    [[maybe_unused]] const int ignored = std::system(command.c_str());  // NOLINT(cert-env33-c): the option's purpose
+}
+
+void report_match(const std::string &path) {
+    // Matches are data for another program: they go to standard output, log or not.
     if (!option(kFindExec) || option(kFindPrint)) std::printf("%s \n", path.c_str());
-    if (option(kFindExec)) run_for_match(path.view());
+    if (option(kFindExec)) run_command(path);
+}
+
+// Lists a directory and gives its resolved path. Stands apart, as link_target() does, so that no path buffer lies on
+// the stack while the walk goes deeper.
+bool list_directory(const std::string &path, NameList &names, std::string &resolved_path) {
+    if (read_dir(path.c_str(), names, 0) != 0) {
+        trace_message(kFunction, Message::directory_unlisted, path.c_str());
+        return false;
+    }
+    PathBuffer resolved;
+    if (!resolve_operand(kFunction, path.c_str(), resolved)) return false;
+    resolved_path = resolved.view();
+    return true;
+}
+
+// Empty when the link cannot be read.
+std::string link_target(const std::string &path) {
+    PathBuffer target;
+    return read_link(path.c_str(), target) == 0 ? std::string(target.view()) : "";
 }
 
 class Walk {
   public:
-    explicit Walk(const char *name_pattern) : name_pattern_(name_pattern) {}
+    explicit Walk(std::string pattern) : pattern_(std::move(pattern)) {}
 
-    uint32_t directory(const char *path, int32_t depth);
+    uint32_t directory(const std::string &path, int32_t depth) {
+        if (depth == maxdepth) return kFailed;
+        NameList names;
+        std::string resolved;
+        if (!list_directory(path, names, resolved)) return kFailed;
+        if (chain_.size() == kNestingMaximum) {
+            tslwnfswrf(3, kFunction, "%s is nested too deeply\n", resolved.c_str());
+            return kFailed;
+        }
+        chain_.push_back(resolved);
+        uint32_t result = kNothing;
+        for (const std::string &name : names) {
+            if (entry(resolved + "/" + name, name, depth) == kMatched) result = kMatched;
+        }
+        chain_.pop_back();
+        return result;
+    }
 
   private:
-    bool entry(const PathBuffer &parent, const std::string &name, int32_t depth);
-    void follow(const PathBuffer &link, int32_t depth);
-    uint32_t list(const char *path, PathBuffer &resolved, NameList &names) const;
+    // Returns whether the entry, or something below it, matched. What links lead to does not count.
+    uint32_t entry(const std::string &path, const std::string &name, int32_t depth) {
+        if (path.size() >= PathBuffer::kSize) return kNothing;
+        AttrResult attributes;
+        uint32_t type = getattrdir(path.c_str(), attributes, 0);
+        if (attributes.empty()) type = kTypeFailure;
+        if (option(kFindFollow) && type == kTypeLink) {
+            follow(path, depth);
+            return kNothing;
+        }
+        const bool matched = matches(pattern_, name) && type != kTypeFailure && passes_tests(type, attributes, path);
+        if (matched) report_match(path);
+        const uint32_t below = type == kTypeDirectory ? directory(path, depth + 1) : kNothing;
+        return matched || below == kMatched ? kMatched : kNothing;
+    }
 
-    const char *name_pattern_;
-    std::size_t nesting_ = 0;
-    std::vector<std::string> followed_;  // the directories that links led to, from the outermost to the current one
+    // Following a link does not deepen the walk, so nothing but this ends one that leads back.
+    void follow(const std::string &path, int32_t depth) {
+        const std::string target = link_target(path);
+        if (target.empty()) return;
+        if (std::find(chain_.begin(), chain_.end(), target) != chain_.end()) {
+            tslwnfswrf(3, kFunction, "%s leads back to %s and is not followed\n", path.c_str(), target.c_str());
+            return;
+        }
+        directory(target, depth);
+    }
+
+    std::string pattern_;
+    std::vector<std::string> chain_;  // the directories being walked, the outermost first
 };
-
-uint32_t Walk::list(const char *path, PathBuffer &resolved, NameList &names) const {
-    if (nesting_ >= kMaximumNesting) {
-        tslwnfswrf(3, kFunction, "%s: more than %zu directories inside one another\n", path, kMaximumNesting);
-        return kFailed;
-    }
-    if (read_dir(path, names, 0) != 0) {
-        trace_message(kFunction, Message::directory_unlisted, path);
-        return kFailed;
-    }
-    uint32_t unusable = 0;
-    sslnrmc(&unusable, path, resolved);
-    if (unusable == 0) return 0;
-    trace_message(kFunction, Message::path_unresolvable, path);
-    return kFailed;
-}
-
-uint32_t Walk::directory(const char *path, int32_t depth) {
-    if (depth == maxdepth) return kFailed;
-    NameList names;
-    PathBuffer resolved;
-    if (list(path, resolved, names) != 0) return kFailed;
-    ++nesting_;
-    bool matched = false;
-    for (const std::string &name : names) {
-        if (entry(resolved, name, depth)) matched = true;
-    }
-    --nesting_;
-    return matched ? kMatched : kNothingMatched;
-}
-
-// Returns whether the entry, or something below it, matched.
-bool Walk::entry(const PathBuffer &parent, const std::string &name, int32_t depth) {
-    PathBuffer full = parent;
-    if (!full.append("/") || !full.append(name)) {
-        tslwnfswrf(3, kFunction, "%s/%s: the path is too long\n", parent.c_str(), name.c_str());
-        return false;
-    }
-    AttrResult attributes;
-    const uint32_t type = getattrdir(full.c_str(), attributes, 0);
-    if (type == kTypeLink && option(kFindFollow)) {
-        follow(full, depth);
-        return false;
-    }
-    bool matched = false;
-    if (matches(name_pattern_, name) && type != kTypeFailure && passes_tests(full, type, attributes)) {
-        report_match(full);
-        matched = true;
-    }
-    if (type == kTypeDirectory && directory(full.c_str(), depth + 1) == kMatched) matched = true;
-    return matched;
-}
-
-// A link that leads back to a directory another link led to would be followed without end: it stops there.
-void Walk::follow(const PathBuffer &link, int32_t depth) {
-    PathBuffer target;
-    if (read_link(link.c_str(), target) != 0 || target.empty()) return;
-    if (std::find(followed_.begin(), followed_.end(), target.view()) != followed_.end()) {
-        tslwnfswrf(3, kFunction, "%s leads back to %s\n", link.c_str(), target.c_str());
-        return;
-    }
-    followed_.emplace_back(target.view());
-    static_cast<void>(directory(target.c_str(), depth));
-    followed_.pop_back();
-}
 
 }  // namespace
 
-uint32_t findfile(const char *directory, const char *name_pattern, int32_t depth) {
-    if (directory == nullptr || name_pattern == nullptr) {
-        trace_message(kFunction, Message::directory_unlisted, directory == nullptr ? "" : directory);
+uint32_t findfile(const char *directory, const char *pattern, int32_t depth) {
+    if (directory == nullptr) {
+        trace_message(kFunction, Message::first_operand_missing);
         return kFailed;
     }
-    return Walk(name_pattern).directory(directory, depth);
+    Walk walk(pattern == nullptr ? "" : pattern);
+    return walk.directory(directory, depth);
 }

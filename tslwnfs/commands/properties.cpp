@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/commands/properties.h"
-
+// What the storage interface knows of a file as an open file. No command word leads here; the executor's code 4 does.
 #include <sys/stat.h>
 
 #include <array>
@@ -8,9 +7,10 @@
 #include "include/tdm.h"
 #include "tslwnfs/commands/attribute_block.h"
 #include "tslwnfs/commands/attributes.h"
+#include "tslwnfs/commands/files.h"
 #include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
+#include "tslwnfs/storage/identify.h"
 #include "tslwnfs/storage/local_file.h"
 #include "tslwnfs/storage/resolve.h"
 
@@ -18,12 +18,12 @@ namespace {
 
 constexpr const char *kFunction = "statfile";
 
-struct PermittedLine {
+struct OperationLine {
     const char *label;
     uint16_t bit;
 };
 
-constexpr std::array<PermittedLine, 9> kPermittedLines = {{
+constexpr std::array<OperationLine, 9> kOperations = {{
     {"CREATE:                        ", TDM_PERMITTED_CREATE},
     {"READ  :                        ", TDM_PERMITTED_READ},
     {"WRITE :                        ", TDM_PERMITTED_WRITE},
@@ -35,25 +35,24 @@ constexpr std::array<PermittedLine, 9> kPermittedLines = {{
     {"RAW VOLUME:                    ", TDM_PERMITTED_RAW_VOLUME},
 }};
 
-void print_remote_properties(const TdmFileInfo &info) {
+void print_properties(const TdmFileInfo &info) {
     print("\n \t file identifier                %llu%s", static_cast<unsigned long long>(info.file),
           output_is_log() ? "" : "  ");
     print("\n \t file size                      %llu  bytes", static_cast<unsigned long long>(info.size));
     print("\n \t prefered i/o size              %u    bytes", info.preferred_io_size);
     print("\n \t prefered i/o alignment         %u    bytes", info.preferred_io_alignment);
     print("\n \t permitted tdm operations:");
-    for (const PermittedLine &line : kPermittedLines) {
+    for (const OperationLine &line : kOperations) {
         print("\n \t %s%s", line.label, yes_or_no((info.permitted & line.bit) != 0));
     }
-    // The sides are counted for a file that is being resilvered, whether or not one side can be read on its own.
+    // A file that can be resilvered has sides, whether or not they can be addressed one by one.
     if ((info.permitted & TDM_PERMITTED_RESILVER) != 0) {
         print("\n\n \tno.of mirror sides\t\t\t%hu", info.mirror_sides);
     }
 }
 
-uint32_t report_local_file(const PathBuffer &path) {
-    uint64_t size = 0;
-    if (open_local_source(path.c_str(), size) == nullptr) {
+uint32_t print_local(const PathBuffer &path) {
+    if (!is_readable(path.c_str())) {
         trace_message(kFunction, Message::file_unreadable, path.c_str());
         return 1;
     }
@@ -75,17 +74,15 @@ uint32_t statfile(const char *path) {
     if (!resolve_operand(kFunction, path, resolved)) return 1;
     AttrResult attributes;
     if (getattrdir(resolved.c_str(), attributes, 0) == kTypeDirectory) return 1;
-
-    uint32_t code = 0;
-    PathBuffer error_text;
     TdmFileInfo info = {};
-    const uint32_t status =
-        tdm_identify(ctx, resolved.c_str(), 0, 2, &code, error_text.writable(), PathBuffer::kSize, &info, 0);
-    if (status != 0 || code == TDM_IDENTIFIED_FAILED || code == TDM_IDENTIFIED_LOCAL) {
-        trace_message(kFunction, Message::identify_returned, resolved.c_str(), code);
+    switch (identify_existing(kFunction, resolved, info)) {
+        case FileKind::local:
+            return print_local(resolved);
+        case FileKind::remote:
+            print_properties(info);  // the file stays open until the session ends
+            return 0;
+        case FileKind::failed:
+            break;
     }
-    if (status != 0 || code == TDM_IDENTIFIED_FAILED) return 1;
-    if (code == TDM_IDENTIFIED_LOCAL) return report_local_file(resolved);
-    print_remote_properties(info);
-    return 0;
+    return 1;
 }

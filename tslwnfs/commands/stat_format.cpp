@@ -1,100 +1,92 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/commands/stat_format.h"
 
-#include <string_view>
-
 #include "tslwnfs/commands/attribute_block.h"
 
 namespace {
 
-std::string remote_type(uint32_t type) {
-    switch (type) {
-        case TDM_TYPE_DIRECTORY:
-            return "d";
-        case TDM_TYPE_REGULAR:
-            return "f";
-        default:
-            return "-";
-    }
-}
+// What the directives stand for; the two kinds of objects differ in their texts only.
+struct Values {
+    std::string permissions;
+    const char *type;
+    std::string gid;
+    std::string uid;
+    std::string size;
+    std::string_view path;
+    std::string access;
+    std::string modification;
+    std::string change;
+};
 
-std::string local_type(mode_t mode) {
-    if (S_ISDIR(mode)) return "d";
-    return S_ISREG(mode) ? "f" : "-";
-}
-
-std::string remote_value(char directive, const TdmAttributes &attributes, const char *path) {
+std::string_view value_of(char directive, const Values &values) {
     switch (directive) {
         case 'A':
-            return all_permissions(attributes.permissions);
+            return values.permissions;
         case 'F':
-            return remote_type(attributes.type);
+            return values.type;
         case 'g':
-            return std::to_string(attributes.gid);
+            return values.gid;
         case 'u':
-            return std::to_string(attributes.uid);
+            return values.uid;
         case 's':
-            return std::to_string(attributes.size);
+            return values.size;
         case 'n':
-            return path;
+            return values.path;
         case 'x':
-            return time_text(attributes.access_seconds);
+            return values.access;
         case 'y':
-            return time_text(attributes.modification_seconds);
+            return values.modification;
         case 'z':
-            return time_text(attributes.change_seconds);
+            return values.change;
         default:
             return {};
     }
 }
 
-// The ids of a local object are shown as signed 16-bit numbers, and its permissions are the owner's alone.
-std::string local_value(char directive, const struct stat &status, const char *path) {
-    switch (directive) {
-        case 'A':
-            return owner_permissions(status.st_mode);
-        case 'F':
-            return local_type(status.st_mode);
-        case 'g':
-            return std::to_string(static_cast<short>(status.st_gid));
-        case 'u':
-            return std::to_string(static_cast<short>(status.st_uid));
-        case 's':
-            return format_I64d(status.st_size);
-        case 'n':
-            return path;
-        case 'x':
-            return time_text(static_cast<uint64_t>(status.st_atime));
-        case 'y':
-            return time_text(static_cast<uint64_t>(status.st_mtime));
-        case 'z':
-            return time_text(static_cast<uint64_t>(status.st_ctime));
-        default:
-            return {};
-    }
-}
-
-template <class Value>
-std::string expand(const char *format, Value value) {
+std::string substitute(std::string_view format, const Values &values) {
     std::string line;
-    std::string_view rest = format == nullptr ? std::string_view{} : std::string_view{format};
-    for (auto percent = rest.find('%'); percent != std::string_view::npos; percent = rest.find('%')) {
-        line += rest.substr(0, percent);
-        rest.remove_prefix(percent + 1);
-        if (rest.empty()) break;
-        line += value(rest.front());
-        rest.remove_prefix(1);
+    while (!format.empty()) {
+        const std::size_t percent = format.find('%');
+        line += format.substr(0, percent);
+        if (percent == std::string_view::npos || percent + 1 == format.size()) break;
+        line += value_of(format[percent + 1], values);
+        format.remove_prefix(percent + 2);
     }
-    line += rest;
     return line;
+}
+
+// The owner numbers of a local file are shown as signed 16-bit values.
+std::string short_number(uint32_t number) {
+    return std::to_string(static_cast<short>(number));
+}
+
+const char *type_letter(bool is_directory, bool is_regular) {
+    return is_directory ? "d" : is_regular ? "f" : "-";
 }
 
 }  // namespace
 
-std::string format_status(const char *format, const TdmAttributes &attributes, const char *path) {
-    return expand(format, [&](char directive) { return remote_value(directive, attributes, path); });
+std::string format_remote(std::string_view format, std::string_view path, const TdmAttributes &attributes) {
+    return substitute(format,
+                      {.permissions = all_permissions(attributes.permissions),
+                       .type = type_letter(attributes.type == TDM_TYPE_DIRECTORY, attributes.type == TDM_TYPE_REGULAR),
+                       .gid = std::to_string(attributes.gid),
+                       .uid = std::to_string(attributes.uid),
+                       .size = std::to_string(attributes.size),
+                       .path = path,
+                       .access = time_text(attributes.access_seconds),
+                       .modification = time_text(attributes.modification_seconds),
+                       .change = time_text(attributes.change_seconds)});
 }
 
-std::string format_status(const char *format, const struct stat &status, const char *path) {
-    return expand(format, [&](char directive) { return local_value(directive, status, path); });
+std::string format_local(std::string_view format, std::string_view path, const struct stat &status) {
+    return substitute(format, {.permissions = owner_permissions(status.st_mode),
+                               .type = type_letter(S_ISDIR(status.st_mode), S_ISREG(status.st_mode)),
+                               .gid = short_number(status.st_gid),
+                               .uid = short_number(status.st_uid),
+                               .size = format_I64d(status.st_size),
+                               .path = path,
+                               .access = time_text(static_cast<uint64_t>(status.st_atime)),
+                               .modification = time_text(static_cast<uint64_t>(status.st_mtime)),
+                               .change = time_text(static_cast<uint64_t>(status.st_ctime))});
 }

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// The line that "stat -c FORMAT" prints.
+// The one-line form of stat: a format whose directives stand for what is known of an object.
 #pragma once
 
 #include <sys/stat.h>
 
 #include <string>
+#include <string_view>
 
 #include "include/tdm.h"
 
-// Replaces each "%" and the letter behind it by what the letter stands for: A permissions, F type, g and u owner ids, s
-// size, n the path, x y z the times; any other character is dropped with its "%". No line feed is added. A missing
-// format is an empty one.
-std::string format_status(const char *format, const TdmAttributes &attributes, const char *path);
-std::string format_status(const char *format, const struct stat &status, const char *path);
+// Replaces A (permissions), F (type), g, u (owner), s (size), n (path) and x, y, z (times of access, modification and
+// status change, each with its line feed). "%" with any other character behind it, and a "%" at the end, vanish.
+std::string format_remote(std::string_view format, std::string_view path, const TdmAttributes &attributes);
+std::string format_local(std::string_view format, std::string_view path, const struct stat &status);

@@ -8,10 +8,7 @@
 #include "tslwnfs/client/client.h"
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/files.h"
-#include "tslwnfs/commands/filesystem.h"
-#include "tslwnfs/commands/find.h"
 #include "tslwnfs/commands/listing.h"
-#include "tslwnfs/commands/properties.h"
 #include "tslwnfs/config/config.h"
 #include "tslwnfs/netdisc/netdisc.h"
 #include "tslwnfs/storage/mount_table.h"
@@ -61,6 +58,7 @@ constexpr Command kCommands[] = {
     {.words = {"del", "delete", "rm"},
      .grammar = parse_delete,
      .banner = "DEL %s : \n",
+     .run = on_first<delfile>,
      .code = kDelete,
      .execution = Execution::on_files,
      .required = Required::first},
@@ -80,6 +78,7 @@ constexpr Command kCommands[] = {
     {.words = {"move", "mv"},
      .grammar = parse_two_files,
      .banner = "MOVE %s to %s: \n",
+     .run = movefile,
      .code = kMove,
      .execution = Execution::on_files,
      .required = Required::both,

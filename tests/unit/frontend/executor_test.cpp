@@ -50,10 +50,11 @@ TEST_F(Executor, AnnouncesEachCommandInItsOwnWords) {
                             {kSetAttributes, "SETATTR /a : \n", "setattrdir(/a)"},
                             {kList, "DIR /a : \n", "read_dir(/a, 1)"},
                             {kListRecursive, "", "read_dirlist(/a, 0)"},
+                            {kDelete, "DEL /a : \n", "delfile(/a)"},
                             {kStorageProperties, "STAT /a : \n", "statfile(/a)"},
                             {kFsStat, "FSSTAT /a : \n", "fsstatdir(/a)"},
                             {kFsInfo, "FSINFO /a : \n", "fsinfodir(/a)"},
-                            {kFind, "FIND PATH:/a FILE:/m :\n", "findfile(/a, /m, 0)"},
+                            {kFind, "FIND PATH:/a FILE:/m :\n", "findfile(/a, /m)"},
                             {kMount, "MOUNT:\n", "mount_otab(/a, /m)"},
                             {kUmount, "UMOUNT:\n", "umount_otab(/a)"}}) {
         EXPECT_EQ(execute(one.code, "/a", "/m"), 0u);
@@ -349,7 +350,7 @@ TEST_F(Executor, CanRunFromWithinACommand) {
 
 TEST_F(Executor, SaysThatACommandIsNotAvailableAndNeverCallsItDone) {
     trace_errors();
-    for (const auto &[code, name] : std::map<int32_t, std::string>{{kDelete, "del"}, {kMove, "move"}, {kDd, "dd"}}) {
+    for (const auto &[code, name] : std::map<int32_t, std::string>{{kDd, "dd"}}) {
         CapturedOutput errors(STDERR_FILENO);
         EXPECT_EQ(execute(code, "/a", "/b"), 1u);
         EXPECT_EQ(errors.text(), "tslwnfs: " + name + " is not available in this build\n");

@@ -4,10 +4,7 @@
 #include "tslwnfs/client/client.h"
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/files.h"
-#include "tslwnfs/commands/filesystem.h"
-#include "tslwnfs/commands/find.h"
 #include "tslwnfs/commands/listing.h"
-#include "tslwnfs/commands/properties.h"
 #include "tslwnfs/config/config.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/netdisc/netdisc.h"
@@ -50,17 +47,23 @@ uint32_t removedir(const char *path) {
 uint32_t copyfile(const char *source, const char *destination) {
     return note("copyfile", source, destination);
 }
-uint32_t statfile(const char *path) {
-    return note("statfile", path);
-}
-uint32_t fsstatdir(const char *path) {
-    return note("fsstatdir", path);
+uint32_t delfile(const char *path) {
+    return note("delfile", path);
 }
 uint32_t fsinfodir(const char *path) {
     return note("fsinfodir", path);
 }
-uint32_t findfile(const char *directory, const char *name_pattern, int32_t depth) {
-    return recorder().call("findfile", shown(directory) + ", " + shown(name_pattern) + ", " + std::to_string(depth));
+uint32_t fsstatdir(const char *path) {
+    return note("fsstatdir", path);
+}
+uint32_t statfile(const char *path) {
+    return note("statfile", path);
+}
+uint32_t movefile(const char *source, const char *destination) {
+    return note("movefile", source, destination);
+}
+uint32_t findfile(const char *directory, const char *pattern, int32_t) {
+    return note("findfile", directory, pattern);
 }
 uint32_t setattrdir(const char *path) {
     return note("setattrdir", path);

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/commands/deletion.h"
+
+#include <cstdio>
+
+#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/storage/local_file.h"
+
+bool check_deletable(const char *function, const PathBuffer &path) {
+    if (is_readable(path.c_str())) return true;
+    trace_message(function, Message::file_unopenable, path.c_str());
+    return false;
+}
+
+bool delete_local_file(const char *function, const PathBuffer &path) {
+    if (std::remove(path.c_str()) == 0) return true;
+    trace_message(function, Message::file_not_deleted, path.c_str());
+    return false;
+}
