@@ -33,7 +33,7 @@ struct Command {
     bool banner_on_terminal = false;  // to standard output even when there is a log
     bool names_destination = false;   // the second operand gives each file its destination
     bool words_ignore_case = false;
-    uint32_t (*run)(const char *first, const char *second) = nullptr;  // null: not available in this build
+    uint32_t (*run)(const char *first, const char *second) = nullptr;  // null for help only
 };
 
 std::span<const Command> command_table();
