@@ -15,6 +15,10 @@ uint32_t statfile(const char *path);
 uint32_t copyfile(const char *source, const char *destination);
 uint32_t movefile(const char *source, const char *destination);
 
+// Copies in blocks as the dd settings say; input and output count only when iffound and offound say so. Sets bsize to
+// the input block size and resets COUNT, and for a remote input SKIP.
+uint32_t ddfile(const char *input, const char *output);
+
 // Returns 0 when something matched, 4 when nothing did, 1 for a failure or at the depth limit. depth is that of the
 // directory: 0 for the one the command names.
 uint32_t findfile(const char *directory, const char *pattern, int32_t depth);

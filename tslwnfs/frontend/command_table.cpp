@@ -172,6 +172,7 @@ constexpr Command kCommands[] = {
     {.words = {"dd", "DD"},
      .grammar = parse_dd,
      .banner = "DD:\n",
+     .run = ddfile,
      .code = kDd,
      .execution = Execution::on_files,
      .required = Required::second,

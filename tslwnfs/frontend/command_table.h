@@ -27,7 +27,7 @@ struct Command {
     const char *words[3];  // null where there are fewer; none for what the command line never says itself
     Grammar grammar = nullptr;
     const char *banner = nullptr;                                      // a format for the first operand, or for both
-    uint32_t (*run)(const char *first, const char *second) = nullptr;  // null: not available in this build
+    uint32_t (*run)(const char *first, const char *second) = nullptr;  // null for help only
     CommandCode code;
     Execution execution = Execution::once;
     Required required = Required::nothing;

@@ -39,14 +39,6 @@ uint32_t give_verdict(uint32_t result) {
     return result;
 }
 
-uint32_t not_available(const Command &command) {
-    const std::string name =
-        command.words[0] != nullptr ? command.words[0] : "command " + std::to_string(int{command.code});
-    static_cast<void>(std::fprintf(stderr, "tslwnfs: %s is not available in this build\n", name.c_str()));
-    tslwnfswrf(3, kFunction, "%s is not available in this build\n", name.c_str());
-    return give_verdict(1);
-}
-
 bool is_too_long(const char *operand) {
     return operand != nullptr && std::strlen(operand) >= kOperandLimit;
 }
@@ -212,7 +204,6 @@ uint32_t exec_command(const char *first, const char *second) {
     if (is_too_long(first) || is_too_long(second)) return unusable();
     const Command *command = command_of(commandtype);
     if (command == nullptr) return 0;
-    if (command->run == nullptr) return not_available(*command);
     switch (command->execution) {
         case Execution::no_verdict:
             return command->run(first, second);

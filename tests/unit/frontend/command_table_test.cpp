@@ -96,6 +96,7 @@ TEST_F(CommandTable, RunsRowsOfOneCodeAlike) {
     for (const Command &command : command_table()) {
         if (command.code == kNoCommand) continue;
         const Command *first = command_of(command.code);
+        EXPECT_NE(command.run, nullptr) << command.code;
         EXPECT_EQ(command.run, first->run) << command.code;
         EXPECT_EQ(command.execution, first->execution) << command.code;
         EXPECT_EQ(command.required, first->required) << command.code;

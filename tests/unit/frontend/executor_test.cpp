@@ -346,18 +346,4 @@ TEST_F(Executor, CanRunFromWithinACommand) {
     EXPECT_THAT(calls(), ElementsAre("read_dir(/d/a, 0)", "catfile(/d/a/a)"));
 }
 
-// Commands of other builds
-
-TEST_F(Executor, SaysThatACommandIsNotAvailableAndNeverCallsItDone) {
-    trace_errors();
-    for (const auto &[code, name] : std::map<int32_t, std::string>{{kDd, "dd"}}) {
-        CapturedOutput errors(STDERR_FILENO);
-        EXPECT_EQ(execute(code, "/a", "/b"), 1u);
-        EXPECT_EQ(errors.text(), "tslwnfs: " + name + " is not available in this build\n");
-        EXPECT_EQ(printed_, failure(1));
-        EXPECT_THAT(calls(), IsEmpty());
-        EXPECT_TRUE(trace().ends_with("[n],exec_command " + name + " is not available in this build\n"));
-    }
-}
-
 }  // namespace

@@ -65,6 +65,9 @@ uint32_t movefile(const char *source, const char *destination) {
 uint32_t findfile(const char *directory, const char *pattern, int32_t) {
     return note("findfile", directory, pattern);
 }
+uint32_t ddfile(const char *input, const char *output) {
+    return note("ddfile", input, output);
+}
 uint32_t setattrdir(const char *path) {
     return note("setattrdir", path);
 }

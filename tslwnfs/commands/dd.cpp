@@ -1,0 +1,249 @@
+// SPDX-License-Identifier: Apache-2.0
+// dd: a copy in blocks, from an offset to an offset, with standard input and output in place of either file.
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <optional>
+
+#include "include/tdm.h"
+#include "tslwnfs/commands/attributes.h"
+#include "tslwnfs/commands/dd_batch.h"
+#include "tslwnfs/commands/dd_input.h"
+#include "tslwnfs/commands/dd_output.h"
+#include "tslwnfs/commands/dd_records.h"
+#include "tslwnfs/commands/destination_file.h"
+#include "tslwnfs/commands/file_transfer.h"
+#include "tslwnfs/commands/files.h"
+#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/storage/identify.h"
+#include "tslwnfs/storage/resolve.h"
+
+namespace {
+
+constexpr const char *kFunction = kDdRecords.function;
+constexpr int32_t kDefaultBlock = 1024;  // bytes
+
+// What one dd has open.
+struct Run {
+    RequestSlots requests;
+    SourceFile source;  // without a path when standard input is read
+    DestinationFile destination;
+    uint64_t size = 0;   // bytes of the input: the file's, or what the user said
+    uint64_t start = 0;  // where a local input stands, in bytes
+};
+
+void announce_standard_streams() {
+    if (iffound == 0) print("reading from standard input \n");
+    if (offound == 0) print("redirecting to stdout\n");
+}
+
+bool refuse_count() {
+    trace_message(kFunction, Message::count_below_block, IBS);
+    COUNT = 0;
+    return false;
+}
+
+bool refuse_skip() {
+    trace_message(kFunction, Message::skip_beyond_input, SKIP);
+    return false;
+}
+
+// Numbers of the command line wrap at 32 bits; what became negative is refused before anything is opened.
+bool settle_numbers() {
+    if (IBS == 0) IBS = kDefaultBlock;
+    if (OBS == 0) OBS = kDefaultBlock;
+    if (COUNT < 0) return refuse_count();
+    if (SKIP < 0) return refuse_skip();
+    if (IBS > 0 && OBS > 0 && SEEK >= 0) return true;
+    tslwnfswrf(3, kFunction, "block sizes and offsets must not be negative: ibs %d, obs %d, seek %d\n", IBS, OBS, SEEK);
+    return false;
+}
+
+// A stream that cannot be positioned is used from where it stands.
+bool position(FILE *stream, const PathBuffer &path, int32_t offset) {
+    if (fseeko(stream, offset, SEEK_SET) == 0) return true;
+    trace_message(kFunction, Message::positioning_failed, path.c_str(), offset);
+    return false;
+}
+
+// Reads a number and the line feed behind it, which is not part of the data. Without a number it is 0.
+uint64_t read_size() {
+    int character = std::getchar();
+    while (character != EOF && std::isspace(character) != 0) {
+        character = std::getchar();
+    }
+    uint64_t size = 0;
+    while (character >= '0' && character <= '9') {
+        const auto digit = static_cast<uint64_t>(character - '0');
+        size = size > (UINT64_MAX - digit) / 10 ? UINT64_MAX : size * 10 + digit;
+        character = std::getchar();
+    }
+    if (character != EOF && character != '\n') std::ungetc(character, stdin);
+    return size;
+}
+
+// A question, hence on standard output in any case.
+uint64_t ask_size() {
+    std::fputs("enter the maximum  file size You want \n", stdout);
+    std::fflush(nullptr);
+    const uint64_t size = read_size();
+    print("Enter Ctrl+c after input completes\n");
+    return size;
+}
+
+bool open_input_file(const char *input, Run &run) {
+    if (!resolve_operand(kFunction, input, run.source.path)) return false;
+    AttrResult attributes;
+    if (getattrdir(run.source.path.c_str(), attributes, 0) == kTypeDirectory) return false;
+    if (!open_source(run.source, kDdRecords)) return false;
+    run.size = run.source.size;
+    if (run.source.local && SKIP != 0 && position(run.source.stream.get(), run.source.path, SKIP)) {
+        run.start = static_cast<uint64_t>(SKIP);
+    }
+    return true;
+}
+
+bool open_input(const char *input, Run &run) {
+    if (iffound == 0) {
+        run.source.local = true;
+    } else if (!open_input_file(input, run)) {
+        return false;
+    }
+    if (run.size == 0) run.size = ask_size();
+    // Refused here, before the output loses what it holds.
+    if (COUNT != 0 && COUNT < IBS) return refuse_count();
+    if (!run.source.local && SKIP != 0 && static_cast<uint64_t>(SKIP) >= run.size) return refuse_skip();
+    return true;
+}
+
+// The size a remote output gets before the data: what will be written, padding included.
+uint64_t output_size(const Run &run) {
+    const uint64_t padding = run.source.padding > UINT64_MAX - run.size ? 0 : run.source.padding;
+    const uint64_t input = run.size + padding;
+    const auto seek = static_cast<uint64_t>(SEEK);
+    const auto skip = static_cast<uint64_t>(SKIP);
+    const uint64_t end = seek > UINT64_MAX - input ? UINT64_MAX : seek + input;
+    return end - std::min(end, skip);
+}
+
+bool resize_output(Run &run, uint32_t reidentified_level, const char *reidentified) {
+    if (!resize_destination(run.destination, output_size(run), kDdRecords)) return false;
+    TdmFileInfo &info = run.destination.info;
+    const uint32_t status = tdm_reidentify(ctx, info.file, 0, &info);
+    if (status != 0) {
+        trace_message(kFunction, Message::reidentify_failed, status);
+        return false;
+    }
+    tslwnfswrf(reidentified_level, kFunction, "%s", reidentified);
+    return true;
+}
+
+bool open_local_output(Run &run) {
+    if (open_local_destination(run.destination, kDdRecords) != Opened::ready) return false;
+    if (SEEK != 0) static_cast<void>(position(run.destination.stream.get(), run.destination.path, SEEK));
+    return true;
+}
+
+bool open_output_file(Run &run) {
+    DestinationFile &destination = run.destination;
+    const Identification found = identify(destination.path, destination.info);
+    const bool exists = found.status == 0 && found.code == TDM_IDENTIFIED_REMOTE;
+    if (!exists) trace_message(kFunction, Message::identify_returned, destination.path.c_str(), found.code);
+    if (iffound != 0 && is_source_itself(run.source, destination, exists, kDdRecords)) return false;
+    if (exists) {
+        return confirm_overwrite(destination.path) && resize_output(run, 1, "tdm_reidentify successful:dest\n");
+    }
+    const uint64_t size = found.failed() ? 0 : run.size + run.source.padding;
+    if (!create_destination(destination, size, kDdRecords)) return open_local_output(run);
+    return resize_output(run, 3, "tdm_reidentify successful:dest \n");
+}
+
+bool open_output(const char *input, const char *output, Run &run) {
+    if (offound == 0) return true;
+    PathBuffer &path = run.destination.path;
+    if (!resolve_operand(kFunction, output, path)) return false;
+    if (is_directory_destination(path.c_str())) {
+        const std::string_view named = iffound == 0 ? std::string_view(input) : run.source.path.view();
+        if (!extend_path(kFunction, path, "/") || !extend_path(kFunction, path, base_name(named))) return false;
+    }
+    return open_output_file(run);
+}
+
+bool copy_remote_input(DdInput &input, DdOutput &output, bool with_padding) {
+    while (!input.at_end()) {
+        if (!output.write(input.read_remote(with_padding))) return false;
+    }
+    return output.finish();
+}
+
+bool copy_stream(DdInput &input, DdOutput &output) {
+    while (!input.at_end()) {
+        const std::span<std::byte> buffer = input.buffer();
+        const DdInput::Block block = input.read_stream(buffer);
+        if (block.length != 0 && block.length != buffer.size()) {
+            print("warning :: ibs-%d & len-%d differ\n", IBS, static_cast<int>(block.length));
+        }
+        if (!output.write(buffer.first(block.wanted))) return false;
+    }
+    return output.finish();
+}
+
+// Local data goes to a server in batches; everything else goes block by block.
+bool copy_blocks(Run &run, DdInput &input) {
+    const auto input_block = static_cast<std::size_t>(IBS);
+    const auto seek = static_cast<uint64_t>(SEEK);
+    const bool to_server = offound != 0 && !run.destination.local;
+    if (to_server && !input.is_remote()) {
+        DdBatch batch(run.destination.info.file, seek, run.requests);
+        return batch.allocate(input_block) && batch.copy(input);
+    }
+    DdOutput output(offound == 0 ? nullptr : &run.destination, seek, run.requests);
+    if (!output.allocate(static_cast<std::size_t>(OBS), input_block)) return false;
+    return input.is_remote() ? copy_remote_input(input, output, to_server) : copy_stream(input, output);
+}
+
+bool copy_data(Run &run) {
+    std::optional<InterruptAsEndOfInput> interrupt;
+    if (iffound == 0) interrupt.emplace();
+    DdInput input(iffound == 0 ? nullptr : &run.source, run.size, run.start, run.requests);
+    if (!input.allocate(static_cast<std::size_t>(IBS))) return false;
+    if (SKIP != 0 && (iffound == 0 || input.is_remote())) input.discard(static_cast<uint64_t>(SKIP));
+    if (input.is_remote()) SKIP = 0;
+    if (COUNT != 0) {
+        input.limit(static_cast<uint64_t>(COUNT));
+        COUNT = 0;
+    }
+    if (!copy_blocks(run, input)) return false;
+    run.size = input.size();
+    return true;
+}
+
+bool finish_output(Run &run) {
+    if (offound == 0) {
+        if (std::fflush(stdout) == 0) return true;
+        trace_message(kFunction, Message::file_unopenable, "stdout");
+        return false;
+    }
+    return close_streams(run.source, run.destination, kDdRecords);
+}
+
+}  // namespace
+
+uint32_t ddfile(const char *input, const char *output) {
+    if (input == nullptr) {
+        trace_message(kFunction, Message::first_operand_missing);
+        return 1;
+    }
+    announce_standard_streams();
+    Run run;
+    if (!run.requests.allocate(kFunction)) return 1;
+    if (!settle_numbers() || !open_input(input, run) || !open_output(input, output, run)) return 1;
+    bsize = IBS;
+    if (!copy_data(run) || !finish_output(run)) return 1;
+    // Standard output has nothing to be finished, like a local file.
+    if (offound == 0) run.destination.local = true;
+    return finish_transfer(run.source, run.destination, run.size, kDdRecords) ? 0 : 1;
+}
