@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+// One directory as it is being listed.
+//
+// Every entry that was read is kept until the listing is given up, and its position is its number: so the listing can
+// go on from any entry, although servers' cookies need neither grow nor stay valid (RFC 1813 section 3.3.16), and no
+// name comes twice.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+#include "nfstdm/files/mounted_volume.h"
+
+namespace nfstdm {
+
+// A name that may be given to the caller and used in a path: not empty, no "/" and no NUL in it, neither "." nor "..",
+// and short enough for a directory entry.
+bool is_safe_name(std::string_view name);
+
+class DirectoryStream {
+  public:
+    static constexpr std::size_t kEntriesMaximum = std::size_t{1} << 22;  // of a directory; more is taken for endless
+
+    struct Entry {
+        uint64_t fileid = 0;
+        FileType type = FileType::none;  // none when the server did not tell
+        std::string name;
+    };
+    // Valid until the next call.
+    struct Batch {
+        std::span<const Entry> entries;
+        bool at_end = false;  // no entry follows these
+    };
+
+    // The mount must outlive the object.
+    DirectoryStream(MountedVolume &mount, const FoundObject &directory);
+
+    const MountedVolume &mount() const { return mount_; }
+    const FileHandle &directory() const { return directory_; }
+    std::size_t names_refused() const { return names_refused_; }
+
+    // At most `most` entries from a position on (0 = the start): "." and ".." first, then the names in the server's
+    // order. As many as asked for unless the directory ends.
+    Result<Batch> batch(uint64_t position, std::size_t most);
+
+  private:
+    Status read_more();
+    Status take(const DirectoryReply &reply);
+    void take_entry(const DirectoryEntry &entry);
+
+    MountedVolume &mount_;
+    const FileHandle directory_;
+    std::vector<Entry> entries_;
+    std::unordered_set<std::string> names_;
+    std::unordered_set<uint64_t> cookies_used_;
+    uint64_t cookie_ = 0;
+    uint64_t verifier_ = 0;
+    std::size_t entries_read_ = 0;
+    std::size_t names_refused_ = 0;
+    unsigned restarts_ = 0;
+    bool at_end_ = false;
+};
+
+}  // namespace nfstdm

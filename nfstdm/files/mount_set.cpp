@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/files/mount_set.h"
+
+#include <utility>
+
+namespace nfstdm {
+
+MountSet::MountSet(EventLoop &loop, MountTable table, VolumeFactory open_volume)
+    : table_(std::move(table)), open_volume_(std::move(open_volume)) {
+    for (const Mount &mount : table_.mounts())
+        volumes_.push_back(
+            std::make_unique<MountedVolume>(loop, table_.server(mount), table_.exported(mount), open_volume_));
+}
+
+MountSet::Found MountSet::find(const Components &path) const {
+    const auto mount = table_.find(path);
+    if (!mount) return {};
+    return {volumes_[*mount].get(), table_.mounts()[*mount].point.size()};
+}
+
+void MountSet::forget_handles() {
+    for (const auto &volume : volumes_)
+        volume->forget_handles();
+}
+
+void MountSet::detach() {
+    for (const auto &volume : volumes_)
+        volume->detach();
+}
+
+}  // namespace nfstdm

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+// The mounts of a session, as tslnfstab gives them.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "nfstdm/files/mounted_volume.h"
+#include "nfstdm/mounts/mount_table.h"
+
+namespace nfstdm {
+
+class MountSet {
+  public:
+    // No server is contacted yet. The loop must outlive the object.
+    MountSet(EventLoop &loop, MountTable table, VolumeFactory open_volume);
+    MountSet(const MountSet &) = delete;
+    MountSet &operator=(const MountSet &) = delete;
+
+    // The mount that serves a path (its components, without ".."), and the number of components of its mount point.
+    struct Found {
+        MountedVolume *mount = nullptr;  // null: local
+        std::size_t depth = 0;
+    };
+    Found find(const Components &path) const;
+
+    void forget_handles();
+    void detach();
+
+  private:
+    MountTable table_;
+    VolumeFactory open_volume_;
+    std::vector<std::unique_ptr<MountedVolume>> volumes_;  // as table_.mounts()
+};
+
+}  // namespace nfstdm

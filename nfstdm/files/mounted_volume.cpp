@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/files/mounted_volume.h"
+
+#include <cerrno>
+#include <utility>
+
+#include "nfstdm/files/await.h"
+
+namespace nfstdm {
+
+MountedVolume::MountedVolume(EventLoop &loop, const ServerConfig &server, const ServerExport &exported,
+                             const VolumeFactory &open_volume)
+    : loop_(loop), server_(server), exported_(exported), open_volume_(open_volume) {}
+
+Result<FoundObject> MountedVolume::root() {
+    if (Status failure = contact(); !failure.ok()) return failure;
+    auto known = attributes(*root_);
+    if (!known.ok()) return known.status();
+    return FoundObject{*root_, known.value()};
+}
+
+Status MountedVolume::contact() {
+    if (root_) return {};
+    if (!server_.problem.empty()) return named({EINVAL, "tslnfstab, " + server_.problem});
+    if (!contact_failure_.ok() && EventLoop::Clock::now() < contact_again_) return contact_failure_;
+    if (!volume_) volume_ = open_volume_(loop_, server_, exported_);
+    if (!volume_) return named({EPROTONOSUPPORT, "there is no protocol to reach it with"});
+    auto attached = await<FileHandle>(loop_, [this](auto done) { volume_->attach(std::move(done)); });
+    contact_failure_ = attached.status();
+    if (!attached.ok()) {
+        contact_again_ = EventLoop::Clock::now() + std::chrono::seconds(server_.contact_timeout_seconds);
+        return contact_failure_;
+    }
+    root_ = attached.value();
+    return {};
+}
+
+Result<FoundObject> MountedVolume::found(const FileHandle &directory, const std::string &name,
+                                         const std::optional<FileHandle> &handle,
+                                         const std::optional<Attributes> &attributes_told) {
+    if (!handle) return lookup(directory, name);
+    cache_.put_name(directory, name, *handle);
+    cache_.put_attributes(*handle, attributes_told);
+    if (attributes_told) return FoundObject{*handle, *attributes_told};
+    auto known = attributes(*handle);
+    if (!known.ok()) return known.status();
+    return FoundObject{*handle, known.value()};
+}
+
+Result<FoundObject> MountedVolume::lookup(const FileHandle &directory, const std::string &name) {
+    const auto known = cache_.find_name(directory, name);
+    if (known.handle) return found(directory, name, known.handle, cache_.attributes(*known.handle));
+    if (known.known) return named({ENOENT, "LOOKUP " + name + ": no such file or directory"});
+    auto reply = await<LookupReply>(loop_, [&](auto done) { volume_->lookup(directory, name, std::move(done)); });
+    if (reply.status().number() == ENOENT) cache_.put_name(directory, name, std::nullopt);
+    if (!reply.ok()) return reply.status();
+    cache_.put_attributes(directory, reply.value().directory);
+    return found(directory, name, reply.value().handle, reply.value().attributes);
+}
+
+Result<Attributes> MountedVolume::attributes(const FileHandle &object) {
+    if (auto known = cache_.attributes(object)) return *known;
+    auto reply = await<Attributes>(loop_, [&](auto done) { volume_->getattr(object, std::move(done)); });
+    if (!reply.ok()) return reply.status();
+    cache_.put_attributes(object, reply.value());
+    return reply;
+}
+
+Result<std::string> MountedVolume::read_link(const FileHandle &link) {
+    auto reply = await<std::string>(loop_, [&](auto done) { volume_->readlink(link, std::move(done)); });
+    if (!reply.ok()) return reply.status();
+    return reply;
+}
+
+Status MountedVolume::set_attributes(const FileHandle &object, const SetAttributes &set) {
+    cache_.forget_attributes(object);
+    return await_done(loop_, [&](auto done) { volume_->setattr(object, set, std::move(done)); });
+}
+
+// What is known of a directory and of a name in it no longer holds.
+void MountedVolume::changed(const FileHandle &directory, const std::string &name) {
+    cache_.forget_attributes(directory);
+    cache_.forget_name(directory, name);
+}
+
+Result<FoundObject> MountedVolume::create(const FileHandle &directory, const std::string &name,
+                                          const SetAttributes &set) {
+    changed(directory, name);
+    auto reply = await<CreateReply>(loop_, [&](auto done) { volume_->create(directory, name, set, std::move(done)); });
+    if (!reply.ok()) return reply.status();
+    if (reply.value().handle) cache_.forget_attributes(*reply.value().handle);
+    return found(directory, name, reply.value().handle, reply.value().attributes);
+}
+
+Status MountedVolume::make_directory(const FileHandle &directory, const std::string &name, uint32_t mode) {
+    changed(directory, name);
+    auto reply = await<CreateReply>(loop_, [&](auto done) { volume_->mkdir(directory, name, mode, std::move(done)); });
+    if (!reply.ok()) return reply.status();
+    if (reply.value().handle) cache_.put_name(directory, name, *reply.value().handle);
+    if (reply.value().handle) cache_.put_attributes(*reply.value().handle, reply.value().attributes);
+    return {};
+}
+
+Status MountedVolume::remove(const FileHandle &directory, const std::string &name) {
+    changed(directory, name);
+    return await_done(loop_, [&](auto done) { volume_->remove(directory, name, std::move(done)); });
+}
+
+Status MountedVolume::remove_directory(const FileHandle &directory, const std::string &name) {
+    changed(directory, name);
+    return await_done(loop_, [&](auto done) { volume_->rmdir(directory, name, std::move(done)); });
+}
+
+Result<FsInfoReply> MountedVolume::fsinfo(const FileHandle &object) {
+    auto reply = await<FsInfoReply>(loop_, [&](auto done) { volume_->fsinfo(object, std::move(done)); });
+    if (!reply.ok()) return reply.status();
+    return reply;
+}
+
+Result<FsStatReply> MountedVolume::fsstat(const FileHandle &object) {
+    auto reply = await<FsStatReply>(loop_, [&](auto done) { volume_->fsstat(object, std::move(done)); });
+    if (!reply.ok()) return reply.status();
+    return reply;
+}
+
+Result<DirectoryReply> MountedVolume::read_directory(const FileHandle &directory, uint64_t cookie, uint64_t verifier) {
+    const auto ask = [&](bool plus) {
+        return await<DirectoryReply>(
+            loop_, [&](auto done) { volume_->readdir(directory, cookie, verifier, plus, std::move(done)); });
+    };
+    auto reply = ask(lists_attributes_);
+    if (lists_attributes_ && reply.status().number() == ENOTSUP) {
+        lists_attributes_ = false;
+        reply = ask(false);
+    }
+    if (!reply.ok()) return reply.status();
+    cache_.put_attributes(directory, reply.value().directory);
+    return reply;
+}
+
+void MountedVolume::forget_handles() {
+    cache_.clear();
+    root_.reset();
+}
+
+void MountedVolume::detach() {
+    if (!volume_) return;
+    (void)await_done(loop_, [this](auto done) { volume_->detach(std::move(done)); });
+    forget_handles();
+}
+
+}  // namespace nfstdm

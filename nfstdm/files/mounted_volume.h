@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+// One export where it is mounted: its volume, contacted on first use, and the cache of its objects. Every operation
+// waits for its answer and keeps the cache in step. Failures name the server: a volume's own do so by themselves.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "nfstdm/files/object_cache.h"
+#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/protocol/server.h"
+#include "nfstdm/protocol/volume.h"
+
+namespace nfstdm {
+
+using VolumeFactory = std::function<std::unique_ptr<Volume>(EventLoop &, const ServerConfig &, const ServerExport &)>;
+
+struct FoundObject {
+    FileHandle handle;
+    Attributes attributes;
+};
+
+class MountedVolume {
+  public:
+    // All arguments must outlive the object.
+    MountedVolume(EventLoop &loop, const ServerConfig &server, const ServerExport &exported,
+                  const VolumeFactory &open_volume);
+
+    // Contacts the server when that was not done yet. A contact that failed is not tried again for as long as one may
+    // take: the operations of one command must not each wait for a server that is down.
+    Result<FoundObject> root();
+
+    // What is below needs a handle, and so a contact that succeeded.
+    Volume &volume() { return *volume_; }
+    EventLoop &loop() { return loop_; }
+    ObjectCache &cache() { return cache_; }
+
+    Result<FoundObject> lookup(const FileHandle &directory, const std::string &name);
+    Result<Attributes> attributes(const FileHandle &object);
+    Result<std::string> read_link(const FileHandle &link);
+    Status set_attributes(const FileHandle &object, const SetAttributes &set);
+    Result<FoundObject> create(const FileHandle &directory, const std::string &name, const SetAttributes &set);
+    Status make_directory(const FileHandle &directory, const std::string &name, uint32_t mode);
+    Status remove(const FileHandle &directory, const std::string &name);
+    Status remove_directory(const FileHandle &directory, const std::string &name);
+    Result<FsInfoReply> fsinfo(const FileHandle &object);
+    Result<FsStatReply> fsstat(const FileHandle &object);
+    Result<DirectoryReply> read_directory(const FileHandle &directory, uint64_t cookie, uint64_t verifier);
+
+    // Forgets every handle, the root's included.
+    void forget_handles();
+
+    void detach();
+
+    // A failure that this side found, with the server's name in front.
+    Status named(const Status &failure) const { return failure.in("server " + server_.name); }
+
+  private:
+    Status contact();
+    Result<FoundObject> found(const FileHandle &directory, const std::string &name,
+                              const std::optional<FileHandle> &handle, const std::optional<Attributes> &attributes);
+    void changed(const FileHandle &directory, const std::string &name);
+
+    EventLoop &loop_;
+    const ServerConfig &server_;
+    const ServerExport &exported_;
+    const VolumeFactory &open_volume_;
+    std::unique_ptr<Volume> volume_;
+    std::optional<FileHandle> root_;
+    Status contact_failure_;
+    EventLoop::Clock::time_point contact_again_;
+    ObjectCache cache_;
+    bool lists_attributes_ = true;  // until the server turns out to lack READDIRPLUS
+};
+
+}  // namespace nfstdm

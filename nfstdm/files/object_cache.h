@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+// What is known for a few seconds about the objects of one mount: the handles of names and the attributes of handles.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "nfstdm/files/expiring_cache.h"
+#include "nfstdm/protocol/volume.h"
+
+namespace nfstdm {
+
+class ObjectCache {
+  public:
+    using TimePoint = EventLoop::Clock::time_point;
+    using TimeSource = std::function<TimePoint()>;
+
+    static constexpr std::size_t kLimit = 32768;               // names, and as many attributes
+    static constexpr std::chrono::seconds kLifetime{5};        // of what is there
+    static constexpr std::chrono::seconds kAbsentLifetime{1};  // of what is not there
+
+    explicit ObjectCache(TimeSource now = EventLoop::Clock::now) : now_(std::move(now)) {}
+
+    void put_attributes(const FileHandle &object, const std::optional<Attributes> &attributes);
+    std::optional<Attributes> attributes(const FileHandle &object);
+    void forget_attributes(const FileHandle &object) { attributes_.erase(object); }
+
+    // handle: nothing when the directory is known not to have the name.
+    void put_name(const FileHandle &directory, std::string_view name, const std::optional<FileHandle> &handle);
+    struct Answer {
+        bool known = false;
+        std::optional<FileHandle> handle;
+    };
+    Answer find_name(const FileHandle &directory, std::string_view name);
+    void forget_name(const FileHandle &directory, std::string_view name) { names_.erase(key(directory, name)); }
+
+    void clear();
+
+  private:
+    static std::string key(const FileHandle &directory, std::string_view name);
+
+    TimeSource now_;
+    ExpiringCache<FileHandle, Attributes, FileHandleHash> attributes_{kLimit};
+    ExpiringCache<std::string, std::optional<FileHandle>> names_{kLimit};
+};
+
+}  // namespace nfstdm

@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/files/open_files.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "nfstdm/files/stale_retry.h"
+
+namespace nfstdm {
+
+OpenFiles::OpenFiles(MountSet &mounts, uint32_t create_mode) : mounts_(mounts), create_mode_(create_mode) {
+    resources_.look_up_again = [this](const std::string &path) {
+        mounts_.forget_handles();
+        return walk_path(mounts_, path, LastLink::keep);
+    };
+    resources_.settle_all = [this] {
+        for (const auto &[identifier, entry] : files_)
+            if (entry.file->dirty()) entry.file->settle();
+    };
+}
+
+Result<std::optional<OpenedFile>> OpenFiles::identify(std::string_view path) {
+    return retry_when_stale(mounts_, [&]() -> Result<std::optional<OpenedFile>> {
+        auto place = walk_path(mounts_, path, LastLink::follow);
+        if (!place.ok()) return place.status();
+        if (place.value().mount == nullptr) return std::optional<OpenedFile>{};
+        if (!place.value().object) return Status{ENOENT, std::string(path) + ": no such file or directory"};
+        return open(place.value());
+    });
+}
+
+Result<std::optional<OpenedFile>> OpenFiles::create(std::string_view path, uint64_t size) {
+    return retry_when_stale(mounts_, [&]() -> Result<std::optional<OpenedFile>> {
+        auto place = walk_path(mounts_, path, LastLink::follow);
+        if (!place.ok()) return place.status();
+        if (place.value().mount == nullptr) return std::optional<OpenedFile>{};
+        if (Status failure = create_at(place.value(), size); !failure.ok()) return failure.in(std::string(path));
+        return open(place.value());
+    });
+}
+
+// An existing file is emptied first, so that none of its old bytes show through, and keeps its permissions. A server
+// need not set a new file's size as it makes it.
+Status OpenFiles::create_at(Place &place, uint64_t size) {
+    if (!place.directory) return {EISDIR, "is a mount point"};
+    if (place.object && place.object->attributes.type != FileType::regular)
+        return {place.object->attributes.type == FileType::directory ? uint32_t{EISDIR} : uint32_t{EINVAL},
+                "is no regular file"};
+    const auto open = place.object ? find_open(place) : files_.end();
+    if (open != files_.end()) {
+        open->second.file->finish_reads();
+        if (Status failure = open->second.file->flush(); !failure.ok()) return failure;
+        open->second.file->forget_read_ahead();
+    }
+    SetAttributes set;
+    if (!place.object) set.mode = create_mode_;
+    set.size = place.object ? 0 : size;
+    auto made = place.mount->create(*place.directory, place.name, set);
+    if (!made.ok()) return made.status();
+    place.object = made.value();
+    if (place.object->attributes.size == size) return {};
+    SetAttributes resize;
+    resize.size = size;
+    if (Status failure = place.mount->set_attributes(place.object->handle, resize); !failure.ok()) return failure;
+    place.object->attributes.size = size;
+    return {};
+}
+
+Result<std::optional<OpenedFile>> OpenFiles::open(const Place &place) {
+    const auto &attributes = place.object->attributes;
+    if (attributes.type == FileType::directory) return Status{EISDIR, place.path + ": is a directory"};
+    if (attributes.type != FileType::regular) return Status{EINVAL, place.path + ": is no regular file"};
+    const auto open = find_open(place);
+    if (open == files_.end()) return std::optional(OpenedFile{add(place)->first, attributes.size, place.path});
+    const auto size = reopen(open->second, place);
+    if (!size.ok()) return size.status();
+    return std::optional(OpenedFile{open->first, size.value(), place.path});
+}
+
+std::map<uint64_t, OpenFiles::Entry>::iterator OpenFiles::add(const Place &place) {
+    const auto added = files_.emplace(next_identifier_, Entry{std::make_unique<OpenFile>(place, resources_)}).first;
+    identifiers_[{place.mount, std::string(place.object->handle.view())}] = next_identifier_++;
+    return added;
+}
+
+// The size that the server told lags behind what was accepted for the file since it was opened first.
+Result<uint64_t> OpenFiles::reopen(Entry &entry, const Place &place) {
+    auto &file = *entry.file;
+    uint64_t size = place.object->attributes.size;
+    if (file.dirty()) {
+        if (const Status &failure = file.settle(); !failure.ok()) return file.named(failure);
+        place.mount->cache().forget_attributes(file.handle());
+        const auto now = place.mount->attributes(file.handle());
+        if (!now.ok()) return now.status();
+        size = now.value().size;
+    }
+    file.set_known_size(size);
+    ++entry.opened;
+    return size;
+}
+
+// A file that was looked up again since then has another handle and is not found: it is then opened beside itself.
+std::map<uint64_t, OpenFiles::Entry>::iterator OpenFiles::find_open(const Place &place) {
+    const auto known = identifiers_.find({place.mount, std::string(place.object->handle.view())});
+    if (known == identifiers_.end()) return files_.end();
+    const auto found = files_.find(known->second);
+    return found != files_.end() && found->second.file->handle() == place.object->handle ? found : files_.end();
+}
+
+OpenFile *OpenFiles::find(uint64_t identifier) {
+    const auto found = files_.find(identifier);
+    return found == files_.end() ? nullptr : found->second.file.get();
+}
+
+Status OpenFiles::close(uint64_t identifier) {
+    const auto found = files_.find(identifier);
+    if (found == files_.end()) return {EBADF, "no such open file"};
+    found->second.file->finish_reads();
+    Status failure = found->second.file->flush();
+    if (--found->second.opened > 0) return failure;
+    std::erase_if(identifiers_, [identifier](const auto &known) { return known.second == identifier; });
+    files_.erase(found);
+    return failure;
+}
+
+Status OpenFiles::flush_all() {
+    Status first;
+    for (const auto &[identifier, entry] : files_) {
+        Status failure = entry.file->flush();
+        if (first.ok()) first = std::move(failure);
+    }
+    return first;
+}
+
+void OpenFiles::make_room_to_read(const OpenFile &file) {
+    if (file.reads_ahead() || resources_.read_pool.has_room(FileResources::kTransferMaximum)) return;
+    for (const auto &[identifier, entry] : files_)
+        if (entry.file.get() != &file) entry.file->forget_read_ahead();
+}
+
+}  // namespace nfstdm

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+// The open files of a session, by identifier. A file opened twice has one identifier and is closed when it was closed
+// as often: so its windows never contradict each other.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "nfstdm/files/open_file.h"
+
+namespace nfstdm {
+
+struct OpenedFile {
+    uint64_t identifier = 0;
+    uint64_t size = 0;  // bytes
+    std::string path;   // after every link
+};
+
+class OpenFiles {
+  public:
+    // create_mode: permission bits of files made here. The mounts must outlive the object.
+    OpenFiles(MountSet &mounts, uint32_t create_mode);
+
+    // Nothing for a path on no mount. A directory fails with EISDIR.
+    Result<std::optional<OpenedFile>> identify(std::string_view path);
+    // Makes a file of a size in bytes, or empties and resizes the one there is.
+    Result<std::optional<OpenedFile>> create(std::string_view path, uint64_t size);
+
+    // Null when no file has the identifier.
+    OpenFile *find(uint64_t identifier);
+
+    // Gives the failure of the writes that were still accepted; the file is closed all the same.
+    Status close(uint64_t identifier);
+    // Brings every accepted write of every file to stable storage, and gives the first failure.
+    Status flush_all();
+    // Gives the memory of other files' read-ahead to one that has none.
+    void make_room_to_read(const OpenFile &file);
+
+    std::size_t size() const { return files_.size(); }
+
+  private:
+    struct Entry {
+        std::unique_ptr<OpenFile> file;
+        unsigned opened = 1;  // times
+    };
+
+    Result<std::optional<OpenedFile>> open(const Place &place);
+    Status create_at(Place &place, uint64_t size);
+    std::map<uint64_t, Entry>::iterator find_open(const Place &place);
+    std::map<uint64_t, Entry>::iterator add(const Place &place);
+    Result<uint64_t> reopen(Entry &entry, const Place &place);
+
+    MountSet &mounts_;
+    const uint32_t create_mode_;
+    FileResources resources_;
+    std::map<uint64_t, Entry> files_;
+    std::map<std::pair<const MountedVolume *, std::string>, uint64_t> identifiers_;  // by the handle at opening
+    uint64_t next_identifier_ = 1;
+};
+
+}  // namespace nfstdm

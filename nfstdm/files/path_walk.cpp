@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/files/path_walk.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
+#include <utility>
+
+namespace nfstdm {
+namespace {
+
+constexpr unsigned kLinksMaximum = 40;
+
+// Walks again from the mount point after every link; what was looked up before is in the cache.
+class Walk {
+  public:
+    Walk(const MountSet &mounts, LastLink last, Components path)
+        : mounts_(mounts), last_(last), path_(std::move(path)) {}
+
+    Result<Place> run();
+
+  private:
+    enum class Step { arrived, again };
+    Result<Step> descend(MountedVolume &mount, std::size_t depth);
+    Result<Step> follow(std::size_t at, const std::string &target);
+
+    const MountSet &mounts_;
+    const LastLink last_;
+    Components path_;
+    unsigned links_ = 0;
+    Place place_;
+};
+
+Result<Place> Walk::run() {
+    while (true) {
+        // Only what stands before the first ".." is a path by its text.
+        const auto parent = std::find(path_.begin(), path_.end(), "..");
+        const auto found = mounts_.find(Components(path_.begin(), parent));
+        if (found.mount == nullptr && parent != path_.end()) {
+            path_.erase(parent == path_.begin() ? parent : std::prev(parent), std::next(parent));
+            continue;
+        }
+        if (found.mount == nullptr && links_ == 0) return Place{};
+        if (found.mount == nullptr)
+            return Status{EXDEV, "a link leads to " + join_path(path_) + ", which is on no mount"};
+        auto step = descend(*found.mount, found.depth);
+        if (!step.ok()) return step.status();
+        if (step.value() == Step::arrived) return std::move(place_);
+    }
+}
+
+Result<Walk::Step> Walk::descend(MountedVolume &mount, std::size_t depth) {
+    auto object = mount.root();
+    if (!object.ok()) return object.status();
+    place_ = {&mount, join_path(path_), std::nullopt, {}, object.value()};
+    for (std::size_t at = depth; at < path_.size(); ++at) {
+        if (path_[at] == "..") {
+            // Everything before is walked and no link, so it can be taken back by text.
+            path_.erase(path_.begin() + static_cast<std::ptrdiff_t>(at == 0 ? 0 : at - 1),
+                        path_.begin() + static_cast<std::ptrdiff_t>(at + 1));
+            return Step::again;
+        }
+        const bool is_last = at + 1 == path_.size();
+        const FileHandle directory = object.value().handle;
+        object = mount.lookup(directory, path_[at]);
+        place_.directory = directory;
+        place_.name = path_[at];
+        if (!object.ok() && !(is_last && object.status().number() == ENOENT)) return object.status();
+        place_.object = object.ok() ? std::optional(object.value()) : std::nullopt;
+        if (!object.ok() || object.value().attributes.type != FileType::link) continue;
+        if (is_last && last_ == LastLink::keep) continue;
+        auto target = mount.read_link(object.value().handle);
+        if (!target.ok()) return target.status();
+        return follow(at, target.value());
+    }
+    return Step::arrived;
+}
+
+// Puts the target of the link at a component into its place.
+Result<Walk::Step> Walk::follow(std::size_t at, const std::string &target) {
+    if (++links_ > kLinksMaximum) return Status{ELOOP, "too many links"};
+    if (target.empty()) return Status{ENOENT, "the link " + path_[at] + " leads nowhere"};
+    if (target.find('\0') != std::string::npos) return Status{EIO, "the link " + path_[at] + " holds no path"};
+    Components longer;
+    if (!target.starts_with('/')) longer.assign(path_.begin(), path_.begin() + static_cast<std::ptrdiff_t>(at));
+    std::ranges::copy(split_path(target), std::back_inserter(longer));
+    longer.insert(longer.end(), path_.begin() + static_cast<std::ptrdiff_t>(at + 1), path_.end());
+    path_ = std::move(longer);
+    return Step::again;
+}
+
+}  // namespace
+
+Result<Place> walk_path(const MountSet &mounts, std::string_view path, LastLink last) {
+    if (!path_is_absolute(path)) return Place{};
+    Components components = split_path(path);
+    collapse_parents(components);
+    auto place = Walk(mounts, last, std::move(components)).run();
+    if (!place.ok()) return place.status().in(std::string(path));
+    return place;
+}
+
+}  // namespace nfstdm

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: Apache-2.0
+// From a path to the object it names: component by component, through links, across mounts.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "nfstdm/files/mount_set.h"
+
+namespace nfstdm {
+
+enum class LastLink { follow, keep };
+
+// Where a path leads.
+struct Place {
+    MountedVolume *mount = nullptr;       // null: the path is on no mount, and nothing else is set
+    std::string path;                     // the absolute path of this host after every link
+    std::optional<FileHandle> directory;  // that holds the name; nothing for the root of a mount
+    std::string name;
+    std::optional<FoundObject> object;  // nothing when the directory has no such name
+};
+
+// Follows at most 40 links (ELOOP). A path that is on no mount is local; a link that leads from a mount to a path on no
+// mount is an error (EXDEV), because the caller's own calls know nothing of the link.
+Result<Place> walk_path(const MountSet &mounts, std::string_view path, LastLink last);
+
+}  // namespace nfstdm

@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+// The read-ahead window of one open file: a ring of READs ahead of the requests, which keeps several large READs on the
+// wire however small the requests are and although the caller waits for each.
+//
+// Requests that follow each other are served from the window; it is widened only when a request had to wait. A request
+// somewhere else is a seek: the window is dropped, the request is read by itself straight into the caller's buffer, and
+// the window starts again, narrow, when the next request follows on.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <list>
+#include <memory>
+#include <span>
+
+#include "nfstdm/files/buffer_pool.h"
+#include "nfstdm/protocol/volume.h"
+
+namespace nfstdm {
+
+class ReadAhead {
+  public:
+    static constexpr std::size_t kWidest = 16;  // READs in the window
+
+    // read_size: bytes of one READ. Volume and pool must outlive the object.
+    ReadAhead(Volume &volume, const FileHandle &file, uint32_t read_size, BufferPool &pool);
+    ~ReadAhead();  // requests that still wait are never completed: wait for idle() first
+    ReadAhead(const ReadAhead &) = delete;
+    ReadAhead &operator=(const ReadAhead &) = delete;
+
+    // Fills the whole buffer: with the file's bytes and, beyond the end of the file, with zeros. done is called exactly
+    // once, at once when the bytes are there; the buffer must live until then.
+    void read(uint64_t offset, std::span<std::byte> buffer, DoneCompletion done);
+
+    // Drops what was read ahead: the file has changed. Requests that wait are read again.
+    void forget();
+    void forget_and_use(const FileHandle &file);
+
+    // The file's size as far as it is known: nothing is read ahead beyond it.
+    void expect_size(uint64_t size) { expected_size_ = size; }
+
+    bool idle() const { return requests_.empty() && direct_ == 0; }
+    bool holds_memory() const { return !window_.empty(); }
+
+  private:
+    struct Chunk {
+        uint64_t offset = 0;
+        std::size_t length = 0;  // bytes wanted
+        std::size_t filled = 0;  // bytes there
+        bool ready = false;      // no READ for it is on the wire any more
+        bool at_end = false;     // the file ends behind the filled bytes
+        bool dropped = false;    // no longer in the window
+        Status failure;
+        Buffer buffer;
+
+        uint64_t end() const { return offset + length; }
+    };
+    struct Request {
+        uint64_t offset = 0;
+        std::span<std::byte> rest;
+        DoneCompletion done;
+        Status result;
+    };
+    enum class Progress { waiting, finished, no_chunk };
+
+    void move_to(uint64_t offset);
+    void extend();
+    bool extend_by_one(uint64_t offset);
+    void fill(const std::shared_ptr<Chunk> &chunk);
+    void filled(const std::shared_ptr<Chunk> &chunk, std::size_t asked, const Result<ReadReply> &reply);
+    void learn(std::size_t asked, const ReadReply &reply);
+
+    void serve();
+    Progress advance(Request &request);
+    Chunk *chunk_at(uint64_t offset);
+    void release_consumed();
+    void drop_window();
+
+    void read_directly(Request request);
+    void continue_directly(const std::shared_ptr<Request> &request);
+    void directly_read(const std::shared_ptr<Request> &request, std::size_t asked, const Result<ReadReply> &reply);
+    void finish_directly(const std::shared_ptr<Request> &request, Status result);
+
+    Volume &volume_;
+    FileHandle file_;
+    std::size_t read_size_;  // of the next READ
+    const std::size_t buffer_size_;
+    BufferPool &pool_;
+    std::shared_ptr<ReadAhead *> self_;  // null once this object is gone
+
+    std::deque<std::shared_ptr<Chunk>> window_;  // contiguous
+    std::list<Request> requests_;                // waiting for the window, in order of arrival
+    std::size_t direct_ = 0;                     // requests that are read by themselves
+    std::size_t in_flight_ = 0;                  // of the window
+    std::size_t width_;                          // READs the window may hold now
+    bool window_allowed_ = true;
+    uint64_t position_ = 0;  // end of the latest request
+    uint64_t expected_size_ = 0;
+};
+
+}  // namespace nfstdm

@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+// The write-behind window of one open file: bytes that were accepted and are not yet on stable storage.
+//
+// Accepted bytes are joined into large UNSTABLE WRITEs. A block of bytes is kept until a COMMIT confirms, with the
+// verifier its WRITE was answered with, that the server did not lose it in between; when the verifier changed, the
+// block is written again (RFC 1813 sections 3.3.7 and 3.3.21). Much uncommitted data is committed while more is
+// accepted, so that the memory stays bounded.
+//
+// The first failure is kept and nothing new is sent after it. It drops what was not written, except for a stale handle:
+// the bytes then wait for restart() with a new one.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <span>
+
+#include "nfstdm/files/buffer_pool.h"
+#include "nfstdm/protocol/volume.h"
+
+namespace nfstdm {
+
+class WriteBehind {
+  public:
+    // write_size: bytes of one WRITE; commit_after: uncommitted bytes that start a COMMIT of their own accord. Volume
+    // and pool must outlive the object.
+    WriteBehind(Volume &volume, const FileHandle &file, uint32_t write_size, std::size_t commit_after,
+                BufferPool &pool);
+    ~WriteBehind();
+    WriteBehind(const WriteBehind &) = delete;
+    WriteBehind &operator=(const WriteBehind &) = delete;
+
+    // Copies from the front of data what there is memory for and gives that number of bytes. There must have been no
+    // failure, and overlaps() must not hold: two WRITEs of the same bytes could be done in either order.
+    std::size_t accept(uint64_t offset, std::span<const std::byte> data);
+    bool overlaps(uint64_t offset, std::size_t size) const;
+
+    // Starts bringing everything accepted to stable storage; done when settled().
+    void flush();
+
+    bool clean() const { return blocks_.empty(); }  // every accepted byte is on stable storage, or failed
+    bool settled() const { return writing_ == 0 && !committing_ && (clean() || !failure_.ok()); }
+    std::size_t held() const { return held_; }  // bytes of memory
+
+    const Status &failure() const { return failure_; }
+    // The first failure there was, which is forgotten, and with it every byte that is still held. Only when settled.
+    Status take_failure();
+    // Writes everything held again, to a file that was looked up again after a stale handle. Only when settled.
+    void restart(const FileHandle &file);
+
+  private:
+    enum class State { filling, ready, writing, uncommitted, committing };
+    struct Block {
+        uint64_t offset = 0;
+        std::size_t size = 0;     // bytes accepted
+        std::size_t room = 0;     // bytes it may hold
+        std::size_t written = 0;  // bytes the server has answered for
+        State state = State::filling;
+        bool stable = false;  // every part was written to stable storage at once
+        uint64_t verifier = 0;
+        unsigned restarts = 0;
+        Buffer buffer;
+
+        uint64_t end() const { return offset + size; }
+    };
+    using BlockPointer = std::shared_ptr<Block>;
+
+    Block *open_block(uint64_t offset);
+    void close_block();
+    void make_ready(const BlockPointer &block);
+    void pump();
+    void write(const BlockPointer &block);
+    void written(const BlockPointer &block, std::size_t asked, const Result<WriteReply> &reply);
+    Status take_reply(Block &block, std::size_t asked, const Result<WriteReply> &reply);
+    void finish_writing(const BlockPointer &block);
+    bool commit_is_due() const;
+    void commit();
+    void committed(const Result<CommitReply> &reply);
+    void settle_committed(uint64_t verifier);
+    void fail(const Status &failure);
+    bool keeps_blocks() const;
+    void drop(const BlockPointer &block);
+    void drop_all();
+
+    Volume &volume_;
+    FileHandle file_;
+    const std::size_t write_size_;
+    const std::size_t commit_after_;
+    BufferPool &pool_;
+    std::shared_ptr<WriteBehind *> self_;  // null once this object is gone
+
+    std::map<uint64_t, BlockPointer> blocks_;  // by offset; they do not overlap
+    std::deque<BlockPointer> ready_;
+    BlockPointer filling_;
+    std::size_t held_ = 0;
+    std::size_t writing_ = 0;      // WRITEs on the wire
+    std::size_t uncommitted_ = 0;  // bytes in state uncommitted
+    bool committing_ = false;
+    bool flushing_ = false;
+    unsigned fruitless_commits_ = 0;
+    Status failure_;
+};
+
+}  // namespace nfstdm

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+// What tdm_init opens and tdm_fini closes.
+#pragma once
+
+#include <cstdint>
+
+#include "nfstdm/files/mount_set.h"
+#include "nfstdm/files/open_files.h"
+#include "nfstdm/files/path_operations.h"
+#include "nfstdm/mounts/tslnfstab.h"
+#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/tdm/io_queue.h"
+
+namespace nfstdm {
+
+class Session {
+  public:
+    // umask: permission bits that files and directories made here do not get. No server is contacted. With servers that
+    // could not be read, every operation on a path fails with the reason.
+    Session(Result<Tslnfstab> servers, VolumeFactory open_volume, uint32_t umask);
+
+    const Status &usable() const { return usable_; }
+    OpenFiles &files() { return files_; }
+    PathOperations &paths() { return paths_; }
+    IoQueue &io() { return io_; }
+
+    // Brings every accepted write to stable storage, completes every request and leaves every server. Gives the first
+    // failure; the session can only be destroyed afterwards.
+    Status finish();
+
+  private:
+    EventLoop loop_;
+    Status usable_;
+    MountSet mounts_;
+    OpenFiles files_;
+    PathOperations paths_;
+    IoQueue io_;
+};
+
+}  // namespace nfstdm

@@ -1,0 +1,366 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/unit/files/fake_volume.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <numeric>
+
+#include "nfstdm/mounts/path_text.h"
+
+namespace nfstdm::test {
+
+std::vector<std::byte> pattern(std::size_t size, unsigned seed) {
+    std::vector<std::byte> bytes(size);
+    for (std::size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<std::byte>((i * 31 + i / 256 * 7 + seed * 101 + 1) & 0xff);
+    return bytes;
+}
+
+// ---- the server
+
+FakeServer::FakeServer() {
+    auto &root = nodes_[1];
+    root.attributes.type = FileType::directory;
+    root.attributes.mode = 0755;
+    root.attributes.fileid = 1;
+}
+
+std::pair<uint64_t, std::string> FakeServer::parent_of(const std::string &path) const {
+    auto components = split_path(path);
+    const std::string name = components.back();
+    components.pop_back();
+    return {find(join_path(components)), name};
+}
+
+uint64_t FakeServer::find(const std::string &path) const {
+    uint64_t id = 1;
+    for (const auto &component : split_path(path))
+        id = id == 0 ? 0 : child(id, component);
+    return id;
+}
+
+uint64_t FakeServer::child(uint64_t parent, const std::string &name) const {
+    for (const auto &[known, id] : nodes_.at(parent).children)
+        if (known == name) return id;
+    return 0;
+}
+
+uint64_t FakeServer::add_child(uint64_t parent, const std::string &name, FileType type) {
+    const uint64_t id = next_id_++;
+    nodes_.at(parent).children.emplace_back(name, id);
+    auto &attributes = nodes_[id].attributes;
+    attributes.type = type;
+    attributes.mode = 0644;
+    attributes.fileid = id;
+    attributes.links = 1;
+    return id;
+}
+
+void FakeServer::remove_child(uint64_t parent, const std::string &name) {
+    std::erase_if(nodes_.at(parent).children, [&](const auto &known) { return known.first == name; });
+}
+
+uint64_t FakeServer::add_directory(const std::string &path) {
+    const auto [parent, name] = parent_of(path);
+    return add_child(parent, name, FileType::directory);
+}
+
+uint64_t FakeServer::add_file(const std::string &path, std::vector<std::byte> data) {
+    const auto [parent, name] = parent_of(path);
+    const uint64_t id = add_child(parent, name, FileType::regular);
+    nodes_[id].attributes.size = data.size();
+    nodes_[id].stable = data;
+    nodes_[id].data = std::move(data);
+    return id;
+}
+
+uint64_t FakeServer::add_link(const std::string &path, const std::string &target) {
+    const auto [parent, name] = parent_of(path);
+    const uint64_t id = add_child(parent, name, FileType::link);
+    nodes_[id].target = target;
+    return id;
+}
+
+FileHandle FakeServer::handle(uint64_t id) const {
+    FileHandle handle;
+    handle.size = 9;
+    for (int i = 0; i < 8; ++i)
+        handle.bytes[i] = static_cast<uint8_t>(id >> (8 * i));
+    handle.bytes[8] = generation_;
+    return handle;
+}
+
+uint64_t FakeServer::id_of(const FileHandle &handle) const {
+    uint64_t id = 0;
+    for (int i = 0; i < 8; ++i)
+        id |= static_cast<uint64_t>(handle.bytes[i]) << (8 * i);
+    return handle.bytes[8] == generation_ && nodes_.contains(id) ? id : 0;
+}
+
+void FakeServer::restart() {
+    ++verifier;
+    for (auto &[id, node] : nodes_) {
+        if (node.attributes.type != FileType::regular) continue;
+        node.data = node.stable;
+        node.attributes.size = node.data.size();
+    }
+}
+
+unsigned FakeServer::total_calls() const {
+    return std::accumulate(calls.begin(), calls.end(), 0U,
+                           [](unsigned sum, const auto &call) { return sum + call.second; });
+}
+
+// ---- the volume
+
+std::optional<Status> FakeVolume::failure(Op op) {
+    ++server_.calls[op];
+    auto &planned = server_.failures[op];
+    if (planned.empty()) return std::nullopt;
+    const uint32_t number = planned.front();
+    planned.pop_front();
+    if (number == 0) return std::nullopt;
+    return Status{number, "server " + server_.server_name + ": planned failure"};
+}
+
+void FakeVolume::later(Op op, uint64_t offset, std::size_t size, std::function<void()> answer) {
+    if (!held || (op != Op::read && op != Op::write && op != Op::commit)) return loop_.soon(std::move(answer));
+    waiting.push_back({op, offset, size, std::move(answer)});
+    most_waiting = std::max(most_waiting, waiting_for(Op::read) + waiting_for(Op::write));
+}
+
+std::size_t FakeVolume::waiting_for(Op op) const {
+    return static_cast<std::size_t>(
+        std::ranges::count_if(waiting, [op](const Waiting &each) { return each.op == op; }));
+}
+
+void FakeVolume::answer_first() {
+    loop_.soon(std::move(waiting.front().answer));
+    waiting.pop_front();
+    loop_.poll_once();
+}
+
+void FakeVolume::answer_last() {
+    loop_.soon(std::move(waiting.back().answer));
+    waiting.pop_back();
+    loop_.poll_once();
+}
+
+void FakeVolume::answer_all() {
+    while (!waiting.empty())
+        answer_first();
+}
+
+template <class T>
+void FakeVolume::reply(Op op, const FileHandle *handle, Completion<T> done,
+                       std::function<Result<T>(uint64_t id)> answer) {
+    later(op, 0, 0,
+          [this, op, done = std::move(done), answer = std::move(answer),
+           object = handle == nullptr ? std::nullopt : std::optional(*handle)] {
+              if (auto planned = failure(op)) return done(*planned);
+              const uint64_t id = object ? server_.id_of(*object) : 1;
+              if (id == 0) return done(Status{ESTALE, "stale handle"});
+              done(answer(id));
+          });
+}
+
+void FakeVolume::done_reply(Op op, const FileHandle &handle, DoneCompletion done,
+                            std::function<Status(uint64_t id)> answer) {
+    reply<int>(
+        op, &handle, [done = std::move(done)](const Result<int> &result) { done(result.status()); },
+        [answer = std::move(answer)](uint64_t id) -> Result<int> {
+            Status status = answer(id);
+            if (status.ok()) return 0;
+            return status;
+        });
+}
+
+void FakeVolume::attach(Completion<FileHandle> done) {
+    reply<FileHandle>(Op::attach, nullptr, std::move(done), [this](uint64_t) { return server_.handle(1); });
+}
+
+void FakeVolume::getattr(const FileHandle &object, Completion<Attributes> done) {
+    reply<Attributes>(Op::getattr, &object, std::move(done),
+                      [this](uint64_t id) { return server_.node(id).attributes; });
+}
+
+void FakeVolume::setattr(const FileHandle &object, const SetAttributes &set, DoneCompletion done) {
+    done_reply(Op::setattr, object, std::move(done), [this, set](uint64_t id) -> Status {
+        auto &node = server_.node(id);
+        if (set.mode) node.attributes.mode = *set.mode;
+        if (set.size) {
+            server_.log.push_back("SETATTR size " + std::to_string(*set.size));
+            node.data.resize(*set.size);
+            node.stable = node.data;
+            node.attributes.size = *set.size;
+        }
+        return {};
+    });
+}
+
+void FakeVolume::lookup(const FileHandle &directory, std::string_view name, Completion<LookupReply> done) {
+    reply<LookupReply>(Op::lookup, &directory, std::move(done),
+                       [this, name = std::string(name)](uint64_t id) -> Result<LookupReply> {
+                           if (server_.node(id).attributes.type != FileType::directory)
+                               return Status{ENOTDIR, "not a directory"};
+                           const uint64_t child = server_.child(id, name);
+                           if (child == 0) return Status{ENOENT, "no such name"};
+                           LookupReply answer{server_.handle(child), {}, {}};
+                           if (server_.tells_attributes) answer.attributes = server_.node(child).attributes;
+                           return answer;
+                       });
+}
+
+void FakeVolume::readlink(const FileHandle &link, Completion<std::string> done) {
+    reply<std::string>(Op::readlink, &link, std::move(done), [this](uint64_t id) { return server_.node(id).target; });
+}
+
+void FakeVolume::read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+                      Completion<ReadReply> done) {
+    largest = std::max(largest, buffer.size());
+    later(Op::read, offset, buffer.size(), [this, file, offset, buffer, done = std::move(done)] {
+        if (auto planned = failure(Op::read)) return done(*planned);
+        const uint64_t id = server_.id_of(file);
+        if (id == 0) return done(Status{ESTALE, "stale handle"});
+        const auto &data = server_.node(id).data;
+        ReadReply answer;
+        if (offset < data.size())
+            answer.count =
+                static_cast<uint32_t>(std::min<uint64_t>({buffer.size(), data.size() - offset, server_.read_at_most}));
+        std::copy_n(data.begin() + static_cast<std::ptrdiff_t>(std::min<uint64_t>(offset, data.size())), answer.count,
+                    buffer.begin());
+        answer.eof = offset + answer.count >= data.size();
+        answer.attributes = server_.node(id).attributes;
+        done(answer);
+    });
+}
+
+void FakeVolume::write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
+                       Completion<WriteReply> done) {
+    largest = std::max(largest, data.size());
+    later(Op::write, offset, data.size(), [this, file, offset, data, stability, done = std::move(done)] {
+        if (auto planned = failure(Op::write)) return done(*planned);
+        const uint64_t id = server_.id_of(file);
+        if (id == 0) return done(Status{ESTALE, "stale handle"});
+        auto &node = server_.node(id);
+        const auto count = std::min<std::size_t>(data.size(), server_.write_at_most);
+        server_.log.push_back("WRITE " + std::to_string(offset) + "+" + std::to_string(count) +
+                              (stability == Stability::unstable ? " unstable" : " stable"));
+        if (node.data.size() < offset + count) node.data.resize(offset + count);
+        std::copy_n(data.begin(), count, node.data.begin() + static_cast<std::ptrdiff_t>(offset));
+        node.attributes.size = node.data.size();
+        if (stability != Stability::unstable) node.stable = node.data;
+        done(WriteReply{static_cast<uint32_t>(count), stability, server_.verifier, node.attributes});
+    });
+}
+
+void FakeVolume::commit(const FileHandle &file, Completion<CommitReply> done) {
+    reply<CommitReply>(Op::commit, &file, std::move(done), [this](uint64_t id) {
+        server_.log.emplace_back("COMMIT");
+        server_.node(id).stable = server_.node(id).data;
+        return CommitReply{server_.verifier, {}};
+    });
+}
+
+void FakeVolume::create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
+                        Completion<CreateReply> done) {
+    reply<CreateReply>(Op::create, &directory, std::move(done),
+                       [this, set, name = std::string(name)](uint64_t parent) -> Result<CreateReply> {
+                           uint64_t id = server_.child(parent, name);
+                           if (id == 0) id = server_.add_child(parent, name, FileType::regular);
+                           auto &node = server_.node(id);
+                           if (set.mode) node.attributes.mode = *set.mode;
+                           node.data.resize(set.size.value_or(node.data.size()));
+                           node.stable = node.data;
+                           node.attributes.size = node.data.size();
+                           if (!server_.tells_attributes) return CreateReply{};
+                           return CreateReply{server_.handle(id), node.attributes};
+                       });
+}
+
+void FakeVolume::mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
+                       Completion<CreateReply> done) {
+    reply<CreateReply>(Op::mkdir, &directory, std::move(done),
+                       [this, mode, name = std::string(name)](uint64_t parent) -> Result<CreateReply> {
+                           if (server_.child(parent, name) != 0) return Status{EEXIST, "exists"};
+                           const uint64_t id = server_.add_child(parent, name, FileType::directory);
+                           server_.node(id).attributes.mode = mode;
+                           return CreateReply{server_.handle(id), server_.node(id).attributes};
+                       });
+}
+
+void FakeVolume::remove(const FileHandle &directory, std::string_view name, DoneCompletion done) {
+    done_reply(Op::remove, directory, std::move(done), [this, name = std::string(name)](uint64_t parent) -> Status {
+        if (server_.child(parent, name) == 0) return {ENOENT, "no such name"};
+        server_.log.push_back("REMOVE " + name);
+        server_.remove_child(parent, name);
+        return {};
+    });
+}
+
+void FakeVolume::rmdir(const FileHandle &directory, std::string_view name, DoneCompletion done) {
+    done_reply(Op::rmdir, directory, std::move(done), [this, name = std::string(name)](uint64_t parent) -> Status {
+        const uint64_t id = server_.child(parent, name);
+        if (id == 0) return {ENOENT, "no such name"};
+        if (server_.node(id).attributes.type != FileType::directory) return {ENOTDIR, "not a directory"};
+        server_.remove_child(parent, name);
+        return {};
+    });
+}
+
+// A cookie is the number of entries before it, or what the test puts in its place.
+Result<DirectoryReply> FakeVolume::list(uint64_t id, uint64_t cookie, bool plus) {
+    std::vector<DirectoryEntry> all;
+    if (server_.lists_dots) all.push_back({id, 0, ".", {}, {}});
+    if (server_.lists_dots) all.push_back({77, 0, "..", {}, {}});
+    for (const auto &[name, child] : server_.node(id).children) {
+        DirectoryEntry entry{child, 0, name, {}, {}};
+        if (plus) entry.handle = server_.handle(child);
+        if (plus) entry.attributes = server_.node(child).attributes;
+        all.push_back(std::move(entry));
+    }
+    all.insert(all.end(), server_.extra_entries.begin(), server_.extra_entries.end());
+    DirectoryReply answer;
+    answer.verifier = 9;
+    std::size_t at = cookie;
+    for (; at < all.size() && answer.entries.size() < server_.entries_per_reply; ++at) {
+        all[at].cookie = at + 1;
+        const auto sent = server_.cookie_overrides.find(at + 1);
+        if (sent != server_.cookie_overrides.end()) all[at].cookie = sent->second;
+        answer.entries.push_back(all[at]);
+    }
+    answer.eof = at >= all.size() && server_.directories_end;
+    return answer;
+}
+
+void FakeVolume::readdir(const FileHandle &directory, uint64_t cookie, uint64_t verifier, bool plus,
+                         Completion<DirectoryReply> done) {
+    reply<DirectoryReply>(Op::readdir, &directory, std::move(done),
+                          [this, cookie, verifier, plus](uint64_t id) -> Result<DirectoryReply> {
+                              if (plus && !server_.has_readdirplus) return Status{ENOTSUP, "no READDIRPLUS"};
+                              if (server_.bad_cookies.erase(cookie) != 0) return Status{EBADE, "bad cookie"};
+                              if (verifier != (cookie == 0 ? 0 : 9)) return Status{EBADE, "wrong verifier"};
+                              return list(id, cookie, plus);
+                          });
+}
+
+void FakeVolume::fsinfo(const FileHandle &object, Completion<FsInfoReply> done) {
+    reply<FsInfoReply>(Op::fsinfo, &object, std::move(done), [this](uint64_t) {
+        return FsInfoReply{{}, server_.limits};
+    });
+}
+
+void FakeVolume::fsstat(const FileHandle &object, Completion<FsStatReply> done) {
+    reply<FsStatReply>(Op::fsstat, &object, std::move(done),
+                       [](uint64_t) { return FsStatReply{{}, 1000, 600, 500, 100, 60, 50, 7}; });
+}
+
+void FakeVolume::detach(DoneCompletion done) {
+    answer_all();
+    loop_.soon([this, done = std::move(done)] {
+        ++server_.calls[Op::detach];
+        done(Status{});
+    });
+}
+
+}  // namespace nfstdm::test

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+// Mounts on servers in memory.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "nfstdm/files/mount_set.h"
+#include "nfstdm/mounts/tslnfstab.h"
+#include "tests/unit/files/fake_volume.h"
+
+namespace nfstdm::test {
+
+// Two servers, "one" with /export on /mnt/one and "two" with /export on /mnt/two.
+class MountedTest : public ::testing::Test {
+  protected:
+    MountedTest()
+        : MountedTest(
+              "server: one\nexport: /export mount: /mnt/one\n"
+              "server: two\nexport: /export mount: /mnt/two\n") {}
+    explicit MountedTest(const std::string &tslnfstab)
+        : mounts_(loop_, MountTable(read_tslnfstab(tslnfstab).servers),
+                  [this](EventLoop &loop, const ServerConfig &server, const ServerExport &) {
+                      auto volume = std::make_unique<FakeVolume>(loop, server.name == "two" ? two_ : one_);
+                      volumes_[server.name] = volume.get();
+                      return volume;
+                  }) {}
+
+    EventLoop loop_;
+    FakeServer one_;
+    FakeServer two_;
+    std::map<std::string, FakeVolume *> volumes_;  // those that were contacted
+    MountSet mounts_;
+};
+
+}  // namespace nfstdm::test

@@ -1,0 +1,313 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/files/open_files.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "tests/unit/files/fixture.h"
+
+namespace nfstdm::test {
+namespace {
+
+constexpr std::size_t kMiB = 1 << 20;
+
+class OpenFilesTest : public MountedTest {
+  protected:
+    OpenFile &identify(const std::string &path) {
+        auto file = files_.identify(path);
+        EXPECT_TRUE(file.ok()) << file.status().text();
+        opened_ = *file.value();
+        return *files_.find(opened_.identifier);
+    }
+    OpenFile &create(const std::string &path, uint64_t size) {
+        auto file = files_.create(path, size);
+        EXPECT_TRUE(file.ok()) << file.status().text();
+        opened_ = *file.value();
+        return *files_.find(opened_.identifier);
+    }
+    Status read(OpenFile &file, uint64_t offset, std::span<std::byte> buffer) {
+        std::optional<Status> result;
+        file.read(offset, buffer, [&result](Status status) { result = std::move(status); });
+        while (!result) {
+            loop_.run_until([&] { return result || file.needs_recovery(); });
+            file.recover();
+        }
+        return *result;
+    }
+    Status write_all(OpenFile &file, std::span<const std::byte> data, std::size_t piece = 32 << 10) {
+        for (uint64_t offset = 0; offset < data.size(); offset += piece) {
+            const auto part = data.subspan(offset, std::min(piece, data.size() - offset));
+            if (Status failure = file.write(offset, part); !failure.ok()) return failure;
+        }
+        return {};
+    }
+    static bool same(std::span<const std::byte> left, std::span<const std::byte> right) {
+        return left.size() == right.size() && std::memcmp(left.data(), right.data(), left.size()) == 0;
+    }
+
+    OpenFiles files_{mounts_, 0640};
+    OpenedFile opened_;
+};
+
+TEST_F(OpenFilesTest, AFileIsIdentifiedThroughALinkADirectoryAndALocalPathAreNot) {
+    one_.add_file("/f", pattern(100));
+    one_.add_link("/l", "f");
+    one_.add_directory("/d");
+    identify("/mnt/one/l");
+    EXPECT_EQ(opened_.size, 100U);
+    EXPECT_EQ(opened_.path, "/mnt/one/f");
+    EXPECT_EQ(files_.identify("/mnt/one/d").status().number(), uint32_t{EISDIR});
+    EXPECT_EQ(files_.identify("/mnt/one").status().number(), uint32_t{EISDIR});
+    EXPECT_EQ(files_.identify("/mnt/one/none").status().number(), uint32_t{ENOENT});
+    EXPECT_FALSE(files_.identify("/local").value());
+    EXPECT_FALSE(files_.create("/local", 1).value());
+}
+
+TEST_F(OpenFilesTest, AFileOpenedTwiceHasOneIdentifierAndStaysOpenUntilClosedTwice) {
+    one_.add_file("/f");
+    one_.add_link("/l", "f");
+    identify("/mnt/one/f");
+    const auto identifier = opened_.identifier;
+    identify("/mnt/one/l");
+    EXPECT_EQ(opened_.identifier, identifier);
+    EXPECT_TRUE(files_.close(identifier).ok());
+    EXPECT_NE(files_.find(identifier), nullptr);
+    EXPECT_TRUE(files_.close(identifier).ok());
+    EXPECT_EQ(files_.find(identifier), nullptr);
+    EXPECT_EQ(files_.close(identifier).number(), uint32_t{EBADF});
+}
+
+TEST_F(OpenFilesTest, ANewFileHasTheSizeAndThePermissionsAskedFor) {
+    create("/mnt/one/new", 5000);
+    EXPECT_EQ(opened_.size, 5000U);
+    EXPECT_EQ(one_.at("/new").attributes.mode, 0640U);
+    EXPECT_EQ(one_.at("/new").data.size(), 5000U);
+}
+
+TEST_F(OpenFilesTest, CreatingAnExistingFileEmptiesItAndKeepsItsPermissions) {
+    one_.add_file("/f", pattern(3000));
+    create("/mnt/one/f", 5000);
+    EXPECT_EQ(one_.at("/f").data, std::vector<std::byte>(5000));
+    EXPECT_EQ(one_.at("/f").attributes.mode, 0644U);
+}
+
+TEST_F(OpenFilesTest, CreatingThroughALinkMakesItsTarget) {
+    one_.add_link("/l", "../two/made");
+    create("/mnt/one/l", 0);
+    EXPECT_EQ(opened_.path, "/mnt/two/made");
+    EXPECT_TRUE(two_.exists("/made"));
+}
+
+TEST_F(OpenFilesTest, AServerThatTellsNoHandleOfANewFileIsAskedForIt) {
+    one_.tells_attributes = false;
+    create("/mnt/one/new", 10);
+    EXPECT_EQ(one_.at("/new").data.size(), 10U);
+}
+
+TEST_F(OpenFilesTest, AFileGoesUpAndComesBackIdentical) {
+    for (const std::size_t size : {0UL, 1UL, 511UL, 32768UL, 32769UL, kMiB - 1, 3 * kMiB + 17}) {
+        const std::string path = "/mnt/one/f" + std::to_string(size);
+        const auto data = pattern(size);
+        auto &file = create(path, size);
+        ASSERT_TRUE(write_all(file, data).ok());
+        ASSERT_TRUE(file.resize(size).ok());
+        ASSERT_TRUE(file.flush().ok());
+        EXPECT_TRUE(same(one_.at("/f" + std::to_string(size)).stable, data)) << size;
+        std::vector<std::byte> back(size);
+        for (uint64_t offset = 0; offset < size; offset += 32768)
+            ASSERT_TRUE(
+                read(file, offset, std::span(back).subspan(offset, std::min<std::size_t>(32768, size - offset))).ok());
+        EXPECT_TRUE(same(back, data)) << size;
+    }
+}
+
+TEST_F(OpenFilesTest, ASmallFileGoesUpInSixCallsAtMost) {
+    create("/mnt/one/first", 0);
+    const unsigned before = one_.total_calls();
+    EXPECT_EQ(files_.identify("/mnt/one/small").status().number(), uint32_t{ENOENT});
+    auto &file = create("/mnt/one/small", 4096);
+    ASSERT_TRUE(write_all(file, pattern(4096)).ok());
+    ASSERT_TRUE(file.resize(4096).ok());
+    ASSERT_TRUE(file.flush().ok());
+    EXPECT_LE(one_.total_calls() - before, 6U);
+}
+
+TEST_F(OpenFilesTest, MemoryStaysBoundedHoweverMuchIsWritten) {
+    const auto piece = pattern(kMiB);
+    auto &file = create("/mnt/one/big", 0);
+    for (uint64_t i = 0; i < 100; ++i)
+        ASSERT_TRUE(file.write(i * kMiB, piece).ok());
+    EXPECT_GE(one_.calls[Op::commit], 4U);
+    ASSERT_TRUE(file.flush().ok());
+    EXPECT_EQ(one_.at("/big").stable.size(), 100 * kMiB);
+}
+
+TEST_F(OpenFilesTest, ManyFilesShareTheMemoryForWriting) {
+    const auto data = pattern(2 * kMiB);
+    std::vector<uint64_t> identifiers;
+    for (int i = 0; i < 40; ++i) {
+        auto &file = create("/mnt/one/f" + std::to_string(i), 0);
+        identifiers.push_back(opened_.identifier);
+        ASSERT_TRUE(write_all(file, data, kMiB - 5).ok());
+    }
+    EXPECT_TRUE(files_.flush_all().ok());
+    for (int i = 0; i < 40; ++i)
+        EXPECT_TRUE(same(one_.at("/f" + std::to_string(i)).stable, data));
+}
+
+TEST_F(OpenFilesTest, AReadSeesWhatWasWrittenAndFlushesItFirst) {
+    one_.add_file("/f", pattern(100000));
+    auto &file = identify("/mnt/one/f");
+    std::vector<std::byte> buffer(1000);
+    ASSERT_TRUE(read(file, 0, buffer).ok());
+    const auto changed = pattern(500, 9);
+    ASSERT_TRUE(file.write(1200, changed).ok());
+    ASSERT_TRUE(read(file, 1000, buffer).ok());
+    EXPECT_TRUE(same(std::span(buffer).subspan(200, 500), changed));
+    EXPECT_FALSE(file.dirty());
+}
+
+TEST_F(OpenFilesTest, WritesOverTheSameBytesKeepTheirOrder) {
+    auto &file = create("/mnt/one/f", 0);
+    for (unsigned round = 1; round <= 5; ++round)
+        ASSERT_TRUE(file.write(100 * round, pattern(5000, round)).ok());
+    ASSERT_TRUE(file.flush().ok());
+    std::vector<std::byte> expected(5500);
+    for (unsigned round = 1; round <= 5; ++round) {
+        const auto data = pattern(5000, round);
+        std::copy(data.begin(), data.end(), expected.begin() + 100 * round);
+    }
+    EXPECT_TRUE(same(one_.at("/f").stable, expected));
+}
+
+TEST_F(OpenFilesTest, TheFirstFailureIsToldOnceByTheFlushAndTheFileIsUsableAfterwards) {
+    auto &file = create("/mnt/one/f", 0);
+    one_.fail_next(Op::write, ENOSPC);
+    ASSERT_TRUE(file.write(0, pattern(100)).ok());
+    const Status failure = file.flush();
+    EXPECT_EQ(failure.number(), uint32_t{ENOSPC});
+    EXPECT_EQ(failure.text(), "/mnt/one/f: server one: planned failure");
+    EXPECT_TRUE(file.flush().ok());
+    ASSERT_TRUE(file.write(0, pattern(100)).ok());
+    EXPECT_TRUE(file.flush().ok());
+}
+
+TEST_F(OpenFilesTest, AWriteAfterAFailedOneFailsTooAndLeavesTheFailureForTheFlush) {
+    auto &file = create("/mnt/one/f", 0);
+    one_.fail_next(Op::write, EDQUOT);
+    ASSERT_TRUE(file.write(0, pattern(2 * kMiB)).ok());
+    loop_.run_until([&] { return one_.calls[Op::write] >= 2; });
+    EXPECT_EQ(file.write(2 * kMiB, pattern(10)).number(), uint32_t{EDQUOT});
+    EXPECT_EQ(file.flush().number(), uint32_t{EDQUOT});
+}
+
+TEST_F(OpenFilesTest, ResizingBringsAcceptedWritesToStableStorageFirst) {
+    auto &file = create("/mnt/one/f", 0);
+    ASSERT_TRUE(file.write(0, pattern(1000)).ok());
+    one_.log.clear();
+    ASSERT_TRUE(file.resize(600).ok());
+    EXPECT_THAT(one_.log, ::testing::ElementsAre("WRITE 0+1000 stable", "SETATTR size 600"));
+}
+
+TEST_F(OpenFilesTest, AResizeAfterAFailedWriteIsNotDone) {
+    auto &file = create("/mnt/one/f", 0);
+    one_.fail_next(Op::write, EIO);
+    ASSERT_TRUE(file.write(0, pattern(1000)).ok());
+    EXPECT_EQ(file.resize(600).number(), uint32_t{EIO});
+    EXPECT_EQ(one_.calls[Op::setattr], 0U);
+}
+
+TEST_F(OpenFilesTest, AReadBeyondTheNewEndOfAShrunkFileGivesZeros) {
+    one_.add_file("/f", pattern(50000));
+    auto &file = identify("/mnt/one/f");
+    std::vector<std::byte> buffer(1000);
+    ASSERT_TRUE(read(file, 0, buffer).ok());
+    ASSERT_TRUE(file.resize(1500).ok());
+    ASSERT_TRUE(read(file, 1000, buffer).ok());
+    EXPECT_TRUE(same(std::span(buffer).first(500), std::span(one_.at("/f").data).subspan(1000)));
+    EXPECT_TRUE(same(std::span(buffer).subspan(500), std::vector<std::byte>(500)));
+}
+
+TEST_F(OpenFilesTest, ClosingTellsTheFailureOfWritesAndClosesAllTheSame) {
+    auto &file = create("/mnt/one/f", 0);
+    one_.fail_next(Op::write, EROFS);
+    ASSERT_TRUE(file.write(0, pattern(10)).ok());
+    EXPECT_EQ(files_.close(opened_.identifier).number(), uint32_t{EROFS});
+    EXPECT_EQ(files_.size(), 0U);
+}
+
+TEST_F(OpenFilesTest, FlushingAllFlushesAllAndTellsTheFirstFailure) {
+    auto &bad = create("/mnt/one/bad", 0);
+    auto &good = create("/mnt/two/good", 0);
+    ASSERT_TRUE(bad.write(0, pattern(10)).ok());
+    ASSERT_TRUE(good.write(0, pattern(10)).ok());
+    one_.fail_next(Op::write, ENOSPC);
+    EXPECT_EQ(files_.flush_all().number(), uint32_t{ENOSPC});
+    EXPECT_EQ(two_.at("/good").stable.size(), 10U);
+}
+
+TEST_F(OpenFilesTest, AStaleHandleIsLookedUpAgainWhileReading) {
+    const auto data = pattern(5 * kMiB);
+    one_.add_file("/f", data);
+    auto &file = identify("/mnt/one/f");
+    std::vector<std::byte> back(data.size());
+    for (uint64_t offset = 0; offset < data.size(); offset += 64 << 10) {
+        if (offset == 2 * kMiB) one_.make_handles_stale();
+        ASSERT_TRUE(read(file, offset, std::span(back).subspan(offset, 64 << 10)).ok());
+    }
+    EXPECT_TRUE(same(back, data));
+}
+
+TEST_F(OpenFilesTest, AStaleHandleIsLookedUpAgainWhileWritingAndNothingIsLost) {
+    const auto data = pattern(5 * kMiB + 3);
+    auto &file = create("/mnt/one/f", 0);
+    for (uint64_t offset = 0; offset < data.size(); offset += kMiB) {
+        if (offset == 2 * kMiB) one_.make_handles_stale();
+        const auto part = std::span(data).subspan(offset, std::min<std::size_t>(kMiB, data.size() - offset));
+        ASSERT_TRUE(file.write(offset, part).ok());
+        loop_.poll_once();
+    }
+    ASSERT_TRUE(file.flush().ok());
+    EXPECT_TRUE(same(one_.at("/f").stable, data));
+}
+
+TEST_F(OpenFilesTest, AnotherFileOfTheSameNameIsNotTakenForTheOneThatWasOpened) {
+    one_.add_file("/f", pattern(100));
+    auto &file = identify("/mnt/one/f");
+    one_.remove_child(1, "f");
+    one_.add_file("/f", pattern(100, 5));
+    one_.make_handles_stale();
+    std::vector<std::byte> buffer(100);
+    EXPECT_EQ(read(file, 0, buffer).number(), uint32_t{ESTALE});
+}
+
+TEST_F(OpenFilesTest, AHandleThatStaysStaleIsAnErrorAfterOneMoreTry) {
+    one_.add_file("/f", pattern(100));
+    auto &file = identify("/mnt/one/f");
+    one_.failures[Op::read] = {ESTALE, ESTALE, ESTALE};
+    std::vector<std::byte> buffer(100);
+    EXPECT_EQ(read(file, 0, buffer).number(), uint32_t{ESTALE});
+    one_.failures[Op::write] = {ESTALE, ESTALE, ESTALE};
+    ASSERT_TRUE(file.write(0, buffer).ok());
+    EXPECT_EQ(file.flush().number(), uint32_t{ESTALE});
+}
+
+TEST_F(OpenFilesTest, AWindowLeftFullGivesItsMemoryToAnotherFilesReads) {
+    const auto data = pattern(20 * kMiB);
+    one_.add_file("/a", data);
+    one_.add_file("/b", data);
+    std::vector<std::byte> buffer(kMiB);
+    auto &first = identify("/mnt/one/a");
+    for (uint64_t i = 0; i < 3; ++i)
+        ASSERT_TRUE(read(first, i * kMiB, buffer).ok());
+    auto &second = identify("/mnt/one/b");
+    files_.make_room_to_read(second);
+    ASSERT_TRUE(read(second, 0, buffer).ok());
+    EXPECT_TRUE(second.reads_ahead());
+    EXPECT_TRUE(same(buffer, std::span(data).first(kMiB)));
+}
+
+}  // namespace
+}  // namespace nfstdm::test

@@ -1,0 +1,306 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/files/path_walk.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+
+#include "nfstdm/files/path_operations.h"
+#include "tests/unit/files/fixture.h"
+
+namespace nfstdm::test {
+namespace {
+
+using ::testing::HasSubstr;
+
+class PathWalkTest : public MountedTest {
+  protected:
+    // The id of what a path leads to; 0 when there is nothing, -1 for a local path.
+    int64_t id_at(std::string_view path, LastLink last = LastLink::follow) {
+        auto place = walk_path(mounts_, path, last);
+        EXPECT_TRUE(place.ok()) << place.status().text();
+        if (!place.ok()) return -2;
+        if (place.value().mount == nullptr) return -1;
+        return place.value().object ? static_cast<int64_t>(place.value().object->attributes.fileid) : 0;
+    }
+    Status failure_at(std::string_view path) { return walk_path(mounts_, path, LastLink::follow).status(); }
+};
+
+TEST_F(PathWalkTest, ComponentsAreLookedUpOneByOne) {
+    one_.add_directory("/d");
+    const auto id = one_.add_file("/d/f");
+    EXPECT_EQ(id_at("/mnt/one/d/f"), static_cast<int64_t>(id));
+    EXPECT_EQ(id_at("/mnt/one//d/./f/"), static_cast<int64_t>(id));
+    EXPECT_EQ(one_.calls[Op::lookup], 2U) << "the second walk needs none";
+}
+
+TEST_F(PathWalkTest, NoServerIsContactedForALocalPathAndOnlyTheNeededOneForAnother) {
+    EXPECT_EQ(id_at("/mnt"), -1);
+    EXPECT_EQ(id_at("/mnt/oneself"), -1);
+    EXPECT_EQ(id_at("relative"), -1);
+    EXPECT_TRUE(volumes_.empty());
+    EXPECT_EQ(id_at("/mnt/two"), 1);
+    EXPECT_EQ(volumes_.size(), 1U);
+    EXPECT_EQ(one_.total_calls(), 0U);
+}
+
+TEST_F(PathWalkTest, ParentsInThePathCannotLeaveAMountUnnoticed) {
+    one_.add_directory("/d");
+    EXPECT_EQ(id_at("/mnt/one/../etc"), -1);
+    EXPECT_EQ(id_at("/mnt/one/d/../../two"), 1);
+    EXPECT_EQ(volumes_.count("one"), 0U);
+}
+
+TEST_F(PathWalkTest, AMissingLastNameIsNoFailureAndAMissingDirectoryIs) {
+    EXPECT_EQ(id_at("/mnt/one/none"), 0);
+    EXPECT_EQ(failure_at("/mnt/one/none/f").number(), uint32_t{ENOENT});
+    one_.add_file("/f");
+    EXPECT_EQ(failure_at("/mnt/one/f/g").number(), uint32_t{ENOTDIR});
+}
+
+TEST_F(PathWalkTest, FailuresNameThePathTheServerAndTheReason) {
+    one_.fail_next(Op::lookup, EACCES);
+    const Status failure = failure_at("/mnt/one/x");
+    EXPECT_EQ(failure.number(), uint32_t{EACCES});
+    EXPECT_EQ(failure.text(), "/mnt/one/x: server one: planned failure");
+}
+
+TEST_F(PathWalkTest, LinksInsideThePathAreFollowedTheLastOneWhenAskedTo) {
+    one_.add_directory("/d");
+    const auto file = one_.add_file("/d/f");
+    const auto link = one_.add_link("/l", "d");
+    one_.add_link("/d/m", "f");
+    EXPECT_EQ(id_at("/mnt/one/l/f"), static_cast<int64_t>(file));
+    EXPECT_EQ(id_at("/mnt/one/l/m"), static_cast<int64_t>(file));
+    EXPECT_EQ(id_at("/mnt/one/l", LastLink::keep), static_cast<int64_t>(link));
+}
+
+TEST_F(PathWalkTest, RelativeTargetsClimbThroughRealDirectoriesNotThroughTheTextOfThePath) {
+    one_.add_directory("/a");
+    one_.add_directory("/a/b");
+    one_.add_link("/short", "a/b");
+    const auto right = one_.add_file("/a/f");
+    one_.add_file("/f");
+    one_.add_link("/up", "short/../f");
+    EXPECT_EQ(id_at("/mnt/one/up"), static_cast<int64_t>(right));
+}
+
+TEST_F(PathWalkTest, LinksCrossMountsByAbsoluteAndByRelativeTargets) {
+    const auto file = two_.add_file("/f");
+    one_.add_link("/absolute", "/mnt/two/f");
+    one_.add_link("/relative", "../two/f");
+    EXPECT_EQ(id_at("/mnt/one/absolute"), static_cast<int64_t>(file));
+    EXPECT_EQ(id_at("/mnt/one/relative"), static_cast<int64_t>(file));
+    const auto place = walk_path(mounts_, "/mnt/one/absolute", LastLink::follow);
+    EXPECT_EQ(place.value().path, "/mnt/two/f");
+}
+
+TEST_F(PathWalkTest, ALinkThatLeadsOffEveryMountIsAnErrorInWords) {
+    one_.add_link("/out", "/etc/passwd");
+    one_.add_link("/above", "../../..");
+    const Status failure = failure_at("/mnt/one/out");
+    EXPECT_EQ(failure.number(), uint32_t{EXDEV});
+    EXPECT_THAT(failure.text(), HasSubstr("/etc/passwd"));
+    EXPECT_EQ(failure_at("/mnt/one/above").number(), uint32_t{EXDEV});
+}
+
+TEST_F(PathWalkTest, FortyLinksAreFollowedAndNoMore) {
+    const auto file = one_.add_file("/l0");
+    for (int i = 1; i <= 41; ++i)
+        one_.add_link("/l" + std::to_string(i), "l" + std::to_string(i - 1));
+    EXPECT_EQ(id_at("/mnt/one/l40"), static_cast<int64_t>(file));
+    EXPECT_EQ(failure_at("/mnt/one/l41").number(), uint32_t{ELOOP});
+}
+
+TEST_F(PathWalkTest, ALinkToItselfEndsWithELoop) {
+    one_.add_link("/self", "self");
+    EXPECT_EQ(failure_at("/mnt/one/self").number(), uint32_t{ELOOP});
+}
+
+TEST_F(PathWalkTest, ATargetThatIsNoPathIsAnError) {
+    one_.add_link("/empty", "");
+    one_.add_link("/nul", std::string("a\0b", 3));
+    EXPECT_EQ(failure_at("/mnt/one/empty").number(), uint32_t{ENOENT});
+    EXPECT_EQ(failure_at("/mnt/one/nul").number(), uint32_t{EIO});
+}
+
+TEST_F(PathWalkTest, AServerThatTellsNoAttributesIsAskedForThem) {
+    one_.tells_attributes = false;
+    const auto id = one_.add_file("/f");
+    EXPECT_EQ(id_at("/mnt/one/f"), static_cast<int64_t>(id));
+    EXPECT_EQ(one_.calls[Op::getattr], 2U);
+}
+
+TEST_F(PathWalkTest, AServerThatCannotBeReachedIsNotWaitedForAgainAndAgain) {
+    one_.fail_next(Op::attach, ETIMEDOUT);
+    EXPECT_EQ(failure_at("/mnt/one/f").number(), uint32_t{ETIMEDOUT});
+    EXPECT_EQ(failure_at("/mnt/one/g").number(), uint32_t{ETIMEDOUT});
+    EXPECT_EQ(one_.calls[Op::attach], 1U);
+}
+
+class UnusableServerTest : public MountedTest {
+  protected:
+    UnusableServerTest() : MountedTest("server: one\nnconnect: x\nexport: /e mount: /mnt/one\n") {}
+};
+
+TEST_F(UnusableServerTest, PathsUnderItsMountsFailWithTheReasonInsteadOfBeingLocal) {
+    const Status failure = walk_path(mounts_, "/mnt/one/f", LastLink::follow).status();
+    EXPECT_EQ(failure.number(), uint32_t{EINVAL});
+    EXPECT_THAT(failure.text(), HasSubstr("line 2: nconnect"));
+    EXPECT_TRUE(volumes_.empty());
+}
+
+class NestedMountsTest : public MountedTest {
+  protected:
+    NestedMountsTest()
+        : MountedTest("server: one\nexport: /e mount: /mnt\nserver: two\nexport: /e mount: /mnt/a/b\n") {}
+};
+
+TEST_F(NestedMountsTest, AMountPointNeedNotExistOnTheMountAboveIt) {
+    const auto file = two_.add_file("/f");
+    auto place = walk_path(mounts_, "/mnt/a/b/f", LastLink::follow);
+    ASSERT_TRUE(place.ok());
+    EXPECT_EQ(place.value().object->attributes.fileid, file);
+    EXPECT_EQ(volumes_.count("one"), 0U);
+}
+
+TEST_F(NestedMountsTest, ALinkIntoAMountBelowIsServedByThatMount) {
+    const auto file = two_.add_file("/f");
+    one_.add_directory("/a");
+    one_.add_link("/a/link", "b/f");
+    auto place = walk_path(mounts_, "/mnt/a/link", LastLink::follow);
+    ASSERT_TRUE(place.ok());
+    EXPECT_EQ(place.value().object->attributes.fileid, file);
+}
+
+// ---- operations on paths
+
+class PathOperationsTest : public MountedTest {
+  protected:
+    PathOperations paths_{mounts_, 0755};
+    Attributes attributes_;
+};
+
+TEST_F(PathOperationsTest, LocalPathsAreTouchedByNothing) {
+    const auto local = [](const Result<Location> &where) { return where.ok() && where.value() == Location::local; };
+    std::string target;
+    FsInfoReply info;
+    FsStatReply stat;
+    DirectoryStream::Batch batch;
+    EXPECT_TRUE(local(paths_.get_attributes("/x", attributes_)));
+    EXPECT_TRUE(local(paths_.set_permissions("/x", 0)));
+    EXPECT_TRUE(local(paths_.make_directory("/x")));
+    EXPECT_TRUE(local(paths_.remove_directory("/x")));
+    EXPECT_TRUE(local(paths_.remove("/x", [] { return Status{EIO, ""}; })));
+    EXPECT_TRUE(local(paths_.read_link("/x", target)));
+    EXPECT_TRUE(local(paths_.fsinfo("/x", info)));
+    EXPECT_TRUE(local(paths_.fsstat("/x", stat)));
+    EXPECT_TRUE(local(paths_.list("/x", 0, 10, batch)));
+}
+
+TEST_F(PathOperationsTest, AttributesAreThoseOfALinkAndPermissionsOfItsTarget) {
+    one_.add_file("/f");
+    one_.add_link("/l", "f");
+    ASSERT_TRUE(paths_.get_attributes("/mnt/one/l", attributes_).ok());
+    EXPECT_EQ(attributes_.type, FileType::link);
+    ASSERT_TRUE(paths_.set_permissions("/mnt/one/l", 0400).ok());
+    EXPECT_EQ(one_.at("/f").attributes.mode, 0400U);
+    EXPECT_EQ(one_.at("/l").attributes.mode, 0644U);
+}
+
+TEST_F(PathOperationsTest, OwnChangesAreSeenAtOnce) {
+    EXPECT_EQ(paths_.get_attributes("/mnt/one/d", attributes_).status().number(), uint32_t{ENOENT});
+    ASSERT_TRUE(paths_.make_directory("/mnt/one/d").ok());
+    ASSERT_TRUE(paths_.get_attributes("/mnt/one/d", attributes_).ok());
+    EXPECT_EQ(attributes_.mode, 0755U);
+    ASSERT_TRUE(paths_.set_permissions("/mnt/one/d", 0711).ok());
+    ASSERT_TRUE(paths_.get_attributes("/mnt/one/d", attributes_).ok());
+    EXPECT_EQ(attributes_.mode, 0711U);
+    ASSERT_TRUE(paths_.remove_directory("/mnt/one/d").ok());
+    EXPECT_EQ(paths_.get_attributes("/mnt/one/d", attributes_).status().number(), uint32_t{ENOENT});
+}
+
+TEST_F(PathOperationsTest, AMountPointCanBeNeitherMadeNorRemoved) {
+    EXPECT_EQ(paths_.make_directory("/mnt/one").status().number(), uint32_t{EEXIST});
+    EXPECT_EQ(paths_.remove_directory("/mnt/one").status().number(), uint32_t{EBUSY});
+    EXPECT_EQ(paths_.remove("/mnt/one", [] { return Status{}; }).status().number(), uint32_t{EBUSY});
+}
+
+TEST_F(PathOperationsTest, AFailureBeforeRemovingKeepsTheFileAlsoWhenItIsAStaleHandle) {
+    one_.add_file("/f");
+    EXPECT_EQ(paths_.remove("/mnt/one/f", [] { return Status{ESTALE, "lost"}; }).status().number(), uint32_t{ESTALE});
+    EXPECT_TRUE(one_.exists("/f"));
+}
+
+TEST_F(PathOperationsTest, AStaleHandleIsLookedUpAgainOnce) {
+    one_.add_directory("/d");
+    one_.add_file("/d/f");
+    ASSERT_TRUE(paths_.get_attributes("/mnt/one/d/f", attributes_).ok());
+    one_.make_handles_stale();
+    EXPECT_TRUE(paths_.set_permissions("/mnt/one/d/f", 0600).ok());
+    EXPECT_EQ(one_.at("/d/f").attributes.mode, 0600U);
+    one_.failures[Op::setattr] = {ESTALE, ESTALE};
+    EXPECT_EQ(paths_.set_permissions("/mnt/one/d/f", 0644).status().number(), uint32_t{ESTALE});
+    EXPECT_TRUE(one_.failures[Op::setattr].empty());
+}
+
+TEST_F(PathOperationsTest, LinksAreReadAndOtherThingsAreNot) {
+    one_.add_link("/l", "/some/where");
+    one_.add_file("/f");
+    std::string target;
+    ASSERT_TRUE(paths_.read_link("/mnt/one/l", target).ok());
+    EXPECT_EQ(target, "/some/where");
+    EXPECT_EQ(paths_.read_link("/mnt/one/f", target).status().number(), uint32_t{EINVAL});
+}
+
+TEST_F(PathOperationsTest, FigureRepliesAlwaysHaveAttributes) {
+    one_.add_link("/l", "f");
+    one_.add_file("/f");
+    FsInfoReply info;
+    ASSERT_TRUE(paths_.fsinfo("/mnt/one/l", info).ok());
+    EXPECT_EQ(info.attributes->type, FileType::regular);
+    EXPECT_EQ(info.limits.read_maximum, 1U << 20);
+    FsStatReply stat;
+    ASSERT_TRUE(paths_.fsstat("/mnt/one/l", stat).ok());
+    EXPECT_EQ(stat.attributes->type, FileType::link);
+    EXPECT_EQ(stat.free_bytes, 600U);
+}
+
+// ---- the cache
+
+TEST(ObjectCache, EntriesExpireAndWhatIsAbsentExpiresSooner) {
+    ObjectCache::TimePoint now{};
+    ObjectCache cache([&now] { return now; });
+    FileHandle directory;
+    directory.size = 4;
+    FileHandle file;
+    file.size = 8;
+    cache.put_name(directory, "there", file);
+    cache.put_name(directory, "absent", std::nullopt);
+    cache.put_attributes(file, Attributes{});
+    EXPECT_EQ(cache.find_name(directory, "there").handle, file);
+    EXPECT_TRUE(cache.find_name(directory, "absent").known);
+    EXPECT_FALSE(cache.find_name(file, "there").known);
+    now += ObjectCache::kAbsentLifetime;
+    EXPECT_FALSE(cache.find_name(directory, "absent").known);
+    EXPECT_TRUE(cache.find_name(directory, "there").known);
+    now += ObjectCache::kLifetime;
+    EXPECT_FALSE(cache.find_name(directory, "there").known);
+    EXPECT_FALSE(cache.attributes(file));
+}
+
+TEST(ExpiringCache, WhenFullTheEntryUnusedForLongestGoes) {
+    ExpiringCache<int, int> cache(2);
+    const auto now = EventLoop::Clock::time_point{};
+    const auto later = now + std::chrono::seconds(1);
+    cache.put(1, 10, later);
+    cache.put(2, 20, later);
+    ASSERT_NE(cache.find(1, now), nullptr);
+    cache.put(3, 30, later);
+    EXPECT_EQ(cache.find(2, now), nullptr);
+    EXPECT_NE(cache.find(1, now), nullptr);
+    EXPECT_EQ(cache.size(), 2U);
+}
+
+}  // namespace
+}  // namespace nfstdm::test

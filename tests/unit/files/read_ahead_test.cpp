@@ -1,0 +1,258 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/files/read_ahead.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "tests/unit/files/fake_volume.h"
+
+namespace nfstdm {
+namespace {
+
+using test::FakeServer;
+using test::FakeVolume;
+using test::Op;
+using test::pattern;
+
+constexpr std::size_t kRequest = 8 << 10;
+constexpr std::size_t kLarge = 256 << 10;  // bytes of one READ
+
+class ReadAheadTest : public ::testing::Test {
+  protected:
+    void open(std::size_t size) {
+        content_ = pattern(size);
+        file_ = server_.add_file("/f", content_);
+        window_.emplace(volume_, server_.handle(file_), kLarge, pool_);
+        window_->expect_size(size);
+    }
+
+    struct Read {
+        std::vector<std::byte> bytes;
+        std::optional<Status> result;
+        bool is(std::span<const std::byte> expected) const {
+            return result && result->ok() && bytes.size() == expected.size() &&
+                   std::memcmp(bytes.data(), expected.data(), bytes.size()) == 0;
+        }
+    };
+    std::shared_ptr<Read> start(uint64_t offset, std::size_t size) {
+        auto read = std::make_shared<Read>();
+        read->bytes.assign(size, std::byte{0xee});
+        window_->read(offset, read->bytes, [read](Status status) {
+            EXPECT_FALSE(read->result) << "completed twice";
+            read->result = std::move(status);
+        });
+        return read;
+    }
+    // As a caller does: asks and waits.
+    std::shared_ptr<Read> read(uint64_t offset, std::size_t size) {
+        auto read = start(offset, size);
+        if (volume_.held)
+            while (!read->result)
+                volume_.answer_first();
+        else
+            loop_.run_until([&] { return read->result.has_value(); });
+        return read;
+    }
+    std::span<const std::byte> content(uint64_t offset, std::size_t size) const {
+        return std::span(content_).subspan(offset, size);
+    }
+
+    EventLoop loop_;
+    FakeServer server_;
+    FakeVolume volume_{loop_, server_};
+    BufferPool pool_{16 * kLarge};
+    std::vector<std::byte> content_;
+    uint64_t file_ = 0;
+    std::optional<ReadAhead> window_;
+};
+
+TEST_F(ReadAheadTest, SmallRequestsInSequenceKeepAtLeastFourLargeReadsInFlight) {
+    open(40 * kLarge);
+    volume_.held = true;
+    std::size_t least = SIZE_MAX;
+    for (uint64_t offset = 0; offset < content_.size(); offset += kRequest) {
+        ASSERT_TRUE(read(offset, kRequest)->is(content(offset, kRequest)));
+        if (offset >= 4 * kLarge && offset < 20 * kLarge) least = std::min(least, volume_.waiting_for(Op::read));
+    }
+    EXPECT_GE(least, 4U);
+    EXPECT_EQ(volume_.largest, kLarge);
+    EXPECT_EQ(server_.calls[Op::read], 40U);
+    EXPECT_LE(volume_.most_waiting, ReadAhead::kWidest);
+}
+
+TEST_F(ReadAheadTest, RandomRequestsReadOnlyWhatTheyAskFor) {
+    open(20 * kLarge);
+    volume_.held = true;
+    for (const uint64_t offset : {7 * kLarge, 3 * kLarge, 15 * kLarge, 1 * kLarge, 11 * kLarge})
+        ASSERT_TRUE(read(offset + 5, kRequest)->is(content(offset + 5, kRequest)));
+    EXPECT_EQ(volume_.most_waiting, 1U);
+    EXPECT_EQ(volume_.largest, kRequest);
+    EXPECT_EQ(server_.calls[Op::read], 5U);
+}
+
+TEST_F(ReadAheadTest, AfterASeekTheWindowStartsNarrowWithTheNextRequest) {
+    open(20 * kLarge);
+    volume_.held = true;
+    read(9 * kLarge, kRequest);
+    start(9 * kLarge + kRequest, kRequest);
+    EXPECT_GE(volume_.waiting_for(Op::read), 1U);
+    EXPECT_LE(volume_.waiting_for(Op::read), 2U);
+    volume_.answer_all();
+}
+
+TEST_F(ReadAheadTest, TheWindowIsWidenedOnlyWhenARequestHadToWait) {
+    open(20 * kLarge);
+    read(0, kRequest);
+    const unsigned after_first = server_.calls[Op::read];
+    for (uint64_t offset = kRequest; offset < kLarge; offset += kRequest)
+        read(offset, kRequest);
+    loop_.poll_once();
+    EXPECT_LE(server_.calls[Op::read], 2 * after_first + 1);
+}
+
+TEST_F(ReadAheadTest, NothingIsReadBeyondTheKnownEnd) {
+    open(10000);
+    volume_.held = true;
+    ASSERT_TRUE(read(0, 4096)->is(content(0, 4096)));
+    EXPECT_EQ(server_.calls[Op::read], 1U);
+    EXPECT_EQ(volume_.largest, 10000U);
+    EXPECT_TRUE(volume_.waiting.empty());
+}
+
+TEST_F(ReadAheadTest, AtTheEndTheBytesThereAreComeAndTheRestIsZero) {
+    open(kLarge + 100);
+    for (uint64_t offset = 0; offset < kLarge; offset += kRequest)
+        read(offset, kRequest);
+    auto tail = content(kLarge, 100);
+    std::vector<std::byte> expected(tail.begin(), tail.end());
+    expected.resize(kRequest);
+    EXPECT_TRUE(read(kLarge, kRequest)->is(expected));
+    EXPECT_TRUE(read(kLarge + kRequest, kRequest)->is(std::vector<std::byte>(kRequest)));
+}
+
+TEST_F(ReadAheadTest, AFileThatGrewIsReadToItsNewEnd) {
+    open(1000);
+    EXPECT_TRUE(read(0, 1000)->is(content(0, 1000)));
+    content_ = pattern(5000);
+    server_.node(file_).data = content_;
+    server_.node(file_).attributes.size = 5000;
+    EXPECT_TRUE(read(1000, 4000)->is(content(1000, 4000)));
+}
+
+TEST_F(ReadAheadTest, AShortReadBeforeTheEndIsContinued) {
+    open(3 * kLarge + 17);
+    server_.read_at_most = 100000;
+    for (uint64_t offset = 0; offset + kRequest <= content_.size(); offset += kRequest)
+        ASSERT_TRUE(read(offset, kRequest)->is(content(offset, kRequest)));
+    EXPECT_TRUE(read(5, 2 * kLarge)->is(content(5, 2 * kLarge)));
+}
+
+TEST_F(ReadAheadTest, AReadOfNothingBeforeTheEndIsAnErrorAndNotAnEndlessLoop) {
+    open(kLarge);
+    server_.read_at_most = 0;
+    EXPECT_EQ(read(0, kRequest)->result->number(), uint32_t{EIO});
+    EXPECT_EQ(read(50, kRequest)->result->number(), uint32_t{EIO});
+}
+
+TEST_F(ReadAheadTest, ARequestAcrossSeveralReadsIsPutTogether) {
+    open(5 * kLarge);
+    read(0, kRequest);
+    EXPECT_TRUE(read(kRequest, 3 * kLarge)->is(content(kRequest, 3 * kLarge)));
+}
+
+TEST_F(ReadAheadTest, RepliesInAnyOrderServeRequestsRight) {
+    open(8 * kLarge);
+    volume_.held = true;
+    std::vector<std::shared_ptr<Read>> reads;
+    for (uint64_t offset = 0; offset < 4 * kLarge; offset += kRequest)
+        reads.push_back(start(offset, kRequest));
+    while (!volume_.waiting.empty())
+        volume_.answer_last();
+    for (std::size_t i = 0; i < reads.size(); ++i)
+        ASSERT_TRUE(reads[i]->is(content(i * kRequest, kRequest))) << i;
+    EXPECT_TRUE(window_->idle());
+}
+
+TEST_F(ReadAheadTest, AFailureReachesTheRequestThatNeedsItAndAskingAgainReadsAgain) {
+    open(4 * kLarge);
+    volume_.held = true;
+    server_.failures[Op::read] = {0, EIO};
+    ASSERT_TRUE(read(0, kRequest)->is(content(0, kRequest)));
+    volume_.answer_all();
+    for (uint64_t offset = kRequest; offset < kLarge; offset += kRequest)
+        ASSERT_TRUE(read(offset, kRequest)->is(content(offset, kRequest)));
+    EXPECT_EQ(read(kLarge, kRequest)->result->number(), uint32_t{EIO});
+    EXPECT_TRUE(read(kLarge, kRequest)->is(content(kLarge, kRequest)));
+}
+
+TEST_F(ReadAheadTest, WhatWasForgottenIsReadAgain) {
+    open(2 * kLarge);
+    read(0, kRequest);
+    content_ = pattern(2 * kLarge, 2);
+    server_.node(file_).data = content_;
+    window_->forget();
+    EXPECT_TRUE(read(kRequest, kRequest)->is(content(kRequest, kRequest)));
+}
+
+TEST_F(ReadAheadTest, RequestsThatWaitSurviveForgetting) {
+    open(4 * kLarge);
+    volume_.held = true;
+    auto first = start(0, kRequest);
+    window_->forget();
+    volume_.answer_all();
+    EXPECT_TRUE(first->is(content(0, kRequest)));
+    EXPECT_TRUE(window_->idle());
+}
+
+TEST_F(ReadAheadTest, WithoutMemoryForAWindowRequestsAreReadByThemselves) {
+    open(4 * kLarge);
+    const auto hog = pool_.take(16 * kLarge);
+    ASSERT_TRUE(hog);
+    for (uint64_t offset = 0; offset < kLarge; offset += kRequest)
+        ASSERT_TRUE(read(offset, kRequest)->is(content(offset, kRequest)));
+    EXPECT_EQ(volume_.largest, kRequest);
+}
+
+TEST_F(ReadAheadTest, RepliesAfterTheWindowIsGoneTouchNothing) {
+    open(4 * kLarge);
+    volume_.held = true;
+    read(0, kRequest);
+    window_.reset();
+    volume_.answer_all();
+    EXPECT_EQ(pool_.taken(), 0U);
+}
+
+TEST_F(ReadAheadTest, TheWindowNeverHoldsMoreThanItsPool) {
+    open(64 * kLarge);
+    for (uint64_t offset = 0; offset < content_.size(); offset += kRequest) {
+        ASSERT_TRUE(read(offset, kRequest)->is(content(offset, kRequest)));
+        ASSERT_LE(pool_.taken(), 16 * kLarge);
+    }
+}
+
+TEST_F(ReadAheadTest, RequestsOfAnySizeAndPlaceGiveTheFilesBytes) {
+    open(3 * kLarge + 777);
+    server_.read_at_most = 300000;
+    uint64_t state = 42;
+    const auto random = [&state](uint64_t below) {
+        state = state * 6364136223846793005U + 1442695040888963407U;
+        return (state >> 33) % below;
+    };
+    uint64_t offset = 0;
+    for (int i = 0; i < 400; ++i) {
+        if (random(4) == 0) offset = random(content_.size());
+        const std::size_t size = random(5) == 0 ? random(2 * kLarge) : random(70000);
+        std::vector<std::byte> expected(size);
+        const auto available = std::min<uint64_t>(size, content_.size() - std::min<uint64_t>(offset, content_.size()));
+        if (available > 0) std::ranges::copy(content(offset, available), expected.begin());
+        ASSERT_TRUE(read(offset, size)->is(expected)) << "request " << i << " at " << offset << "+" << size;
+        offset += size;
+        if (offset > content_.size() + kLarge) offset = 0;
+    }
+}
+
+}  // namespace
+}  // namespace nfstdm
