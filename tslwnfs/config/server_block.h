@@ -37,3 +37,6 @@ struct ServerBlock {
 };
 
 extern ServerBlock tab_info;
+
+// The block as it stands in the file, from marker to marker.
+std::string server_block_text(const ServerBlock &server);

@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/config/whole_file.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "tests/support/file_faults.h"
+#include "tests/support/temporary_directory.h"
+
+namespace {
+
+class WholeFile : public testing::Test {
+  protected:
+    std::string path(const std::string &name = "file") const { return directory_ / name; }
+
+    TemporaryDirectory directory_;
+};
+
+TEST_F(WholeFile, IsReadToItsLastByte) {
+    std::string bytes;
+    for (int i = 0; i < 10000; ++i)
+        bytes += static_cast<char>(i * 7);
+    write_file(path(), bytes);
+    std::string contents = "old";
+    ASSERT_TRUE(read_whole_file(path().c_str(), contents));
+    EXPECT_EQ(contents, bytes);
+}
+
+TEST_F(WholeFile, IsNotReadFromADirectoryOrFromNothing) {
+    std::string contents;
+    EXPECT_FALSE(read_whole_file(directory_.path().c_str(), contents));
+    EXPECT_EQ(errno, EISDIR);
+    EXPECT_FALSE(read_whole_file(path().c_str(), contents));
+    EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(WholeFile, IsNotWrittenOntoAFullDisk) {
+    Stream full = open_stream("/dev/full", "w");
+    ASSERT_TRUE(full);
+    EXPECT_FALSE(write_and_close(full, "lost"));
+    EXPECT_EQ(errno, ENOSPC);
+}
+
+TEST_F(WholeFile, GrowsAtItsEnd) {
+    EXPECT_EQ(append_to_file(path().c_str(), "a\n"), Append::done);
+    EXPECT_EQ(append_to_file(path().c_str(), "b\n"), Append::done);
+    EXPECT_EQ(read_file(path()), "a\nb\n");
+}
+
+TEST_F(WholeFile, TakesBackATextThatDoesNotFit) {
+    write_file(path(), "kept\n");
+    {
+        const FileSizeLimit limit(1000);
+        EXPECT_EQ(append_to_file(path().c_str(), std::string(2000, 'x')), Append::not_written);
+    }
+    EXPECT_EQ(read_file(path()), "kept\n");
+}
+
+TEST_F(WholeFile, IsNotOpenedWhereADirectoryStands) {
+    EXPECT_EQ(append_to_file(directory_.path().c_str(), "a"), Append::not_opened);
+    EXPECT_EQ(errno, EISDIR);
+}
+
+TEST_F(WholeFile, ExistsUnlessTheSystemSaysThatItDoesNot) {
+    EXPECT_FALSE(may_exist(path().c_str()));
+    write_file(path(), "");
+    EXPECT_TRUE(may_exist(path().c_str()));
+    EXPECT_TRUE(may_exist(std::string(5000, 'x').c_str()));  // a name too long to be looked up
+}
+
+TEST_F(WholeFile, IsKnownBehindALink) {
+    write_file(path(), "");
+    write_file(path("other"), "");
+    std::filesystem::create_symlink("file", path("symbolic"));
+    std::filesystem::create_hard_link(path(), path("hard"));
+    EXPECT_TRUE(is_same_file(path().c_str(), path("symbolic").c_str()));
+    EXPECT_TRUE(is_same_file(path().c_str(), path("hard").c_str()));
+    EXPECT_FALSE(is_same_file(path().c_str(), path("other").c_str()));
+    EXPECT_FALSE(is_same_file(path().c_str(), path("missing").c_str()));
+}
+
+TEST_F(WholeFile, TakesOverPermissions) {
+    write_file(path("from"), "");
+    ASSERT_EQ(chmod(path("from").c_str(), 0640), 0);
+    Stream stream = open_stream(path().c_str(), "w");
+    take_permissions(stream, path("from").c_str());
+    struct stat status;
+    ASSERT_EQ(stat(path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+}
+
+TEST_F(WholeFile, LeavesDevicesAsTheyAre) {
+    struct stat before, after;
+    ASSERT_EQ(stat("/dev/full", &before), 0);
+    write_file(path("from"), "");
+    ASSERT_EQ(chmod(path("from").c_str(), 0600), 0);
+    const Stream device = open_stream("/dev/full", "w");
+    take_permissions(device, path("from").c_str());
+    ASSERT_EQ(stat("/dev/full", &after), 0);
+    EXPECT_EQ(after.st_mode, before.st_mode);
+}
+
+}  // namespace

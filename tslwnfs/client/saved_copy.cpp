@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+// save and restore: a copy of tslnfstab beside it.
+#include <string>
+
+#include "platform/path_buffer.h"
+#include "platform/stream.h"
+#include "tslwnfs/client/client.h"
+#include "tslwnfs/client/question.h"
+#include "tslwnfs/config/tslnfstab_file.h"
+#include "tslwnfs/config/whole_file.h"
+#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/frontend/options.h"
+
+namespace {
+
+uint32_t not_opened(const char *function, const std::string &path) {
+    trace_message(function, Message::file_unopenable, path.c_str());
+    return 1;
+}
+
+// Writes contents, which were read from another file, to a file. One that is made by this is closed to those to whom
+// the other one is.
+uint32_t write_copy(const char *function, const std::string &contents, const std::string &from, const std::string &to) {
+    const bool is_new = !may_exist(to.c_str());
+    Stream copy = open_stream(to.c_str(), "wb");
+    if (!copy) return not_opened(function, to);
+    if (is_new) take_permissions(copy, from.c_str());
+    if (write_and_close(copy, contents)) return 0;
+    trace_not_written(function, to.c_str());
+    return 1;
+}
+
+bool may_overwrite(const std::string &path, const std::string &question) {
+    return pass_flag != 0 || !may_exist(path.c_str()) || ask_once(question);
+}
+
+}  // namespace
+
+uint32_t save() {
+    PathBuffer path;
+    if (!find_tslnfstab("save", path)) return 1;
+    const std::string configuration(path.view());
+    const std::string saved = configuration + ".sav";
+    // Read whole before the copy is emptied: both names may lead to one file.
+    std::string contents;
+    if (!read_whole_file(configuration.c_str(), contents)) return not_opened("save", configuration);
+    if (!may_overwrite(saved, "File " + saved + " already exist  do you want to overwrite ?( y/n)\n")) return 1;
+    return write_copy("save", contents, configuration, saved);
+}
+
+uint32_t restore() {
+    PathBuffer path;
+    if (!find_tslnfstab("restore", path)) return 1;
+    const std::string configuration(path.view());
+    const std::string saved = configuration + ".sav";
+    std::string contents;
+    if (!read_whole_file(saved.c_str(), contents)) return not_opened("restore", saved);
+    // "y" is the only yes, whatever the question offers.
+    if (!may_overwrite(configuration, "tslnfstab file already exists, do you want to overwrite " + configuration +
+                                          " ? : (Yes/No)\n")) {
+        return 1;
+    }
+    return write_copy("restore", contents, saved, configuration);
+}

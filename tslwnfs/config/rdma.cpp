@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+// enablerdma and disablerdma: a server's transport is switched by a port line in its block.
+#include <string>
+#include <string_view>
+
+#include "tslwnfs/config/config.h"
+#include "tslwnfs/config/rdma_edit.h"
+#include "tslwnfs/config/tslnfstab_file.h"
+#include "tslwnfs/config/tslnfstab_lines.h"
+#include "tslwnfs/frontend/output.h"
+
+namespace {
+
+constexpr char kDefaultPort[] = "20049";  // of NFS over RDMA (RFC 8267)
+
+// Copies a file to edit.file line by line. on_line sees the lines of the blocks, the end markers included, until the
+// edit is done; when it returns false the line is left out.
+template <class OnLine>
+void copy_blocks(std::string_view file, RdmaEdit &edit, OnLine on_line) {
+    bool inside = false;
+    for (const auto line : split_lines(file)) {
+        const bool is_looked_at = inside && !edit.done;
+        if (!is_looked_at || on_line(line)) edit.file += line;
+        inside = inside ? !is_block_end(line) : is_block_begin(line);
+    }
+}
+
+uint32_t finish(TslnfstabRewrite &rewrite, const RdmaEdit &edit) {
+    if (edit.matched && edit.done) {
+        return rewrite.replace_with(edit.file, TslnfstabRewrite::VanishedFile::is_silent);
+    }
+    print("%s\n", edit.matched ? "Requested server is present in tslnfstab but failed to fix it"
+                               : "Requested server is not present in tslnfstab");
+    rewrite.delete_backup();
+    return 1;
+}
+
+}  // namespace
+
+RdmaEdit with_rdma_port(std::string_view file, std::string_view server, std::string_view port) {
+    RdmaEdit edit;
+    copy_blocks(file, edit, [&](std::string_view line) {
+        const auto setting = parse_setting(line);
+        if (is_block_end(line)) {
+            if (edit.matched) edit.file.append("rdmaport: ").append(port).append("\n");
+            edit.done = edit.matched;
+        } else if (setting && setting->is_rdmaport()) {
+            edit.done = edit.matched;
+        } else if (setting && setting->is_server(server)) {
+            edit.matched = true;
+        }
+        return true;
+    });
+    return edit;
+}
+
+RdmaEdit without_rdma_port(std::string_view file, std::string_view server) {
+    RdmaEdit edit;
+    copy_blocks(file, edit, [&](std::string_view line) {
+        const auto setting = parse_setting(line);
+        if (setting && setting->is_server(server)) edit.matched = true;
+        edit.done = edit.matched && setting && setting->is_rdmaport();
+        return !edit.done;
+    });
+    return edit;
+}
+
+uint32_t enablerdma(const char *server, const char *port) {
+    TslnfstabRewrite rewrite("enablerdma");
+    if (!rewrite.begin(TslnfstabRewrite::UnreadableFile::is_printed)) return 1;
+    return finish(rewrite, with_rdma_port(rewrite.contents(), server, port != nullptr ? port : kDefaultPort));
+}
+
+uint32_t disablerdma(const char *server) {
+    TslnfstabRewrite rewrite("disablerdma");
+    if (!rewrite.begin(TslnfstabRewrite::UnreadableFile::is_printed)) return 1;
+    return finish(rewrite, without_rdma_port(rewrite.contents(), server));
+}

@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/storage/mount_table.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/path_buffer.h"
+#include "platform/stream.h"
+#include "tslwnfs/config/tslnfstab_file.h"
+#include "tslwnfs/config/whole_file.h"
+#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/frontend/wildcard.h"
+#include "tslwnfs/storage/resolve.h"
+
+namespace {
+
+constexpr char kMountFunction[] = "tslwnfs_mount_otab";
+constexpr char kUmountFunction[] = "tslwnfs_umount_otab";
+
+void put(std::string &block, const char *key, std::string_view value) {
+    block.append(key).append(": ").append(value).append("\n");
+}
+
+// The order is fixed and is not that of the description.
+std::string mount_text(const char *export_path, const char *mount_point, const MountServer &server) {
+    std::string block;
+    if (server.uid_present != 0) put(block, "uid", std::to_string(server.uid));
+    if (server.gid_present != 0) put(block, "gid", std::to_string(server.gid));
+    if (server.server_present != 0) put(block, "server", server.server);
+    if (server.local_present != 0) put(block, "local", server.local);
+    if (server.path_present != 0) put(block, "path", server.path);
+    put(block, "export", export_path);
+    put(block, "mount", mount_point);
+    return block;
+}
+
+// Writes a new file in place of the one that stands there. Returns 0 or 1.
+uint32_t write_file(const char *function, const char *path, std::string_view contents) {
+    Stream file = open_stream(path, "w");
+    if (!file) {
+        trace_message(function, Message::file_unopenable, path);
+        return 1;
+    }
+    if (write_and_close(file, contents)) return 0;
+    trace_not_written(function, path);
+    return 1;
+}
+
+// tslnfstab as a stream of words.
+class Words {
+  public:
+    explicit Words(std::string_view text) : left_(text) {}
+
+    // The next word; a long one is given in pieces.
+    std::optional<std::string_view> word() {
+        constexpr std::string_view kSpace = " \t\n\v\f\r";
+        constexpr std::size_t kWordMaximum = 512;
+        left_.remove_prefix(std::min(left_.find_first_not_of(kSpace), left_.size()));
+        if (left_.empty()) return std::nullopt;
+        return take(std::min(left_.find_first_of(kSpace), kWordMaximum));
+    }
+
+    // What is left of the line, its line feed included, or the first kPiece characters of that.
+    std::string_view rest_of_line() {
+        const std::size_t feed = left_.find('\n');
+        return take(std::min(feed == std::string_view::npos ? left_.size() : feed + 1, kPiece));
+    }
+
+    static constexpr std::size_t kPiece = 1023;  // characters
+
+  private:
+    std::string_view take(std::size_t length) {
+        const std::string_view taken = left_.substr(0, length);
+        left_.remove_prefix(taken.size());
+        return taken;
+    }
+
+    std::string_view left_;
+};
+
+// Copies a comment from its first word on. Where the line is longer than a piece the word is repeated.
+void copy_comment(std::string &out, std::string_view first_word, Words &words) {
+    std::string_view piece;
+    do {
+        piece = words.rest_of_line();
+        out.append(" ").append(first_word).append(piece);
+    } while (piece.size() == Words::kPiece && !piece.ends_with('\n'));
+}
+
+std::string lowered(std::string_view text) {
+    std::string copy(text);
+    tolower_string(copy.data());
+    return copy;
+}
+
+void put_pair(std::string &out, std::string_view key, std::string_view value) {
+    out.append("\n").append(key).append(" ").append(value).append(" ");
+}
+
+// The pairs of key and value without the mounts on a mount point and the exports ahead of those.
+std::string without_mount(std::string_view file, std::string_view mount_point) {
+    const std::string unwanted = lowered(mount_point);
+    std::string out, export_path;
+    Words words(file);
+    while (const auto key = words.word()) {
+        if (key->starts_with('#')) {
+            copy_comment(out, *key, words);
+            continue;
+        }
+        const auto value = words.word();
+        if (!value) break;
+        // The first word of a comment is taken for the value it stands in place of.
+        if (value->starts_with('#')) copy_comment(out, *value, words);
+        if (*key == "export:") {
+            export_path = *value;
+        } else if (*key != "mount:") {
+            put_pair(out, *key, *value);
+        } else if (lowered(*value) != unwanted) {
+            out.append("\nexport: ").append(export_path);
+            put_pair(out, *key, *value);
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+uint32_t mount_otab(const char *export_path, const char *mount_point) {
+    const MountServer server = new_sinfo;
+    return tslwnfs_mount_otab(export_path, mount_point, server);
+}
+
+uint32_t tslwnfs_mount_otab(const char *export_path, const char *mount_point, const MountServer &server) {
+    PathBuffer path;
+    if (!find_tslnfstab(kMountFunction, path)) return 1;
+    const std::string block = mount_text(export_path, mount_point, server);
+    if (server.replace != 0) return write_file(kMountFunction, path.c_str(), block);
+    return append_to_tslnfstab(kMountFunction, path, "\n" + block);
+}
+
+uint32_t umount_otab(const char *mount_point) {
+    uint32_t status = 1;
+    PathBuffer resolved;
+    sslnrmc(&status, mount_point, resolved);
+    if (status != 0) {
+        trace_message("umount_otab", Message::path_unresolvable, mount_point);
+        return 1;
+    }
+    return tslwnfs_umount_otab(resolved.c_str());
+}
+
+uint32_t tslwnfs_umount_otab(const char *mount_point) {
+    PathBuffer path;
+    std::string file;
+    if (!find_tslnfstab(kUmountFunction, path)) return 1;
+    if (!read_whole_file(path.c_str(), file)) {
+        trace_message(kUmountFunction, Message::file_unopenable, path.c_str());
+        return 1;
+    }
+    const std::string filtered = std::string(path.view()) + ".bakfile";
+    if (is_same_file(path.c_str(), filtered.c_str())) {
+        trace_message(kUmountFunction, Message::file_unopenable, filtered.c_str());
+        return 1;
+    }
+    return write_file(kUmountFunction, filtered.c_str(), without_mount(file, mount_point));
+}
