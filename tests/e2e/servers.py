@@ -51,7 +51,7 @@ class Loopnfsd(Server):
         read_only.mkdir()
         super().__init__(home, writable, read_only)
         self.daemon = LoopnfsdProcess(
-            home, "--hold-unstable", "--export", f"/rw={writable}", "--export", f"/ro={read_only},ro"
+            home, "--no-sync", "--hold-unstable", "--export", f"/rw={writable}", "--export", f"/ro={read_only},ro"
         )
         exports = [("/rw", READ_WRITE), ("/ro", READ_ONLY)]
         self.client.tslnfstab.write_text(server_block("loop", self.daemon.address, exports))
