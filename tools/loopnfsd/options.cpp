@@ -272,7 +272,7 @@ std::string parse_options(int count, char *const *words, Options &options) {
         }
         if (word == "-h") word = "--help";
         if (word.starts_with("--")) {
-            const auto problem = parse_option(word, left, parsed);
+            auto problem = parse_option(word, left, parsed);
             if (!problem.empty()) return problem;
         } else if (word.starts_with('-')) {
             return "there is no option " + std::string(word);

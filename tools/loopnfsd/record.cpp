@@ -12,7 +12,7 @@ namespace {
 
 using nfstdm::rpc::kLastFragment;
 
-constexpr std::size_t kChunk = 64 * 1024;  // received at a time while no large record is under way
+constexpr std::size_t kChunk = std::size_t{64} << 10;  // received at a time while no large record is under way
 
 }  // namespace
 

@@ -125,7 +125,7 @@ struct Dispatcher::Header {
     uint32_t version = 0;
     uint32_t procedure = 0;
     Credentials who;
-    const ProcedureRow *row = nullptr;
+    const ProcedureRow *row = nullptr;  // of a procedure that is served
 };
 
 bool Dispatcher::get_header(Reader &in, Header &header) {
@@ -163,7 +163,9 @@ Answer Dispatcher::answer(std::span<const std::byte> record, const Arrival &arri
     }
     if (header.rpc_version != nfstdm::rpc::kRpcVersion) return {deny_version(header.xid), false};
     if (!get_credentials(in, header)) return {deny_credentials(header.xid, kAuthBadCredentials), false};
-    header.row = find_procedure(header.program, header.procedure);
+    const Program *program = find_program(header.program);
+    if (program != nullptr && program->version() == header.version)
+        header.row = find_procedure(header.program, header.procedure);
     if (header.row != nullptr) ++statistics_.calls[std::string(header.row->name)];
 
     const CallFaults faults = faults_.befall(header.row, arrival.path);
@@ -177,10 +179,10 @@ Answer Dispatcher::answer(std::span<const std::byte> record, const Arrival &arri
 
 Record Dispatcher::execute(const Header &header, const CallFaults &faults, Reader arguments, const Arrival &arrival) {
     if (faults.rpc_error) return fail_on_purpose(header.xid, *faults.rpc_error, header.version);
-    if (faults.nfs_status) return fail_with_status(header.xid, *faults.nfs_status, header.row->failure_words);
+    if (faults.nfs_status && header.row != nullptr)
+        return fail_with_status(header.xid, *faults.nfs_status, header.row->failure_words);
     Program *program = find_program(header.program);
-    const bool served = program != nullptr && program->version() == header.version && header.row != nullptr;
-    if (served) return run(*program, header, arguments, arrival);
+    if (program != nullptr && header.row != nullptr) return run(*program, header, arguments, arrival);
     ++statistics_.unknown_calls;
     if (program == nullptr) return refuse(header.xid, AcceptStatus::program_unavailable);
     if (program->version() != header.version) return refuse_version(header.xid, program->version());

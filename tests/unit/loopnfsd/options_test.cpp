@@ -3,6 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
 namespace {
 
 using loopnfsd::Options;
@@ -90,6 +94,22 @@ TEST(Options, TheHelpNamesEveryFault) {
     const std::string help = loopnfsd::help_text();
     for (const auto &row : loopnfsd::fault_rows())
         EXPECT_NE(help.find("\n  " + std::string(row.name)), std::string::npos) << row.name;
+}
+
+TEST(Options, TheManualTellsOfEveryOptionAndFault) {
+    std::ifstream file(LOOPNFSD_MANUAL);
+    const std::string manual{std::istreambuf_iterator<char>(file), {}};
+    std::istringstream help(loopnfsd::help_text());
+    int options = 0;
+    for (std::string line; std::getline(help, line);) {
+        if (!line.starts_with("  --")) continue;
+        const std::string name = line.substr(4, line.find_first_of(" [", 4) - 4);
+        EXPECT_NE(manual.find("Fl -" + name), std::string::npos) << name;
+        ++options;
+    }
+    EXPECT_GT(options, 10);
+    for (const auto &row : loopnfsd::fault_rows())
+        EXPECT_NE(manual.find("Cm " + std::string(row.name)), std::string::npos) << row.name;
 }
 
 }  // namespace
