@@ -9,6 +9,7 @@
 #include "nfstdm/nfs3/fields.h"
 #include "nfstdm/nfs3/status_table.h"
 #include "nfstdm/xdr/reader.h"
+#include "nfstdm/xdr/words.h"
 
 namespace nfstdm::mount3 {
 
@@ -16,7 +17,7 @@ namespace {
 
 // Flavours are few; a server that names more is not to be believed.
 constexpr uint32_t kFlavoursMaximum = 64;
-constexpr std::size_t kMountResultsMaximum = 4 + 4 + kHandleMaximum + 4 + std::size_t{kFlavoursMaximum} * 4;
+constexpr std::size_t kMountResultsMaximum = (3 + kFlavoursMaximum) * xdr::kWord + kHandleMaximum;
 
 Status malformed() {
     return {EIO, "the answer makes no sense"};

@@ -64,8 +64,7 @@ bool get_post_handle(xdr::Reader &reader, std::optional<FileHandle> &handle) {
 
 bool get_wcc(xdr::Reader &reader, std::optional<Attributes> &after) {
     bool before = false;
-    constexpr std::size_t kBeforeSize = 24;  // size and two times
-    if (!reader.get_bool(before) || (before && !reader.skip(kBeforeSize))) return false;
+    if (!reader.get_bool(before) || (before && !reader.skip(kPreAttributesSize))) return false;
     return get_post_attributes(reader, after);
 }
 

@@ -7,8 +7,10 @@
 #include <optional>
 #include <string>
 
+#include "nfstdm/nfs3/constants.h"
 #include "nfstdm/protocol/volume.h"
 #include "nfstdm/xdr/reader.h"
+#include "nfstdm/xdr/words.h"
 #include "nfstdm/xdr/writer.h"
 
 namespace nfstdm::nfs3 {
@@ -18,10 +20,11 @@ constexpr std::size_t kFileNameMaximum = 1024;
 constexpr std::size_t kTargetMaximum = 4096;
 
 constexpr std::size_t kAttributesSize = 84;  // fattr3
-constexpr std::size_t kPostAttributesMaximum = 4 + kAttributesSize;
-constexpr std::size_t kPreAttributesMaximum = 4 + 24;
+constexpr std::size_t kPostAttributesMaximum = xdr::kWord + kAttributesSize;
+constexpr std::size_t kPreAttributesSize = 24;  // wcc_attr: size and two times
+constexpr std::size_t kPreAttributesMaximum = xdr::kWord + kPreAttributesSize;
 constexpr std::size_t kWccMaximum = kPreAttributesMaximum + kPostAttributesMaximum;
-constexpr std::size_t kPostHandleMaximum = 4 + 4 + 64;
+constexpr std::size_t kPostHandleMaximum = 2 * xdr::kWord + kHandleMaximum;
 
 // One to 64 bytes.
 bool get_handle(xdr::Reader &reader, FileHandle &handle);

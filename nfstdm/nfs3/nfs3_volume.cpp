@@ -139,7 +139,7 @@ class Nfs3Volume : public Volume {
         start(procedure, std::make_unique<Typed<Reply>>(loop(), row_of(procedure), read_results, std::move(done)), {},
               std::forward<PutArguments>(put));
     }
-    void refuse(std::unique_ptr<Operation> operation, Status why);
+    void refuse(std::unique_ptr<Operation> operation, const Status &why);
 
     EventLoop &loop() const { return server_->loop(); }
     const std::string &security() const;
@@ -171,9 +171,7 @@ class Nfs3Volume : public Volume {
 };
 
 Nfs3Volume::Nfs3Volume(std::shared_ptr<Server> server, ServerExport share)
-    : server_(std::move(server)),
-      share_(std::move(share)),
-      operations_(server_->loop(), server_->timing(), server_->trace()) {}
+    : server_(std::move(server)), share_(std::move(share)), operations_(server_->timing(), server_->trace()) {}
 
 Nfs3Volume::~Nfs3Volume() {
     close(in_context({ECANCELED, "the export is no longer used"}));
@@ -306,7 +304,7 @@ bool Nfs3Volume::busy() const {
 
 // --- operations
 
-void Nfs3Volume::refuse(std::unique_ptr<Operation> operation, Status why) {
+void Nfs3Volume::refuse(std::unique_ptr<Operation> operation, const Status &why) {
     std::shared_ptr<Operation> kept = std::move(operation);
     loop().soon([kept, status = in_context(why)] { kept->complete(status); });
 }

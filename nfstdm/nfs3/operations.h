@@ -44,8 +44,7 @@ class Operation {
 
 class Operations {
   public:
-    Operations(EventLoop &loop, const rpc::Timing &timing, const Trace &trace)
-        : loop_(loop), timing_(timing), trace_(trace) {}
+    Operations(const rpc::Timing &timing, const Trace &trace) : timing_(timing), trace_(trace) {}
     ~Operations();
     Operations(const Operations &) = delete;
     Operations &operator=(const Operations &) = delete;
@@ -67,7 +66,6 @@ class Operations {
     void finish(Operation &operation, Status status);
     Status in_context(const Operation &operation, const Status &status) const;
 
-    EventLoop &loop_;
     const rpc::Timing timing_;
     const Trace &trace_;
     rpc::Client *client_ = nullptr;

@@ -4,6 +4,7 @@
 #include "nfstdm/nfs3/constants.h"
 #include "nfstdm/nfs3/fields.h"
 #include "nfstdm/rpc/message.h"
+#include "nfstdm/xdr/words.h"
 
 namespace nfstdm::nfs3 {
 
@@ -88,7 +89,7 @@ bool get_fsstat(xdr::Reader &reader, FsStatReply &reply) {
 
 bool get_fsinfo(xdr::Reader &reader, FsInfoReply &reply) {
     VolumeLimits &limits = reply.limits;
-    constexpr std::size_t kTimeDeltaAndProperties = 8 + 4;
+    constexpr std::size_t kTimeDeltaAndProperties = 3 * xdr::kWord;
     return get_post_attributes(reader, reply.attributes) && reader.get_u32(limits.read_maximum) &&
            reader.get_u32(limits.read_preferred) && reader.get_u32(limits.read_multiple) &&
            reader.get_u32(limits.write_maximum) && reader.get_u32(limits.write_preferred) &&
@@ -103,8 +104,8 @@ bool get_read(xdr::Reader &reader, std::size_t landed, ReadReply &reply) {
 }
 
 std::size_t read_data_position(std::span<const std::byte> results) {
-    constexpr std::size_t kStatusAndFollow = 2 * 4;
-    constexpr std::size_t kCountEofLength = 3 * 4;
+    constexpr std::size_t kStatusAndFollow = 2 * xdr::kWord;
+    constexpr std::size_t kCountEofLength = 3 * xdr::kWord;
     if (results.size() < kStatusAndFollow) return kStatusAndFollow;
     xdr::Reader reader(results);
     uint32_t status = 0;

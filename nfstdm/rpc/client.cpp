@@ -43,7 +43,7 @@ xdr::Writer Client::begin(uint32_t procedure, std::span<const std::byte> credent
 
 void Client::seal(Request &request) {
     request.sequence = next_sequence_++;
-    seal_call(request.head, request.xid(), request.data.size() + padding_of(request.data.size()));
+    seal_call(request.head, request.xid(), request.data.size() + xdr::padding_of(request.data.size()));
 }
 
 void Client::submit(std::unique_ptr<Request> request) {
@@ -97,8 +97,8 @@ void Client::channel_answered(std::unique_ptr<Request> request) {
     if (std::exchange(reported_, false))
         trace_.write(TraceLevel::failure, TraceComponent::rpc,
                      [this] { return "server " + config_.server + " ok again"; });
-    Status status = std::move(request->status);
-    finish(std::move(request), std::move(status));
+    const Status status = std::move(request->status);
+    finish(std::move(request), status);
     pump();
 }
 
@@ -145,7 +145,7 @@ std::unique_ptr<Request> Client::new_probe() {
 }
 
 // The request leaves the client's work; its owner hears of it from the loop.
-void Client::finish(std::unique_ptr<Request> request, Status status) {
+void Client::finish(std::unique_ptr<Request> request, const Status &status) {
     request->status = status.ok() ? Status{} : status.in(std::string(request->name)).in("server " + config_.server);
     request->spent = clock_ - request->submitted;
     assert(outstanding_ > 0);

@@ -79,7 +79,7 @@ class Client : private ChannelOwner {
     Channel *lightest() const;
     void seal(Request &request);
     void requeue(std::vector<std::unique_ptr<Request>> requests);
-    void finish(std::unique_ptr<Request> request, Status status);
+    void finish(std::unique_ptr<Request> request, const Status &status);
     void deliver();
     void give_up_unreachable();
 

@@ -19,10 +19,10 @@ constexpr std::size_t kParts = 48;
 // How often one turn of the loop receives before others have their turn.
 constexpr int kReceivesPerTurn = 16;
 
-constexpr std::array<std::byte, 4> kPadding{};
+constexpr std::array<std::byte, xdr::kWord> kPadding{};
 
 std::size_t wire_size(const Request &request) {
-    return request.head.size() + request.data.size() + padding_of(request.data.size());
+    return request.head.size() + request.data.size() + xdr::padding_of(request.data.size());
 }
 
 // The parts of a record that are still to be sent, given how much of it was; gathers them without copying.
@@ -33,7 +33,7 @@ class Gather {
     void add(const Request &request, std::size_t sent) {
         add(request.head, sent);
         add(request.data, sent);
-        add(std::span{kPadding}.first(padding_of(request.data.size())), sent);
+        add(std::span{kPadding}.first(xdr::padding_of(request.data.size())), sent);
     }
 
     msghdr message() {

@@ -13,12 +13,7 @@ namespace nfstdm::rpc {
 
 namespace {
 
-constexpr std::size_t kMarkSize = 4;
-
-void store(std::span<std::byte> place, uint32_t value) {
-    for (std::size_t i = 0; i < 4; ++i)
-        place[i] = static_cast<std::byte>(value >> (24 - 8 * i) & 0xFF);
-}
+using xdr::padding_of;
 
 // auth_stat, RFC 5531 section 9.
 const char *auth_words(uint32_t state) {
@@ -85,13 +80,13 @@ void begin_call(xdr::Writer &writer, uint32_t program, uint32_t version, uint32_
 }
 
 void seal_call(std::span<std::byte> head, uint32_t xid, std::size_t trailing) {
-    const std::size_t record = head.size() - kMarkSize + trailing;
-    store(head, kLastFragment | static_cast<uint32_t>(record));
-    store(head.subspan(kMarkSize), xid);
+    const std::size_t record = head.size() - xdr::kWord + trailing;
+    xdr::store_u32(head, kLastFragment | static_cast<uint32_t>(record));
+    xdr::store_u32(head.subspan(xdr::kWord), xid);
 }
 
 std::size_t results_position(std::span<const std::byte> known) {
-    constexpr std::size_t kFixed = 6 * 4;  // with an empty verifier
+    constexpr std::size_t kFixed = 6 * xdr::kWord;  // with an empty verifier
     if (known.size() < kFixed) return kFixed;
     xdr::Reader reader(known);
     uint32_t xid = 0, kind = 0, state = 0, flavour = 0, length = 0;

@@ -9,13 +9,14 @@
 #include <vector>
 
 #include "nfstdm/status.h"
+#include "nfstdm/xdr/words.h"
 #include "nfstdm/xdr/writer.h"
 
 namespace nfstdm::rpc {
 
 // The largest header a reply can have: xid, kind, state, verifier of at most 400 bytes, accept state and the two
 // versions that go with a mismatch.
-constexpr std::size_t kReplyHeaderMaximum = 6 * 4 + 400 + 2 * 4;
+constexpr std::size_t kReplyHeaderMaximum = 6 * xdr::kWord + 400 + 2 * xdr::kWord;
 
 // A record: room for its mark, then the call's header. The mark and the xid are put in by seal().
 void begin_call(xdr::Writer &writer, uint32_t program, uint32_t version, uint32_t procedure,
@@ -23,10 +24,6 @@ void begin_call(xdr::Writer &writer, uint32_t program, uint32_t version, uint32_
 
 // Completes a call's head, which is followed on the wire by trailing bytes of data and padding.
 void seal_call(std::span<std::byte> head, uint32_t xid, std::size_t trailing);
-
-constexpr std::size_t padding_of(std::size_t size) {
-    return (4 - size % 4) % 4;
-}
 
 // More bytes than there are: "to the end of the record".
 constexpr std::size_t kWholeRecord = std::numeric_limits<std::size_t>::max();

@@ -9,12 +9,13 @@
 
 #include "nfstdm/nfs3/constants.h"
 #include "nfstdm/xdr/reader.h"
+#include "nfstdm/xdr/words.h"
 
 namespace nfstdm::rpc {
 
 namespace {
 
-constexpr unsigned kWordSize = 4;
+using xdr::kWord;
 
 Status nonsense(const char *what) {
     return {EIO, std::string("the server sent ") + what};
@@ -22,11 +23,6 @@ Status nonsense(const char *what) {
 
 iovec area(std::span<std::byte> bytes) {
     return {bytes.data(), bytes.size()};
-}
-
-void store_word(std::span<std::byte> place, uint32_t word) {
-    for (unsigned i = 0; i < kWordSize; ++i)
-        place[i] = static_cast<std::byte>(word >> (24 - 8 * i) & 0xFF);
 }
 
 }  // namespace
@@ -109,19 +105,19 @@ std::size_t Receiver::take(std::span<const std::byte> bytes) {
 
 std::size_t Receiver::take_word(std::span<const std::byte> bytes, Word &word) {
     std::size_t taken = 0;
-    for (; taken < bytes.size() && word.bytes < kWordSize; ++taken, ++word.bytes)
+    for (; taken < bytes.size() && word.bytes < kWord; ++taken, ++word.bytes)
         word.value = word.value << 8 | std::to_integer<uint32_t>(bytes[taken]);
     return taken;
 }
 
 // Bytes of the present state are in their place: counts them and draws the conclusions.
 Status Receiver::advance(std::size_t size) {
-    if (state_ == State::mark) return mark_.bytes == kWordSize ? on_mark() : Status{};
+    if (state_ == State::mark) return mark_.bytes == kWord ? on_mark() : Status{};
     fragment_left_ -= size;
     Status status;
     switch (state_) {
         case State::xid:
-            if (xid_.bytes == kWordSize) status = on_xid();
+            if (xid_.bytes == kWord) status = on_xid();
             break;
         case State::head:
             head_size_ += size;
@@ -165,9 +161,9 @@ Status Receiver::on_xid() {
     }
     if (record_size_ > request_->record_maximum()) return nonsense("a record larger than what was asked for");
     request_->landed = 0;
-    request_->reply.resize(kWordSize);
-    store_word(request_->reply, xid);
-    head_size_ = kWordSize;
+    request_->reply.resize(kWord);
+    xdr::store_u32(request_->reply, xid);
+    head_size_ = kWord;
     data_size_ = 0;
     tail_size_ = 0;
     head_need_ = request_->data_position == nullptr ? kWholeRecord : head_size_;
@@ -189,7 +185,7 @@ void Receiver::on_head() {
     if (head_need_ > head_size_) return;
 
     uint32_t size = 0;
-    xdr::Reader length(known.last(kWordSize));
+    xdr::Reader length(known.last(kWord));
     if (!length.get_u32(size) || size > request_->landing.size()) {
         head_need_ =
             kWholeRecord;  // more than was asked for: collected like any answer, and refused by whoever reads it
@@ -209,7 +205,7 @@ Status Receiver::end_of_fragment() {
 Status Receiver::end_of_record() {
     if (state_ == State::xid) return nonsense("a record too short for a reply");
     if (Request *request = std::exchange(request_, nullptr); request != nullptr) {
-        const bool whole = state_ == State::tail ? tail_size_ == padding_of(data_size_)
+        const bool whole = state_ == State::tail ? tail_size_ == xdr::padding_of(data_size_)
                                                  : state_ == State::head && head_need_ == kWholeRecord;
         request->reply.resize(head_size_);
         sink_.record_received(*request, whole);

@@ -65,7 +65,7 @@ class Receiver {
     // Four bytes being collected; a record mark may come in the middle of an xid.
     struct Word {
         uint32_t value = 0;
-        unsigned bytes = 0;
+        std::size_t bytes = 0;
     };
 
     void enter(State state) { state_ = state; }

@@ -55,7 +55,7 @@ struct Request {
     // What the request takes of a connection: the bytes that make it big, and something for the round trip.
     std::size_t weight() const { return head.size() + data.size() + landing.size() + 1024; }
     std::size_t record_maximum() const {
-        return kReplyHeaderMaximum + results_maximum + landing.size() + padding_of(landing.size());
+        return kReplyHeaderMaximum + results_maximum + landing.size() + xdr::padding_of(landing.size());
     }
 };
 

@@ -1,15 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "nfstdm/xdr/reader.h"
 
+#include "nfstdm/xdr/words.h"
+
 namespace nfstdm::xdr {
-
-namespace {
-
-constexpr std::size_t padding_of(std::size_t size) {
-    return (4 - size % 4) % 4;
-}
-
-}  // namespace
 
 bool Reader::fail() {
     failed_ = true;
@@ -28,7 +22,7 @@ bool Reader::take(std::size_t size, std::span<const std::byte> &value) {
 bool Reader::get_u32(uint32_t &value) {
     value = 0;
     std::span<const std::byte> raw;
-    if (!take(4, raw)) return false;
+    if (!take(kWord, raw)) return false;
     for (const std::byte byte : raw)
         value = value << 8 | std::to_integer<uint32_t>(byte);
     return true;

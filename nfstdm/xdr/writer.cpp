@@ -4,16 +4,9 @@
 #include <algorithm>
 #include <limits>
 
+#include "nfstdm/xdr/words.h"
+
 namespace nfstdm::xdr {
-
-namespace {
-
-void store(std::span<std::byte> place, uint32_t value) {
-    for (std::size_t i = 0; i < 4; ++i)
-        place[i] = static_cast<std::byte>(value >> (24 - 8 * i) & 0xFF);
-}
-
-}  // namespace
 
 std::span<std::byte> Writer::grow(std::size_t size) {
     if (failed_ || size > limit_ - bytes_.size()) {
@@ -25,7 +18,7 @@ std::span<std::byte> Writer::grow(std::size_t size) {
 }
 
 void Writer::put_u32(uint32_t value) {
-    if (const auto place = grow(4); !place.empty()) store(place, value);
+    if (const auto place = grow(kWord); !place.empty()) store_u32(place, value);
 }
 
 void Writer::put_u64(uint64_t value) {
@@ -47,15 +40,14 @@ void Writer::put_string(std::string_view value, std::size_t maximum) {
 }
 
 void Writer::put_fixed(std::span<const std::byte> value) {
-    const std::size_t padding = (4 - value.size() % 4) % 4;
     // What grow() adds is zero, so the padding is.
-    const auto place = grow(value.size() + padding);
+    const auto place = grow(value.size() + padding_of(value.size()));
     if (!place.empty()) std::copy(value.begin(), value.end(), place.begin());
 }
 
 void Writer::patch_u32(std::size_t position, uint32_t value) {
-    if (position > bytes_.size() || bytes_.size() - position < 4) return;
-    store(std::span{bytes_}.subspan(position, 4), value);
+    if (position > bytes_.size() || bytes_.size() - position < kWord) return;
+    store_u32(std::span{bytes_}.subspan(position, kWord), value);
 }
 
 }  // namespace nfstdm::xdr

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <set>
+#include <thread>
 
 #include "nfstdm/nfs3/constants.h"
 #include "nfstdm/rpc/identity.h"
@@ -294,6 +295,21 @@ TEST_F(ClientTest, NamesTheTroubleOfARequestWhoseTimeIsUp) {
     ASSERT_TRUE(wait());
     EXPECT_EQ(finished[0]->status.number(), static_cast<uint32_t>(ETIMEDOUT));
     EXPECT_THAT(finished[0]->status.text(), HasSubstr("127.0.0.1:" + std::to_string(server.port()) + ": connect: "));
+}
+
+TEST_F(ClientTest, DoesNotCountTheTimeThatIsSpentOutsideTheLoop) {
+    ScriptedServer server(loop);
+    server.on_call = answering(server);
+    open(server);
+    call();
+    ASSERT_TRUE(wait());
+    auto request = make();
+    request->limit = milliseconds(200);
+    client->submit(std::move(request));
+    std::this_thread::sleep_for(milliseconds(300));  // the application is busy elsewhere
+    ASSERT_TRUE(wait(2));
+    EXPECT_TRUE(finished[1]->status.ok()) << finished[1]->status.text();
+    EXPECT_EQ(server.accepted(), 1);
 }
 
 TEST_F(ClientTest, TakesALateAnswerForNobodys) {
