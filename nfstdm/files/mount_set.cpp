@@ -5,11 +5,11 @@
 
 namespace nfstdm {
 
-MountSet::MountSet(EventLoop &loop, MountTable table, VolumeFactory open_volume)
+MountSet::MountSet(EventLoop &loop, MountTable table, VolumeFactory open_volume, const TimeSource &now)
     : table_(std::move(table)), open_volume_(std::move(open_volume)) {
     for (const Mount &mount : table_.mounts())
         volumes_.push_back(
-            std::make_unique<MountedVolume>(loop, table_.server(mount), table_.exported(mount), open_volume_));
+            std::make_unique<MountedVolume>(loop, table_.server(mount), table_.exported(mount), open_volume_, now));
 }
 
 MountSet::Found MountSet::find(const Components &path) const {

@@ -13,7 +13,8 @@ namespace nfstdm {
 class MountSet {
   public:
     // No server is contacted yet. The loop must outlive the object.
-    MountSet(EventLoop &loop, MountTable table, VolumeFactory open_volume);
+    MountSet(EventLoop &loop, MountTable table, VolumeFactory open_volume,
+             const TimeSource &now = EventLoop::Clock::now);
     MountSet(const MountSet &) = delete;
     MountSet &operator=(const MountSet &) = delete;
 

@@ -9,8 +9,13 @@
 namespace nfstdm {
 
 MountedVolume::MountedVolume(EventLoop &loop, const ServerConfig &server, const ServerExport &exported,
-                             const VolumeFactory &open_volume)
-    : loop_(loop), server_(server), exported_(exported), open_volume_(open_volume) {}
+                             const VolumeFactory &open_volume, TimeSource now)
+    : loop_(loop),
+      server_(server),
+      exported_(exported),
+      open_volume_(open_volume),
+      now_(std::move(now)),
+      cache_(now_) {}
 
 Result<FoundObject> MountedVolume::root() {
     if (Status failure = contact(); !failure.ok()) return failure;
@@ -22,13 +27,13 @@ Result<FoundObject> MountedVolume::root() {
 Status MountedVolume::contact() {
     if (root_) return {};
     if (!server_.problem.empty()) return named({EINVAL, "tslnfstab, " + server_.problem});
-    if (!contact_failure_.ok() && EventLoop::Clock::now() < contact_again_) return contact_failure_;
+    if (!contact_failure_.ok() && now_() < contact_again_) return contact_failure_;
     if (!volume_) volume_ = open_volume_(loop_, server_, exported_);
     if (!volume_) return named({EPROTONOSUPPORT, "there is no protocol to reach it with"});
     auto attached = await<FileHandle>(loop_, [this](auto done) { volume_->attach(std::move(done)); });
     contact_failure_ = attached.status();
     if (!attached.ok()) {
-        contact_again_ = EventLoop::Clock::now() + std::chrono::seconds(server_.contact_timeout_seconds);
+        contact_again_ = now_() + std::chrono::seconds(server_.contact_timeout_seconds);
         return contact_failure_;
     }
     root_ = attached.value();

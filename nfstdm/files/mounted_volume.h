@@ -25,9 +25,9 @@ struct FoundObject {
 
 class MountedVolume {
   public:
-    // All arguments must outlive the object.
+    // What is given by reference must outlive the object.
     MountedVolume(EventLoop &loop, const ServerConfig &server, const ServerExport &exported,
-                  const VolumeFactory &open_volume);
+                  const VolumeFactory &open_volume, TimeSource now = EventLoop::Clock::now);
 
     // Contacts the server when that was not done yet. A contact that failed is not tried again for as long as one may
     // take: the operations of one command must not each wait for a server that is down.
@@ -68,6 +68,7 @@ class MountedVolume {
     const ServerConfig &server_;
     const ServerExport &exported_;
     const VolumeFactory &open_volume_;
+    const TimeSource now_;
     std::unique_ptr<Volume> volume_;
     std::optional<FileHandle> root_;
     Status contact_failure_;

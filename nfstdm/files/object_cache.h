@@ -12,16 +12,17 @@
 
 namespace nfstdm {
 
+using TimeSource = std::function<EventLoop::Clock::time_point()>;
+
 class ObjectCache {
   public:
     using TimePoint = EventLoop::Clock::time_point;
-    using TimeSource = std::function<TimePoint()>;
 
     static constexpr std::size_t kLimit = 32768;               // names, and as many attributes
     static constexpr std::chrono::seconds kLifetime{5};        // of what is there
     static constexpr std::chrono::seconds kAbsentLifetime{1};  // of what is not there
 
-    explicit ObjectCache(TimeSource now = EventLoop::Clock::now) : now_(std::move(now)) {}
+    explicit ObjectCache(TimeSource now) : now_(std::move(now)) {}
 
     void put_attributes(const FileHandle &object, const std::optional<Attributes> &attributes);
     std::optional<Attributes> attributes(const FileHandle &object);

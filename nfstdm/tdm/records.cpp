@@ -2,7 +2,6 @@
 #include "nfstdm/tdm/records.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace nfstdm {
 namespace {
@@ -79,7 +78,7 @@ void fill_entry(const DirectoryStream::Entry &entry, uint64_t position, TdmDirEn
 void fill_text(std::string_view text, char *buffer, uint32_t size) {
     if (buffer == nullptr || size == 0) return;
     const std::size_t count = std::min<std::size_t>(text.size(), size - 1);
-    std::memcpy(buffer, text.data(), count);
+    std::copy_n(text.begin(), count, buffer);
     buffer[count] = '\0';
 }
 

@@ -310,26 +310,25 @@ void FakeVolume::rmdir(const FileHandle &directory, std::string_view name, DoneC
 
 // A cookie is the number of entries before it, or what the test puts in its place.
 Result<DirectoryReply> FakeVolume::list(uint64_t id, uint64_t cookie, bool plus) {
-    std::vector<DirectoryEntry> all;
-    if (server_.lists_dots) all.push_back({id, 0, ".", {}, {}});
-    if (server_.lists_dots) all.push_back({77, 0, "..", {}, {}});
-    for (const auto &[name, child] : server_.node(id).children) {
-        DirectoryEntry entry{child, 0, name, {}, {}};
-        if (plus) entry.handle = server_.handle(child);
-        if (plus) entry.attributes = server_.node(child).attributes;
-        all.push_back(std::move(entry));
-    }
-    all.insert(all.end(), server_.extra_entries.begin(), server_.extra_entries.end());
+    const auto &children = server_.node(id).children;
+    const std::size_t dots = server_.lists_dots ? 2 : 0;
+    const auto entry_at = [&](std::size_t at) -> DirectoryEntry {
+        if (at < dots) return {at == 0 ? id : 77, 0, at == 0 ? "." : "..", {}, {}};
+        if (at - dots >= children.size()) return server_.extra_entries[at - dots - children.size()];
+        const auto &[name, child] = children[at - dots];
+        if (!plus) return {child, 0, name, {}, {}};
+        return {child, 0, name, server_.node(child).attributes, server_.handle(child)};
+    };
+    const std::size_t all = dots + children.size() + server_.extra_entries.size();
     DirectoryReply answer;
     answer.verifier = 9;
     std::size_t at = cookie;
-    for (; at < all.size() && answer.entries.size() < server_.entries_per_reply; ++at) {
-        all[at].cookie = at + 1;
+    for (; at < all && answer.entries.size() < server_.entries_per_reply; ++at) {
+        answer.entries.push_back(entry_at(at));
         const auto sent = server_.cookie_overrides.find(at + 1);
-        if (sent != server_.cookie_overrides.end()) all[at].cookie = sent->second;
-        answer.entries.push_back(all[at]);
+        answer.entries.back().cookie = sent == server_.cookie_overrides.end() ? at + 1 : sent->second;
     }
-    answer.eof = at >= all.size() && server_.directories_end;
+    answer.eof = at >= all && server_.directories_end;
     return answer;
 }
 

@@ -22,14 +22,17 @@ class MountedTest : public ::testing::Test {
               "server: one\nexport: /export mount: /mnt/one\n"
               "server: two\nexport: /export mount: /mnt/two\n") {}
     explicit MountedTest(const std::string &tslnfstab)
-        : mounts_(loop_, MountTable(read_tslnfstab(tslnfstab).servers),
-                  [this](EventLoop &loop, const ServerConfig &server, const ServerExport &) {
-                      auto volume = std::make_unique<FakeVolume>(loop, server.name == "two" ? two_ : one_);
-                      volumes_[server.name] = volume.get();
-                      return volume;
-                  }) {}
+        : mounts_(
+              loop_, MountTable(read_tslnfstab(tslnfstab).servers),
+              [this](EventLoop &loop, const ServerConfig &server, const ServerExport &) {
+                  auto volume = std::make_unique<FakeVolume>(loop, server.name == "two" ? two_ : one_);
+                  volumes_[server.name] = volume.get();
+                  return volume;
+              },
+              [this] { return now_; }) {}
 
     EventLoop loop_;
+    EventLoop::Clock::time_point now_{};  // stands still unless the test moves it
     FakeServer one_;
     FakeServer two_;
     std::map<std::string, FakeVolume *> volumes_;  // those that were contacted

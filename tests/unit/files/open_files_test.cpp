@@ -44,7 +44,8 @@ class OpenFilesTest : public MountedTest {
         return {};
     }
     static bool same(std::span<const std::byte> left, std::span<const std::byte> right) {
-        return left.size() == right.size() && std::memcmp(left.data(), right.data(), left.size()) == 0;
+        return left.size() == right.size() &&
+               (left.empty() || std::memcmp(left.data(), right.data(), left.size()) == 0);
     }
 
     OpenFiles files_{mounts_, 0640};
