@@ -15,10 +15,9 @@ constexpr std::chrono::milliseconds kHeldLongest{20};
 
 void ReplyLine::add(Record reply, Clock::time_point now, const LineConditions &conditions) {
     busy_until_ = std::max(busy_until_, now) + conditions.delay;
-    Clock::time_point due = busy_until_ + conditions.rtt;
-    if (!waiting_.empty()) due = std::max(due, waiting_.back().due);
     bytes_ += reply.size();
-    waiting_.push_back({due, std::move(reply)});
+    // In the order of calls, even if delays that were changed meanwhile make a later reply due earlier.
+    waiting_.push_back({busy_until_ + conditions.rtt, std::move(reply)});
 }
 
 void ReplyLine::release(Clock::time_point now, const LineConditions &conditions, std::deque<Record> &due) {

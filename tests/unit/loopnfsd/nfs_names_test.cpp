@@ -79,6 +79,7 @@ TEST_F(NfsNamesTest, AnExclusiveCreateMayBeRepeatedEvenAfterARestart) {
     EXPECT_EQ(create_exclusive("f", 0x1122334455667788), NfsStatus::ok);
     EXPECT_EQ(create_exclusive("f", 0x1122334455667788), NfsStatus::ok);
     EXPECT_EQ(create_exclusive("f", 0x1122334455667789), NfsStatus::exist);
+    EXPECT_EQ(create_exclusive("f", 0x1122334555667788), NfsStatus::exist);
     start();
     EXPECT_EQ(create_exclusive("f", 0x1122334455667788), NfsStatus::ok);
     put_file("g", "");
