@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -95,7 +96,7 @@ TEST(EventLoop, LeavesADescriptorAloneThatAnotherCallbackForgot) {
 TEST(Lifeline, KeepsTasksFromRunningAfterTheirOwner) {
     EventLoop loop;
     int ran = 0;
-    std::optional<Lifeline> life(std::in_place);
+    auto life = std::make_unique<Lifeline>();
     life->soon(loop, [&] { ++ran; });
     loop.poll_once();
     EXPECT_EQ(ran, 1);
