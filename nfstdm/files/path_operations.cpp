@@ -95,7 +95,7 @@ Result<Location> PathOperations::fsinfo(std::string_view path, FsInfoReply &info
     return at_object(path, LastLink::follow, [&info](const Place &place) {
         auto reply = place.mount->fsinfo(place.object->handle);
         if (!reply.ok()) return reply.status();
-        info = std::move(reply.value());
+        info = reply.value();
         return fill_attributes(place, info.attributes);
     });
 }
@@ -104,7 +104,7 @@ Result<Location> PathOperations::fsstat(std::string_view path, FsStatReply &stat
     return at_object(path, LastLink::keep, [&stat](const Place &place) {
         auto reply = place.mount->fsstat(place.object->handle);
         if (!reply.ok()) return reply.status();
-        stat = std::move(reply.value());
+        stat = reply.value();
         return fill_attributes(place, stat.attributes);
     });
 }
