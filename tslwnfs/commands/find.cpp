@@ -137,7 +137,9 @@ class Walk {
         chain_.push_back(resolved);
         uint32_t result = kNothing;
         for (const std::string &name : names) {
-            if (entry(resolved + "/" + name, name, depth) == kMatched) result = kMatched;
+            std::string full = resolved;
+            full.append("/").append(name);
+            if (entry(full, name, depth) == kMatched) result = kMatched;
         }
         chain_.pop_back();
         return result;
