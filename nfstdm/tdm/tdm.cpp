@@ -176,7 +176,7 @@ uint32_t tdm_delete(void *ctx, const char *path, uint32_t *location) {
 uint32_t tdm_getattr(void *ctx, const char *path, TdmAttributes *record, uint32_t *location) {
     return path_operation("tdm_getattr", ctx, path, record, location, [path, record](Session &session) {
         Attributes attributes;
-        const auto where = session.paths().get_attributes(path, attributes);
+        auto where = session.paths().get_attributes(path, attributes);
         if (where.ok() && where.value() == Location::remote) *record = to_record(attributes);
         return where;
     });
@@ -220,7 +220,7 @@ uint32_t tdm_readdir(void *ctx, const char *path, TdmDirEntry *entries, TdmReadd
     return path_operation("tdm_readdir", ctx, path, entries, location, [=](Session &session) -> Result<Location> {
         if (reply == nullptr || most == 0) return missing("room for an entry");
         DirectoryStream::Batch batch;
-        const auto where = session.paths().list(path, cookie, most, batch);
+        auto where = session.paths().list(path, cookie, most, batch);
         if (!where.ok() || where.value() == Location::local) return where;
         for (std::size_t i = 0; i < batch.entries.size(); ++i)
             fill_entry(batch.entries[i], cookie + i, entries[i]);
@@ -233,7 +233,7 @@ uint32_t tdm_readdir(void *ctx, const char *path, TdmDirEntry *entries, TdmReadd
 uint32_t tdm_fsinfo(void *ctx, const char *path, TdmFsInfo *record, uint32_t *location) {
     return path_operation("tdm_fsinfo", ctx, path, record, location, [path, record](Session &session) {
         FsInfoReply info;
-        const auto where = session.paths().fsinfo(path, info);
+        auto where = session.paths().fsinfo(path, info);
         if (where.ok() && where.value() == Location::remote) *record = to_record(info);
         return where;
     });
@@ -242,7 +242,7 @@ uint32_t tdm_fsinfo(void *ctx, const char *path, TdmFsInfo *record, uint32_t *lo
 uint32_t tdm_fsstat(void *ctx, const char *path, TdmFsStat *record, uint32_t *location) {
     return path_operation("tdm_fsstat", ctx, path, record, location, [path, record](Session &session) {
         FsStatReply stat;
-        const auto where = session.paths().fsstat(path, stat);
+        auto where = session.paths().fsstat(path, stat);
         if (where.ok() && where.value() == Location::remote) *record = to_record(stat);
         return where;
     });
