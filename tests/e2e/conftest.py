@@ -17,6 +17,10 @@ def pytest_addoption(parser):
     parser.addoption("--servers", default=",".join(servers.KINDS), help="run against these servers only")
 
 
+def pytest_configure(config):
+    config.addinivalue_line("markers", "large: moves gigabytes (not under the sanitizers, which slow every byte)")
+
+
 def pytest_generate_tests(metafunc):
     if "server" in metafunc.fixturenames:
         # The names of the table themselves: pytest keeps a server running for the tests that name the same object.

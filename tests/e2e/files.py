@@ -36,6 +36,20 @@ def make_tree(root, directories, files_each):
     return root
 
 
+def grow_tree(folder):
+    """10,000 entries in three levels, of many sizes, with the letter x in every seventh name."""
+    entries = 0
+    for i in range(20):
+        for j in range(19):
+            branch = folder / f"d{i}" / f"e{j}"
+            branch.mkdir(parents=True)
+            for k in range(25):
+                (branch / f"{'x' if k % 7 == 0 else 'f'}{k}").write_bytes(b"." * (i * j * k % 3000))
+            entries += 26
+        entries += 1
+    return entries
+
+
 def tree_of(root):
     """Every path below root, relative to it, with the file's digest or None for a directory."""
     found = {}

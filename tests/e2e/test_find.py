@@ -4,7 +4,7 @@ import os
 import subprocess
 
 import pytest
-
+from files import grow_tree
 from texts import SUCCEEDED, UNUSABLE, failed
 
 NOTHING = failed(4) + UNUSABLE
@@ -19,20 +19,6 @@ def matches(out):
 def findutils(folder, *tests):
     found = subprocess.run(["find", folder, "-mindepth", "1", *tests], capture_output=True, check=True)
     return sorted(found.stdout.decode().splitlines())
-
-
-def grow_tree(folder):
-    """10,000 entries in three levels, of many sizes, with the letter x in every seventh name."""
-    entries = 0
-    for i in range(20):
-        for j in range(19):
-            branch = folder / f"d{i}" / f"e{j}"
-            branch.mkdir(parents=True)
-            for k in range(25):
-                (branch / f"{'x' if k % 7 == 0 else 'f'}{k}").write_bytes(b"." * (i * j * k % 3000))
-            entries += 26
-        entries += 1
-    return entries
 
 
 @pytest.fixture(scope="session")

@@ -3,7 +3,7 @@
 import os
 
 import pytest
-
+from files import grow_tree
 from texts import SUCCEEDED, failed
 
 DATA = os.urandom(300_001)
@@ -70,10 +70,7 @@ def test_a_source_that_may_not_be_deleted_stays_and_the_copy_too(server, place, 
 
 
 def test_a_tree_is_deleted_and_nothing_is_left(server, place):
-    for i in range(20):
-        (place.files / "t" / f"d{i}").mkdir(parents=True)
-        for j in range(20):
-            (place.files / "t" / f"d{i}" / f"f{j}").touch()
+    grow_tree(place.files / "t")
     (place.files / "outside").touch()
     (place.files / "t" / "link").symlink_to("../outside")
     assert server.run("rm", place / "t").status == 1
