@@ -187,6 +187,18 @@ void write_sessions(const Seeds &seeds) {
         w.put_bool(false);
         w.put_bool(false);  // not the end
     };
+    const Put harmful = [](Writer &w) {
+        w.put_bool(false);
+        w.put_u64(1);
+        uint64_t cookie = 1;
+        for (const char *name : {"..", "", "a/b", "/etc/passwd", "../up", ".", "good"}) {
+            samples::put_entry(w, cookie++, name, false);
+            w.put_bool(false);  // neither attributes nor a handle
+            w.put_bool(false);
+        }
+        w.put_bool(false);
+        w.put_bool(true);
+    };
     const Put data = [](Writer &w) {
         samples::put_post_attributes(w);
         w.put_u32(1000);
@@ -196,6 +208,7 @@ void write_sessions(const Seeds &seeds) {
     const Put written = [](Writer &w) { samples::put_write(w, 3000, 0, 99); };
     write_session(seeds, "list", 0, {lookup_directory, more, names});
     write_session(seeds, "list-root", 11, {names});
+    write_session(seeds, "list-harmful", 11, {harmful});
     write_session(seeds, "read", 1, {lookup_directory, samples::put_lookup, data, data});
     write_session(seeds, "write", 2,
                   {lookup_directory, samples::put_made, written, written, written, put_commit, data, samples::put_wcc,
