@@ -181,6 +181,15 @@ def test_harmful_names_lead_nothing_out_of_the_destination(hostile, words):
         assert path.read_bytes() in (content(SIZE), b""), path
 
 
+@pytest.mark.parametrize(
+    "fault", ["rubbish=EXPORT:1:*", "oversize-record=EXPORT:1:*", "rpc-error=EXPORT:PROG_UNAVAIL:*"]
+)
+def test_an_export_list_that_is_none_is_an_error(hostile, fault):
+    server = hostile(fault)
+    assert server.run("showmount", "-e", server.daemon.address).status == 1
+    assert server.fired() > 0
+
+
 SIZES = ["", "=20000", "=9223372036854775807", "=9223372036854775808", "=18446744073709551615"]
 
 

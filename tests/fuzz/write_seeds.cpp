@@ -71,6 +71,20 @@ void put_commit(Writer &writer) {
     writer.put_u64(99);
 }
 
+// One that is delivered in several pieces.
+void put_many_exports(Writer &writer) {
+    for (int number = 0; number < 150; ++number) {
+        writer.put_bool(true);
+        writer.put_string("/directory/" + std::to_string(number));
+        writer.put_bool(number % 3 == 0);
+        if (number % 3 == 0) {
+            writer.put_string("group");
+            writer.put_bool(false);
+        }
+    }
+    writer.put_bool(false);
+}
+
 // In the order of the fuzzer's table.
 void write_replies(const Seeds &seeds) {
     const std::pair<const char *, Put> kinds[] = {
@@ -308,6 +322,8 @@ int main(int count, char **words) {
         return 2;
     }
     const Seeds seeds(words[1]);
+    seeds.write("export_list", "two-groups", "", put_exports);
+    seeds.write("export_list", "many", "", put_many_exports);
     write_replies(seeds);
     write_streams(seeds);
     write_sessions(seeds);
