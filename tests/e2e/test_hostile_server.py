@@ -34,7 +34,7 @@ class Hostile:
         words += ["--no-sync", "--seed", str(seed), "--control", self.control]
         self.daemon = servers.LoopnfsdProcess(client.home, *words, self.served)
         exports = [("/export", MOUNT)]
-        block = servers.server_block("hostile", self.daemon.address, exports, mnt_timeout=1, io_timeout=2)
+        block = servers.server_block("hostile", self.daemon.address, exports, mnt_timeout=3, io_timeout=2)
         client.tslnfstab.write_text(block)
         self.before = self.outside()
 
