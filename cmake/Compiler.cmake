@@ -12,4 +12,8 @@ else()
     # What ships needs the C library only, so that the storage library can be loaded into any process.
     set(TSLWNFS_STATIC_RUNTIME -static-libstdc++ -static-libgcc)
 endif()
+if(TSLWNFS_FUZZ)
+    # Assertions count as findings, and what the fuzzers steer by is compiled into everything they reach.
+    add_compile_options(-fsanitize=fuzzer-no-link -UNDEBUG)
+endif()
 add_link_options(-Wl,--as-needed)

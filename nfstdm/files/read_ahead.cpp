@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iterator>
+#include <string>
 #include <utility>
 
 namespace nfstdm {
@@ -168,8 +169,7 @@ ReadAhead::Progress ReadAhead::advance(Request &request) {
         if (!chunk->ready) return Progress::waiting;
         const std::size_t skipped = request.offset - chunk->offset;
         if (skipped >= chunk->filled) {
-            request.result = chunk->failure;
-            if (chunk->failure.ok()) std::ranges::fill(request.rest, std::byte{0});
+            request.result = chunk->failure.ok() ? fill_behind_end(request) : chunk->failure;
             return Progress::finished;
         }
         const std::size_t count = std::min(chunk->filled - skipped, request.rest.size());
@@ -178,6 +178,16 @@ ReadAhead::Progress ReadAhead::advance(Request &request) {
         request.offset += count;
     }
     return Progress::finished;
+}
+
+// The file has ended where the rest of a request begins. Whoever counts on the size that was told, because the file has
+// shrunk since or the server does not tell the truth, must not take zeros for the file's bytes.
+Status ReadAhead::fill_behind_end(const Request &request) const {
+    if (!request.rest.empty() && request.offset < told_size_)
+        return {EIO, "the file ends at byte " + std::to_string(request.offset) + ", although its size was " +
+                         std::to_string(told_size_)};
+    std::ranges::fill(request.rest, std::byte{0});
+    return {};
 }
 
 ReadAhead::Chunk *ReadAhead::chunk_at(uint64_t offset) {
@@ -219,9 +229,7 @@ void ReadAhead::directly_read(const std::shared_ptr<Request> &request, std::size
     request->offset += reply.value().count;
     request->rest = request->rest.subspan(reply.value().count);
     if (!reply.value().eof) return continue_directly(request);
-    std::ranges::fill(request->rest, std::byte{0});
-    request->rest = {};
-    finish_directly(request, {});
+    finish_directly(request, fill_behind_end(*request));
 }
 
 void ReadAhead::finish_directly(const std::shared_ptr<Request> &request, Status result) {

@@ -29,16 +29,17 @@ class ReadAhead {
     ReadAhead(const ReadAhead &) = delete;
     ReadAhead &operator=(const ReadAhead &) = delete;
 
-    // Fills the whole buffer: with the file's bytes and, beyond the end of the file, with zeros. done is called exactly
-    // once, at once when the bytes are there; the buffer must live until then.
+    // Fills the whole buffer: with the file's bytes and, beyond the end of the file, with zeros. Bytes below the size
+    // that was told must be there: where the file ends before it, the request fails. done is called exactly once, at
+    // once when the bytes are there; the buffer must live until then.
     void read(uint64_t offset, std::span<std::byte> buffer, DoneCompletion done);
 
     // Drops what was read ahead: the file has changed. Requests that wait are read again.
     void forget();
     void forget_and_use(const FileHandle &file);
 
-    // The file's size as far as it is known: nothing is read ahead beyond it.
-    void expect_size(uint64_t size) { expected_size_ = size; }
+    // The file's size as it was told to the caller. As far as nothing newer is known, nothing is read ahead beyond it.
+    void expect_size(uint64_t size) { expected_size_ = told_size_ = size; }
 
     bool idle() const { return requests_.empty() && direct_ == 0; }
     bool holds_memory() const { return !window_.empty(); }
@@ -73,6 +74,7 @@ class ReadAhead {
 
     void serve();
     Progress advance(Request &request);
+    Status fill_behind_end(const Request &request) const;
     Chunk *chunk_at(uint64_t offset);
     void release_consumed();
     void drop_window();
@@ -97,6 +99,7 @@ class ReadAhead {
     bool window_allowed_ = true;
     uint64_t position_ = 0;  // end of the latest request
     uint64_t expected_size_ = 0;
+    uint64_t told_size_ = 0;
 };
 
 }  // namespace nfstdm

@@ -15,13 +15,18 @@
 namespace nfstdm {
 namespace {
 
-constexpr std::size_t kShownMaximum = 64;  // of a value that is quoted in a remark
+constexpr std::size_t kShownMaximum = 64;  // of a word that is told in a remark
+
+// Remarks go to the trace, which is read at terminals.
+std::string printable(std::string_view word) {
+    std::string text;
+    for (const char c : word.substr(0, kShownMaximum))
+        text += c >= ' ' && c <= '~' ? c : '?';
+    return word.size() > kShownMaximum ? text + "..." : text;
+}
 
 std::string shown(std::string_view value) {
-    std::string text = "\"";
-    for (const char c : value.substr(0, kShownMaximum))
-        text += c >= ' ' && c <= '~' ? c : '?';
-    return text + (value.size() > kShownMaximum ? "...\"" : "\"");
+    return '"' + printable(value) + '"';
 }
 
 bool is_readable(std::string_view value) {
@@ -143,7 +148,7 @@ void ServerBuilder::disable(unsigned line, const std::string &why) {
 }
 
 void ServerBuilder::fail(const Setting &setting, const std::string &why) {
-    disable(setting.line, std::string(setting.key) + ": " + shown(setting.value) + " " + why);
+    disable(setting.line, printable(setting.key) + ": " + shown(setting.value) + " " + why);
 }
 
 // What was given in part is completed or dropped, and the block joins the others.

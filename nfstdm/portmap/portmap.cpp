@@ -12,21 +12,14 @@
 
 namespace nfstdm::portmap {
 
-namespace {
-
-Result<uint16_t> decode_port(const rpc::Request &request, uint32_t program, const std::string &server) {
-    if (!request.status.ok()) return request.status;
-    const std::string who = "server " + server + ": portmapper: ";
-    xdr::Reader reader(request.results());
+Result<uint16_t> decode_port(std::span<const std::byte> results, uint32_t program) {
+    xdr::Reader reader(results);
     uint32_t port = 0;
     if (!reader.get_u32(port) || !reader.finished() || port > std::numeric_limits<uint16_t>::max())
-        return Status{EIO, who + "the answer makes no sense"};
-    if (port == 0)
-        return Status{EPROTONOSUPPORT, who + "program " + std::to_string(program) + " is not registered for TCP"};
+        return Status{EIO, "the answer makes no sense"};
+    if (port == 0) return Status{EPROTONOSUPPORT, "program " + std::to_string(program) + " is not registered for TCP"};
     return static_cast<uint16_t>(port);
 }
-
-}  // namespace
 
 void get_port(rpc::Client &client, const void *owner, rpc::Duration limit, uint32_t program, uint32_t version,
               std::function<void(Result<uint16_t>)> done) {
@@ -43,7 +36,9 @@ void get_port(rpc::Client &client, const void *owner, rpc::Duration limit, uint3
     request->needs_contact = true;
     request->owner = owner;
     request->done = [server = client.config().server, program, done = std::move(done)](auto answered) {
-        done(decode_port(*answered, program, server));
+        if (!answered->status.ok()) return done(answered->status);
+        const auto port = decode_port(answered->results(), program);
+        done(port.ok() ? port : port.status().in("portmapper").in("server " + server));
     };
     client.submit(std::move(request));
 }

@@ -30,6 +30,7 @@ optional_needs=(
     ip:iproute2
     unshare:util-linux
     zsh:zsh
+    '/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a:libclang-rt-dev'
 )
 
 have() {

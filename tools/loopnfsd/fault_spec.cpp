@@ -32,6 +32,7 @@ constexpr std::array<FaultRow, kFaultKinds> kFaults{{
     {FaultKind::forget, "forget", flag, 0, "", "at once: lose what is held uncommitted and change the write verifier"},
     {FaultKind::handle_size, "handle-size", number, 0, "=BYTES",
      "handles of another size; 32 to 64 work, others are wrong"},
+    {FaultKind::long_name, "long-name", flag, 0, "", "directories also list a name of 5000 bytes"},
     {FaultKind::no_readdirplus, "no-readdirplus", flag, 0, "", "READDIRPLUS is answered with NOTSUPP"},
     {FaultKind::oversize_record, "oversize-record", calls, 0, "=PROC:N[:COUNT]",
      "the reply's record mark announces almost 2 GiB"},

@@ -25,6 +25,7 @@ enum class FaultKind {
     endless_readdir,
     forget,
     handle_size,
+    long_name,
     no_readdirplus,
     oversize_record,
     rate,

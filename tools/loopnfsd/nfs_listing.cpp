@@ -25,7 +25,8 @@ constexpr std::size_t kAroundEntries = kPostOpAttributesSize + 8 + 4 + 4;
 
 constexpr std::array kHostileNames{""sv,  "/"sv,  "a/b"sv,       "../up"sv,     "/etc/passwd"sv,
                                    "."sv, ".."sv, "nul\0here"sv, "line\nend"sv, "\xff\xfe"sv};
-constexpr std::size_t kTooLongName = 5000;
+constexpr uint64_t kLongNameCookie = kDotDotCookie + kHostileNames.size() + 1;
+constexpr std::size_t kLongName = 5000;  // bytes
 
 constexpr std::size_t padded(std::size_t size) {
     return (size + 3) & ~std::size_t{3};
@@ -138,6 +139,9 @@ bool NfsService::add_names(Call &call, const Folder &folder, const std::vector<L
     if (page.after < kDotDotCookie && !add_entry(call, folder, {kDotDotCookie, parent.inode, ".."}, page)) return false;
     if (page.after < kFirstNameCookie && faults_.hit(FaultKind::bad_names, path) && !add_hostile_names(page))
         return false;
+    if (page.after < kLongNameCookie && faults_.hit(FaultKind::long_name, path) &&
+        !page.put({kLongNameCookie, kLongNameCookie, std::string(kLongName, 'x')}))
+        return false;
     const bool loop = faults_.on(FaultKind::cookie_loop, path);
     auto entry = std::ranges::upper_bound(names, page.after, {}, &ListedEntry::cookie);
     for (; entry != names.end(); ++entry) {
@@ -156,7 +160,7 @@ bool NfsService::add_hostile_names(Page &page) {
         const ListedEntry entry{++cookie, cookie, std::string(name)};
         return entry.cookie <= page.after || page.put(entry);
     };
-    return std::ranges::all_of(kHostileNames, add) && add(std::string(kTooLongName, 'x'));
+    return std::ranges::all_of(kHostileNames, add);
 }
 
 bool NfsService::add_without_end(Page &page) {

@@ -100,7 +100,8 @@ void put_pair(std::string &out, std::string_view key, std::string_view value) {
     out.append("\n").append(key).append(" ").append(value).append(" ");
 }
 
-// The pairs of key and value without the mounts on a mount point and the exports ahead of those.
+}  // namespace
+
 std::string without_mount(std::string_view file, std::string_view mount_point) {
     const std::string unwanted = lowered(mount_point);
     std::string out, export_path;
@@ -125,8 +126,6 @@ std::string without_mount(std::string_view file, std::string_view mount_point) {
     }
     return out;
 }
-
-}  // namespace
 
 uint32_t mount_otab(const char *export_path, const char *mount_point) {
     const MountServer server = new_sinfo;

@@ -133,6 +133,19 @@ TEST_F(ReadAheadTest, AtTheEndTheBytesThereAreComeAndTheRestIsZero) {
     EXPECT_TRUE(read(kLarge + kRequest, kRequest)->is(std::vector<std::byte>(kRequest)));
 }
 
+TEST_F(ReadAheadTest, AFileThatEndsBeforeTheSizeThatWasToldIsAnErrorAndNoZeros) {
+    open(kLarge + 100);
+    window_->expect_size(kLarge + 101);
+    for (uint64_t offset = 0; offset < kLarge; offset += kRequest)
+        ASSERT_TRUE(read(offset, kRequest)->is(content(offset, kRequest)));
+    EXPECT_EQ(read(kLarge, kRequest)->result->number(), uint32_t{EIO});
+    EXPECT_TRUE(read(kLarge, 100)->is(content(kLarge, 100)));
+
+    window_->expect_size(UINT64_MAX);
+    EXPECT_EQ(read(kLarge + 50, kRequest)->result->number(), uint32_t{EIO});
+    EXPECT_EQ(read(UINT64_MAX - kRequest, kRequest)->result->number(), uint32_t{EIO});
+}
+
 TEST_F(ReadAheadTest, AFileThatGrewIsReadToItsNewEnd) {
     open(1000);
     EXPECT_TRUE(read(0, 1000)->is(content(0, 1000)));

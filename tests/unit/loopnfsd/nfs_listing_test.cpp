@@ -183,6 +183,16 @@ TEST_F(NfsListingTest, BadNamesAreAmongTheGoodOnes) {
     }
 }
 
+TEST_F(NfsListingTest, ALongNameIsOneOfTheNames) {
+    fill(3);
+    fault("long-name");
+    for (const bool plus : {false, true}) {
+        const auto all = names(1 << 16, plus);
+        EXPECT_EQ(std::ranges::count(all, std::string(5000, 'x')), 1) << plus;
+        EXPECT_EQ(std::ranges::count(all, "file-2"), 1) << plus;
+    }
+}
+
 TEST_F(NfsListingTest, AnEndlessDirectoryGoesOnWithNewNames) {
     fill(3);
     fault("endless-readdir");
