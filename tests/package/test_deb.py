@@ -66,6 +66,22 @@ def test_its_pages_and_completions_are_where_they_are_looked_for(machine, instal
         assert "getserverlist" in machine.run("cat", f"/usr/share/{completion}").stdout
 
 
+@pytest.mark.parametrize(
+    "shell, file, read",
+    [
+        ("bash", "bash-completion/completions/tslwnfs", "_tslwnfs_mount_points"),
+        ("zsh", "zsh/vendor-completions/_tslwnfs", "_tslwnfs_read_mount_points; print -l $reply"),
+    ],
+)
+def test_its_completions_know_the_mount_points_of_its_home(machine, install, deb, shell, file, read):
+    if not shutil.which(shell):
+        pytest.skip(f"{shell} is not installed")
+    install(deb)
+    machine.run("tslwnfs", "createtslnfstab", "-s", "nas1", "-em", "/vol,/mnt/vol")
+    # Outside a completion zsh's functions are defined, and the call at the file's end fails.
+    assert machine.run(shell, "-c", f". /usr/share/{file} 2>/dev/null; {read}").stdout == "/mnt/vol\n"
+
+
 def test_a_program_is_built_against_it(machine, install, serve, deb, tree):
     install(deb)
     serve()
@@ -101,6 +117,13 @@ def test_a_purge_leaves_nothing(machine, install, serve, deb):
     machine.run("tslwnfs", "umount", "/mnt/wnfs")
     machine.run("dpkg", "--purge", "tslwnfs")
     assert machine.additions() == set()
+
+
+def test_a_purge_leaves_an_opt_that_was_empty(machine, install, deb):
+    machine.run("sh", "-c", "rm -rf /opt/*")
+    install(deb)
+    machine.run("dpkg", "--purge", "tslwnfs")
+    assert list(machine.path("/opt").iterdir()) == []
 
 
 def test_a_purge_keeps_what_others_put_into_the_home(machine, install, deb):
