@@ -17,13 +17,15 @@ def field(deb, name):
 
 
 @pytest.fixture
-def install(machine):
+def dpkg(machine):
+    """Triggers are other packages' work: an index of all manual pages takes longer than everything here."""
+    return lambda *words: machine.run("dpkg", "--no-triggers", *words)
+
+
+@pytest.fixture
+def install(machine, dpkg):
     """Installs a package; a machine that leaves out documents gets them all the same."""
-
-    def run(deb):
-        machine.run("dpkg", "--path-include=*", "--install", machine.receive(deb))
-
-    return run
+    return lambda deb: dpkg("--path-include=*", "--install", machine.receive(deb))
 
 
 def test_it_depends_on_the_c_library_alone(deb):
@@ -101,33 +103,33 @@ def test_an_upgrade_does_not_enable_the_client(machine, install, deb, next_deb):
     assert not machine.path(trial.COPY).exists()
 
 
-def test_a_removal_keeps_the_configuration_alone(machine, install, deb):
+def test_a_removal_keeps_the_configuration_alone(machine, install, dpkg, deb):
     install(deb)
     configuration = trial.enable(machine)
-    machine.run("dpkg", "--remove", "tslwnfs")
+    dpkg("--remove", "tslwnfs")
     assert machine.path(trial.CONFIGURATION).read_bytes() == configuration
     assert trial.added_files(machine) <= trial.CONFIGURATION_FILES
 
 
-def test_a_purge_leaves_nothing(machine, install, serve, deb):
+def test_a_purge_leaves_nothing(machine, install, dpkg, serve, deb):
     install(deb)
     trial.enable(machine)
     serve()
     machine.run("tslwnfs", "save")
     machine.run("tslwnfs", "umount", "/mnt/wnfs")
-    machine.run("dpkg", "--purge", "tslwnfs")
+    dpkg("--purge", "tslwnfs")
     assert machine.additions() == set()
 
 
-def test_a_purge_leaves_an_opt_that_was_empty(machine, install, deb):
+def test_a_purge_leaves_an_opt_that_was_empty(machine, install, dpkg, deb):
     machine.run("sh", "-c", "rm -rf /opt/*")
     install(deb)
-    machine.run("dpkg", "--purge", "tslwnfs")
+    dpkg("--purge", "tslwnfs")
     assert list(machine.path("/opt").iterdir()) == []
 
 
-def test_a_purge_keeps_what_others_put_into_the_home(machine, install, deb):
+def test_a_purge_keeps_what_others_put_into_the_home(machine, install, dpkg, deb):
     install(deb)
     machine.path(f"{trial.HOME}/dbs/note").touch()
-    machine.run("dpkg", "--purge", "tslwnfs")
+    dpkg("--purge", "tslwnfs")
     assert trial.added_files(machine) == {f"{trial.HOME}/dbs/note"}
