@@ -78,15 +78,16 @@ _tslwnfs_servers() {
 
 # Prints the mount points of tslnfstab.
 _tslwnfs_mount_points() {
+    local file=${TESSEL_HOME:-/opt/tessel/wnfs}/dbs/tslnfstab # the packages' home, where no other is named
     local -a words
     local -i i
-    [[ -r ${TESSEL_HOME-}/dbs/tslnfstab ]] || return 0
+    [[ -r $file ]] || return 0
     while read -r -a words || ((${#words[@]})); do
         for ((i = 0; i + 1 < ${#words[@]}; i++)); do
             [[ ${words[i]} == '#'* ]] && break
             [[ ${words[i]} == mount: ]] && printf '%s\n' "${words[i + 1]%/}"
         done
-    done <"$TESSEL_HOME/dbs/tslnfstab"
+    done <"$file"
     return 0
 }
 

@@ -14,9 +14,13 @@ check_needs=(
     clang-format:clang-format
     clang-tidy:clang-tidy
     readelf:binutils
+    make:make
+    pkg-config:pkgconf
     /usr/include/gtest/gtest.h:libgtest-dev
     /usr/include/gmock/gmock.h:libgmock-dev
     /usr/lib/python3/dist-packages/pytest:python3-pytest
+    dpkg-shlibdeps:dpkg-dev
+    file:file
 )
 # Checks that these bring are skipped, by name, where they cannot be had.
 # shellcheck disable=SC2034
@@ -31,6 +35,8 @@ optional_needs=(
     unshare:util-linux
     zsh:zsh
     '/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a:libclang-rt-dev'
+    rpmbuild:rpm
+    lintian:lintian
 )
 
 have() {

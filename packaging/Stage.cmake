@@ -1,0 +1,51 @@
+# Run by cpack in the staging folder, where the home is complete: puts what makes the home reachable into /usr, and
+# gives both the form that the distribution expects.
+
+set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS})
+set(root ${CPACK_TEMPORARY_DIRECTORY})
+set(ENV{DESTDIR} ${root}) # of file(INSTALL)
+set(home ${CPACK_PACKAGING_INSTALL_PREFIX})
+set(packaging ${CPACK_TSLWNFS_SOURCE}/packaging)
+
+# Puts a link into the package, and the directories above it.
+function(add_link target name)
+    cmake_path(GET name PARENT_PATH directory)
+    file(INSTALL DESTINATION ${directory} TYPE DIRECTORY FILES "")
+    file(CREATE_LINK ${target} ${root}${name} SYMBOLIC)
+endfunction()
+
+# Compresses a file, without its name and time: the result depends on the content alone.
+function(compress file)
+    execute_process(COMMAND gzip -9nf ${file} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+function(add_compressed source directory name)
+    file(INSTALL DESTINATION ${directory} TYPE FILE FILES ${source} RENAME ${name})
+    compress(${root}${directory}/${name})
+endfunction()
+
+file(INSTALL DESTINATION /usr/bin TYPE PROGRAM FILES ${CPACK_TSLWNFS_CONFIGURED}/tslwnfs)
+add_link(${home}/bin/loopnfsd /usr/bin/loopnfsd)
+
+file(GLOB pages RELATIVE ${root}${home} ${root}${home}/share/man/man*/*)
+foreach(page ${pages})
+    compress(${root}${home}/${page})
+    add_link(${home}/${page}.gz /usr/${page}.gz)
+endforeach()
+
+set(bash_completion share/bash-completion/completions/tslwnfs)
+add_link(${home}/${bash_completion} /usr/${bash_completion})
+
+if(CPACK_GENERATOR STREQUAL "DEB")
+    add_link(${home}/share/zsh/site-functions/_tslwnfs /usr/share/zsh/vendor-completions/_tslwnfs)
+    set(documents /usr/share/doc/tslwnfs)
+    file(INSTALL DESTINATION ${documents} TYPE FILE FILES ${packaging}/deb/copyright)
+    add_compressed(${packaging}/deb/changelog ${documents} changelog.Debian)
+    add_compressed(${CPACK_TSLWNFS_SOURCE}/CHANGELOG.md ${documents} changelog)
+    file(INSTALL DESTINATION /usr/share/lintian/overrides TYPE FILE
+        FILES ${packaging}/deb/lintian-overrides RENAME tslwnfs)
+else()
+    add_link(${home}/share/zsh/site-functions/_tslwnfs /usr/share/zsh/site-functions/_tslwnfs)
+    file(INSTALL DESTINATION /usr/share/doc/tslwnfs TYPE FILE FILES ${CPACK_TSLWNFS_SOURCE}/CHANGELOG.md)
+    file(INSTALL DESTINATION /usr/share/licenses/tslwnfs TYPE FILE FILES ${CPACK_TSLWNFS_SOURCE}/LICENSE)
+endif()

@@ -1,0 +1,66 @@
+"""The example program, built against an installed home as its readers would build it, and run."""
+
+import pathlib
+import shutil
+import subprocess
+
+import client
+import pytest
+import servers
+
+EXAMPLES = pathlib.Path(__file__).resolve().parents[2] / "examples"
+
+
+def with_pkg_config(home, build):
+    shutil.copytree(EXAMPLES, build)
+    settings = [f"PKG_CONFIG_PATH={home}/lib/pkgconfig", "CFLAGS=-Wall -Wextra -Werror"]
+    return [["env", *settings, "make", "-C", build]]
+
+
+def with_cmake(home, build):
+    configure = ["cmake", "-G", "Ninja", "-S", EXAMPLES, "-B", build, f"-DCMAKE_PREFIX_PATH={home}"]
+    return [configure, ["cmake", "--build", build]]
+
+
+@pytest.fixture(scope="module", params=[with_pkg_config, with_cmake])
+def program(request, installed_home, tmp_path_factory):
+    """The program, built in one way and again in the other. The home was moved: nothing remembers where it was made."""
+    place = tmp_path_factory.mktemp("example")
+    home = client.copy_of_home(installed_home, place / "home")
+    for command in request.param(home, place / "build"):
+        done = subprocess.run(command, capture_output=True, text=True, check=False)
+        assert done.returncode == 0, done.stdout + done.stderr
+    return client.Client(home), place / "build" / "list"
+
+
+@pytest.fixture
+def mounted(program, tmp_path):
+    """The program, and a folder that is served under /mnt/example."""
+    caller, name = program
+    folder = tmp_path / "served"
+    folder.mkdir()
+    server = servers.LoopnfsdProcess(caller.home, folder)
+    caller.tslnfstab.write_text(servers.server_block("loop", server.address, [("/export", "/mnt/example")]))
+    yield caller, name, folder
+    server.close()
+
+
+def test_every_name_of_a_directory_is_listed(mounted):
+    caller, name, folder = mounted
+    names = [f"file-{number}" for number in range(200)]
+    for each in names:
+        (folder / each).touch()
+    listed = caller.ok("/mnt/example", program=name).decode().splitlines()
+    assert listed[:2] == [".", ".."]
+    assert sorted(listed[2:]) == sorted(names)
+
+
+def test_a_failure_is_told_with_its_status(mounted):
+    caller, name, _ = mounted
+    run = caller.run("/mnt/example/none", program=name)
+    assert (run.status, run.out, run.err) == (1, b"", b"/mnt/example/none: failed with status 2\n")
+
+
+def test_a_path_on_no_mount_is_refused(mounted):
+    caller, name, folder = mounted
+    assert caller.run(folder, program=name).err == f"{folder}: on no mount\n".encode()
