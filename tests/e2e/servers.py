@@ -91,7 +91,7 @@ class CountingLoopnfsd(LoopnfsdProcess):
     def __init__(self, home, folder):
         self.program = home / "bin" / "loopnfsd"
         self.control = home / "control"
-        super().__init__(home, "--control", self.control, folder)
+        super().__init__(home, "--no-sync", "--control", self.control, folder)
 
     def command(self, *words):
         return subprocess.run(
