@@ -12,21 +12,24 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <list>
+#include <memory>
 #include <vector>
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kChunk = std::size_t{1} << 20;
+constexpr std::size_t kChunk = std::size_t{256} << 10;
 constexpr std::size_t kQueueMaximum = std::size_t{256} << 20;  // above the bandwidth-delay product of any run
 
 class Descriptor {
@@ -43,10 +46,28 @@ class Descriptor {
     int number_;
 };
 
+using Bytes = std::unique_ptr<char[]>;
+
 struct Chunk {
     Clock::time_point due;
-    std::vector<char> bytes;
-    std::size_t sent = 0;
+    Bytes bytes;
+    std::size_t size;
+    std::size_t sent;
+};
+
+// Memory that was used before is used again, the latest first: fresh memory costs the relay more than its copying.
+class Buffers {
+  public:
+    Bytes take() {
+        if (spare_.empty()) return std::make_unique_for_overwrite<char[]>(kChunk);
+        Bytes bytes = std::move(spare_.back());
+        spare_.pop_back();
+        return bytes;
+    }
+    void give_back(Bytes bytes) { spare_.push_back(std::move(bytes)); }
+
+  private:
+    std::vector<Bytes> spare_;
 };
 
 // One direction of one connection.
@@ -63,15 +84,16 @@ class Pipe {
 
     // Returns false when the connection is broken.
     bool receive() {
-        Chunk chunk{Clock::now() + delay_, std::vector<char>(kChunk)};
-        const ssize_t count = read(from_, chunk.bytes.data(), chunk.bytes.size());
+        Chunk chunk{Clock::now() + delay_, buffers_.take(), 0, 0};
+        const ssize_t count = read(from_, chunk.bytes.get(), kChunk);
+        if (count <= 0) buffers_.give_back(std::move(chunk.bytes));
         if (count < 0) return errno == EAGAIN || errno == EINTR;
         if (count == 0) {
             ended_ = true;
             return true;
         }
-        chunk.bytes.resize(static_cast<std::size_t>(count));
-        queued_ += chunk.bytes.size();
+        chunk.size = static_cast<std::size_t>(count);
+        queued_ += chunk.size;
         queue_.push_back(std::move(chunk));
         return true;
     }
@@ -79,12 +101,12 @@ class Pipe {
     bool send(Clock::time_point now) {
         while (has_due(now)) {
             Chunk &chunk = queue_.front();
-            const ssize_t count =
-                ::send(to_, chunk.bytes.data() + chunk.sent, chunk.bytes.size() - chunk.sent, MSG_NOSIGNAL);
+            const ssize_t count = ::send(to_, chunk.bytes.get() + chunk.sent, chunk.size - chunk.sent, MSG_NOSIGNAL);
             if (count < 0) return errno == EAGAIN || errno == EINTR;
             chunk.sent += static_cast<std::size_t>(count);
-            if (chunk.sent < chunk.bytes.size()) return true;
-            queued_ -= chunk.bytes.size();
+            if (chunk.sent < chunk.size) return true;
+            queued_ -= chunk.size;
+            buffers_.give_back(std::move(chunk.bytes));
             queue_.pop_front();
         }
         return true;
@@ -103,6 +125,7 @@ class Pipe {
     int to_;
     Clock::duration delay_;
     std::deque<Chunk> queue_;
+    Buffers buffers_;
     std::size_t queued_ = 0;
     bool ended_ = false;
     bool closed_ = false;

@@ -19,13 +19,13 @@ class ExpiringCache {
     explicit ExpiringCache(std::size_t limit) : limit_(limit) {}
 
     void put(const Key &key, Value value, TimePoint expires) {
-        erase(key);
-        if (entries_.size() >= limit_) {
-            index_.erase(entries_.back().key);
-            entries_.pop_back();
-        }
+        const auto [found, is_new] = index_.try_emplace(key);
+        if (!is_new) entries_.erase(found->second);
         entries_.push_front({key, std::move(value), expires});
-        index_[key] = entries_.begin();
+        found->second = entries_.begin();
+        if (entries_.size() <= limit_) return;
+        index_.erase(entries_.back().key);
+        entries_.pop_back();
     }
 
     // Null when there is none, or none any more. Valid until the next change.

@@ -10,10 +10,15 @@ namespace nfstdm::nfs3 {
 
 namespace {
 
+// Bytes of an entry as servers send it, so that the list seldom grows while it is read.
+constexpr std::size_t kTypicalEntry = 32;
+constexpr std::size_t kTypicalEntryPlus = 160;
+
 // Entries are a list in which each announces the next; plus tells the two kinds of entry apart. The bytes of the reply
 // bound the number of entries.
 bool get_entries(xdr::Reader &reader, bool plus, DirectoryReply &reply) {
     bool another = false;
+    reply.entries.reserve(reader.left() / (plus ? kTypicalEntryPlus : kTypicalEntry));
     while (reader.get_bool(another) && another) {
         DirectoryEntry &entry = reply.entries.emplace_back();
         if (!reader.get_u64(entry.fileid) || !get_name(reader, entry.name) || !reader.get_u64(entry.cookie))

@@ -44,12 +44,14 @@ class IoQueue {
     void start(TdmIoRequest &request);
     static void complete(Pending &pending, Status status);
     bool all_completed(Requests requests) const;
+    void serve_connections(Requests requests);
     bool recover_files();
     void wait_for(Requests requests, uint32_t timeout);
 
     EventLoop &loop_;
     OpenFiles &files_;
     PendingMap pending_;
+    EventLoop::Clock::time_point served_{};  // when the connections last had their turn
 };
 
 }  // namespace nfstdm

@@ -39,6 +39,18 @@ optional_needs=(
     lintian:lintian
 )
 
+# What bench/run needs beyond a build.
+# shellcheck disable=SC2034
+bench_needs=(
+    nfs-cat:libnfs-utils
+    ganesha.nfsd:nfs-ganesha
+    '/usr/lib/*/ganesha/libfsalvfs.so:nfs-ganesha-vfs'
+    rpcbind:rpcbind
+    ip:iproute2
+    unshare:util-linux
+    /usr/lib/python3/dist-packages/matplotlib:python3-matplotlib
+)
+
 have() {
     case $1 in
         /*) compgen -G "$1" >/dev/null ;;

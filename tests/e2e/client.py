@@ -5,9 +5,21 @@ import os
 import pathlib
 import shutil
 import subprocess
+import sys
 
 # Far beyond what any command takes: a guard against a hanging program, not a measure.
 HANG = 300
+
+
+# Starts a command from a process that is small itself: what a child needs before its exec counts as its peak, too.
+LAUNCHER = """
+import os, sys
+null = [(os.POSIX_SPAWN_OPEN, 1, "/dev/null", os.O_WRONLY, 0)]
+pid = os.posix_spawnp(sys.argv[1], sys.argv[1:], os.environ, file_actions=null)
+_, status, usage = os.wait4(pid, 0)
+print(usage.ru_maxrss, file=sys.stderr)
+sys.exit(os.waitstatus_to_exitcode(status))
+"""
 
 
 @dataclasses.dataclass
@@ -57,6 +69,19 @@ class Client:
         done = self.run(*arguments, **options)
         assert done.status == 0, (arguments, done)
         return done.out
+
+    def peak_kib(self, *arguments):
+        """The peak resident size of a command that has to succeed, its output dropped."""
+        program = [*self.enter, self.home / "bin" / "tslwnfs"]
+        done = subprocess.run(
+            [sys.executable, "-I", "-S", "-c", LAUNCHER, *program, *arguments],
+            env=self.environment(),
+            capture_output=True,
+            timeout=HANG,
+            check=False,
+        )
+        assert done.returncode == 0, done
+        return int(done.stderr.split()[-1])
 
 
 def copy_of_home(home, place):

@@ -85,6 +85,27 @@ class LoopnfsdProcess:
         self.process.stdout.close()
 
 
+class CountingLoopnfsd(LoopnfsdProcess):
+    """A loopnfsd that serves a folder as /export and can be asked how many calls something made."""
+
+    def __init__(self, home, folder):
+        self.program = home / "bin" / "loopnfsd"
+        self.control = home / "control"
+        super().__init__(home, "--no-sync", "--control", self.control, folder)
+
+    def command(self, *words):
+        return subprocess.run(
+            [self.program, "--send", self.control, *words], check=True, capture_output=True, text=True
+        ).stdout
+
+    def calls_of(self, action):
+        """The number of NFS and MOUNT calls that arrive while the action runs."""
+        self.command("reset-stats")
+        action()
+        counts = dict(pair.split("=") for pair in self.command("stats").split())
+        return sum(int(count) for name, count in counts.items() if name.isupper())
+
+
 GANESHA_CONFIGURATION = """
 NFS_CORE_PARAM {{ Protocols = 3; Enable_NLM = false; Enable_RQUOTA = false; }}
 EXPORT_DEFAULTS {{ Protocols = 3; SecType = sys; Squash = No_Root_Squash; Attr_Expiration_Time = 0; }}

@@ -1,0 +1,84 @@
+"""What transfers and listings cost: calls to the server, and memory. Counts and bounds, never times."""
+
+import os
+
+import pytest
+
+import client
+import servers
+
+MOUNT = "/wnfs-economy"
+MEMORY_LIMIT_KIB = 64 << 10
+GIB = 1 << 30
+
+
+class Counting:
+    """A loopnfsd that counts, the folder that it serves, and a client of it."""
+
+    def __init__(self, home, folder):
+        self.folder = folder
+        folder.mkdir()
+        self.daemon = servers.CountingLoopnfsd(home, folder)
+        self.client = client.Client(home)
+        block = servers.server_block("loop", self.daemon.address, [("/export", MOUNT)])
+        self.client.tslnfstab.write_text(block)
+
+    def calls_of(self, *words):
+        return self.daemon.calls_of(lambda: self.client.ok(*words))
+
+
+@pytest.fixture
+def counting(own, tmp_path):
+    made = Counting(own.home, tmp_path / "served")
+    yield made
+    made.daemon.close()
+
+
+@pytest.mark.parametrize("command", [("ls",), ("ls", "-l"), ("find",)], ids=" ".join)
+def test_a_listing_needs_no_more_than_one_call_for_twenty_entries(counting, command):
+    many = counting.folder / "many"
+    many.mkdir()
+    for i in range(10000):
+        (many / f"entry{i}").touch()
+    assert counting.calls_of(*command, f"{MOUNT}/many") <= 10000 / 20
+
+
+def test_a_small_file_among_many_goes_up_in_six_calls(counting, tmp_path):
+    source = tmp_path / "small"
+    source.mkdir()
+    for i in range(1000):
+        (source / f"file{i}").write_bytes(os.urandom(4096))
+    assert counting.calls_of("cp", "-r", source, f"{MOUNT}/copied") <= 6 * 1000
+    assert len(list((counting.folder / "copied").iterdir())) == 1000
+
+
+def sparse(path, size):
+    with open(path, "wb") as made:
+        made.truncate(size)
+    return path
+
+
+# The sanitizers' own memory is no measure of the program's.
+needs_plain_build = pytest.mark.skipif("ASAN_OPTIONS" in os.environ, reason="sanitizers take memory of their own")
+
+
+@needs_plain_build
+def test_printing_five_gibibytes_takes_less_than_64_mebibytes(counting):
+    sparse(counting.folder / "large", 5 * GIB)
+    assert counting.client.peak_kib("cat", f"{MOUNT}/large") < MEMORY_LIMIT_KIB
+
+
+@needs_plain_build
+def test_a_dd_of_ten_gibibytes_takes_less_than_64_mebibytes(counting):
+    sparse(counting.folder / "large", 10 * GIB)
+    assert counting.client.peak_kib("dd", "-if", f"{MOUNT}/large", "-bs", "1m") < MEMORY_LIMIT_KIB
+
+
+# A gibibyte fills either window many times over; these bytes end on a disk.
+@needs_plain_build
+def test_copying_a_gibibyte_up_and_down_takes_less_than_64_mebibytes(counting, tmp_path):
+    source = sparse(tmp_path / "large", GIB)
+    assert counting.client.peak_kib("cp", source, f"{MOUNT}/up") < MEMORY_LIMIT_KIB
+    assert (counting.folder / "up").stat().st_size == GIB
+    assert counting.client.peak_kib("cp", f"{MOUNT}/up", tmp_path / "down") < MEMORY_LIMIT_KIB
+    assert (tmp_path / "down").stat().st_size == GIB
