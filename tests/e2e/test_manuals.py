@@ -89,6 +89,13 @@ def test_every_option_letter_stands_at_its_command(letters, command):
     assert [letter for letter in letters if letter not in described] == []
 
 
+def test_every_language_has_an_entry():
+    languages = {path.name.split(".")[1] for path in (ROOT / "catalogue").glob("tslwnfs.*.msg")} - {"en"}
+    text = source("man/tslwnfs.1")
+    assert languages
+    assert {language for language in languages if not re.search(rf"^\.Pq Cm {language}\b", text, re.MULTILINE)} == set()
+
+
 def test_every_message_of_the_english_catalogue_has_an_entry_and_no_other():
     assert documented_numbers() == message_numbers(ROOT / "catalogue" / "tslwnfs.en.msg")
 
