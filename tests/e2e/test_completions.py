@@ -1,6 +1,6 @@
 """What bash and zsh offer for a command line, with the shells' own machinery at work.
 
-The program is a stand-in that gives the program's answers; one test asks the installed program.
+The program is a stand-in that gives the program's answers; the last tests ask the installed program and a server.
 """
 
 import contextlib
@@ -13,6 +13,7 @@ import shutil
 import subprocess
 
 import pytest
+import servers
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BASH = ROOT / "completions" / "tslwnfs.bash"
@@ -44,14 +45,22 @@ export: /vol/logs \t mount: /mnt/logs
 
 
 class Place:
-    """A home with a configuration, a directory of the stand-in, and a working directory with a few names."""
+    """A home, a directory of programs, and a working directory with a few names. Without a home given there is one with
+    a configuration and nothing else, and the program is the stand-in."""
 
-    def __init__(self, base):
-        self.home, self.bin, self.here = base / "home", base / "bin", base / "here"
-        for folder in (self.home / "dbs", self.bin, self.here / "folder"):
+    def __init__(self, base, home=None):
+        self.home, self.bin, self.here = home or base / "home", base / "bin", base / "here"
+        for folder in (self.bin, self.here / "folder"):
             folder.mkdir(parents=True)
-        (self.home / "dbs" / "tslnfstab").write_text(TSLNFSTAB, encoding="utf-8")
         (self.here / "file.txt").touch()
+        if home:
+            (self.bin / "tslwnfs").symlink_to(home / "bin" / "tslwnfs")
+        else:
+            self._stand_in()
+
+    def _stand_in(self):
+        (self.home / "dbs").mkdir(parents=True)
+        (self.home / "dbs" / "tslnfstab").write_text(TSLNFSTAB, encoding="utf-8")
         (self.bin / "tslwnfs").write_text(PROGRAM, encoding="utf-8")
         (self.bin / "tslwnfs").chmod(0o755)
 
@@ -86,15 +95,15 @@ class Bash:
         printf '%s\n' "${COMPREPLY[@]}"
     """
 
-    def __init__(self, place, program="tslwnfs"):
-        self.place, self.program = place, program
+    def __init__(self, place):
+        self.place = place
 
     def close(self):
         """Nothing is left open."""
 
     def offers(self, *words):
         done = subprocess.run(
-            ["bash", "--norc", "--noprofile", "-c", self.SCRIPT, "bash", BASH, self.program, *words],
+            ["bash", "--norc", "--noprofile", "-c", self.SCRIPT, "bash", BASH, "tslwnfs", *words],
             capture_output=True,
             text=True,
             timeout=HANG,
@@ -345,14 +354,35 @@ def test_bash_completes_a_typed_line(place):
         assert terminal.lines_after("tslwnfs copy fi\tfo\t\n") == ["copy", "file.txt", "folder/"]
 
 
-def test_the_installed_program_gives_the_server_names(own, tmp_path):
-    place = Place(tmp_path / "place")
-    own.ok("createtslnfstab", "-s", "nas7", "-em", "/vol,/mnt/nas7")
-    own.ok("createtslnfstab", "-s", "lab7")
-    place.home = own.home
-    shell = Bash(place, program=str(own.home / "bin" / "tslwnfs"))
-    assert shell.offers("delete_server", "-s", "") == {"nas7", "lab7"}
-    assert shell.offers("ls", "/mnt/n") == {"/mnt/nas7"}
+@pytest.fixture(params=["bash", "zsh"])
+def real_shell(request, own, tmp_path):
+    """A shell with the installed program in it, whose server is a running loopnfsd."""
+    if not shutil.which(request.param):
+        pytest.skip(f"{request.param} is not installed")
+    served = tmp_path / "served"
+    for folder in ("data/Daily Log", "data/.hidden", "other"):
+        (served / folder).mkdir(parents=True)
+    (served / "data" / "names.txt").touch()
+    place = Place(tmp_path / "place", own.home)
+    with contextlib.closing(servers.LoopnfsdProcess(own.home, served)) as daemon:
+        own.ok("createtslnfstab", "-s", "nas7", "-lp", f"127.0.0.1,{daemon.address}", "-em", "/export,/mnt/nas7")
+        own.ok("createtslnfstab", "-s", "lab7")
+        with contextlib.closing({"bash": Bash, "zsh": Zsh}[request.param](place)) as shell:
+            yield shell
+
+
+def test_the_installed_program_gives_the_server_names(real_shell):
+    assert real_shell.offers("delete_server", "-s", "") == {"nas7", "lab7"}
+    assert real_shell.offers("display_server", "-s", "n") == {"nas7"}
+
+
+def test_the_installed_program_lists_what_the_server_has(real_shell):
+    assert real_shell.offers("ls", "/mnt/n") == {"/mnt/nas7"}
+    assert real_shell.offers("ls", "/mnt/nas7/") == {"/mnt/nas7/data", "/mnt/nas7/other"}
+    assert real_shell.offers("cat", "/mnt/nas7/data/") == {"/mnt/nas7/data/Daily Log", "/mnt/nas7/data/names.txt"}
+    assert real_shell.offers("cp", "file.txt", "/mnt/nas7/data/D") == {"/mnt/nas7/data/Daily Log"}
+    assert real_shell.offers("cat", "/mnt/nas7/data/.") == {"/mnt/nas7/data/.hidden"}
+    assert real_shell.offers("cat", "/mnt/nas7/none/") == set()
 
 
 @pytest.mark.parametrize(

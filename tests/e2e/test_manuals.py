@@ -8,7 +8,7 @@ import subprocess
 import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-PAGES = ("tslwnfs.1", "tslnfstab.5", "tdm.3")
+PAGES = ("tslwnfs.1", "tslnfstab.5", "tdm.3", "loopnfsd.8")
 
 
 def source(name):
@@ -67,6 +67,36 @@ def documented_numbers():
     return numbers
 
 
+def entries():
+    """The diagnostics of tslwnfs(1): what stands below each head that is a message number."""
+    text = source("man/tslwnfs.1").split(".Sh DIAGNOSTICS")[1]
+    return re.findall(r"^\.It (65\d{3}[^\n]*)\n(.*?)(?=^\.It |^\.El)", text, re.DOTALL | re.MULTILINE)
+
+
+def number_defaults():
+    """The keys of tslnfstab that are numbers with a default of their own, and these defaults."""
+    reader, config = source("nfstdm/mounts/tslnfstab.cpp"), source("nfstdm/protocol/server.h")
+    fields = dict(re.findall(r"void (take_\w+)\(const Setting &setting\) \{\s*take_number\(setting, current_\.(\w+)", reader))
+    values = dict(re.findall(r"^    uint\w+ (\w+) = (\d+);", config, re.MULTILINE))
+    takers = re.findall(r'\{"([a-z_]+)", (?:true|false), &ServerBuilder::(take_\w+)\}', reader)
+    # 0 is no number that one could write: it stands for "ask the portmapper".
+    found = {key: values[fields[taker]] for key, taker in takers if values.get(fields.get(taker), "0") != "0"}
+    assert {"mnt_timeout", "io_timeout", "nconnect"} <= set(found)
+    return found
+
+
+def key_entry(key):
+    """What tslnfstab(5) says of a key. Keys of the same meaning share an entry under several heads."""
+    text = source("man/tslnfstab.5")
+    return re.search(rf"^\.It Cm {key} :.*\n(?:\.It .*\n)*((?:(?!\.It |\.El).*\n)*)", text, re.MULTILINE)[1]
+
+
+def loopnfsd_help(home):
+    """The summary of loopnfsd in its parts: options, faults, commands of the control."""
+    done = subprocess.run([home / "bin" / "loopnfsd", "--help"], capture_output=True, text=True, check=True)
+    return re.match(r"(.*?)^Faults (.*?)^Commands of the control: (.*?) Each is answered", done.stdout, re.DOTALL | re.MULTILINE).groups()
+
+
 def interface():
     """tdm.h without its comments."""
     return re.sub(r"/\*.*?\*/", "", source("include/tdm.h"), flags=re.DOTALL)
@@ -89,13 +119,31 @@ def test_every_option_letter_stands_at_its_command(letters, command):
     assert [letter for letter in letters if letter not in described] == []
 
 
+def test_every_language_has_an_entry():
+    languages = {path.name.split(".")[1] for path in (ROOT / "catalogue").glob("tslwnfs.*.msg")} - {"en"}
+    text = source("man/tslwnfs.1")
+    assert languages
+    assert {language for language in languages if not re.search(rf"^\.Pq Cm {language}\b", text, re.MULTILINE)} == set()
+
+
 def test_every_message_of_the_english_catalogue_has_an_entry_and_no_other():
     assert documented_numbers() == message_numbers(ROOT / "catalogue" / "tslwnfs.en.msg")
 
 
-@pytest.mark.parametrize("variable", ["TESSEL_HOME", "TESSEL_BASE", "NLSPATH", "NFSTDM_BLOCK_SIZE", "TSLWNFS_TERMINAL"])
-def test_every_variable_of_the_environment_has_an_entry(variable):
-    assert variable in item_words("tslwnfs.1", "Ev")
+def test_every_message_is_explained():
+    plain = {number: re.sub(r"^\.Pq [^\n]*\n", "", body).strip() for number, body in entries()}
+    assert len(plain) > 60
+    assert [number for number, body in plain.items() if len(body) < 20] == []
+
+
+def test_every_variable_of_the_environment_has_an_entry():
+    name = re.compile(r'"((?:TESSEL|NFSTDM|TSLWNFS|LC)_[A-Z_]+|NLSPATH|LANG)"')
+    read = set()
+    for part in ("platform", "tslwnfs", "nfstdm"):
+        for path in (ROOT / part).rglob("*.cpp"):
+            read.update(name.findall(path.read_text(encoding="utf-8")))
+    assert {"TESSEL_HOME", "NLSPATH", "NFSTDM_BLOCK_SIZE"} <= read
+    assert read - item_words("tslwnfs.1", "Ev") == set()
 
 
 def test_every_key_that_the_library_reads_has_an_entry():
@@ -103,11 +151,31 @@ def test_every_key_that_the_library_reads_has_an_entry():
 
 
 def test_every_key_that_may_be_left_out_tells_its_default():
-    text = source("man/tslnfstab.5")
     for key in library_keys() - {"server", "export", "mount"}:
-        # Keys of the same meaning share an entry under several heads.
-        entry = re.search(rf"^\.It Cm {key} :.*\n(?:\.It .*\n)*((?:(?!\.It |\.El).*\n)*)", text, re.MULTILINE)
-        assert re.search(r"\bDefault\b", entry[1]), key
+        assert re.search(r"\bDefault\b", key_entry(key)), key
+
+
+def test_the_defaults_told_are_those_of_the_library():
+    for key, default in number_defaults().items():
+        assert f"Default: {default}." in key_entry(key), key
+
+
+def test_every_option_of_loopnfsd_has_an_entry(installed_home):
+    options = set(re.findall(r"^  --([a-z-]+)", loopnfsd_help(installed_home)[0], re.MULTILINE))
+    assert {"export", "port", "control", "send"} <= options
+    assert options - {word.removeprefix("-") for word in item_words("loopnfsd.8", "Fl")} == set()
+
+
+def test_every_fault_of_loopnfsd_has_an_entry(installed_home):
+    faults = set(re.findall(r"^  ([a-z-]+)", loopnfsd_help(installed_home)[1], re.MULTILINE))
+    assert {"silent", "status", "wrong-xid"} <= faults
+    assert faults - item_words("loopnfsd.8", "Cm") == set()
+
+
+def test_every_command_of_loopnfsds_control_has_an_entry(installed_home):
+    commands = set(re.findall(r'"([a-z-]+)(?: \[NAME\])?"', loopnfsd_help(installed_home)[2]))
+    assert {"clear", "stats", "ping"} <= commands
+    assert commands - item_words("loopnfsd.8", "Cm") == set()
 
 
 def test_every_function_has_a_synopsis():

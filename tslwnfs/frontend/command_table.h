@@ -3,7 +3,7 @@
 //
 // To add a command: a code in options.h; its grammar in grammar.h, unless one there fits; its row in command_table.cpp;
 // its word in a usage line of every catalogue. CommandTable.* and Catalogue.* of the unit tests fail for a forgotten
-// step.
+// step; CONTRIBUTING.md tells the rest.
 #pragma once
 
 #include <cstdint>

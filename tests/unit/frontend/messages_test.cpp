@@ -5,7 +5,6 @@
 #include <climits>
 
 #include "front_end_fixture.h"
-#include "tslwnfs/frontend/command_table.h"
 
 namespace {
 
@@ -40,8 +39,6 @@ class Messages : public FrontEnd {
   private:
     std::optional<ScopedEnvironment> path_;
 };
-
-using Catalogue = Messages;
 
 TEST_F(Messages, HaveANumberInFrontAndALineFeedBehind) {
     EXPECT_EQ(text_of(65000), "TWNFS-65000: You are not a member of the administrators' group; TSLWNFS was not run.\n");
@@ -119,50 +116,12 @@ TEST_F(Messages, ArePrintedToTheLogWhenThereIsOne) {
               "TWNFS-65022: The command failed with status 9.\nTWNFS-65023: The command completed successfully.\n");
 }
 
-TEST_F(Catalogue, HasATextThatFitsForEveryMessage) {
-    for (const MessageShape &shape : message_shapes()) {
-        const auto number = static_cast<int>(shape.message);
-        const std::string *text = messages_catalogue().text(number);
-        ASSERT_NE(text, nullptr);
-        EXPECT_FALSE(text->empty()) << number;
-        EXPECT_LT(text->size(), 480u) << number;
-        EXPECT_TRUE(text_fits(*text, shape.arguments)) << number << ": " << *text;
-    }
-}
-
-TEST_F(Catalogue, HasNoTextThatNobodyUses) {
-    for (int number = 64900; number < 65200; ++number) {
-        const auto &shapes = message_shapes();
-        const bool used = std::any_of(shapes.begin(), shapes.end(), [&](const MessageShape &shape) {
-            return static_cast<int>(shape.message) == number;
-        });
-        EXPECT_EQ(messages_catalogue().text(number)->empty(), !used) << number;
-    }
-}
-
-TEST_F(Catalogue, NumbersEveryMessageOnceAndInOrder) {
+TEST_F(Messages, AreNumberedOnceAndInOrder) {
     const auto shapes = message_shapes();
     EXPECT_EQ(shapes.size(), 70u);
     EXPECT_TRUE(std::is_sorted(shapes.begin(), shapes.end(), [](const MessageShape &one, const MessageShape &other) {
         return static_cast<uint32_t>(one.message) <= static_cast<uint32_t>(other.message);
     }));
-}
-
-TEST_F(Catalogue, NamesEveryCommandInItsUsageLines) {
-    std::string usage;
-    for (int number = 65051; number <= 65058; ++number)
-        usage += " " + *messages_catalogue().text(number);
-    std::replace_if(
-        usage.begin(), usage.end(), [](char c) { return c == '|' || c == ';' || c == '\n'; }, ' ');
-    for (const Command &command : command_table()) {
-        // "DD" is another spelling of dd, and "?" and "h" are of help.
-        const std::string_view word = command.code == kNoCommand && !command.words[1] ? "nfsids"
-                                      : command.code == kNoCommand                    ? "help"
-                                      : command.words[0] != nullptr                   ? command.words[0]
-                                                                                      : "";
-        if (word.empty()) continue;
-        EXPECT_NE(usage.find(" " + std::string(word) + " "), std::string::npos) << word;
-    }
 }
 
 }  // namespace
