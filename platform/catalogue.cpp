@@ -12,6 +12,7 @@
 #include <span>
 #include <string_view>
 
+#include "platform/codeset.h"
 #include "platform/environment.h"
 #include "platform/home.h"
 
@@ -167,8 +168,11 @@ std::optional<std::string> read_catalogue_text(const std::string &path, int numb
 const std::string *MessageCatalogue::text(int number) {
     const auto known = texts_.find(number);
     if (known != texts_.end()) return &known->second;
+    const std::string codeset = LocaleParts(message_locale()).codeset;
     for (const auto &path : catalogue_candidates(name_)) {
-        if (auto text = read_catalogue_text(path, number)) return &(texts_[number] = std::move(*text));
+        const auto text = read_catalogue_text(path, number);
+        if (!text) continue;
+        if (auto shown = text_in_codeset(*text, codeset)) return &(texts_[number] = std::move(*shown));
     }
     return nullptr;
 }

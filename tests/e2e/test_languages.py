@@ -50,6 +50,18 @@ def test_every_form_of_a_locale_leads_to_its_language(local, folder, locale):
     assert listing(local, folder, LANG=locale).endswith(succeeded("fr"))
 
 
+@pytest.mark.parametrize("locale", ["de_DE.ISO-8859-1", "fr_FR.ISO8859-15@euro", "ja_JP.eucJP", "ja_JP.UTF-8"])
+def test_texts_are_in_the_codeset_that_the_locale_names(local, locale):
+    codeset = re.search(r"\.([^@]*)", locale)[1]
+    # The summary has characters beyond ASCII in every language.
+    assert text(locale[:2], 65051).encode(codeset) in local.run(env={"LC_ALL": locale}).out
+
+
+def test_a_text_that_the_codeset_lacks_characters_for_is_english(local, folder):
+    assert listing(local, folder, LC_ALL="ja_JP.ISO-8859-1") == banner("DIR", folder) + SUCCEEDED
+    assert listing(local, folder, LC_ALL="ja_JP.no-such-codeset") == banner("DIR", folder) + SUCCEEDED
+
+
 def test_the_variables_count_in_their_order(local, folder):
     assert listing(local, folder, LC_ALL="de", LC_MESSAGES="fr", LANG="ja").endswith(succeeded("de"))
     assert listing(local, folder, LC_MESSAGES="fr", LANG="ja").endswith(succeeded("fr"))
