@@ -1,7 +1,7 @@
 # Run by cpack in the staging folder, where the home is complete: puts what makes the home reachable into /usr, and
 # gives both the form that the distribution expects.
+cmake_minimum_required(VERSION 3.20)
 
-set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS})
 set(root ${CPACK_TEMPORARY_DIRECTORY})
 set(ENV{DESTDIR} ${root}) # of file(INSTALL)
 set(home ${CPACK_PACKAGING_INSTALL_PREFIX})
@@ -49,3 +49,12 @@ else()
     file(INSTALL DESTINATION /usr/share/doc/tslwnfs TYPE FILE FILES ${CPACK_TSLWNFS_SOURCE}/CHANGELOG.md)
     file(INSTALL DESTINATION /usr/share/licenses/tslwnfs TYPE FILE FILES ${CPACK_TSLWNFS_SOURCE}/LICENSE)
 endif()
+
+# The builder's umask has no say in what others may enter.
+file(GLOB_RECURSE directories LIST_DIRECTORIES true ${root}/*)
+foreach(directory ${directories})
+    if(IS_DIRECTORY ${directory})
+        file(CHMOD ${directory} PERMISSIONS
+            OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+    endif()
+endforeach()
