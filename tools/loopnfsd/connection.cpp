@@ -129,7 +129,8 @@ void Connection::pump() {
         around_.loop.watch(socket_.get(), 0, [this](short events) { ready(events); });
         return;
     }
-    line_.release(Clock::now(), conditions(), sending_);
+    const std::size_t turned = line_.release(Clock::now(), conditions(), sending_);
+    around_.faults.note(FaultKind::reorder, turned);
     if (!send() || at_cut()) return;
     wait_for_more();
 }
