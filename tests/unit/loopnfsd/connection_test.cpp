@@ -159,6 +159,13 @@ TEST_F(ConnectionTest, SendsRepliesBackwardsWhenToldTo) {
     EXPECT_EQ(backend_->faults.fired(FaultKind::reorder), 1U);
 }
 
+TEST_F(ConnectionTest, CountsTheBytesOfEachPath) {
+    send(null_call(1));
+    serve(kReplySize);
+    EXPECT_EQ(backend_->statistics.bytes_by_path,
+              (std::map<unsigned, uint64_t>{{1, null_call(1).size() + kReplySize}}));
+}
+
 TEST_F(ConnectionTest, DelaysRepliesAndSendsThemAll) {
     fault("rtt=1");
     fault("delay=1");
