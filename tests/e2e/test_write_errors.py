@@ -76,10 +76,22 @@ def test_a_server_that_is_not_ready_is_asked_again_during_a_download(faulty, tmp
 def test_a_stale_handle_is_looked_up_again_once(faulty, procedure):
     server = faulty()
     make_file(server.files / "f", 10)
-    words = {"MKDIR": ["mkdir", server / "new"], "READDIRPLUS": ["ls", server.remote]}.get(procedure, ["cat", server / "f"])
+    special = {"MKDIR": ["mkdir", server / "new"], "READDIRPLUS": ["ls", server.remote]}
+    words = special.get(procedure, ["cat", server / "f"])
     server.fault(f"status={procedure}:STALE:1")
     server.ok(*words)
     assert server.count("fault.status") == 1
+
+
+@pytest.mark.parametrize("procedure", ["READ", "WRITE", "COMMIT", "SETATTR"])
+def test_a_handle_that_is_stale_once_breaks_no_transfer(faulty, tmp_path, procedure):
+    server = faulty("--max-read", "64K", "--max-write", "64K")
+    source = make_file(tmp_path / "source", SIZE)
+    server.fault(f"status={procedure}:STALE:1")
+    server.ok("cp", source, server / "copy")
+    server.ok("cp", server / "copy", tmp_path / "back")
+    assert server.count("fault.status") == 1
+    assert digest(server.files / "copy") == digest(source) == digest(tmp_path / "back")
 
 
 @pytest.mark.parametrize("procedure", ["READ", "WRITE"])
