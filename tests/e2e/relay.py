@@ -1,7 +1,7 @@
 """A TCP relay that a test holds in its hands: it lets so many bytes through and then waits; it resets connections.
 
-Run as a program, RELAY TARGET_PORT, it prints its port and obeys one command a line: "allow BYTES" lets more through and
-is answered with "held" once they are used up, "reset" resets every connection.
+Run as a program, with the target's port, it prints its own and obeys one command a line: "allow BYTES" lets more through
+and is answered with "held" once they are used up, "reset" resets every connection.
 """
 
 import asyncio
