@@ -63,14 +63,14 @@ void OpenFile::finish_reads() {
     }
 }
 
-// The file must still be the one that was opened, not another of its name.
+// The file must still be the one that was opened, not another of its name. A handle that the server gives out again
+// deserves the second try as well: it may have been refused while an export was being loaded.
 Status OpenFile::look_up_again() {
     auto place = resources_.look_up_again(path_);
     if (!place.ok()) return place.status();
     const auto &object = place.value().object;
     if (place.value().mount != &mount_ || !object || object->attributes.fileid != fileid_)
         return {ESTALE, path_ + " is another file now"};
-    if (object->handle == handle_) return {ESTALE, path_ + " has the same handle as before"};
     handle_ = object->handle;
     read_.forget_and_use(handle_);
     return {};

@@ -54,7 +54,11 @@ void TraceRecords::configure() {
     trace_.set_components(mask_ == 0 ? components : components & mask_);
     trace_.set_threshold(static_cast<TraceLevel>(threshold));
     trace_.set_sink([this](TraceLevel level, TraceComponent component, std::string_view text) {
-        if (lets_through(level, component)) write(trace_component_name(component).data(), text);
+        if (!lets_through(level, component)) return;
+        write(trace_component_name(component).data(), text);
+        // Whoever waits for a server that does not answer wants to read so while waiting.
+        if (level >= TraceLevel::notice && context_ != nullptr && context_->trace_stream != nullptr)
+            static_cast<void>(std::fflush(context_->trace_stream));
     });
 }
 

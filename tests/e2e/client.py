@@ -7,6 +7,8 @@ import shutil
 import subprocess
 import sys
 
+import namespace
+
 # Far beyond what any command takes: a guard against a hanging program, not a measure.
 HANG = 300
 
@@ -54,15 +56,21 @@ class Client:
                 result[name] = str(value)
         return result
 
-    def run(self, *arguments, stdin=b"", env=None, cwd=None, program=None):
+    def start(self, *arguments, env=None, cwd=None, program=None):
+        """Starts a command that goes on while the test does something to its server; see finish()."""
         command = [*self.enter, str(program or self.home / "bin" / "tslwnfs"), *map(os.fspath, arguments)]
-        done = subprocess.run(
-            command, input=stdin, capture_output=True, timeout=HANG, env=self.environment(env), cwd=cwd, check=False
+        return subprocess.Popen(
+            command,
+            stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+            env=self.environment(env),
+            cwd=cwd,
+            preexec_fn=namespace.die_with_parent,
         )
-        report = done.stderr.decode(errors="replace")
-        assert "Sanitizer" not in report and "runtime error:" not in report, report
-        assert done.returncode >= 0, f"ended by signal {-done.returncode}: {command}"
-        return Run(done.returncode, done.stdout, done.stderr)
+
+    def run(self, *arguments, stdin=b"", **options):
+        return finish(self.start(*arguments, **options), stdin)
 
     def ok(self, *arguments, **options):
         """Runs a command that has to succeed and gives its standard output."""
@@ -82,6 +90,20 @@ class Client:
         )
         assert done.returncode == 0, done
         return int(done.stderr.split()[-1])
+
+
+def finish(process, stdin=b""):
+    """Waits for a command that was started. It may fail, but not crash."""
+    try:
+        out, err = process.communicate(stdin, timeout=HANG)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.communicate()
+        raise
+    report = err.decode(errors="replace")
+    assert "Sanitizer" not in report and "runtime error:" not in report, report
+    assert process.returncode >= 0, f"ended by signal {-process.returncode}: {process.args}"
+    return Run(process.returncode, out, err)
 
 
 def copy_of_home(home, place):

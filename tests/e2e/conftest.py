@@ -5,11 +5,13 @@ TSLWNFS_HOME names the home under test (scripts/check installs one); TSLWNFS_BUI
 
 import os
 import pathlib
+import random
 import re
 
 import pytest
 
 import client
+import relay
 import servers
 
 
@@ -100,3 +102,42 @@ def build_tree():
     if not tree:
         pytest.skip("TSLWNFS_BUILD does not name the build tree")
     return pathlib.Path(tree)
+
+
+@pytest.fixture
+def chance(request):
+    """Random numbers that come back: a failed test shows the seed, and TSLWNFS_SEED sets it."""
+    seed = int(os.environ.get("TSLWNFS_SEED") or random.SystemRandom().randrange(1 << 32))
+    print(f"TSLWNFS_SEED={seed}")
+    return random.Random(seed)
+
+
+class Relayed:
+    """A client of the server that reaches it through a relay only, and the relay."""
+
+    def __init__(self, server, home):
+        self.client = client.Client(home, server.client.enter)
+        self.relay = relay.Relay(server.nfs_port(), self.client.enter)
+        self.client.tslnfstab.write_text(server.block_through(self.relay.port))
+
+
+@pytest.fixture
+def relayed(server, installed_home, tmp_path):
+    line = Relayed(server, client.copy_of_home(installed_home, tmp_path / "home"))
+    yield line
+    line.relay.close()
+
+
+@pytest.fixture
+def faulty(installed_home, tmp_path):
+    """Makes servers of the test's own that misbehave on command: options of loopnfsd, settings of tslnfstab."""
+    home = client.copy_of_home(installed_home, tmp_path / "home")
+    made = []
+
+    def make(*words, **settings):
+        made.append(servers.FaultyServer(home, tmp_path, *words, **settings))
+        return made[-1]
+
+    yield make
+    for each in made:
+        each.close()

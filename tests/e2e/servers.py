@@ -3,6 +3,7 @@
 import pathlib
 import re
 import shutil
+import socket
 import subprocess
 
 import client
@@ -12,9 +13,11 @@ READ_WRITE = "/wnfs-e2e-rw"
 READ_ONLY = "/wnfs-e2e-ro"
 
 
-def server_block(name, address, exports, **settings):
-    """A server's block of tslnfstab, in the block form; exports are (export, mount point) pairs."""
-    lines = ["#<server block begin>", f"server: {name}", f"local: 127.0.0.1 \t path: {address}"]
+def server_block(name, addresses, exports, **settings):
+    """A server's block of tslnfstab, in the block form; exports are (export, mount point) pairs. Several addresses are
+    several paths."""
+    lines = ["#<server block begin>", f"server: {name}"]
+    lines += [f"local: 127.0.0.1 \t path: {address}" for address in addresses.split()]
     lines += [f"export: {export} \t mount: {mount}" for export, mount in exports]
     lines += [f"{key}: {value}" for key, value in settings.items()]
     return "\n".join([*lines, "#<server block end>", ""])
@@ -35,6 +38,22 @@ class Server:
         """The TCP ports that the server's programs answer on."""
         raise NotImplementedError
 
+    def nfs_port(self):
+        """The TCP port of the NFS program."""
+        raise NotImplementedError
+
+    def block_through(self, port, **settings):
+        """What tslnfstab says for a client that reaches the NFS program through a relay on this port."""
+        raise NotImplementedError
+
+    def kill(self):
+        """Ends the server as a crash does: what it kept to itself is lost."""
+        raise NotImplementedError
+
+    def start_again(self):
+        """Starts a server that was killed, on the same port and the same files; ready when this returns."""
+        raise NotImplementedError
+
     def close(self):
         raise NotImplementedError
 
@@ -53,11 +72,23 @@ class Loopnfsd(Server):
         self.daemon = LoopnfsdProcess(
             home, "--no-sync", "--hold-unstable", "--export", f"/rw={writable}", "--export", f"/ro={read_only},ro"
         )
-        exports = [("/rw", READ_WRITE), ("/ro", READ_ONLY)]
-        self.client.tslnfstab.write_text(server_block("loop", self.daemon.address, exports))
+        self.client.tslnfstab.write_text(self.block_through(self.daemon.port))
 
     def ports(self):
         return [self.daemon.port]
+
+    def nfs_port(self):
+        return self.daemon.port
+
+    def block_through(self, port, **settings):
+        exports = [("/rw", READ_WRITE), ("/ro", READ_ONLY)]
+        return server_block("loop", f"127.0.0.1:{port}", exports, **settings)
+
+    def kill(self):
+        self.daemon.kill()
+
+    def start_again(self):
+        self.daemon.start_again()
 
     def close(self):
         self.daemon.close()
@@ -67,8 +98,12 @@ class LoopnfsdProcess:
     """A loopnfsd on a free port of loopback. A folder given by itself is served as /export."""
 
     def __init__(self, home, *words):
+        self.command = [home / "bin" / "loopnfsd", *words]
+        self._start(self.command)
+
+    def _start(self, command):
         self.process = subprocess.Popen(
-            [home / "bin" / "loopnfsd", *words],
+            command,
             stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE,
             text=True,
@@ -77,8 +112,17 @@ class LoopnfsdProcess:
         first_line = self.process.stdout.readline()
         if not first_line:
             raise RuntimeError(f"loopnfsd ended with status {self.process.wait()}")
-        self.port = int(re.search(r"127\.0\.0\.1:(\d+)", first_line)[1])
-        self.address = f"127.0.0.1:{self.port}"
+        self.addresses = re.findall(r"127\.0\.0\.\d:\d+", first_line)
+        self.address = self.addresses[0]
+        self.port = int(self.address.rpartition(":")[2])
+
+    def kill(self):
+        self.process.kill()
+        self.process.wait()
+        self.process.stdout.close()
+
+    def start_again(self):
+        self._start([*self.command, "--port", str(self.port)])
 
     def close(self):
         namespace.stop(self.process)
@@ -106,8 +150,63 @@ class CountingLoopnfsd(LoopnfsdProcess):
         return sum(int(count) for name, count in counts.items() if name.isupper())
 
 
+class FaultyServer:
+    """A loopnfsd that is told through its control socket when to misbehave, and a client that is configured for it.
+    `remote` is the export's mount point, `files` the folder behind it. It keeps uncommitted data to itself."""
+
+    MOUNT = "/wnfs-faulty"
+
+    def __init__(self, home, place, *words, **settings):
+        self.files = place / "served"
+        self.files.mkdir()
+        self.remote = self.MOUNT
+        self.control = place / "control"
+        self.daemon = LoopnfsdProcess(
+            home, "--no-sync", "--hold-unstable", "--control", self.control, *words, self.files
+        )
+        self.client = client.Client(home)
+        self.settings = settings
+        self.configure()
+        self.run, self.ok, self.start = self.client.run, self.client.ok, self.client.start
+        self.kill, self.start_again, self.close = self.daemon.kill, self.daemon.start_again, self.daemon.close
+
+    def configure(self, **settings):
+        """Writes tslnfstab, with further settings of the server's block."""
+        self.settings.update(settings)
+        exports = [("/export", self.MOUNT)]
+        self.client.tslnfstab.write_text(
+            server_block("faulty", " ".join(self.daemon.addresses), exports, **self.settings)
+        )
+
+    def __truediv__(self, name):
+        return f"{self.remote}/{name}"
+
+    def tell(self, command):
+        """Sends a command to the server's control and gives the answer."""
+        with socket.socket(socket.AF_UNIX) as control:
+            control.connect(str(self.control))
+            control.sendall(f"{command}\n".encode())
+            with control.makefile() as answers:
+                answer = answers.readline().rstrip()
+        assert not answer.startswith("error"), (command, answer)
+        return answer
+
+    def fault(self, *faults):
+        for fault in faults:
+            self.tell(f"fault {fault}")
+
+    def count(self, name):
+        """One of the server's statistics."""
+        return int(dict(pair.split("=") for pair in self.tell("stats").split()).get(name, 0))
+
+    def await_count(self, name, least, process):
+        """Waits until a statistic has come to a number, while a command runs."""
+        namespace.await_condition(lambda: self.count(name) >= least, f"{name}={least}", process)
+
+
 GANESHA_CONFIGURATION = """
 NFS_CORE_PARAM {{ Protocols = 3; Enable_NLM = false; Enable_RQUOTA = false; }}
+NFSV4 {{ Graceless = true; }}
 EXPORT_DEFAULTS {{ Protocols = 3; SecType = sys; Squash = No_Root_Squash; Attr_Expiration_Time = 0; }}
 EXPORT {{ Export_Id = 1; Path = {writable}; Pseudo = /rw; Access_Type = RW; FSAL {{ Name = VFS; }} }}
 EXPORT {{ Export_Id = 2; Path = {read_only}; Pseudo = /ro; Access_Type = RO; FSAL {{ Name = VFS; }} }}
@@ -142,12 +241,21 @@ class Ganesha(Server):
         configuration.write_text(GANESHA_CONFIGURATION.format(writable=place / "rw", read_only=place / "ro"))
         self._spawn("rpcbind", "-f", "-w")
         namespace.await_condition(lambda: self._answers(100000, 2), "rpcbind", self.processes[-1])
+        self.start_again()
+        self.exports = [(place / "rw", READ_WRITE), (place / "ro", READ_ONLY)]
+        self.client.tslnfstab.write_text(server_block("ganesha", "127.0.0.1", self.exports))
+
+    def start_again(self):
+        configuration = self.client.home / "ganesha.conf"
         self._spawn("ganesha.nfsd", "-F", "-L", "STDOUT", "-f", configuration, "-p", "/run/ganesha.pid")
         namespace.await_condition(
             lambda: self._answers(100003, 3) and self._answers(100005, 3), "nfs-ganesha", self.processes[-1]
         )
-        exports = [(place / "rw", READ_WRITE), (place / "ro", READ_ONLY)]
-        self.client.tslnfstab.write_text(server_block("ganesha", "127.0.0.1", exports))
+
+    def kill(self):
+        process = self.processes.pop()
+        process.kill()
+        process.wait()
 
     def _spawn(self, *command):
         log = self.client.home / f"{command[0]}.log"
@@ -163,12 +271,22 @@ class Ganesha(Server):
         )
         return probe.returncode == 0
 
-    def ports(self):
+    def _registered(self):
+        """What rpcbind knows: (program, port) pairs of TCP."""
         table = subprocess.run(
             [*self.namespace.enter(), "rpcinfo", "-p", "127.0.0.1"], capture_output=True, text=True, check=True
         ).stdout
         rows = [line.split() for line in table.splitlines()[1:]]
-        return sorted({int(row[3]) for row in rows if row[2] == "tcp"})
+        return {(int(row[0]), int(row[3])) for row in rows if row[2] == "tcp"}
+
+    def ports(self):
+        return sorted({port for _, port in self._registered()})
+
+    def nfs_port(self):
+        return dict(self._registered())[100003]
+
+    def block_through(self, port, **settings):
+        return server_block("ganesha", "127.0.0.1", self.exports, nfsport=port, **settings)
 
     def close(self):
         for process in reversed(self.processes):

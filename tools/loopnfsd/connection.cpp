@@ -92,7 +92,7 @@ void Connection::receive() {
     if (got <= 0) return close();
     in_.take(static_cast<uint64_t>(got));
     passed_ += static_cast<uint64_t>(got);
-    around_.statistics.bytes_received += static_cast<uint64_t>(got);
+    around_.statistics.received(arrival_.path, static_cast<uint64_t>(got));
     reader_.received(static_cast<std::size_t>(got));
     serve();
 }
@@ -129,7 +129,8 @@ void Connection::pump() {
         around_.loop.watch(socket_.get(), 0, [this](short events) { ready(events); });
         return;
     }
-    line_.release(Clock::now(), conditions(), sending_);
+    const std::size_t turned = line_.release(Clock::now(), conditions(), sending_);
+    around_.faults.note(FaultKind::reorder, turned);
     if (!send() || at_cut()) return;
     wait_for_more();
 }
@@ -178,7 +179,7 @@ bool Connection::send_some(uint64_t limit) {
 void Connection::drop_sent(std::size_t size) {
     out_.take(size);
     passed_ += size;
-    around_.statistics.bytes_sent += size;
+    around_.statistics.sent(arrival_.path, size);
     sent_ += size;
     while (!sending_.empty() && sent_ >= sending_.front().size()) {
         sent_ -= sending_.front().size();

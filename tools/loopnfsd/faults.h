@@ -50,7 +50,7 @@ class Faults {
     CallFaults befall(const ProcedureRow *procedure, unsigned path);
 
     uint64_t fired(FaultKind kind) const { return fired_[static_cast<std::size_t>(kind)]; }
-    void note(FaultKind kind) { ++fired_[static_cast<std::size_t>(kind)]; }
+    void note(FaultKind kind, uint64_t times = 1) { fired_[static_cast<std::size_t>(kind)] += times; }
     void reset_counters() { fired_ = {}; }
 
     std::vector<std::byte> rubbish();

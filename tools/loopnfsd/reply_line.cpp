@@ -20,22 +20,27 @@ void ReplyLine::add(Record reply, Clock::time_point now, const LineConditions &c
     waiting_.push_back({busy_until_ + conditions.rtt, std::move(reply)});
 }
 
-void ReplyLine::release(Clock::time_point now, const LineConditions &conditions, std::deque<Record> &due) {
+std::size_t ReplyLine::release(Clock::time_point now, const LineConditions &conditions, std::deque<Record> &due) {
+    std::size_t turned = 0;
     while (!waiting_.empty() && waiting_.front().due <= now) {
         if (held_.empty()) held_until_ = now + kHeldLongest;
         held_.push_back(std::move(waiting_.front().reply));
         waiting_.pop_front();
-        if (held_.size() >= conditions.reorder) give_up_held(due);
+        if (held_.size() >= conditions.reorder && give_up_held(due)) ++turned;
     }
-    if (!held_.empty() && held_until_ <= now) give_up_held(due);
+    if (!held_.empty() && held_until_ <= now && give_up_held(due)) ++turned;
+    return turned;
 }
 
-void ReplyLine::give_up_held(std::deque<Record> &due) {
+// True when there were several, whose order is another one now.
+bool ReplyLine::give_up_held(std::deque<Record> &due) {
+    const bool turned = held_.size() > 1;
     for (auto reply = held_.rbegin(); reply != held_.rend(); ++reply) {
         bytes_ -= reply->size();
         due.push_back(std::move(*reply));
     }
     held_.clear();
+    return turned;
 }
 
 std::optional<Clock::time_point> ReplyLine::next() const {

@@ -23,8 +23,8 @@ class ReplyLine {
   public:
     void add(Record reply, Clock::time_point now, const LineConditions &conditions);
 
-    // Moves what is due to the end of a list.
-    void release(Clock::time_point now, const LineConditions &conditions, std::deque<Record> &due);
+    // Moves what is due to the end of a list. Gives how often replies were turned around.
+    std::size_t release(Clock::time_point now, const LineConditions &conditions, std::deque<Record> &due);
 
     // When release() will have something; nothing when the line is empty.
     std::optional<Clock::time_point> next() const;
@@ -36,7 +36,7 @@ class ReplyLine {
         Clock::time_point due;
         Record reply;
     };
-    void give_up_held(std::deque<Record> &due);
+    bool give_up_held(std::deque<Record> &due);
 
     std::deque<Waiting> waiting_;
     std::vector<Record> held_;

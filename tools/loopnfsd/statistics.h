@@ -18,9 +18,13 @@ struct Statistics {
     uint64_t connections = 0;                            // accepted
     uint64_t bytes_received = 0;
     uint64_t bytes_sent = 0;
+    std::map<unsigned, uint64_t> bytes_by_path;  // both ways together
     Credentials last_caller;
 
     void reset();
+
+    void received(unsigned path, uint64_t bytes);
+    void sent(unsigned path, uint64_t bytes);
 
     // "connections=1 ... READ=5 fault.status=1": only procedures that were called and faults that fired are named.
     std::string line(const Faults &faults) const;

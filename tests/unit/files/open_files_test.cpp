@@ -284,6 +284,20 @@ TEST_F(OpenFilesTest, AnotherFileOfTheSameNameIsNotTakenForTheOneThatWasOpened) 
     EXPECT_EQ(read(file, 0, buffer).number(), uint32_t{ESTALE});
 }
 
+TEST_F(OpenFilesTest, AHandleThatIsGoodAgainIsUsedAgain) {
+    const auto data = pattern(100);
+    one_.add_file("/f", data);
+    auto &file = identify("/mnt/one/f");
+    one_.failures[Op::read] = {ESTALE};
+    std::vector<std::byte> buffer(100);
+    EXPECT_TRUE(read(file, 0, buffer).ok());
+    EXPECT_EQ(buffer, data);
+    one_.failures[Op::write] = {ESTALE};
+    ASSERT_TRUE(file.write(0, pattern(100, 5)).ok());
+    EXPECT_TRUE(file.flush().ok());
+    EXPECT_EQ(one_.at("/f").data, pattern(100, 5));
+}
+
 TEST_F(OpenFilesTest, AHandleThatStaysStaleIsAnErrorAfterOneMoreTry) {
     one_.add_file("/f", pattern(100));
     auto &file = identify("/mnt/one/f");

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -29,10 +30,12 @@ using ::testing::MatchesRegex;
 
 FakeServer *the_server = nullptr;
 std::function<void()> on_open;
+const Trace *protocol_trace = nullptr;
 
 }  // namespace
 
-VolumeFactory protocol_volume_factory(const Trace &) {
+VolumeFactory protocol_volume_factory(const Trace &trace) {
+    protocol_trace = &trace;
     return [](EventLoop &loop, const ServerConfig &, const ServerExport &) -> std::unique_ptr<Volume> {
         if (on_open) on_open();
         return std::make_unique<FakeVolume>(loop, *the_server);
@@ -622,6 +625,15 @@ TEST_F(TraceTest, WhatIsWrongInTheSettingsIsTracedAtTheStart) {
     open();
     EXPECT_THAT(traced(), HasSubstr("NFSTDM_BLOCK_SIZE"));
     EXPECT_THAT(traced(), HasSubstr("tslnfstab, line 2: nconnect"));
+}
+
+TEST_F(TraceTest, WhatWentWrongStandsInTheFileWhileTheCallIsStillUnderWay) {
+    tdm_trace(TDM_TRACE_SNFCORE, 2);
+    open();
+    protocol_trace->write(TraceLevel::notice, TraceComponent::rpc, [] { return std::string("lost"); });
+    struct stat status {};
+    ASSERT_EQ(fstat(fileno(context_.trace_stream), &status), 0);
+    EXPECT_GT(status.st_size, 0);
 }
 
 TEST_F(TraceTest, ALongRecordIsCutAndSaysSo) {

@@ -156,6 +156,14 @@ TEST_F(ConnectionTest, SendsRepliesBackwardsWhenToldTo) {
     send(null_call(1) + null_call(2) + null_call(3));
     serve(3 * kReplySize);
     EXPECT_EQ(xids(), (Xids{3, 2, 1}));
+    EXPECT_EQ(backend_->faults.fired(FaultKind::reorder), 1U);
+}
+
+TEST_F(ConnectionTest, CountsTheBytesOfEachPath) {
+    send(null_call(1));
+    serve(kReplySize);
+    EXPECT_EQ(backend_->statistics.bytes_by_path,
+              (std::map<unsigned, uint64_t>{{1, null_call(1).size() + kReplySize}}));
 }
 
 TEST_F(ConnectionTest, DelaysRepliesAndSendsThemAll) {

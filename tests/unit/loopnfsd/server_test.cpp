@@ -85,6 +85,15 @@ TEST_F(ServerTest, ObeysItsControl) {
     EXPECT_EQ(server.command("ping pong"), "error: \"ping pong\" is no command");
 }
 
+TEST(Statistics, NameThePathsThatCarriedSomething) {
+    loopnfsd::Statistics statistics;
+    statistics.received(2, 40);
+    statistics.sent(2, 2);
+    EXPECT_EQ(statistics.line(loopnfsd::Faults()), "connections=0 received=40 sent=2 path.2=42");
+    statistics.reset();
+    EXPECT_EQ(statistics.line(loopnfsd::Faults()), "connections=0");
+}
+
 TEST_F(ServerTest, IsReachedThroughItsSocketAndCleansUp) {
     Options with_control = options();
     with_control.control = beside_.path / "control";

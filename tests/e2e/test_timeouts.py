@@ -1,0 +1,78 @@
+"""A server that takes every request and answers none: a command waits as long as the configuration says and no longer,
+and the trace tells meanwhile that it waits."""
+
+import namespace
+from client import finish
+from files import content, make_file
+from texts import failed
+
+NOTICE = "not responding, still trying"
+LIMIT = 12  # seconds; the notice comes after 10
+
+
+def start_traced(server, trace, *words):
+    return server.start("-trace", trace, "-level", "1", "1", "1", "1", *words)
+
+
+def text_of(trace):
+    return trace.read_text(errors="replace") if trace.exists() else ""
+
+
+def await_notice(process, trace):
+    """The trace says so while the command still runs."""
+    namespace.await_condition(lambda: NOTICE in text_of(trace), NOTICE, process)
+    assert process.poll() is None
+
+
+def test_the_first_contact_ends_at_mnt_timeout(faulty, tmp_path):
+    server = faulty(mnt_timeout=LIMIT)
+    server.fault("silent")
+    trace = tmp_path / "trace"
+    process = start_traced(server, trace, "ls", server.remote)
+    await_notice(process, trace)
+    run = finish(process)
+    assert (run.status, run.out[-len(failed(1)) :]) == (1, failed(1))
+    assert f"no answer within {LIMIT} seconds" in text_of(trace)
+
+
+def test_a_transfer_ends_at_io_timeout(faulty, tmp_path):
+    server = faulty(io_timeout=LIMIT)
+    source = make_file(tmp_path / "source", 50_000_000)
+    server.fault("rate=10M")
+    trace = tmp_path / "trace"
+    process = start_traced(server, trace, "cp", source, server / "copy")
+    server.await_count("received", 5_000_000, process)
+    server.fault("silent")
+    await_notice(process, trace)
+    run = finish(process)
+    assert run.status == 1
+    assert f"no answer within {LIMIT} seconds" in text_of(trace)
+    assert source.read_bytes() == content(50_000_000)
+
+
+def test_a_transfer_whose_server_is_gone_ends_at_io_timeout(faulty, tmp_path):
+    server = faulty(io_timeout=2)
+    make_file(server.files / "source", 50_000_000)
+    server.fault("rate=10M")
+    trace = tmp_path / "trace"
+    process = start_traced(server, trace, "cp", server / "source", tmp_path / "copy")
+    server.await_count("sent", 5_000_000, process)
+    server.kill()
+    assert finish(process).status == 1
+    assert "no answer within 2 seconds" in text_of(trace)
+    server.start_again()
+
+
+def test_a_server_that_comes_back_in_time_is_no_failure(faulty, tmp_path):
+    server = faulty()
+    source = make_file(tmp_path / "source", 50_000_000)
+    server.fault("rate=20M")
+    trace = tmp_path / "trace"
+    process = start_traced(server, trace, "cp", source, server / "copy")
+    server.await_count("received", 5_000_000, process)
+    server.fault("silent")
+    await_notice(process, trace)
+    server.tell("clear")
+    assert finish(process).status == 0
+    assert "ok again" in text_of(trace)
+    assert (server.files / "copy").read_bytes() == content(50_000_000)
