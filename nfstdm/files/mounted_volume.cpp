@@ -19,9 +19,7 @@ MountedVolume::MountedVolume(EventLoop &loop, const ServerConfig &server, const 
 
 Result<FoundObject> MountedVolume::root() {
     if (Status failure = contact(); !failure.ok()) return failure;
-    auto known = attributes(*root_);
-    if (!known.ok()) return known.status();
-    return FoundObject{*root_, known.value()};
+    return with_attributes(*root_);
 }
 
 Status MountedVolume::contact() {
@@ -47,14 +45,18 @@ Result<FoundObject> MountedVolume::found(const FileHandle &directory, const std:
     cache_.put_name(directory, name, *handle);
     cache_.put_attributes(*handle, attributes_told);
     if (attributes_told) return FoundObject{*handle, *attributes_told};
-    auto known = attributes(*handle);
+    return with_attributes(*handle);
+}
+
+Result<FoundObject> MountedVolume::with_attributes(const FileHandle &handle) {
+    auto known = attributes(handle);
     if (!known.ok()) return known.status();
-    return FoundObject{*handle, known.value()};
+    return FoundObject{handle, known.value()};
 }
 
 Result<FoundObject> MountedVolume::lookup(const FileHandle &directory, const std::string &name) {
     const auto known = cache_.find_name(directory, name);
-    if (known.handle) return found(directory, name, known.handle, cache_.attributes(*known.handle));
+    if (known.handle) return with_attributes(*known.handle);  // which does not make what is known any younger
     if (known.known) return named({ENOENT, "LOOKUP " + name + ": no such file or directory"});
     auto reply = await<LookupReply>(loop_, [&](auto done) { volume_->lookup(directory, name, std::move(done)); });
     if (reply.status().number() == ENOENT) cache_.put_name(directory, name, std::nullopt);

@@ -62,6 +62,7 @@ class MountedVolume {
     Status contact();
     Result<FoundObject> found(const FileHandle &directory, const std::string &name,
                               const std::optional<FileHandle> &handle, const std::optional<Attributes> &attributes);
+    Result<FoundObject> with_attributes(const FileHandle &handle);
     void changed(const FileHandle &directory, const std::string &name);
 
     EventLoop &loop_;

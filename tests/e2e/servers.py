@@ -137,16 +137,16 @@ class CountingLoopnfsd(LoopnfsdProcess):
         self.control = home / "control"
         super().__init__(home, "--no-sync", "--control", self.control, folder)
 
-    def command(self, *words):
+    def send(self, *words):
         return subprocess.run(
             [self.program, "--send", self.control, *words], check=True, capture_output=True, text=True
         ).stdout
 
     def calls_of(self, action):
         """The number of NFS and MOUNT calls that arrive while the action runs."""
-        self.command("reset-stats")
+        self.send("reset-stats")
         action()
-        counts = dict(pair.split("=") for pair in self.command("stats").split())
+        counts = dict(pair.split("=") for pair in self.send("stats").split())
         return sum(int(count) for name, count in counts.items() if name.isupper())
 
 

@@ -34,6 +34,17 @@ TEST_F(PathWalkTest, ComponentsAreLookedUpOneByOne) {
     EXPECT_EQ(one_.calls[Op::lookup], 2U) << "the second walk needs none";
 }
 
+TEST_F(PathWalkTest, WhatIsKnownGrowsOldHoweverOftenItIsUsed) {
+    one_.add_file("/f");
+    id_at("/mnt/one/f");
+    now_ += ObjectCache::kLifetime - std::chrono::seconds(1);
+    id_at("/mnt/one/f");
+    EXPECT_EQ(one_.calls[Op::lookup], 1U);
+    now_ += std::chrono::seconds(1);
+    id_at("/mnt/one/f");
+    EXPECT_EQ(one_.calls[Op::lookup], 2U);
+}
+
 TEST_F(PathWalkTest, NoServerIsContactedForALocalPathAndOnlyTheNeededOneForAnother) {
     EXPECT_EQ(id_at("/mnt"), -1);
     EXPECT_EQ(id_at("/mnt/oneself"), -1);
