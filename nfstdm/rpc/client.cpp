@@ -54,6 +54,7 @@ void Client::submit(std::unique_ptr<Request> request) {
     request->submitted = clock_;
     seal(*request);
     ++outstanding_;
+    worked_ = true;
     to_send_.push_back(std::move(request));
     begin_work();
     pump();
@@ -223,7 +224,9 @@ std::unique_ptr<Request> Client::withdraw(const Request &request) {
 void Client::tick() {
     const auto now = EventLoop::Clock::now();
     const Duration elapsed = std::min<Duration>(now - std::exchange(last_tick_, now), 2 * config_.timing.tick);
-    if (outstanding_ == 0) return;  // the next request starts the clock again
+    // The next request starts the clock again. Work that comes and goes between two ticks keeps it going: a connection
+    // that is being tried again has a limit to wait for.
+    if (!std::exchange(worked_, false) && outstanding_ == 0) return;
     clock_ += elapsed;
     tick_timer_.after(config_.timing.tick, [this] { tick(); });
     for (const auto &channel : channels_)

@@ -107,6 +107,7 @@ class Client : private ChannelOwner {
     Duration clock_{};
     EventLoop::Clock::time_point last_tick_;
     ScopedTimer tick_timer_;
+    bool worked_ = false;  // a request was submitted since the last tick
     Duration last_answer_{};
     bool reported_ = false;  // that the server does not answer
     bool delivering_ = false;
