@@ -25,7 +25,7 @@ Result<std::optional<OpenedFile>> OpenFiles::identify(std::string_view path) {
         auto place = walk_path(mounts_, path, LastLink::follow);
         if (!place.ok()) return place.status();
         if (place.value().mount == nullptr) return std::optional<OpenedFile>{};
-        if (!place.value().object) return Status{ENOENT, std::string(path) + ": no such file or directory"};
+        if (!place.value().object) return absence(place.value()).in(std::string(path));
         return open(place.value());
     });
 }

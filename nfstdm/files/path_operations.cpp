@@ -32,7 +32,7 @@ Result<Location> PathOperations::at(std::string_view path, LastLink last, const 
 // For operations on an object that must be there.
 Result<Location> PathOperations::at_object(std::string_view path, LastLink last, const Operation &operation) {
     return at(path, last, [&operation](const Place &place) -> Status {
-        if (!place.object) return {ENOENT, "no such file or directory"};
+        if (!place.object) return absence(place);
         return operation(place);
     });
 }

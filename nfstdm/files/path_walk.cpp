@@ -91,6 +91,10 @@ Result<Walk::Step> Walk::follow(std::size_t at, const std::string &target) {
 
 }  // namespace
 
+Status absence(const Place &place) {
+    return place.mount->named({ENOENT, "no such file or directory"});
+}
+
 Result<Place> walk_path(const MountSet &mounts, std::string_view path, LastLink last) {
     if (!path_is_absolute(path)) return Place{};
     Components components = split_path(path);

@@ -21,6 +21,9 @@ struct Place {
     std::optional<FoundObject> object;  // nothing when the directory has no such name
 };
 
+// What is wrong with a place on a mount that has no object.
+Status absence(const Place &place);
+
 // Follows at most 40 links (ELOOP). A path that is on no mount is local; a link that leads from a mount to a path on no
 // mount is an error (EXDEV), because the caller's own calls know nothing of the link.
 Result<Place> walk_path(const MountSet &mounts, std::string_view path, LastLink last);

@@ -16,13 +16,20 @@ Status failure(int number, const std::string &path) {
     return {static_cast<uint32_t>(number), path + ": " + std::strerror(number)};
 }
 
+// Without the file no path is on a mount, which is worth a word when one was meant to be.
+Tslnfstab nothing(const std::string &path) {
+    Tslnfstab none;
+    none.remarks.push_back("no such file: " + path);
+    return none;
+}
+
 }  // namespace
 
 Result<Tslnfstab> load_tslnfstab(const std::string &home) {
     if (home.empty()) return Tslnfstab{};
     const std::string path = home + "/dbs/tslnfstab";
     const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(path.c_str(), "re"), &std::fclose);
-    if (!file && (errno == ENOENT || errno == ENOTDIR)) return Tslnfstab{};
+    if (!file && (errno == ENOENT || errno == ENOTDIR)) return nothing(path);
     if (!file) return failure(errno, path);
     std::string text;
     std::array<char, 16384> piece;

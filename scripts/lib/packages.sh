@@ -19,6 +19,8 @@ check_needs=(
     /usr/include/gtest/gtest.h:libgtest-dev
     /usr/include/gmock/gmock.h:libgmock-dev
     /usr/lib/python3/dist-packages/pytest:python3-pytest
+    /usr/lib/python3/dist-packages/pexpect:python3-pexpect
+    /usr/lib/python3/dist-packages/pyte:python3-pyte
     dpkg-shlibdeps:dpkg-dev
     file:file
 )

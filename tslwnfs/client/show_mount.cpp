@@ -41,7 +41,7 @@ uint32_t show_mount(const char *server, const ExportQuery &query) {
     std::vector<std::byte> list;
     std::string reason;
     if (!query(server, list, reason)) {
-        tslwnfswrf(3, kFunction, "%s\n", reason.c_str());
+        trace_failure(kFunction, "%s", reason.c_str());
         return print_failure();
     }
     return tslwnfs_expout(in_pieces(list)) == 0 ? 0 : print_failure();

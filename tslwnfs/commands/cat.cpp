@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // cat: the content of one file to the command's output.
-#include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/files.h"
 #include "tslwnfs/commands/source_file.h"
 #include "tslwnfs/frontend/messages.h"
@@ -8,6 +7,8 @@
 #include "tslwnfs/frontend/output.h"
 #include "tslwnfs/storage/resolve.h"
 #include "tslwnfs/storage/transfer.h"
+#include "tslwnfs/terminal/progress.h"
+#include "tslwnfs/terminal/screen.h"
 
 namespace {
 
@@ -22,7 +23,9 @@ bool print_content(const SourceFile &source, RequestSlots &requests) {
     TransferBuffer buffer;
     if (!buffer.allocate(kRecords.function, TransferBuffer::size_for(static_cast<std::size_t>(bsize)))) return false;
     Pieces pieces(source);
+    terminal::Progress progress(source.path.view(), terminal::leads_to_file(output_stream()) ? source.size : 0);
     do {
+        progress.at(pieces.offset());
         if (!read_piece(source, pieces, requests, buffer, kRecords)) return false;
         if (std::fwrite(buffer.data(), 1, pieces.payload(), output_stream()) != pieces.payload()) {
             trace_message(kRecords.function, Message::file_unopenable, source.path.c_str());
@@ -43,8 +46,7 @@ uint32_t catfile(const char *path) {
     if (!requests.allocate(kRecords.function)) return 1;
     SourceFile source;
     if (!resolve_operand(kRecords.function, path, source.path)) return 1;
-    AttrResult attributes;
-    if (getattrdir(source.path.c_str(), attributes, 0) == kTypeDirectory) return 1;
+    if (is_directory_source(source.path)) return 1;
 
     if (!open_source(source, kRecords) || !print_content(source, requests)) return 1;
     if (!shrink_source(source, kRecords)) return 1;

@@ -11,6 +11,7 @@
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/storage/resolve.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -45,9 +46,12 @@ bool lies_inside(const PathBuffer &destination, const PathBuffer &source, const 
 // Copies what the directory holds, through the executor. The entries report for themselves, so a failure among them
 // does not fail the directory.
 uint32_t copy_directory(PathBuffer &source, PathBuffer &destination, const AttrResult &source_attributes) {
-    if (commandtype != kCopy || (COMMAND_OPTION & kFileRecursive) == 0) return 1;
+    if (commandtype != kCopy || (COMMAND_OPTION & kFileRecursive) == 0) {
+        terminal::note_failure(std::string(source.view()) + " is a directory; with -r it is copied, too");
+        return 1;
+    }
     if (lies_inside(destination, source, source_attributes)) {
-        tslwnfswrf(3, kRecords.function, "%s lies inside %s\n", destination.c_str(), source.c_str());
+        trace_failure(kRecords.function, "%s lies inside %s", destination.c_str(), source.c_str());
         return 1;
     }
     if (!is_directory_destination(destination.c_str()) && makedir(destination.c_str()) != 0) return 1;

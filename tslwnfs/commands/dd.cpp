@@ -20,6 +20,7 @@
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/storage/identify.h"
 #include "tslwnfs/storage/resolve.h"
+#include "tslwnfs/terminal/screen.h"
 
 namespace {
 
@@ -58,7 +59,7 @@ bool settle_numbers() {
     if (COUNT < 0) return refuse_count();
     if (SKIP < 0) return refuse_skip();
     if (IBS > 0 && OBS > 0 && SEEK >= 0) return true;
-    tslwnfswrf(3, kFunction, "block sizes and offsets must not be negative: ibs %d, obs %d, seek %d\n", IBS, OBS, SEEK);
+    trace_failure(kFunction, "block sizes and offsets must not be negative: ibs %d, obs %d, seek %d", IBS, OBS, SEEK);
     return false;
 }
 
@@ -96,8 +97,7 @@ uint64_t ask_size() {
 
 bool open_input_file(const char *input, Run &run) {
     if (!resolve_operand(kFunction, input, run.source.path)) return false;
-    AttrResult attributes;
-    if (getattrdir(run.source.path.c_str(), attributes, 0) == kTypeDirectory) return false;
+    if (is_directory_source(run.source.path)) return false;
     if (!open_source(run.source, kDdRecords)) return false;
     run.size = run.source.size;
     if (run.source.local && SKIP != 0 && position(run.source.stream.get(), run.source.path, SKIP)) {
@@ -191,12 +191,20 @@ bool copy_stream(DdInput &input, DdOutput &output) {
     return output.finish();
 }
 
+// Nothing is shown between what the copy prints, nor between what a person types.
+void show_progress(const Run &run, bool prints, DdInput &input) {
+    FILE *const printed = offound == 0 ? stdout : output_stream();
+    if (iffound != 0 && (!prints || terminal::leads_to_file(printed))) input.show_progress(run.source.path.view());
+}
+
 // Local data goes to a server in batches; everything else goes block by block.
 bool copy_blocks(Run &run, DdInput &input) {
     const auto input_block = static_cast<std::size_t>(IBS);
     const auto seek = static_cast<uint64_t>(SEEK);
     const bool to_server = offound != 0 && !run.destination.local;
-    if (to_server && !input.is_remote()) {
+    const bool in_batches = to_server && !input.is_remote();
+    show_progress(run, in_batches || offound == 0, input);
+    if (in_batches) {
         DdBatch batch(run.destination.info.file, seek, run.requests);
         return batch.allocate(input_block) && batch.copy(input);
     }

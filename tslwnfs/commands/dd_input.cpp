@@ -47,8 +47,18 @@ std::span<const std::byte> DdInput::read_next_block() {
     requests_.fill(slot_, IoOperation::read, source_->info.file, offset_, buffer_.data(), count);
     readnfsfile(requests_, slot_, 0);
     slot_ = (slot_ + 1) % RequestSlots::kRound;
-    offset_ += count;
+    advance(count);
     return buffer_.bytes().first(count);
+}
+
+void DdInput::advance(std::size_t bytes) {
+    offset_ += bytes;
+    if (progress_) progress_->at(offset_ - shown_from_);
+}
+
+void DdInput::show_progress(std::string_view name) {
+    shown_from_ = offset_;
+    progress_.emplace(name, end() - std::min(offset_, end()));
 }
 
 void DdInput::discard(uint64_t bytes) {
@@ -82,6 +92,6 @@ DdInput::Block DdInput::read_stream(std::span<std::byte> buffer) {
         return {0, 0};
     }
     const std::size_t wanted = std::min<uint64_t>(length, end() - offset_);
-    offset_ += length;
+    advance(length);
     return {length, wanted};
 }

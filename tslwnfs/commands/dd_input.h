@@ -6,10 +6,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <span>
+#include <string_view>
 
 #include "tslwnfs/commands/source_file.h"
 #include "tslwnfs/storage/transfer.h"
+#include "tslwnfs/terminal/progress.h"
 
 // While one lives, an interrupt ends the reading of standard input and not the process: the user was told to send one
 // when the input is complete, and what was typed has yet to reach the output.
@@ -45,6 +48,9 @@ class DdInput {
     // Ends the copy this many bytes from here.
     void limit(uint64_t bytes);
 
+    // From now on the terminal shows how far the copy of this file is.
+    void show_progress(std::string_view name);
+
     bool at_end() const { return offset_ >= end(); }
     // Bytes of the input; what was read, once a stream has ended before its size.
     uint64_t size() const { return size_; }
@@ -68,6 +74,7 @@ class DdInput {
   private:
     uint64_t end() const { return end_ < size_ ? end_ : size_; }
     uint64_t padded_size() const;
+    void advance(std::size_t bytes);
     std::span<const std::byte> read_next_block();
 
     const SourceFile *source_;
@@ -78,4 +85,6 @@ class DdInput {
     std::size_t slot_ = 0;
     TransferBuffer buffer_;
     std::size_t block_ = 0;
+    std::optional<terminal::Progress> progress_;
+    uint64_t shown_from_ = 0;
 };

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // del: a file, and with -r a tree.
+#include <string>
+
 #include "include/tdm.h"
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/deletion.h"
@@ -10,6 +12,7 @@
 #include "tslwnfs/frontend/output.h"
 #include "tslwnfs/storage/identify.h"
 #include "tslwnfs/storage/resolve.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -26,7 +29,10 @@ bool confirm(const PathBuffer &path) {
 // What the directory holds goes first, through the executor; whether anything is left shows when the directory itself
 // is removed.
 uint32_t delete_directory(const PathBuffer &path) {
-    if (!option(kFileRecursive)) return 1;
+    if (!option(kFileRecursive)) {
+        terminal::note_failure(std::string(path.view()) + " is a directory; with -r it is deleted, too");
+        return 1;
+    }
     PathBuffer content = path;
     if (!extend_path(kFunction, content, "/*")) return 1;
     exec_command(content.c_str(), nullptr);

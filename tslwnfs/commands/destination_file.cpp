@@ -4,12 +4,14 @@
 #include <sys/stat.h>
 
 #include <array>
+#include <cerrno>
 
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/storage/identify.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -36,7 +38,7 @@ bool is_same_file(const SourceFile &source, const DestinationFile &destination, 
 bool is_source_itself(const SourceFile &source, const DestinationFile &destination, bool exists_remotely,
                       const TransferRecords &records) {
     if (!is_same_file(source, destination, exists_remotely)) return false;
-    tslwnfswrf(3, records.function, "%s and %s are the same file\n", source.path.c_str(), destination.path.c_str());
+    trace_failure(records.function, "%s and %s are the same file", source.path.c_str(), destination.path.c_str());
     return true;
 }
 
@@ -46,6 +48,7 @@ bool create_destination(DestinationFile &destination, uint64_t size, const Trans
                                        static_cast<uint32_t>(name.size()), &destination.info);
     if (status != 0) {
         trace_message(records.function, Message::create_failed, destination.path.c_str(), status);
+        destination.refused = status != ENODEV;
         return false;
     }
     name.back() = '\0';
@@ -59,9 +62,12 @@ Opened open_local_destination(DestinationFile &destination, const TransferRecord
     const bool exists = is_readable(destination.path.c_str());
     if (exists && !confirm_overwrite(destination.path)) return Opened::refused;
     destination.stream.reset(std::fopen(destination.path.c_str(), "wb"));
-    if (destination.stream != nullptr) return Opened::ready;
-    trace_message(records.function, Message::file_unopenable, destination.path.c_str());
-    return Opened::failed;
+    if (destination.stream == nullptr) {
+        trace_message(records.function, Message::file_unopenable, destination.path.c_str());
+        return Opened::failed;
+    }
+    if (destination.refused) terminal::tell_consequence("it goes to the local disk instead, under the mount point");
+    return Opened::ready;
 }
 
 bool confirm_overwrite(const PathBuffer &path) {

@@ -16,6 +16,7 @@ struct DestinationFile {
     FileStream stream;      // of a local file, while it is open
     TdmFileInfo info = {};  // of a remote file
     bool created = false;   // a remote file made by this command, hence to be committed
+    bool refused = false;   // by the server that would have had to create it
 };
 
 enum class Opened : uint8_t { ready, failed, refused };

@@ -137,6 +137,6 @@ uint32_t fsstatdir(const char *path) {
         if (read_link(resolved.c_str(), target) != 0) return 1;
         if (!resolve_operand(kFunction, target.c_str(), resolved)) return 1;
     }
-    tslwnfswrf(3, kFunction, "%s: more than %d links in a row\n", resolved.c_str(), kLinkMaximum);
+    trace_failure(kFunction, "%s: more than %d links in a row", resolved.c_str(), kLinkMaximum);
     return 1;
 }

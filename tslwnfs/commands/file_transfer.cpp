@@ -4,6 +4,7 @@
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/storage/resolve.h"
+#include "tslwnfs/terminal/progress.h"
 
 namespace {
 
@@ -39,7 +40,9 @@ bool transfer_data(const SourceFile &source, const DestinationFile &destination,
     TransferBuffer buffer;
     if (!buffer.allocate(records.function, TransferBuffer::size_for(static_cast<std::size_t>(bsize)))) return false;
     Pieces pieces(source);
+    terminal::Progress progress(source.path.view(), source.size);
     do {
+        progress.at(pieces.offset());
         if (!read_piece(source, pieces, requests, buffer, records)) return false;
         if (!write_piece(destination, pieces, requests, buffer, records)) return false;
     } while (pieces.advance());

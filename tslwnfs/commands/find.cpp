@@ -88,7 +88,7 @@ void run_command(const std::string &path) {
     }
     if (command.empty()) return;
     if (command.size() >= PathBuffer::kSize) {
-        tslwnfswrf(3, kFunction, "the command for %s is too long and was not run\n", path.c_str());
+        trace_failure(kFunction, "the command for %s is too long and was not run", path.c_str());
         return;
     }
     // What was printed so far comes before what the command prints.
@@ -131,7 +131,7 @@ class Walk {
         std::string resolved;
         if (!list_directory(path, names, resolved)) return kFailed;
         if (chain_.size() == kNestingMaximum) {
-            tslwnfswrf(3, kFunction, "%s is nested too deeply\n", resolved.c_str());
+            trace_failure(kFunction, "%s is nested too deeply", resolved.c_str());
             return kFailed;
         }
         chain_.push_back(resolved);
@@ -167,7 +167,7 @@ class Walk {
         const std::string target = link_target(path);
         if (target.empty()) return;
         if (std::find(chain_.begin(), chain_.end(), target) != chain_.end()) {
-            tslwnfswrf(3, kFunction, "%s leads back to %s and is not followed\n", path.c_str(), target.c_str());
+            trace_failure(kFunction, "%s leads back to %s and is not followed", path.c_str(), target.c_str());
             return;
         }
         directory(target, depth);

@@ -4,6 +4,8 @@
 // The source is deleted before the destination gets its size and is committed. So nothing may be deleted before the
 // destination's bytes are safe: tdm_delete brings a remote destination's accepted writes to stable storage by itself,
 // everything else is seen to here.
+#include <string>
+
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/deletion.h"
 #include "tslwnfs/commands/file_transfer.h"
@@ -12,6 +14,7 @@
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/storage/resolve.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -33,8 +36,8 @@ bool wait_for_remote_writes() {
 // Returns false when the destination may lack something of the source.
 bool is_destination_safe(const SourceFile &source, const DestinationFile &destination, const RequestSlots &requests) {
     if (requests.failures() != 0) {
-        tslwnfswrf(3, kRecords.function, "%s is kept: %llu requests failed\n", source.path.c_str(),
-                   static_cast<unsigned long long>(requests.failures()));
+        trace_failure(kRecords.function, "%s is kept: %llu requests failed", source.path.c_str(),
+                      static_cast<unsigned long long>(requests.failures()));
         return false;
     }
     if (!destination.local) return !source.local || wait_for_remote_writes();
@@ -68,7 +71,10 @@ uint32_t finish(const SourceFile &source, const DestinationFile &destination) {
 
 uint32_t move_file(SourceFile &source, DestinationFile &destination, RequestSlots &requests) {
     if (!open_source(source, kRecords)) return 1;
-    if (is_directory_destination(destination.path.c_str())) return 1;
+    if (is_directory_destination(destination.path.c_str())) {
+        terminal::note_failure(std::string(destination.path.view()) + " is a directory");
+        return 1;
+    }
     switch (open_destination(destination, source, kRecords)) {
         case Opened::refused:
             // Whoever declines gets no clean-up: the source stays as long as it was made.
@@ -99,7 +105,6 @@ uint32_t movefile(const char *source, const char *destination) {
     if (!resolve_operand(kRecords.function, source, from.path)) return 1;
     if (!resolve_operand(kRecords.function, destination, to.path)) return 1;
 
-    AttrResult attributes;
-    if (getattrdir(from.path.c_str(), attributes, 0) == kTypeDirectory) return 1;
+    if (is_directory_source(from.path)) return 1;
     return move_file(from, to, requests);
 }

@@ -2,11 +2,14 @@
 #include "tslwnfs/commands/source_file.h"
 
 #include <algorithm>
+#include <string>
 
+#include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/storage/identify.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -50,6 +53,13 @@ uint64_t padding_for(uint64_t size) {
     const uint64_t beyond = size % static_cast<uint64_t>(std::max(bsize, 1)) % pbsz;
     const uint64_t padding = beyond == 0 ? 0 : pbsz - beyond;
     return padding > UINT64_MAX - size ? 0 : padding;
+}
+
+bool is_directory_source(const PathBuffer &path) {
+    AttrResult attributes;
+    if (getattrdir(path.c_str(), attributes, 0) != kTypeDirectory) return false;
+    terminal::note_failure(std::string(path.view()) + " is a directory, not a file");
+    return true;
 }
 
 SourceFile::~SourceFile() {

@@ -45,6 +45,9 @@ struct SourceFile {
     bool extended = false;  // longer on the server than size
 };
 
+// True for a resolved path that leads to a directory, or to what is neither a file nor a link.
+[[nodiscard]] bool is_directory_source(const PathBuffer &path);
+
 // Opens source.path, resolved, and grows it when it is remote and needs padding. Traces what failed.
 [[nodiscard]] bool open_source(SourceFile &source, const TransferRecords &records);
 

@@ -91,7 +91,7 @@ uint32_t createtslnfstab() {
     }
     // Everything that can refuse the new block comes before the old one of that server goes.
     if (is_too_long(tab_info.pairs) || is_too_long(tab_info.exports)) {
-        tslwnfswrf(3, kFunction, "more than %zu entries in a list\n", ServerBlock::kListMaximum);
+        trace_failure(kFunction, "more than %zu entries in a list", ServerBlock::kListMaximum);
         return 1;
     }
     PathBuffer path;

@@ -120,7 +120,7 @@ uint32_t delete_server(const char *server, int32_t verbose) {
         return 0;
     }
     if (!deletion->counts_agree) {
-        tslwnfswrf(3, "delete_server", "the line of server %s does not stand in the block of its number\n", server);
+        trace_failure("delete_server", "the line of server %s does not stand in the block of its number", server);
     }
     return rewrite.replace_with(deletion->file, Rewrite::VanishedFile::is_traced);
 }

@@ -43,7 +43,7 @@ void print_not_opened(const char *path) {
 }
 
 void trace_not_written(const char *function, const char *path) {
-    tslwnfswrf(3, function, "%s could not be written whole (error %d)\n", path, errno);
+    trace_failure(function, "%s could not be written whole (error %d)", path, errno);
 }
 
 bool TslnfstabRewrite::begin(UnreadableFile unreadable) {

@@ -18,6 +18,7 @@
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/frontend/wildcard.h"
 #include "tslwnfs/storage/resolve.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -27,14 +28,17 @@ constexpr uint32_t kUnusable = 4;
 
 uint32_t unusable() {
     print_message(Message::operands_unusable);
+    terminal::tell_reason();
     return kUnusable;
 }
 
 uint32_t give_verdict(uint32_t result) {
     if (result == 0) {
         print_message(Message::command_succeeded);
+        terminal::tell_warning();
     } else {
         print_message(Message::command_failed, result);
+        terminal::tell_reason();
     }
     return result;
 }
@@ -114,6 +118,7 @@ class FileRun {
         } else {
             run_on(first_, source_->name);
         }
+        if (files_ == 0) terminal::note_remark("no name matches " + first_);
         if (files_ == 0 || kept_ == kUnusable) return unusable();
         return kept_;
     }
@@ -172,7 +177,7 @@ class FileRun {
         if (commandtype != kMove || files_ < 2 || has_wildcard(destination_->name) || destination_is_directory_) {
             return false;
         }
-        tslwnfswrf(3, kFunction, "not moved: the destination already took another file\n");
+        trace_failure(kFunction, "not moved: the destination already took another file");
         return true;
     }
 

@@ -4,11 +4,13 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
+#include <cerrno>
 #include <cstdio>
 #include <optional>
 
 #include "platform/catalogue.h"
 #include "tslwnfs/frontend/catalogue_access.h"
+#include "tslwnfs/frontend/message_reasons.h"
 #include "tslwnfs/frontend/output.h"
 #include "tslwnfs/frontend/trace.h"
 
@@ -174,8 +176,11 @@ void print_text(const std::string &text) {
 }
 
 // The record's level is that of every error; a remark beside an error has the same.
-void trace_text(const char *function, const std::string &text) {
+void trace_text(const char *function, Message message, MessageArguments arguments) {
+    const int error = errno;
+    const std::string text = message_text(message, arguments);
     tslwnfswrf(3, function, "%s", text.c_str());
+    note_message(message, text, error);
 }
 
 }  // namespace
@@ -239,14 +244,14 @@ void print_message(Message message, MessageArgument first, MessageArgument secon
 }
 
 void trace_message(const char *function, Message message) {
-    trace_text(function, message_text(message));
+    trace_text(function, message, {});
 }
 
 void trace_message(const char *function, Message message, MessageArgument first) {
-    trace_text(function, message_text(message, {&first, 1}));
+    trace_text(function, message, {&first, 1});
 }
 
 void trace_message(const char *function, Message message, MessageArgument first, MessageArgument second) {
     const MessageArgument arguments[] = {first, second};
-    trace_text(function, message_text(message, arguments));
+    trace_text(function, message, arguments);
 }

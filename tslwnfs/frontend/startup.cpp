@@ -17,6 +17,9 @@
 #include "tslwnfs/frontend/streams.h"
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/frontend/usage.h"
+#include "tslwnfs/terminal/library_records.h"
+#include "tslwnfs/terminal/reasons.h"
+#include "tslwnfs/terminal/screen.h"
 
 namespace {
 
@@ -34,6 +37,8 @@ bool look_up_home(const char *marker, char (&home)[size]) {
 bool look_up_homes() {
     if (look_up_home("?", tsl_ohome) && (look_up_home("?#", tsl_home) || look_up_home("?=", tsl_home))) return true;
     trace_message(kFunction, Message::home_unknown);
+    // The catalogue lies in the home, so the message has no text.
+    terminal::note_failure("TESSEL_HOME must name the installation home, which holds bin, lib and dbs");
     return false;
 }
 
@@ -71,8 +76,18 @@ bool succeeded(uint32_t status, Message failure) {
     return false;
 }
 
+// What a person reads at the terminal when nothing is traced.
+void ask_library_for_failures() {
+    constexpr uint32_t kFailures = 3;  // the level of the gravest records
+    tdm_trace(TDM_TRACE_KGTDM, kFailures);
+    tdm_trace(TDM_TRACE_SNFCORE, kFailures);
+}
+
 void set_library_trace() {
-    if (octx.trace_on != 1) return;
+    if (octx.trace_on != 1) {
+        if (terminal::is_open()) ask_library_for_failures();
+        return;
+    }
     tdm_trace(TDM_TRACE_KGTDM, kgtdm_trace);
     tdm_trace(TDM_TRACE_NFCORE, nfcore_trace);
     tdm_trace(TDM_TRACE_SNFCORE, snfcore_trace);
@@ -98,8 +113,10 @@ bool open_session() {
 
 // Everything between the command line and the end of the storage session.
 int run_session() {
+    // A trace at the terminal tells it all.
+    if (octx.trace_to_stderr == 1) terminal::close();
     if (!look_up_homes()) return 1;
-    tdm_tslinit(&octx);
+    tdm_tslinit(terminal::listen_to_library(octx));
     if (octx.trace_on == 1) log_enabled = trace_enabled = 1;
     apply_dd_defaults();
     if (!check_operands()) return 1;
@@ -113,9 +130,7 @@ int run_session() {
     return static_cast<int>(result);
 }
 
-}  // namespace
-
-int run_utility(std::span<char *> words) {
+int run_words(std::span<char *> words) {
     if (UserInTSLDBA() == 0) {
         static_cast<void>(std::fputs(message_text(Message::not_administrator).c_str(), stderr));
         return 1;
@@ -136,4 +151,17 @@ int run_utility(std::span<char *> words) {
             break;
     }
     return 1;
+}
+
+}  // namespace
+
+int run_utility(std::span<char *> words) {
+    const int status = run_words(words);
+    // What has no verdict of its own is told here.
+    if (status != 0) {
+        terminal::tell_reason();
+    } else {
+        terminal::tell_warning();
+    }
+    return status;
 }

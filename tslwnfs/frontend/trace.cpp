@@ -6,10 +6,12 @@
 
 #include "platform/clock.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
-constexpr std::size_t kRecordSize = 512;  // bytes of a record's text with its terminator
-}
+constexpr std::size_t kRecordSize = 512;    // bytes of a record's text with its terminator
+constexpr std::size_t kFailureSize = 4096;  // holds two paths and what is said of them
+}  // namespace
 
 void tslwnfswrf(uint32_t level, const char *function, const char *format, ...) {
     // The sense is that of a threshold: the higher the configured level, the fewer records pass.
@@ -29,6 +31,16 @@ void tslwnfswrf(uint32_t level, const char *function, const char *format, ...) {
     }
     // What a run traced before it died is what the trace is for.
     static_cast<void>(std::fflush(octx.trace_stream));
+}
+
+void trace_failure(const char *function, const char *format, ...) {
+    char text[kFailureSize];
+    va_list arguments;
+    va_start(arguments, format);
+    if (std::vsnprintf(text, sizeof text, format, arguments) < 0) text[0] = '\0';
+    va_end(arguments);
+    tslwnfswrf(3, function, "%s\n", text);
+    terminal::note_failure(text);
 }
 
 void tslwnfswrf_wide(uint32_t level, const char *function, const wchar_t *text) {

@@ -10,6 +10,10 @@
 // trace_message().
 void tslwnfswrf(uint32_t level, const char *function, const char *format, ...) __attribute__((format(printf, 3, 4)));
 
+// As tslwnfswrf with level 3, for what a command failed at without a numbered message: it is the reason that a person
+// at the terminal reads. Without a line end.
+void trace_failure(const char *function, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
 // As tslwnfswrf, for the one record whose format holds a wide-string conversion.
 void tslwnfswrf_wide(uint32_t level, const char *function, const wchar_t *text);
 

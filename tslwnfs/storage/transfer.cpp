@@ -2,11 +2,13 @@
 #include "tslwnfs/storage/transfer.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <new>
 
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -14,6 +16,7 @@ namespace {
 enum class Reported : uint8_t { completion_count, status };
 
 [[noreturn]] void end_process() {
+    terminal::tell_reason();
     std::fflush(nullptr);
     std::exit(EXIT_FAILURE);
 }
@@ -85,6 +88,7 @@ bool TransferBuffer::allocate(const char *function, std::size_t bytes) {
 }
 
 std::size_t readlocfile(RequestSlots &requests, std::size_t index, FILE *stream, std::size_t count) {
+    errno = 0;  // a file that ends too early leaves no error
     return std::fread(requests[index].buffer, 1, count, stream);
 }
 

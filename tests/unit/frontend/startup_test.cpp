@@ -4,6 +4,7 @@
 
 #include "front_end_fixture.h"
 #include "platform/banner.h"
+#include "tslwnfs/terminal/screen.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -61,6 +62,55 @@ TEST_F(StartUp, TellsTheLibraryItsTraceLevelsOnlyWhenTracing) {
                             "tdm_init()", "catfile(/a)", "tdm_fini()", "shut_down_client_layer(31)"));
     EXPECT_EQ(trace_enabled, 1);
     EXPECT_EQ(log_enabled, 1);
+}
+
+// A person at the terminal, as far as the program can tell.
+class AtTheTerminal : public StartUp {
+  protected:
+    AtTheTerminal() { terminal::open(); }
+    ~AtTheTerminal() override { terminal::close(); }
+
+    std::string told(const std::string &line, int expected) {
+        CapturedOutput captured(STDERR_FILENO);
+        EXPECT_EQ(run(line), expected) << line;
+        return captured.text();
+    }
+
+  private:
+    ScopedEnvironment always_{"TSLWNFS_TERMINAL", "always"};
+};
+
+TEST_F(AtTheTerminal, AsksTheLibraryForItsFailures) {
+    EXPECT_EQ(told("cat /a", 0), "");
+    EXPECT_THAT(recorder().calls,
+                ElementsAre("tdm_tslinit(?)", "tdm_discover(4, 513)", "tdm_registerthread(0, 1, 0, 0, tslwnfs)",
+                            "tdm_trace(19396, 3)", "tdm_trace(19394, 3)", "tdm_init()", "catfile(/a)", "tdm_fini()",
+                            "shut_down_client_layer(31)"));
+}
+
+TEST_F(AtTheTerminal, LeavesATraceTheLevelsItWasGiven) {
+    told("-trace " + directory_ / "trace" + " -level 4 0 0 0 cat /a", 0);
+    EXPECT_THAT(recorder().calls, testing::Contains("tdm_trace(19396, 4)"));
+    EXPECT_THAT(recorder().calls, testing::Not(testing::Contains("tdm_trace(19396, 3)")));
+}
+
+TEST_F(AtTheTerminal, LeavesTheTerminalToATraceThere) {
+    EXPECT_EQ(told("-trace cp a", 1), "");
+    EXPECT_EQ(recorder().calls.front(), "tdm_tslinit(octx)");
+}
+
+TEST_F(AtTheTerminal, TellsWhyARunFailed) {
+    EXPECT_EQ(told("copy a", 1), "tslwnfs: The second operand is missing\n");
+    EXPECT_EQ(printed_, kFailed);
+    recorder().answers["tdm_init"] = {9};
+    EXPECT_EQ(told("cat /a", 1), "tslwnfs: The storage session could not be opened (status 9)\n");
+    EXPECT_EQ(printed_, "");
+}
+
+TEST_F(AtTheTerminal, TellsThatTheHomeIsMissing) {
+    const ScopedEnvironment unset("TESSEL_HOME", nullptr);
+    messages_catalogue().forget();
+    EXPECT_THAT(told("cat /a", 1), testing::HasSubstr("TESSEL_HOME"));
 }
 
 TEST_F(StartUp, TracesABareHeadForTheDiscovery) {

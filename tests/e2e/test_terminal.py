@@ -1,0 +1,284 @@
+"""What a person at a terminal sees beside the command's output: progress, reasons and warnings. Pipes, the log and the
+trace get none of it."""
+
+import re
+import socket
+
+import pyte
+import pytest
+
+import servers
+from files import digest, make_file
+from terminal import Terminal
+from texts import SUCCEEDED, failed
+
+MB = 1_000_000
+RATE = 8 * MB  # bytes a second, each way
+SIZE = 20 * MB  # lasts well over a second at that rate
+ALWAYS = {"TSLWNFS_TERMINAL": "always"}
+
+
+def text(line):
+    return line.decode().rstrip("\n")
+
+
+@pytest.fixture
+def slow(faulty):
+    server = faulty()
+    server.fault(f"rate={RATE}")
+    return server
+
+
+def frames(shown):
+    """The progress lines, one after the other."""
+    return [frame for frame in re.split(r"[\r\n]+", shown.sent) if re.search(r"  \d+ %", frame)]
+
+
+def assert_only_output_is_left(shown):
+    assert not [line for line in shown.lines if " %" in line], shown.lines
+
+
+def test_a_copy_from_a_server_shows_its_progress(slow, tmp_path):
+    make_file(slow.files / "big", SIZE)
+    shown = Terminal(slow.client).run("cp", slow / "big", tmp_path / "copy")
+    assert shown.status == 0
+    assert digest(tmp_path / "copy") == digest(slow.files / "big")
+    assert re.fullmatch(
+        rf"{slow.remote}/big  \d+ %  [0-9.]+ MiB of 19.1 MiB  [0-9.]+ [KM]iB/s  \d+:\d\d left", frames(shown)[0]
+    )
+    shares = [int(re.search(r"(\d+) %", frame)[1]) for frame in frames(shown)]
+    assert shares == sorted(shares)
+    assert_only_output_is_left(shown)
+    assert shown.lines[-1].endswith(text(SUCCEEDED))
+
+
+@pytest.mark.parametrize("command", ["cp", "mv"])
+def test_a_transfer_to_a_server_shows_its_progress(slow, tmp_path, command):
+    source = make_file(tmp_path / "big", 3 * SIZE)
+    expected = digest(source)
+    shown = Terminal(slow.client).run(command, source, slow / "copy")
+    assert shown.status == 0
+    assert digest(slow.files / "copy") == expected
+    assert frames(shown)
+    assert_only_output_is_left(shown)
+
+
+def test_dd_shows_its_progress_unless_it_prints(slow, tmp_path):
+    make_file(slow.files / "big", SIZE)
+    terminal = Terminal(slow.client)
+    shown = terminal.run("dd", "-if", slow / "big", "-of", tmp_path / "copy", "-bs", "65536")
+    assert frames(shown)
+    assert_only_output_is_left(shown)
+    assert digest(tmp_path / "copy") == digest(slow.files / "big")
+    # Batches to a server are reported on standard output, line by line.
+    shown = terminal.run("dd", "-if", tmp_path / "copy", "-of", slow / "back", "-bs", "65536")
+    assert (shown.status, frames(shown)) == (0, [])
+
+
+def test_a_narrow_terminal_gets_a_shorter_line(slow, tmp_path):
+    make_file(slow.files / "big", SIZE)
+    columns = 30
+    shown = Terminal(slow.client, columns).run("cp", slow / "big", tmp_path / "copy")
+    assert frames(shown)
+    assert all(len(frame) < columns for frame in frames(shown)), frames(shown)
+    assert_only_output_is_left(shown)
+
+
+def test_a_quick_copy_shows_no_progress(faulty, tmp_path):
+    server = faulty()
+    source = make_file(tmp_path / "small", 1000)
+    shown = Terminal(server.client).run("cp", source, server / "small")
+    assert (shown.status, frames(shown), shown.said) == (0, [], [])
+
+
+def test_cat_shows_its_progress_only_beside_a_file(slow, tmp_path):
+    make_file(slow.files / "big", SIZE)
+    with open(tmp_path / "out", "wb") as out:
+        done = slow.client.run("cat", slow / "big", env=ALWAYS)
+        assert b" %" not in done.err  # standard output is a pipe
+        assert (slow.files / "big").read_bytes() in done.out
+    shown = Terminal(slow.client).run("-log", tmp_path / "log", "cat", slow / "big")
+    assert frames(shown)
+    assert (slow.files / "big").read_bytes() in (tmp_path / "log").read_bytes()
+
+
+def test_progress_is_shown_while_the_transfer_runs(slow, tmp_path):
+    make_file(slow.files / "big", SIZE)
+    terminal = Terminal(slow.client)
+    process = terminal.start("cp", slow / "big", tmp_path / "copy")
+    process.expect(" left")
+    screen = pyte.Screen(terminal.columns, terminal.ROWS)
+    pyte.Stream(screen).feed(process.before + process.after)
+    assert any(re.search(r"  \d+ %  .* left", line) for line in screen.display)
+    assert process.isalive()
+    assert_only_output_is_left(terminal.finish(process, process.before + process.after))
+
+
+# Failures on a real server, and the line that each of them leaves. {0} is a directory there that is writable, {1} one
+# that is read-only, {2} a local one with a file in it.
+FAILURES = {
+    "no such file": (["cat", "{0}/none"], r"{0}/none: server \S+: no such file or directory"),
+    "no such directory": (["cp", "{2}/file", "{0}/none/file"], r"{0}/none/file: server \S+: .*no such file or directory"),
+    "directory without -r": (["cp", "{0}", "{2}/copy"], r"{0} is a directory; with -r it is copied, too"),
+    "content of a directory": (["cat", "{0}"], r"{0} is a directory, not a file"),
+    "read-only": (["mkdir", "{1}/new"], r"{1}/new: server \S+: MKDIR: .*read-only.*"),
+    "exists": (["mkdir", "{0}"], r"{0}: server \S+: MKDIR: the name exists already \(NFS3ERR_EXIST\)"),
+    "nothing matches": (["rm", "{0}/*.none"], r"no name matches {0}/\*\.none"),
+    "itself": (["cp", "{2}/file", "{2}/file"], r"{2}/file and {2}/file are the same file"),
+    "no local file": (["cp", "{2}/none", "{0}/x"], r"The file {2}/none could not be opened: No such file or directory"),
+    "no local directory": (
+        ["cp", "{2}/file", "{2}/none/x"],
+        r"The file {2}/none/x could not be opened: No such file or directory",
+    ),
+}
+
+
+@pytest.mark.parametrize("failure", FAILURES)
+def test_a_failure_is_told_in_one_line(server, place, read_only_place, tmp_path, failure):
+    words, expected = FAILURES[failure]
+    make_file(tmp_path / "file", 10)
+    places = (place.remote, read_only_place.remote, tmp_path)
+    words = [word.format(*places) for word in words]
+    shown = Terminal(server.client).run(*words)
+    assert shown.status != 0
+    (said,) = shown.said
+    assert re.fullmatch("tslwnfs: " + expected.format(*map(str, places)), said)
+    assert shown.lines[-1] == said  # behind the verdict
+    # The same in a pipe leaves nothing there, and the same output but for the question of where it goes.
+    piped = server.client.run(*words)
+    assert (piped.status, piped.err) == (shown.status, b"")
+    assert [line for line in shown.lines if line not in shown.said] == [
+        line.rstrip() for line in piped.out.decode().split("\n") if line
+    ]
+
+
+# What the server answers to which request, the command that makes it, and what the person reads.
+ANSWERS = {
+    "WRITE:NOSPC": (["cp", "{local}", "{remote}/new"], "WRITE: no space left on the server", "tslwnfs fsstat DIRECTORY tells"),
+    "COMMIT:IO": (["cp", "{local}", "{remote}/new"], "COMMIT: the server's disk failed", ""),
+    "CREATE:ACCES": (["cp", "{local}", "{remote}/new"], "CREATE: permission denied", "the server was asked as user "),
+    "READ:IO": (["cat", "{remote}/file"], "READ: the server's disk failed", ""),
+    "READ:STALE": (["cat", "{remote}/file"], "READ: the file is gone from the server", "try again"),
+    "REMOVE:ACCES": (["rm", "{remote}/file"], "REMOVE: permission denied", "the server was asked as user "),
+    "MNT:ACCES": (["ls", "{remote}"], "MNT of /export: permission denied", "does the server admit this host?"),
+    "MNT:NOENT": (["ls", "{remote}"], "MNT of /export: no such file", "does the server export that?"),
+}
+
+
+@pytest.mark.parametrize("answer", ANSWERS)
+def test_an_answer_of_the_server_is_told_with_what_to_try(faulty, tmp_path, answer):
+    words, why, advice = ANSWERS[answer]
+    server = faulty()
+    make_file(server.files / "file", 3 * MB)
+    local = make_file(tmp_path / "local", 3 * MB)
+    server.fault(f"status={answer}:*")
+    words = [word.format(local=local, remote=server.remote) for word in words]
+    shown = Terminal(server.client).run(*words)
+    assert shown.status != 0
+    (said,) = shown.said
+    assert said.startswith(f"tslwnfs: {server.remote}")
+    assert f": server faulty: {why}" in said
+    assert advice in said
+    assert server.client.run(*words).err == b""
+
+
+def test_a_server_that_is_not_there_is_told(own, tmp_path):
+    with socket.socket() as unused:
+        unused.bind(("127.0.0.1", 0))
+        port = unused.getsockname()[1]
+        own.tslnfstab.write_text(servers.server_block("gone", f"127.0.0.1:{port}", [("/export", "/wnfs-gone")]))
+        shown = Terminal(own).run("ls", "/wnfs-gone")
+    (said,) = shown.said
+    assert said == (
+        f"tslwnfs: /wnfs-gone: server gone: MNT: 127.0.0.1:{port}: connect: Connection refused; "
+        "is the server up, and is its address in tslnfstab right?"
+    )
+
+
+def test_a_server_that_is_silent_is_told_while_the_command_waits(faulty):
+    server = faulty(mnt_timeout=12)
+    server.fault("silent")
+    terminal = Terminal(server.client)
+    process = terminal.start("ls", server.remote)
+    process.expect_exact("tslwnfs: server faulty not responding, still trying")
+    assert process.isalive()
+    shown = terminal.finish(process, process.before + process.after)
+    assert "no answer within 12 seconds" in shown.said[-1]
+
+
+def test_a_file_that_misses_its_server_is_warned_of(faulty, tmp_path):
+    """The mount point exists as a local directory, too, and takes what the server refused."""
+    server = faulty()
+    mount = tmp_path / "mount"
+    mount.mkdir()
+    server.client.tslnfstab.write_text(
+        servers.server_block("faulty", " ".join(server.daemon.addresses), [("/export", str(mount))])
+    )
+    server.fault("read-only")
+    source = make_file(tmp_path / "source", 1000)
+    shown = Terminal(server.client).run("cp", source, mount / "copy")
+    assert shown.status == 0
+    assert digest(mount / "copy") == digest(source)
+    (said,) = shown.said
+    assert said.startswith(f"tslwnfs: warning: {mount}/copy: server faulty: CREATE: the export is read-only")
+    assert said.endswith("; it goes to the local disk instead, under the mount point")
+    assert server.client.run("cp", source, mount / "copy").err == b""
+
+
+def test_a_tree_that_was_copied_in_part_is_warned_of(faulty, tmp_path):
+    server = faulty()
+    (server.files / "tree").mkdir()
+    server.fault("status=READDIRPLUS:IO:*", "status=READDIR:IO:*")
+    shown = Terminal(server.client).run("cp", "-r", server / "tree", tmp_path / "copy")
+    assert any("READDIRPLUS: the server's disk failed" in line for line in shown.said)
+
+
+def test_trouble_with_the_configuration_is_told_after_a_failure(own, tmp_path):
+    own.tslnfstab.unlink(missing_ok=True)
+    shown = Terminal(own).run("cat", tmp_path / "none")
+    assert shown.said[-1] == f"tslwnfs: warning: tslnfstab, no such file: {own.tslnfstab}"
+    own.tslnfstab.write_text("bogus: 1\n")
+    shown = Terminal(own).run("cat", tmp_path / "none")
+    assert shown.said[-1].startswith("tslwnfs: warning: tslnfstab, line 1: ")
+
+
+def test_a_missing_home_is_told(own):
+    shown = Terminal(own).run("ls", "/", env={"TESSEL_HOME": None})
+    assert shown.status == 1
+    (said,) = shown.said
+    assert "TESSEL_HOME" in said
+
+
+def test_names_cannot_command_the_terminal(faulty):
+    server = faulty()
+    shown = Terminal(server.client).run("cat", server / "a\33[2Jb")
+    (said,) = shown.said
+    assert "/a?[2Jb: " in said
+
+
+def without_clocks(trace):
+    return re.sub(rb"\[\d+\]", b"[n]", trace)
+
+
+@pytest.mark.parametrize("words", [["cp", "{remote}/big", "{local}/copy"], ["cat", "{remote}/none"]])
+def test_output_log_and_trace_are_the_same_with_and_without(slow, tmp_path, words):
+    make_file(slow.files / "big", SIZE)
+    words = [word.format(remote=slow.remote, local=tmp_path) for word in words]
+    results = []
+    for environment in ({}, ALWAYS):
+        (tmp_path / "copy").unlink(missing_ok=True)
+        logged = ["-trace", tmp_path / "trace", "-level", "3", "0", "3", "3", "-log", tmp_path / "log"]
+        done = slow.client.run(*logged, *words, env=environment)
+        trace = without_clocks((tmp_path / "trace").read_bytes())
+        results.append((done.status, done.out, (tmp_path / "log").read_bytes(), trace))
+        assert bool(done.err) == bool(environment)
+    assert results[0] == results[1]
+    assert results[0][3]
+
+
+def test_a_trace_at_the_terminal_is_not_disturbed(faulty):
+    server = faulty()
+    shown = Terminal(server.client).run("-trace", "-level", "3", "0", "0", "3", "cat", server / "none")
+    assert (shown.status, shown.said) == (1, [])
+    assert "status 2: " in shown.sent
+    assert text(failed(1)) in shown.sent

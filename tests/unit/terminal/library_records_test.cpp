@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/terminal/library_records.h"
+
+#include "tests/unit/terminal/open_screen.h"
+
+namespace terminal {
+namespace {
+
+class LibraryRecords : public OpenScreen {};
+
+TEST_F(LibraryRecords, TakesTheReasonOfAFailedCall) {
+    take_library_record("[123],tdm_create status 13: /m/f: server s: CREATE: not allowed: really");
+    note_library_failure("");
+    EXPECT_TRUE(told().starts_with("tslwnfs: /m/f: server s: CREATE: not allowed: really; "));
+}
+
+TEST_F(LibraryRecords, PassesOverEverythingElse) {
+    for (const char *record : {"", "x", "[1],", "[1],tdm_create", "[1],tdm_create begins: /m/f",
+                               "[1],tdm_create status 0", "[1],tdm_create status 13", "[1],tdm_create status x: y",
+                               "[1],tdm_create status 99999999999: y", "[1],nfs server s ok again", "no record at all"})
+        EXPECT_EQ(written([&] { take_library_record(record); }), "") << record;
+    EXPECT_EQ(told(), "");
+}
+
+TEST_F(LibraryRecords, TellsAtOnceThatAServerIsSilentAndThatItIsBack) {
+    EXPECT_EQ(written([] { take_library_record("[1],rpc server s not responding, still trying"); }),
+              "tslwnfs: server s not responding, still trying\n");
+    EXPECT_EQ(written([] { take_library_record("[1],rpc server s ok again"); }), "tslwnfs: server s ok again\n");
+}
+
+TEST_F(LibraryRecords, KeepsWhatIsWrongWithTheConfiguration) {
+    take_library_record("[1],tdm_init tslnfstab, line 3: unknown key \"bogus\"");
+    note_failure("it failed");
+    EXPECT_EQ(told(), "tslwnfs: it failed\ntslwnfs: warning: tslnfstab, line 3: unknown key \"bogus\"\n");
+}
+
+TEST_F(LibraryRecords, PassesEveryRecordOnToTheTraceAsItStands) {
+    FILE *trace = std::tmpfile();
+    TdmProductContext context = {};
+    context.trace_on = 1;
+    context.trace_stream = trace;
+    TdmProductContext *given = listen_to_library(context);
+    ASSERT_NE(given, &context);
+    ASSERT_EQ(given->trace_on, 1);
+    std::fprintf(given->trace_stream, "[%u],tdm_create %s\n", 7U, "status 5: why");
+    context.trace_on = 0;  // the trace is closed
+    std::fprintf(given->trace_stream, "[8],tdm_create lost\n");
+
+    char text[200] = {};
+    std::rewind(trace);
+    EXPECT_GT(std::fread(text, 1, sizeof text - 1, trace), 0U);
+    std::fclose(trace);
+    EXPECT_STREQ(text, "[7],tdm_create status 5: why\n");
+    EXPECT_EQ(told(), "tslwnfs: why\n");
+}
+
+TEST_F(LibraryRecords, LeavesTheContextAloneWhereNobodyListens) {
+    terminal::close();
+    TdmProductContext context = {};
+    EXPECT_EQ(listen_to_library(context), &context);
+}
+
+}  // namespace
+}  // namespace terminal

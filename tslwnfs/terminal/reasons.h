@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+// Why the command at hand failed. What goes wrong is noted while the command runs, and told to a person once the
+// command as a whole has failed; much of what goes wrong on the way does no harm.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace terminal {
+
+// The storage library failed with a status and says why. It stands for what is noted next as the library's.
+void note_library_reason(uint32_t status, std::string_view why);
+
+// Something failed, and this says it all. The first such failure is the one that is told.
+void note_failure(std::string_view what);
+// A call of the system's failed: what, and the error number, 0 when it left none.
+void note_system_failure(std::string_view what, int error);
+// The storage library failed, if it gave a reason: that is told. Without one, what is a remark.
+void note_library_failure(std::string_view what);
+// Of no consequence as a rule: the last one is told if nothing else failed. The library's reason is better, if it gave
+// one, than what and the error number.
+void note_remark(std::string_view what, int error = 0);
+
+// Something is wrong with tslnfstab: told once, after the first failure.
+void note_configuration_trouble(std::string_view what);
+
+// Tells at once what the library failed at, for a command that goes on all the same.
+void warn_of_library_failure(std::string_view what);
+
+// The command failed: tells the reason, if there is one, in one line, and forgets everything.
+void tell_reason();
+// The command calls itself successful: tells as a warning what failed on the way, remarks aside, and forgets it.
+void tell_warning();
+// Tells at once what failed, as a warning with what comes of it, and forgets it.
+void tell_consequence(std::string_view consequence);
+
+}  // namespace terminal

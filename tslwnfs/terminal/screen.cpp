@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/terminal/screen.h"
+
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+#include "platform/environment.h"
+#include "tslwnfs/terminal/text.h"
+
+namespace terminal {
+namespace {
+
+constexpr std::size_t kUsualColumns = 80;
+
+bool opened = false;
+std::size_t shown_columns = 0;
+
+void write(const std::string &text) {
+    static_cast<void>(std::fputs(text.c_str(), stderr));
+    static_cast<void>(std::fflush(stderr));
+}
+
+// A program in the background leaves the terminal to the one in front.
+bool is_in_front() {
+    return isatty(STDERR_FILENO) == 0 || tcgetpgrp(STDERR_FILENO) == getpgrp();
+}
+
+}  // namespace
+
+void open() {
+    constexpr std::size_t kLongest = 16;  // characters of the variable that can mean anything
+    opened = isatty(STDERR_FILENO) != 0 || platform_environment("TSLWNFS_TERMINAL", kLongest) == "always";
+}
+
+void close() {
+    opened = false;
+}
+
+bool is_open() {
+    return opened;
+}
+
+void say(std::string_view line) {
+    if (!opened) return;
+    erase();
+    // An unfinished line stays in the buffer of a standard output that is a terminal, so this gets a line of its own.
+    if (isatty(STDOUT_FILENO) == 0) static_cast<void>(std::fflush(stdout));
+    write("tslwnfs: " + printable(line) + "\n");
+}
+
+void show(std::string_view line) {
+    if (!opened || !is_in_front()) return;
+    // Spaces and a carriage return are all that every terminal understands.
+    const std::size_t width = columns_of(line);
+    const std::size_t rest = shown_columns > width ? shown_columns - width : 0;
+    write("\r" + std::string(line) + std::string(rest, ' '));
+    shown_columns = width;
+}
+
+void erase() {
+    if (shown_columns == 0) return;
+    write("\r" + std::string(shown_columns, ' ') + "\r");
+    shown_columns = 0;
+}
+
+std::size_t columns() {
+    winsize size = {};
+    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    // The last column stays free: a cursor behind it would be on the next line.
+    return (known ? size.ws_col : kUsualColumns) - 1;
+}
+
+bool leads_to_file(FILE *stream) {
+    struct stat status;
+    return fstat(fileno(stream), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+}  // namespace terminal

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+// Standard error while a person looks at it. Scripts and pipes see nothing of what is said and shown here.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <string_view>
+
+namespace terminal {
+
+// From now on things are said and shown, when standard error is a terminal or TSLWNFS_TERMINAL is "always". Without
+// this call nothing ever is.
+void open();
+// Nothing is said and shown any more.
+void close();
+bool is_open();
+
+// One line of the program's, behind its name. It comes after what the command has printed so far.
+void say(std::string_view line);
+
+// Shows a line that the next one replaces and that leaves nothing behind; nothing while the program is in the
+// background. line fits columns().
+void show(std::string_view line);
+void erase();
+
+// What a line that is shown may take.
+std::size_t columns();
+
+// True for a stream into a file: what is shown does not get between what is printed there, as it might in a pipe that
+// ends at the terminal.
+bool leads_to_file(FILE *stream);
+
+}  // namespace terminal
