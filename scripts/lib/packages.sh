@@ -19,6 +19,7 @@ check_needs=(
     /usr/include/gtest/gtest.h:libgtest-dev
     /usr/include/gmock/gmock.h:libgmock-dev
     /usr/lib/python3/dist-packages/pytest:python3-pytest
+    /usr/lib/python3/dist-packages/xdist:python3-pytest-xdist
     /usr/lib/python3/dist-packages/pexpect:python3-pexpect
     /usr/lib/python3/dist-packages/pyte:python3-pyte
     dpkg-shlibdeps:dpkg-dev
