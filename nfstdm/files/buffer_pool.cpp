@@ -26,9 +26,9 @@ std::optional<Buffer> BufferPool::take(std::size_t size) {
         spare_.reserve(kSpareMaximum);  // so that giving one back never allocates
         spare_size_ = size;
     }
-    std::unique_ptr<std::byte[]> bytes;
+    Pages bytes;
     if (spare_.empty()) {
-        bytes = std::make_unique_for_overwrite<std::byte[]>(size);
+        bytes = Pages(static_cast<std::byte *>(::operator new[](size, PagesDeleter::kAlignment)));
     } else {
         bytes = std::move(spare_.back());
         spare_.pop_back();
@@ -37,7 +37,7 @@ std::optional<Buffer> BufferPool::take(std::size_t size) {
     return Buffer(*this, std::move(bytes), size);
 }
 
-void BufferPool::give_back(std::unique_ptr<std::byte[]> bytes, std::size_t size) {
+void BufferPool::give_back(Pages bytes, std::size_t size) {
     taken_ -= size;
     if (size == spare_size_ && spare_.size() < kSpareMaximum) spare_.push_back(std::move(bytes));
 }

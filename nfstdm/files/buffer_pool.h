@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <optional>
 #include <span>
 #include <utility>
@@ -12,6 +13,14 @@
 namespace nfstdm {
 
 class BufferPool;
+
+// Memory that begins with a page. So do the buffers of callers who care about speed, and between two places in a page
+// that differ by a few bytes some processors copy at a quarter of their speed.
+struct PagesDeleter {
+    static constexpr std::align_val_t kAlignment{4096};
+    void operator()(std::byte *bytes) const { ::operator delete[](bytes, kAlignment); }
+};
+using Pages = std::unique_ptr<std::byte[], PagesDeleter>;
 
 // Memory taken from a pool, given back when destroyed. The pool must outlive it.
 class Buffer {
@@ -27,11 +36,11 @@ class Buffer {
 
   private:
     friend class BufferPool;
-    Buffer(BufferPool &pool, std::unique_ptr<std::byte[]> bytes, std::size_t size)
+    Buffer(BufferPool &pool, Pages bytes, std::size_t size)
         : pool_(&pool), bytes_(std::move(bytes)), size_(size) {}
 
     BufferPool *pool_ = nullptr;
-    std::unique_ptr<std::byte[]> bytes_;
+    Pages bytes_;
     std::size_t size_ = 0;
 };
 
@@ -49,11 +58,11 @@ class BufferPool {
 
   private:
     friend class Buffer;
-    void give_back(std::unique_ptr<std::byte[]> bytes, std::size_t size);
+    void give_back(Pages bytes, std::size_t size);
 
     // Buffers given back are kept for the next taker, as long as all asks are of one size: memory that was touched
     // before costs no page faults.
-    std::vector<std::unique_ptr<std::byte[]>> spare_;
+    std::vector<Pages> spare_;
     std::size_t spare_size_ = 0;
     std::size_t limit_;
     std::size_t taken_ = 0;

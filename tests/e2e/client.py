@@ -106,7 +106,21 @@ def finish(process, stdin=b""):
     return Run(process.returncode, out, err)
 
 
+LARGE = 1 << 20  # bytes
+
+
+def link_or_copy(source, destination):
+    """Programs and libraries are shared: hundreds of homes of their size would fill a disk."""
+    if os.path.getsize(source) >= LARGE:
+        try:
+            return os.link(source, destination)
+        except OSError:
+            pass  # on another file system
+    return shutil.copy2(source, destination)
+
+
 def copy_of_home(home, place):
-    """A home of a test's own, which it may configure and damage. Gives its path."""
-    shutil.copytree(home, place, symlinks=True)
+    """A home of a test's own, which it may configure and damage; a large file in it is to be replaced, not written
+    to. Gives its path."""
+    shutil.copytree(home, place, symlinks=True, copy_function=link_or_copy)
     return place
