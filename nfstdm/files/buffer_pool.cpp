@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "nfstdm/files/buffer_pool.h"
 
+#include <utility>
+
 namespace nfstdm {
 namespace {
 
@@ -8,38 +10,39 @@ constexpr std::size_t kSpareMaximum = 64;  // buffers
 
 }  // namespace
 
+Buffer::Buffer(Buffer &&other) noexcept
+    : memory_(std::move(other.memory_)), bytes_(std::move(other.bytes_)), size_(std::exchange(other.size_, 0)) {}
+
 Buffer &Buffer::operator=(Buffer &&other) noexcept {
-    std::swap(pool_, other.pool_);
+    std::swap(memory_, other.memory_);
     std::swap(bytes_, other.bytes_);
     std::swap(size_, other.size_);
     return *this;
 }
 
 Buffer::~Buffer() {
-    if (pool_ != nullptr) pool_->give_back(std::move(bytes_), size_);
+    if (memory_ == nullptr) return;
+    memory_->taken -= size_;
+    if (size_ == memory_->spare_size && memory_->spare.size() < kSpareMaximum)
+        memory_->spare.push_back(std::move(bytes_));
 }
 
 std::optional<Buffer> BufferPool::take(std::size_t size) {
     if (!has_room(size)) return std::nullopt;
-    if (size != spare_size_) {
-        spare_.clear();
-        spare_.reserve(kSpareMaximum);  // so that giving one back never allocates
-        spare_size_ = size;
+    if (size != memory_->spare_size) {
+        memory_->spare.clear();
+        memory_->spare.reserve(kSpareMaximum);  // so that giving one back never allocates
+        memory_->spare_size = size;
     }
     Pages bytes;
-    if (spare_.empty()) {
-        bytes = Pages(static_cast<std::byte *>(::operator new[](size, PagesDeleter::kAlignment)));
+    if (memory_->spare.empty()) {
+        bytes.reset(static_cast<std::byte *>(::operator new[](size, PagesDeleter::kAlignment)));
     } else {
-        bytes = std::move(spare_.back());
-        spare_.pop_back();
+        bytes = std::move(memory_->spare.back());
+        memory_->spare.pop_back();
     }
-    taken_ += size;
-    return Buffer(*this, std::move(bytes), size);
-}
-
-void BufferPool::give_back(Pages bytes, std::size_t size) {
-    taken_ -= size;
-    if (size == spare_size_ && spare_.size() < kSpareMaximum) spare_.push_back(std::move(bytes));
+    memory_->taken += size;
+    return Buffer(memory_, std::move(bytes), size);
 }
 
 }  // namespace nfstdm

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "include/tdm.h"
 
@@ -35,19 +36,25 @@ Result<DirectoryStream::Batch> DirectoryStream::batch(uint64_t position, std::si
     return Batch{std::span(entries_).subspan(first, count), at_end_ && first + count == entries_.size()};
 }
 
+// While what came is given to the caller the server works on what follows.
+Status DirectoryStream::read_more() {
+    if (!question_) question_ = mount_.ask_directory(directory_, cookie_, verifier_);
+    const auto reply = mount_.answer(std::exchange(question_, nullptr));
+    if (!reply.ok()) return start_again(reply.status());
+    if (Status failure = take(reply.value()); !failure.ok()) return failure;
+    if (!at_end_) question_ = mount_.ask_directory(directory_, cookie_, verifier_);
+    return {};
+}
+
 // A server that changed the directory may refuse to go on from a cookie (RFC 1813 section 3.3.16). The listing then
 // starts again, and the names that were given stay given.
-Status DirectoryStream::read_more() {
-    auto reply = mount_.read_directory(directory_, cookie_, verifier_);
-    if (reply.status().number() == kInvalidCookie && cookie_ != 0 && restarts_ < kRestartsMaximum) {
-        ++restarts_;
-        cookie_ = 0;
-        verifier_ = 0;
-        cookies_used_.clear();
-        return {};
-    }
-    if (!reply.ok()) return reply.status();
-    return take(reply.value());
+Status DirectoryStream::start_again(const Status &failure) {
+    if (failure.number() != kInvalidCookie || cookie_ == 0 || restarts_ == kRestartsMaximum) return failure;
+    ++restarts_;
+    cookie_ = 0;
+    verifier_ = 0;
+    cookies_used_.clear();
+    return {};
 }
 
 Status DirectoryStream::take(const DirectoryReply &reply) {

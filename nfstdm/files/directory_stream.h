@@ -49,6 +49,7 @@ class DirectoryStream {
 
   private:
     Status read_more();
+    Status start_again(const Status &failure);
     Status take(const DirectoryReply &reply);
     void take_entry(const DirectoryEntry &entry);
 
@@ -57,6 +58,7 @@ class DirectoryStream {
     std::vector<Entry> entries_;
     std::unordered_set<std::string> names_;
     std::unordered_set<uint64_t> cookies_used_;
+    DirectoryQuestionPointer question_;  // what follows, asked for ahead
     uint64_t cookie_ = 0;
     uint64_t verifier_ = 0;
     std::size_t entries_read_ = 0;

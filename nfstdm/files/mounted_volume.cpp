@@ -130,19 +130,26 @@ Result<FsStatReply> MountedVolume::fsstat(const FileHandle &object) {
     return reply;
 }
 
-Result<DirectoryReply> MountedVolume::read_directory(const FileHandle &directory, uint64_t cookie, uint64_t verifier) {
-    const auto ask = [&](bool plus) {
-        return await<DirectoryReply>(
-            loop_, [&](auto done) { volume_->readdir(directory, cookie, verifier, plus, std::move(done)); });
-    };
-    auto reply = ask(lists_attributes_);
-    if (lists_attributes_ && reply.status().number() == ENOTSUP) {
+DirectoryQuestionPointer MountedVolume::ask_directory(const FileHandle &directory, uint64_t cookie, uint64_t verifier) {
+    auto question = std::make_shared<DirectoryQuestion>(
+        DirectoryQuestion{directory, cookie, verifier, lists_attributes_, now_(), std::nullopt});
+    volume_->readdir(directory, cookie, verifier, question->plus,
+                     [question](Result<DirectoryReply> reply) { question->reply = std::move(reply); });
+    return question;
+}
+
+Result<DirectoryReply> MountedVolume::answer(DirectoryQuestionPointer question) {
+    const auto ask_again = [&] { question = ask_directory(question->directory, question->cookie, question->verifier); };
+    const auto wait = [&] { loop_.run_until([&question] { return question->reply.has_value(); }); };
+    if (now_() - question->asked >= ObjectCache::kLifetime) ask_again();
+    wait();
+    if (question->plus && question->reply->status().number() == ENOTSUP) {
         lists_attributes_ = false;
-        reply = ask(false);
+        ask_again();
+        wait();
     }
-    if (!reply.ok()) return reply.status();
-    cache_.put_attributes(directory, reply.value().directory);
-    return reply;
+    if (question->reply->ok()) cache_.put_attributes(question->directory, question->reply->value().directory);
+    return std::move(*question->reply);
 }
 
 void MountedVolume::forget_handles() {

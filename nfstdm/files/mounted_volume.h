@@ -23,6 +23,17 @@ struct FoundObject {
     Attributes attributes;
 };
 
+// A part of a directory's listing that was asked for. The answer comes to it whether somebody still waits or not.
+struct DirectoryQuestion {
+    FileHandle directory;
+    uint64_t cookie = 0;
+    uint64_t verifier = 0;
+    bool plus = false;  // with READDIRPLUS
+    EventLoop::Clock::time_point asked;
+    std::optional<Result<DirectoryReply>> reply;
+};
+using DirectoryQuestionPointer = std::shared_ptr<DirectoryQuestion>;
+
 class MountedVolume {
   public:
     // What is given by reference must outlive the object.
@@ -48,7 +59,11 @@ class MountedVolume {
     Status remove_directory(const FileHandle &directory, const std::string &name);
     Result<FsInfoReply> fsinfo(const FileHandle &object);
     Result<FsStatReply> fsstat(const FileHandle &object);
-    Result<DirectoryReply> read_directory(const FileHandle &directory, uint64_t cookie, uint64_t verifier);
+
+    // Asks for the entries from a cookie on without waiting for them; answer() does. An answer that may be as old as
+    // what the cache forgets is asked for again.
+    DirectoryQuestionPointer ask_directory(const FileHandle &directory, uint64_t cookie, uint64_t verifier);
+    Result<DirectoryReply> answer(DirectoryQuestionPointer question);
 
     // Forgets every handle, the root's included.
     void forget_handles();

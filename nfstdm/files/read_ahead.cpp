@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::size_t kWidthAtStart = 4;  // files are mostly read from their beginning to their end
 constexpr std::size_t kWidthAfterSeek = 1;
+constexpr std::size_t kWidthAlways = 6;  // even next to the server: one is being used, one may be late
 constexpr std::size_t kSmallestRead =
     64 << 10;  // bytes; a server that answers with less is asked for this all the same
 
@@ -27,14 +28,16 @@ Status check(std::size_t asked, const Result<ReadReply> &reply) {
 
 }  // namespace
 
-ReadAhead::ReadAhead(Volume &volume, const FileHandle &file, uint32_t read_size, BufferPool &pool)
+ReadAhead::ReadAhead(Volume &volume, const FileHandle &file, uint32_t read_size, BufferPool &pool,
+                     std::function<Clock::time_point()> now)
     : volume_(volume),
       file_(file),
       read_size_(read_size),
       buffer_size_(read_size),
       pool_(pool),
       self_(std::make_shared<ReadAhead *>(this)),
-      width_(kWidthAtStart) {}
+      width_(kWidthAtStart),
+      now_(std::move(now)) {}
 
 ReadAhead::~ReadAhead() {
     *self_ = nullptr;
@@ -49,7 +52,7 @@ void ReadAhead::read(uint64_t offset, std::span<std::byte> buffer, DoneCompletio
     extend();
     serve();
     if (requests_.empty()) return;
-    width_ = std::min(width_ * 2, kWidest);
+    width_ = std::max(width_, std::min(width_ * 2, useful_width()));
     extend();
 }
 
@@ -111,9 +114,29 @@ bool ReadAhead::extend_by_one(uint64_t offset) {
 void ReadAhead::fill(const std::shared_ptr<Chunk> &chunk) {
     const auto wanted = chunk->buffer.span().subspan(chunk->filled, chunk->length - chunk->filled);
     volume_.read(file_, chunk->offset + chunk->filled, wanted,
-                 [self = self_, chunk, asked = wanted.size()](const Result<ReadReply> &reply) {
-                     if (*self != nullptr && !chunk->dropped) (*self)->filled(chunk, asked, reply);
+                 [self = self_, chunk, asked = wanted.size(), sent = now_()](const Result<ReadReply> &reply) {
+                     if (*self == nullptr || chunk->dropped) return;
+                     (*self)->measure(sent);
+                     (*self)->filled(chunk, asked, reply);
                  });
+}
+
+void ReadAhead::measure(Clock::time_point sent) {
+    constexpr int kWeight = 8;  // of what was before
+    const auto end = now_();
+    fastest_ = std::min(fastest_, end - sent);
+    if (in_flight_ > 1 && last_end_ != Clock::time_point{}) {
+        const auto interval = end - last_end_;
+        spacing_ = spacing_ == Clock::duration::zero() ? interval : ((kWeight - 1) * spacing_ + interval) / kWeight;
+    }
+    last_end_ = end;
+}
+
+// As many READs as end in the time that the fastest one took, which is the line's length, and as many again because
+// neither server nor line is steady.
+std::size_t ReadAhead::useful_width() const {
+    if (spacing_ <= Clock::duration::zero()) return kWidthAlways;
+    return std::clamp<std::size_t>(static_cast<std::size_t>(2 * fastest_ / spacing_) + 1, kWidthAlways, kWidest);
 }
 
 void ReadAhead::filled(const std::shared_ptr<Chunk> &chunk, std::size_t asked, const Result<ReadReply> &reply) {

@@ -2,19 +2,22 @@
 // The read-ahead window of one open file: a ring of READs ahead of the requests, which keeps several large READs on the
 // wire however small the requests are and although the caller waits for each.
 //
-// Requests that follow each other are served from the window; it is widened only when a request had to wait. A request
-// somewhere else is a seek: the window is dropped, the request is read by itself straight into the caller's buffer, and
-// the window starts again, narrow, when the next request follows on.
+// Requests that follow each other are served from the window. It is widened only when a request had to wait, and only
+// as far as keeps the line busy: what more there is on its way would only fall out of the processor's caches before it
+// is used. A request somewhere else is a seek: the window is dropped, the request is read by itself straight into the
+// caller's buffer, and the window starts again, narrow, when the next request follows on.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <list>
 #include <memory>
 #include <span>
 
 #include "nfstdm/files/buffer_pool.h"
+#include "nfstdm/protocol/event_loop.h"
 #include "nfstdm/protocol/volume.h"
 
 namespace nfstdm {
@@ -23,8 +26,11 @@ class ReadAhead {
   public:
     static constexpr std::size_t kWidest = 16;  // READs in the window
 
+    using Clock = EventLoop::Clock;
+
     // read_size: bytes of one READ. Volume and pool must outlive the object.
-    ReadAhead(Volume &volume, const FileHandle &file, uint32_t read_size, BufferPool &pool);
+    ReadAhead(Volume &volume, const FileHandle &file, uint32_t read_size, BufferPool &pool,
+              std::function<Clock::time_point()> now = Clock::now);
     ~ReadAhead();  // requests that still wait are never completed: wait for idle() first
     ReadAhead(const ReadAhead &) = delete;
     ReadAhead &operator=(const ReadAhead &) = delete;
@@ -71,6 +77,8 @@ class ReadAhead {
     void fill(const std::shared_ptr<Chunk> &chunk);
     void filled(const std::shared_ptr<Chunk> &chunk, std::size_t asked, const Result<ReadReply> &reply);
     void learn(std::size_t asked, const ReadReply &reply);
+    void measure(Clock::time_point sent);
+    std::size_t useful_width() const;
 
     void serve();
     Progress advance(Request &request);
@@ -97,6 +105,11 @@ class ReadAhead {
     std::size_t in_flight_ = 0;                  // of the window
     std::size_t width_;                          // READs the window may hold now
     bool window_allowed_ = true;
+
+    const std::function<Clock::time_point()> now_;
+    Clock::duration fastest_ = Clock::duration::max();  // READ so far, from its start to its end
+    Clock::duration spacing_{};                         // mean time between the ends of READs; 0 = not known
+    Clock::time_point last_end_;
     uint64_t position_ = 0;  // end of the latest request
     uint64_t expected_size_ = 0;
     uint64_t told_size_ = 0;

@@ -21,6 +21,7 @@ def pytest_addoption(parser):
 
 def pytest_configure(config):
     config.addinivalue_line("markers", "large: moves gigabytes (not under the sanitizers, which slow every byte)")
+    config.addinivalue_line("markers", "plain: links the library to a program that has no sanitizer's runtime")
 
 
 def pytest_generate_tests(metafunc):

@@ -8,6 +8,8 @@ import client
 import pytest
 import servers
 
+pytestmark = pytest.mark.plain
+
 EXAMPLES = pathlib.Path(__file__).resolve().parents[2] / "examples"
 
 

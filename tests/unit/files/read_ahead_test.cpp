@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <deque>
 
 #include "tests/unit/files/fake_volume.h"
 
@@ -81,6 +82,46 @@ TEST_F(ReadAheadTest, SmallRequestsInSequenceKeepAtLeastFourLargeReadsInFlight) 
     EXPECT_EQ(volume_.largest, kLarge);
     EXPECT_EQ(server_.calls[Op::read], 40U);
     EXPECT_LE(volume_.most_waiting, ReadAhead::kWidest);
+}
+
+// Plays a line on which a READ takes at least a time, and one ends a time after the other.
+class ReadAheadOnALine : public ReadAheadTest {
+  protected:
+    using Time = ReadAhead::Clock::time_point;
+
+    // The most READs that were on the wire at once.
+    std::size_t width_on(std::chrono::microseconds length, std::chrono::microseconds spacing) {
+        content_ = pattern(60 * kLarge);
+        file_ = server_.add_file("/f", content_);
+        window_.emplace(volume_, server_.handle(file_), kLarge, pool_, [this] { return now_; });
+        window_->expect_size(content_.size());
+        volume_.held = true;
+        std::deque<Time> sent;
+        std::size_t most = 0;
+        for (uint64_t offset = 0; offset < 40 * kLarge; offset += kLarge) {
+            const auto asked = start(offset, kLarge);
+            while (!asked->result) {
+                sent.resize(volume_.waiting_for(Op::read), now_);
+                most = std::max(most, sent.size());
+                now_ = std::max(now_ + spacing, sent.front() + length);
+                sent.pop_front();
+                volume_.answer_first();
+            }
+        }
+        return most;
+    }
+
+    Time now_{std::chrono::seconds(1)};
+};
+
+TEST_F(ReadAheadOnALine, IsNarrowNextToTheServer) {
+    using std::chrono::microseconds;
+    EXPECT_LE(width_on(microseconds(300), microseconds(300)), 6U);
+}
+
+TEST_F(ReadAheadOnALine, IsWideOverADistance) {
+    using std::chrono::microseconds;
+    EXPECT_EQ(width_on(microseconds(100000), microseconds(100)), ReadAhead::kWidest);
 }
 
 TEST_F(ReadAheadTest, RandomRequestsReadOnlyWhatTheyAskFor) {
