@@ -114,6 +114,40 @@ TEST_F(DirectoryTest, AServerWithoutReaddirplusIsListedWithReaddirAndAskedOnlyOn
     EXPECT_EQ(one_.calls[Op::readdir], 5U);
 }
 
+TEST_F(DirectoryTest, TheServerWorksOnWhatFollowsWhileAPartIsGiven) {
+    one_.entries_per_reply = 5;
+    add_files(20);
+    DirectoryStream::Batch batch;
+    ASSERT_TRUE(paths_.list("/mnt/one", 0, 4, batch).ok());
+    loop_.poll_once();
+    EXPECT_EQ(one_.calls[Op::readdir], 2U);
+    ASSERT_TRUE(paths_.list("/mnt/one", 4, 4, batch).ok());
+    loop_.poll_once();
+    EXPECT_EQ(one_.calls[Op::readdir], 3U);
+}
+
+TEST_F(DirectoryTest, AnAnswerThatWasAskedForLongAgoIsAskedForAgain) {
+    one_.entries_per_reply = 5;
+    const auto names = add_files(20);
+    DirectoryStream::Batch batch;
+    ASSERT_TRUE(paths_.list("/mnt/one", 0, 4, batch).ok());
+    now_ += ObjectCache::kLifetime;
+    ASSERT_TRUE(paths_.list("/mnt/one", 4, 4, batch).ok());
+    loop_.poll_once();
+    EXPECT_EQ(one_.calls[Op::readdir], 4U);
+    EXPECT_THAT(list(4), ElementsAreArray(with_dots(names)));
+}
+
+TEST_F(DirectoryTest, ADirectoryMayBeLeftWhileItsNextPartIsOnItsWay) {
+    one_.entries_per_reply = 5;
+    add_files(20);
+    DirectoryStream::Batch batch;
+    ASSERT_TRUE(paths_.list("/mnt/one", 0, 4, batch).ok());
+    mounts_.detach();
+    loop_.poll_once();
+    EXPECT_EQ(batch.entries.size(), 4U);
+}
+
 TEST_F(DirectoryTest, AfterABadCookieTheListingStartsAgainAndNoNameComesTwice) {
     one_.entries_per_reply = 5;
     const auto names = add_files(20);
