@@ -66,6 +66,16 @@ TEST_F(FindTest, MatchesStayOnStandardOutputWhenTheLogIsOn) {
     EXPECT_EQ(outcome.log, "");
 }
 
+TEST_F(FindTest, WhatACommandPrintsStaysOnStandardOutputWhenTheLogIsOn) {
+    directory_.file("f", "");
+    turn_log_on();
+    exec({"echo", "{}"});
+    COMMAND_OPTION |= kFindPrint;
+    const Outcome outcome = find(directory_.path());
+    EXPECT_EQ(outcome.output, directory_.path("f") + " \n" + directory_.path("f") + "\n");
+    EXPECT_EQ(outcome.log, "");
+}
+
 TEST_F(FindTest, ARemoteTreeIsWalkedDepthFirstInTheServersOrder) {
     fake_.volume.add_file("/m/d/z", "");
     fake_.volume.add_file("/m/d/sub/f", "");
@@ -194,6 +204,28 @@ TEST_F(FindTest, TypeAndSizeAreBothRequired) {
     EXPECT_THAT(found(), ElementsAre("large"));
 }
 
+TEST_F(FindTest, ADirectorysOwnSizeIsTestedLikeAFiles) {
+    fake_.volume.add_directory("/m/d/sub");  // 4096 bytes
+    for (const uint32_t type : {0U, static_cast<uint32_t>(kFindType)}) {
+        find_type_c = 'd';
+        COMMAND_OPTION = type | kFindSizeAtLeast;
+        find_size_gsize = 4096;
+        EXPECT_EQ(find("/m/d").output, "/m/d/sub \n");
+        find_size_gsize = 4097;
+        EXPECT_EQ(find("/m/d").output, "");
+        COMMAND_OPTION = type | kFindSizeAtMost;
+        find_size_lsize = 4096;
+        EXPECT_EQ(find("/m/d").output, "/m/d/sub \n");
+        find_size_lsize = 4095;
+        EXPECT_EQ(find("/m/d").output, "");
+        COMMAND_OPTION = type | kFindSize;
+        find_size_size = 4096;
+        EXPECT_EQ(find("/m/d").output, "/m/d/sub \n");
+        find_size_size = 4095;
+        EXPECT_EQ(find("/m/d").output, "");
+    }
+}
+
 TEST_F(FindTest, ThePathPatternCoversTheWholePathWithoutCase) {
     directory_.directory("Sub/Deep");
     directory_.file("Sub/Deep/File", "");
@@ -263,6 +295,17 @@ TEST_F(FindTest, ALinkIsReportedUnlessItIsFollowed) {
         lines.push_back(line);
     }
     EXPECT_THAT(lines, testing::UnorderedElementsAre(target + "/f ", directory_.path("tree/sub") + " "));
+}
+
+TEST_F(FindTest, AFollowedLinkThatCannotBeReadIsPassedOver) {
+    COMMAND_OPTION = kFindFollow;
+    fake_.volume.add_link("/m/d/broken", "/m/target");
+    fake_.volume.add_link("/m/d/whole", "/m/target");
+    fake_.volume.add_directory("/m/target/sub");
+    fake_.answer("readlink", 1, {.status = 5, .location = {}});
+    EXPECT_THAT(find("/m/d").output, testing::EndsWith("/m/d/whole not a directory/m/target/sub \n"));
+    EXPECT_THAT(trace_of("findfile"), IsEmpty());
+    EXPECT_TRUE(fake_.every_answer_was_given());
 }
 
 TEST_F(FindTest, ATargetIsWalkedAtTheLinksDepthAndDoesNotCountAsAMatch) {
@@ -339,6 +382,26 @@ TEST_F(FindTest, ACommandRunsForMatchesOnly) {
     exec({"echo", "{}"});
     EXPECT_EQ(find(directory_.path(), "ma*").output, directory_.path("match") + "\n");
     EXPECT_EQ(find(directory_.path(), "none").output, "");
+}
+
+TEST_F(FindTest, NoCommandRunsForWhatFailsAnotherTestThanTheName) {
+    directory_.file("f", "12345");
+    fs::create_symlink("f", directory_.path("link"));
+    find_type_c = 'd';
+    find_size_size = find_size_lsize = 3;
+    find_size_gsize = 300;
+    find_path_pattern = "*/elsewhere/*";
+    // The name lets the link pass to the one option that leaves links out.
+    for (const auto &[bits, name] : {std::pair<uint32_t, const char *>{kFindType, "*"},
+                                     {kFindSize, "*"},
+                                     {kFindSizeAtMost, "f"},
+                                     {kFindSizeAtLeast, "*"},
+                                     {kFindPath, "*"},
+                                     {kFindFollow, "l*"}}) {
+        COMMAND_OPTION = bits;
+        exec({"echo", "{}"});
+        EXPECT_EQ(find(directory_.path(), name).output, "") << bits;
+    }
 }
 
 TEST_F(FindTest, NamesThatTheShellWouldTakeApartReachTheCommandWhole) {
