@@ -322,6 +322,17 @@ TEST_F(DdTest, ADirectoryAsOutputTakesTheInputsName) {
     EXPECT_EQ(fake_.volume.content("/m/d/stdin"), "text");
 }
 
+TEST_F(DdTest, AnOutputThatBecomesTooLongIsRefused) {
+    pbsz = 512;
+    const std::string directory = "/m/" + std::string(250, 'a') + "/" + std::string(250, 'b');
+    fake_.volume.add_directory(directory);
+    fake_.volume.add_file("/m/longer-than-the-rest", "text");
+    EXPECT_EQ(dd("/m/longer-than-the-rest", directory).status, 1u);
+    EXPECT_THAT(trace().back(), testing::StartsWith("ddfile TWNFS-65059: The path " + directory.substr(0, 400)));
+    EXPECT_THAT(fake_.calls_of({"create"}), IsEmpty());
+    EXPECT_EQ(fake_.volume.content("/m/longer-than-the-rest"), "text");
+}
+
 TEST_F(DdTest, ADirectoryAsInputIsRefused) {
     COMMAND_OPTION = kDdCount;  // the bit that makes copy recurse
     EXPECT_EQ(dd(directory_.directory("d"), local("dst")).status, 1u);
@@ -394,6 +405,15 @@ TEST_F(DdTest, TheRecordsHaveTheirLevels) {
                 ElementsAre("ddfile tdm_resize successful:source ", "ddfile tdm_reidentify successful:source ",
                             "ddfile TWNFS-65036: Identification of /m/dst returned code 3.",
                             "ddfile tdm_reidentify successful:dest ", "ddfile tdm_commit successful "));
+}
+
+TEST_F(DdTest, TheRecordsOfAnExistingOutputAreOfLevelOne) {
+    const std::string source = directory_.file("src", "text");
+    fake_.volume.add_file("/m/dst", "old");
+    trace_level(2);
+    EXPECT_EQ(dd(source, "/m/dst").status, 0u);
+    EXPECT_THAT(trace_of("ddfile"),
+                ElementsAre("ddfile TWNFS-65036: Identification of " + source + " returned code 2."));
 }
 
 TEST_F(DdTest, AnOutputOfAnUnknownKindIsCreatedWithItsSize) {
@@ -558,6 +578,18 @@ TEST_F(DdTest, ABatchThatCannotBeAwaitedStopsTheCopyWhenNothingIsInFlight) {
 }
 
 // Failures
+
+TEST_F(DdTest, AFailedRequestOfACopyBetweenServersIsTracedAndTheCopyGoesOn) {
+    set({4, 4});
+    fake_.volume.add_file("/m/src", "01234567");
+    fake_.complete_request(2, 28);
+    fake_.complete_request(3, 5);
+    EXPECT_EQ(dd("/m/src", "/m/dst").status, 0u);
+    EXPECT_EQ(trace_of("writenfsfile").size(), 1u);
+    EXPECT_EQ(trace_of("readnfsfile").size(), 1u);
+    EXPECT_EQ(fake_.volume.content("/m/dst").size(), 8u);
+    EXPECT_TRUE(fake_.every_answer_was_given());
+}
 
 TEST_F(DdDeathTest, ABrokenRemoteInputEndsTheProcess) {
     fake_.volume.add_file("/m/src", "text");

@@ -331,6 +331,8 @@ TEST_F(MoveTest, ThroughTheExecutorAFileGoesIntoADirectory) {
     const std::string directory = directory_.directory("Dir");
     const Outcome outcome = run([&] { return exec_command(source.c_str(), directory.c_str()); });
     EXPECT_EQ(outcome.status, 0u);
+    EXPECT_EQ(outcome.output, "MOVE " + source + " to " + directory + "/name: \n" +
+                                  "TWNFS-65023: The command completed successfully.\n");
     EXPECT_EQ(read_file(directory + "/name"), "text");
     EXPECT_FALSE(fs::exists(source));
     // A directory of that very name is in the way.
