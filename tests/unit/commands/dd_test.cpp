@@ -498,6 +498,13 @@ TEST_F(DdTest, LocalBlocksGoToAServerInBatches) {
                             "reap requests=2 minreap=0 timeout=4294967295 count=0"));
 }
 
+TEST_F(DdTest, BehindWhatIsWantedOfAShortBlockTheServerGetsZeros) {
+    nios = 1;  // the one buffer still holds the block before
+    set({4, 4}, 0, 0, 9);
+    EXPECT_EQ(dd(directory_.file("src", "01234567ab"), "/m/dst").status, 0u);
+    EXPECT_EQ(fake_.volume.content("/m/dst"), std::string("01234567a\0", 10));
+}
+
 TEST_F(DdTest, CompletionsAreAwaitedAFewAtATimeAndNeverMoreThanThereAre) {
     set({1, 1});
     wios = 8;

@@ -333,6 +333,17 @@ TEST_F(FileSystemTest, AThousandLinksInARowAreFollowedAndARingEnds) {
     EXPECT_THAT(trace().back(), testing::EndsWith(": more than 1000 links in a row"));
 }
 
+TEST_F(FileSystemTest, AFailedCallDescribesNothingWhateverTheLocation) {
+    const std::string path = known_file();
+    fake_.answer("fsinfo", 1, {.status = 5, .location = 1});
+    fake_.answer("fsstat", 1, {.status = 5, .location = 1});
+    for (const Outcome &outcome : {fsinfo(path), fsstat(path)}) {
+        EXPECT_EQ(outcome.status, 1u);
+        EXPECT_EQ(outcome.output, "");
+    }
+    EXPECT_TRUE(fake_.every_answer_was_given());
+}
+
 TEST_F(FileSystemTest, TheOptionBitsOfOtherCommandsMeanNothingHere) {
     commandtype = kList;
     COMMAND_OPTION = kStatFigures | kStatFormat;

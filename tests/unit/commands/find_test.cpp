@@ -93,6 +93,18 @@ TEST_F(FindTest, NothingMatchedIsFour) {
     EXPECT_EQ(outcome.output, "");
 }
 
+TEST_F(FindTest, AMatchCountsWhateverComesBehindIt) {
+    fake_.volume.add_file("/m/d/match", "");
+    fake_.volume.add_file("/m/d/other", "");
+    fake_.volume.add_directory("/m/d/sub");
+    EXPECT_EQ(find("/m/d", "match").status, 0u);
+}
+
+TEST_F(FindTest, MatchesHaveTheResolvedPathOfTheStart) {
+    fake_.volume.add_directory("/m/d/sub");
+    EXPECT_EQ(find("/m/./x/../d").output, "/m/d/sub \n");
+}
+
 TEST_F(FindTest, AMatchDeeperDownCounts) {
     directory_.directory("a/b");
     directory_.file("a/b/deep", "");
