@@ -218,23 +218,21 @@ TEST_F(FindTest, TypeAndSizeAreBothRequired) {
 
 TEST_F(FindTest, ADirectorysOwnSizeIsTestedLikeAFiles) {
     fake_.volume.add_directory("/m/d/sub");  // 4096 bytes
-    for (const uint32_t type : {0U, static_cast<uint32_t>(kFindType)}) {
-        find_type_c = 'd';
-        COMMAND_OPTION = type | kFindSizeAtLeast;
-        find_size_gsize = 4096;
-        EXPECT_EQ(find("/m/d").output, "/m/d/sub \n");
-        find_size_gsize = 4097;
-        EXPECT_EQ(find("/m/d").output, "");
-        COMMAND_OPTION = type | kFindSizeAtMost;
-        find_size_lsize = 4096;
-        EXPECT_EQ(find("/m/d").output, "/m/d/sub \n");
-        find_size_lsize = 4095;
-        EXPECT_EQ(find("/m/d").output, "");
-        COMMAND_OPTION = type | kFindSize;
-        find_size_size = 4096;
-        EXPECT_EQ(find("/m/d").output, "/m/d/sub \n");
-        find_size_size = 4095;
-        EXPECT_EQ(find("/m/d").output, "");
+    find_type_c = 'd';
+    struct Case {
+        uint32_t bit;
+        int32_t size;
+        const char *found;
+    };
+    const char *const directory = "/m/d/sub \n";
+    for (const Case &one : {Case{kFindSizeAtLeast, 4096, directory}, Case{kFindSizeAtLeast, 4097, ""},
+                            Case{kFindSizeAtMost, 4096, directory}, Case{kFindSizeAtMost, 4095, ""},
+                            Case{kFindSize, 4096, directory}, Case{kFindSize, 4095, ""}}) {
+        find_size_size = find_size_gsize = find_size_lsize = one.size;
+        COMMAND_OPTION = one.bit;
+        EXPECT_EQ(find("/m/d").output, one.found) << one.bit << " " << one.size;
+        COMMAND_OPTION = one.bit | kFindType;
+        EXPECT_EQ(find("/m/d").output, one.found) << one.bit << " " << one.size << " and a type";
     }
 }
 
