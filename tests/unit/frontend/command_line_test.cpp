@@ -315,7 +315,7 @@ TEST_F(CommandLine, FindTakesItsOptionsInAnyOrderButExecLast) {
     std::vector<std::string> options = {"-follow",   "-maxdepth 3", "-name a", "-path p*",
                                         "-size +1k", "-type d",     "-print"};
     for (std::size_t turn = 0; turn < options.size(); ++turn) {
-        std::ranges::rotate(options, options.begin() + 1);
+        std::rotate(options.begin(), options.begin() + 1, options.end());
         std::string line = "find /d";
         for (const std::string &option : options)
             line += " " + option;
