@@ -59,6 +59,23 @@ def test_a_skip_and_a_count_give_what_coreutils_gives(server, place, source, tmp
     assert (tmp_path / "local").read_bytes() == expected
 
 
+@pytest.mark.parametrize("block", BLOCKS)
+def test_a_skip_and_a_seek_in_blocks_of_any_size(server, place, tmp_path, block):
+    """A local output gets what coreutils gives it. A remote one is at last cut, or filled up, to the input's size."""
+    data = content(5000)
+    (tmp_path / "in").write_bytes(data)
+    (place.files / "in").write_bytes(data)
+    skip, seek = (3, 2) if block < 1000 else (0, 1)
+    coreutils(tmp_path / "in", f"of={tmp_path / 'expected'}", f"bs={block}", f"skip={skip}", f"seek={seek}")
+    expected = (tmp_path / "expected").read_bytes()
+    for number, source in enumerate((tmp_path / "in", place / "in")):
+        words = ["-if", source, "-bs", str(block), "-skip", str(skip), "-seek", str(seek)]
+        server.ok("dd", "-of", tmp_path / "out", *words)
+        assert (tmp_path / "out").read_bytes() == expected
+        server.ok("dd", "-of", place / f"out{number}", *words)
+        assert (place.files / f"out{number}").read_bytes() == expected.ljust(5000, b"\0")[:5000]
+
+
 def test_standard_input_goes_to_a_server_and_its_size_is_asked_for(server, place):
     data = content(5000)
     done = server.run("dd", "-of", place / "f", "-bs", "1000", stdin=b"5000\n" + data)

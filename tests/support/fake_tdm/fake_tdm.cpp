@@ -26,6 +26,10 @@ void FakeTdm::complete_request(uint32_t nth, uint32_t status) {
     request_statuses_[nth] = status;
 }
 
+void FakeTdm::when(const std::string &operation, std::function<void()> event) {
+    events_[operation] = std::move(event);
+}
+
 std::vector<std::string> FakeTdm::calls_of(const std::vector<std::string> &operations) const {
     std::vector<std::string> selected;
     for (const std::string &call : calls_) {
@@ -38,6 +42,7 @@ std::vector<std::string> FakeTdm::calls_of(const std::vector<std::string> &opera
 std::optional<FakeAnswer> FakeTdm::record(const std::string &operation, const std::string &arguments) {
     calls_.push_back(arguments.empty() ? operation : operation + " " + arguments);
     if (!log_file.empty()) std::ofstream(log_file, std::ios::app) << calls_.back() << '\n';
+    if (const auto event = events_.extract(operation)) event.mapped()();
     const auto once = answers_.find({operation, ++call_counts_[operation]});
     if (once != answers_.end()) {
         const FakeAnswer given = once->second;

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -46,6 +47,9 @@ class FakeTdm {
     // The nth request (from 1) completes with this status; the call that collects it succeeds.
     void complete_request(uint32_t nth, uint32_t status);
 
+    // This happens once, when an operation is called next: what another process may do meanwhile.
+    void when(const std::string &operation, std::function<void()> event);
+
     // The calls so far, a line each, such as "resize file=1 size=33280".
     const std::vector<std::string> &calls() const { return calls_; }
     void forget_calls() { calls_.clear(); }
@@ -75,6 +79,7 @@ class FakeTdm {
     std::map<std::string, uint32_t> call_counts_;
     std::map<std::pair<std::string, uint32_t>, FakeAnswer> answers_;
     std::map<std::string, FakeAnswer> standing_answers_;
+    std::map<std::string, std::function<void()>> events_;
     std::map<uint32_t, uint32_t> request_statuses_;
     uint32_t request_count_ = 0;
     uint64_t last_file_ = 0;

@@ -182,6 +182,21 @@ TEST_F(DdTest, WithTheLogOnStandardOutputHoldsTheQuestionAndTheData) {
     EXPECT_EQ(outcome.log, std::string(kFromStandardInput) + kToStandardOutput + kCompletion);
 }
 
+TEST_F(DdTest, AFileGoesToStandardOutputWithoutItsPadding) {
+    pbsz = 512;
+    const std::string text = sample_text(100);
+    const std::string source = directory_.file("src", text);
+    fake_.volume.add_file("/m/src", text);
+    for (const Blocks blocks : {Blocks{10, 10}, Blocks{20, 3}, Blocks{4, 10}}) {
+        set(blocks);
+        EXPECT_EQ(dd(source, "").output, kToStandardOutput + text);
+        set(blocks);
+        EXPECT_EQ(dd("/m/src", "").output, std::string(kToStandardOutput) + "/m/src not a directory" + text);
+    }
+    EXPECT_EQ(fake_.volume.content("/m/src"), text);
+    EXPECT_THAT(fake_.calls_of({"create", "commit"}), IsEmpty());
+}
+
 TEST_F(DdTest, AnEndOfInputBeforeTheSizeEndsTheCopy) {
     const Outcome outcome = dd("", local("dst"), "1000000\nhello");
     EXPECT_EQ(outcome.status, 0u);
@@ -217,6 +232,9 @@ TEST_F(DdTest, StandardInputIsSkippedByReading) {
     set({4, 4}, 0, 6);
     EXPECT_EQ(dd("", local("dst"), "10\n0123456789").status, 0u);
     EXPECT_EQ(read_file(local("dst")), "6789");
+    set({4, 4}, 0, 2, 5);
+    EXPECT_EQ(dd("", local("dst"), "10\n0123456789").status, 0u);
+    EXPECT_EQ(read_file(local("dst")), "23456");
     set({4, 4}, 0, 600);
     EXPECT_EQ(dd("", local("dst"), "1000\n0123456789").status, 0u);
     EXPECT_EQ(read_file(local("dst")), "");
@@ -304,6 +322,17 @@ TEST_F(DdTest, ADirectoryAsOutputTakesTheInputsName) {
     EXPECT_EQ(fake_.volume.content("/m/d/stdin"), "text");
 }
 
+TEST_F(DdTest, AnOutputThatBecomesTooLongIsRefused) {
+    pbsz = 512;
+    const std::string directory = "/m/" + std::string(250, 'a') + "/" + std::string(250, 'b');
+    fake_.volume.add_directory(directory);
+    fake_.volume.add_file("/m/longer-than-the-rest", "text");
+    EXPECT_EQ(dd("/m/longer-than-the-rest", directory).status, 1u);
+    EXPECT_THAT(trace().back(), testing::StartsWith("ddfile TWNFS-65059: The path " + directory.substr(0, 400)));
+    EXPECT_THAT(fake_.calls_of({"create"}), IsEmpty());
+    EXPECT_EQ(fake_.volume.content("/m/longer-than-the-rest"), "text");
+}
+
 TEST_F(DdTest, ADirectoryAsInputIsRefused) {
     COMMAND_OPTION = kDdCount;  // the bit that makes copy recurse
     EXPECT_EQ(dd(directory_.directory("d"), local("dst")).status, 1u);
@@ -326,6 +355,7 @@ TEST_F(DdTest, AFileIsNeverCopiedOntoItself) {
 
 TEST_F(DdTest, AnExistingRemoteOutputIsResizedBeforeTheData) {
     pbsz = 512;
+    COMMAND_OPTION = kDdBs;  // the bit that makes copy ask
     set({1024, 1024}, 2048, 1000);
     fake_.volume.add_file("/m/dst", sample_text(9000));
     const std::string source = directory_.file("src", sample_text(3000));
@@ -377,12 +407,31 @@ TEST_F(DdTest, TheRecordsHaveTheirLevels) {
                             "ddfile tdm_reidentify successful:dest ", "ddfile tdm_commit successful "));
 }
 
+TEST_F(DdTest, TheRecordsOfAnExistingOutputAreOfLevelOne) {
+    const std::string source = directory_.file("src", "text");
+    fake_.volume.add_file("/m/dst", "old");
+    trace_level(2);
+    EXPECT_EQ(dd(source, "/m/dst").status, 0u);
+    EXPECT_THAT(trace_of("ddfile"),
+                ElementsAre("ddfile TWNFS-65036: Identification of " + source + " returned code 2."));
+}
+
 TEST_F(DdTest, AnOutputOfAnUnknownKindIsCreatedWithItsSize) {
     pbsz = 512;
     set({512, 512});
     fake_.answer("identify", 2, {.status = 0, .location = 7});
     EXPECT_EQ(dd(directory_.file("src", "text"), "/m/dst").status, 0u);
     EXPECT_THAT(fake_.calls_of({"create"}), ElementsAre("create /m/dst size=512 type=2 mode=2 length=513"));
+    EXPECT_THAT(trace_of("ddfile"), testing::Contains("ddfile TWNFS-65036: Identification of /m/dst returned code 7."));
+}
+
+TEST_F(DdTest, AnOutputThatCannotBeIdentifiedIsCreatedWithoutASize) {
+    pbsz = 512;
+    set({512, 512});
+    fake_.answer("identify", 2, {.status = 5, .location = 1});
+    EXPECT_EQ(dd(directory_.file("src", "text"), "/m/dst").status, 0u);
+    EXPECT_THAT(fake_.calls_of({"create"}), ElementsAre("create /m/dst size=0 type=2 mode=2 length=513"));
+    EXPECT_EQ(fake_.volume.content("/m/dst"), "text");
 }
 
 TEST_F(DdTest, ASeekLosesTheTailWhenTheOutputIsCutToTheInputsSize) {
@@ -449,6 +498,13 @@ TEST_F(DdTest, LocalBlocksGoToAServerInBatches) {
                             "reap requests=2 minreap=0 timeout=4294967295 count=0"));
 }
 
+TEST_F(DdTest, BehindWhatIsWantedOfAShortBlockTheServerGetsZeros) {
+    nios = 1;  // the one buffer still holds the block before
+    set({4, 4}, 0, 0, 9);
+    EXPECT_EQ(dd(directory_.file("src", "01234567ab"), "/m/dst").status, 0u);
+    EXPECT_EQ(fake_.volume.content("/m/dst"), std::string("01234567a\0", 10));
+}
+
 TEST_F(DdTest, CompletionsAreAwaitedAFewAtATimeAndNeverMoreThanThereAre) {
     set({1, 1});
     wios = 8;
@@ -497,6 +553,18 @@ TEST_F(DdTest, AFailedRequestIsReportedAndTheCopyGoesOn) {
     EXPECT_TRUE(fake_.every_answer_was_given());
 }
 
+TEST_F(DdTest, WithTheLogOnABatchReportsThere) {
+    turn_log_on();
+    set({4, 4});
+    fake_.volume.add_file("/m/dst", "old");
+    fake_.complete_request(2, 28);
+    const Outcome outcome = dd(directory_.file("src", "012345"), "/m/dst");
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(outcome.log, "/m/dst not a directory" + exists("/m/dst") +
+                               "warning ::1. ibs-4 & len-2 differ\n"
+                               "Warning::1. i/o submission failed erc=28 offset=4\nreadio::2\n");
+}
+
 TEST_F(DdTest, ABatchThatCannotBeSubmittedStopsTheCopy) {
     set({4, 4});
     fake_.answer("submit", 1, {.status = 110, .location = {}});
@@ -518,6 +586,18 @@ TEST_F(DdTest, ABatchThatCannotBeAwaitedStopsTheCopyWhenNothingIsInFlight) {
 
 // Failures
 
+TEST_F(DdTest, AFailedRequestOfACopyBetweenServersIsTracedAndTheCopyGoesOn) {
+    set({4, 4});
+    fake_.volume.add_file("/m/src", "01234567");
+    fake_.complete_request(2, 28);
+    fake_.complete_request(3, 5);
+    EXPECT_EQ(dd("/m/src", "/m/dst").status, 0u);
+    EXPECT_EQ(trace_of("writenfsfile").size(), 1u);
+    EXPECT_EQ(trace_of("readnfsfile").size(), 1u);
+    EXPECT_EQ(fake_.volume.content("/m/dst").size(), 8u);
+    EXPECT_TRUE(fake_.every_answer_was_given());
+}
+
 TEST_F(DdDeathTest, ABrokenRemoteInputEndsTheProcess) {
     fake_.volume.add_file("/m/src", "text");
     fake_.answer("reap", 1, {.status = 5, .location = {}});
@@ -535,7 +615,28 @@ TEST_F(DdTest, InputsThatCannotBeOpened) {
     EXPECT_EQ(trace().back(), "ddfile TWNFS-65059: The path .. could not be resolved.");
     EXPECT_EQ(run([] { return ddfile(nullptr, "stdout"); }).status, 1u);
     EXPECT_EQ(trace().back(), "ddfile TWNFS-65016: The first operand is missing.");
+    fake_.volume.add_file("/m/src", "text");
+    fake_.answer("identify", 3, {.status = 0, .location = 3});
+    fake_.answer("identify", 4, {.status = 5, .location = 1});
+    EXPECT_EQ(dd("/m/src", "/m/dst").status, 1u);
+    EXPECT_EQ(trace().back(), "ddfile TWNFS-65036: Identification of /m/src returned code 3.");
+    EXPECT_EQ(dd("/m/src", "/m/dst").status, 1u);
+    EXPECT_EQ(trace().back(), "ddfile TWNFS-65036: Identification of /m/src returned code 1.");
     EXPECT_THAT(fake_.calls_of({"create"}), IsEmpty());
+}
+
+TEST_F(DdTest, AnInputThatCannotBeGrownLeavesTheOutputAlone) {
+    pbsz = 512;
+    fake_.volume.add_file("/m/src", "text");
+    fake_.answer("resize", 1, {.status = 28, .location = {}});
+    EXPECT_EQ(dd("/m/src", local("dst")).status, 1u);
+    EXPECT_EQ(trace().back(), "ddfile TWNFS-65045: The size of the file could not be changed (status 28).");
+    fake_.answer("reidentify", 1, {.status = 70, .location = {}});
+    EXPECT_EQ(dd("/m/src", local("dst")).status, 1u);
+    EXPECT_EQ(trace().back(),
+              "ddfile TWNFS-65035: The file could not be identified again after its size was changed (status 70).");
+    EXPECT_FALSE(fs::exists(local("dst")));
+    EXPECT_EQ(fake_.volume.content("/m/src"), "text");
 }
 
 TEST_F(DdTest, OutputsThatCannotBeOpenedGiveTheInputItsSizeBack) {
@@ -558,6 +659,10 @@ TEST_F(DdTest, AnOutputThatCannotBePreparedFails) {
     EXPECT_EQ(dd(source, "/m/new").status, 1u);
     EXPECT_EQ(trace().back(),
               "ddfile TWNFS-65035: The file could not be identified again after its size was changed (status 70).");
+    fake_.answer("reidentify", 2, {.status = 71, .location = {}});
+    EXPECT_EQ(dd(source, "/m/old").status, 1u);
+    EXPECT_EQ(trace().back(),
+              "ddfile TWNFS-65035: The file could not be identified again after its size was changed (status 71).");
 }
 
 TEST_F(DdTest, AServersRefusalToCreateMakesTheOutputALocalFile) {
@@ -586,6 +691,33 @@ TEST_F(DdTest, FailuresAtTheEnd) {
     EXPECT_EQ(dd("/m/src", "/m/c").status, 1u);
     EXPECT_EQ(trace().back(), "ddfile TWNFS-65045: The size of the file could not be changed (status 30).");
     EXPECT_TRUE(fake_.every_answer_was_given());
+}
+
+TEST_F(DdTest, AnOutputThatCannotBeCutToItsSizeFails) {
+    const std::string source = directory_.file("src", "text");
+    fake_.volume.add_file("/m/old", "old");
+    fake_.answer("resize", 2, {.status = 28, .location = {}});
+    EXPECT_EQ(dd(source, "/m/new").status, 1u);
+    EXPECT_EQ(trace().back(), "ddfile TWNFS-65045: The size of the file could not be changed (status 28).");
+    EXPECT_THAT(fake_.calls_of({"commit"}), IsEmpty());
+    fake_.answer("unidentify", 1, {.status = 9, .location = {}});
+    EXPECT_EQ(dd(source, "/m/old").status, 0u);
+    EXPECT_EQ(trace().back(), "ddfile TWNFS-65050: /m/old could not be released (status 9).");
+    EXPECT_TRUE(fake_.every_answer_was_given());
+}
+
+TEST_F(DdTest, AnInputThatCannotBePositionedIsReadFromWhereItStands) {
+    set({4, 4}, 0, 4);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(write(ends[1], "01234567", 8), 8);
+    close(ends[1]);
+    fs::create_symlink("/dev/fd/" + std::to_string(ends[0]), local("input"));
+    EXPECT_EQ(dd(local("input"), local("dst"), "8\n").status, 0u);
+    EXPECT_EQ(read_file(local("dst")), "01234567");
+    EXPECT_THAT(trace_of("ddfile"),
+                testing::Contains("ddfile TWNFS-65025: A local file could not be positioned at the requested offset."));
+    close(ends[0]);
 }
 
 TEST_F(DdTest, AStreamThatCannotBePositionedIsUsedFromWhereItStands) {
@@ -639,6 +771,14 @@ TEST_F(DdTest, ThroughTheExecutorTheBannerStaysOnStandardOutput) {
     EXPECT_EQ(outcome.status, 0u);
     EXPECT_EQ(outcome.output, "DD:\n");
     EXPECT_EQ(outcome.log, "TWNFS-65023: The command completed successfully.\n");
+}
+
+TEST_F(DdTest, ThroughTheExecutorDataOnStandardOutputStandsAmongTheLines) {
+    set({4, 4});
+    iffound = 1;
+    const std::string source = directory_.file("src", "text");
+    EXPECT_EQ(run([&] { return exec_command(source.c_str(), "stdout"); }).output,
+              "DD:\nredirecting to stdout\ntextTWNFS-65023: The command completed successfully.\n");
 }
 
 }  // namespace

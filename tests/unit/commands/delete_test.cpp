@@ -7,6 +7,7 @@
 
 #include "tests/unit/commands/command_fixture.h"
 #include "tslwnfs/commands/files.h"
+#include "tslwnfs/frontend/executor.h"
 
 namespace fs = std::filesystem;
 
@@ -125,8 +126,11 @@ TEST_F(DeleteTest, AFileThatCannotBeIdentifiedFails) {
     fake_.volume.add_file("/m/f", "");
     fake_.answer("identify", 2, {.status = 0, .location = 3});
     EXPECT_EQ(del("/m/f").status, 1u);
+    fake_.answer("identify", 3, {.status = 5, .location = 1});
+    EXPECT_EQ(del("/m/f").status, 1u);
     EXPECT_THAT(trace_of("delfile"), ElementsAre("delfile TWNFS-65036: Identification of /m/missing returned code 3.",
-                                                 "delfile TWNFS-65036: Identification of /m/f returned code 3."));
+                                                 "delfile TWNFS-65036: Identification of /m/f returned code 3.",
+                                                 "delfile TWNFS-65036: Identification of /m/f returned code 1."));
     EXPECT_NE(fake_.volume.find("/m/f"), nullptr);
 }
 
@@ -150,6 +154,20 @@ TEST_F(DeleteTest, TheQuestionNamesTheResolvedPath) {
     EXPECT_EQ(outcome.status, 0u);
     EXPECT_EQ(outcome.output, question(path) + question(path));
     EXPECT_FALSE(fs::exists(path));
+    fake_.volume.add_file("/m/f", "");
+    EXPECT_EQ(del("/m/./f", "n\n").output, "/m/f not a directory" + question("/m/f"));
+    EXPECT_NE(fake_.volume.find("/m/f"), nullptr);
+}
+
+TEST_F(DeleteTest, OnlyTheQuestionsStayOnStandardOutputWhenTheLogIsOn) {
+    COMMAND_OPTION = kFileRecursive | kFileInteractive;
+    const std::string path = directory_.directory("d");
+    const std::string file = directory_.file("d/f", "");
+    turn_log_on();
+    const Outcome outcome = del(path, "y\ny\n");
+    EXPECT_EQ(outcome.status, 0u);
+    EXPECT_EQ(outcome.output, question(file) + question(path));
+    EXPECT_EQ(outcome.log, "DEL " + file + " : \n" + kDone);
 }
 
 TEST_F(DeleteTest, TheEndOfTheInputRefuses) {
@@ -213,6 +231,24 @@ TEST_F(DeleteTest, WhatRemainsInADirectoryFailsIt) {
     EXPECT_EQ(outcome.output, "DEL " + file + " : \n" + question(file) + kFailed + question(path));
     EXPECT_EQ(trace_of("removedir").back(), "removedir TWNFS-65034: The directory " + path + " could not be removed.");
     EXPECT_TRUE(fs::exists(file));
+}
+
+TEST_F(DeleteTest, AWildcardDeletesUnderTheNameInLowerCase) {
+    const std::string pattern = directory_.path("*.LOG");
+    const auto deletion = [&] { return exec_command(pattern.c_str(), nullptr); };
+    const std::string upper = directory_.file("A.LOG", "");
+    const std::string lower = directory_.path("a.log");
+    const std::string failed = "DEL " + lower + " : \n" + kFailed;
+    Outcome outcome = run(deletion);
+    EXPECT_EQ(outcome.status, 1u);
+    EXPECT_EQ(outcome.output, failed);
+    // Another file of that name is hit instead, once.
+    write_file(lower, "");
+    outcome = run(deletion);
+    EXPECT_EQ(outcome.status, 1u);
+    EXPECT_EQ(outcome.output, "DEL " + lower + " : \n" + kDone + failed);
+    EXPECT_FALSE(fs::exists(lower));
+    EXPECT_TRUE(fs::exists(upper));
 }
 
 TEST_F(DeleteTest, OtherCommandsBitsDeleteNothingRecursively) {

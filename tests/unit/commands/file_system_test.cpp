@@ -148,6 +148,9 @@ TEST_F(FileSystemTest, FsinfoOfARemoteFileSaysWhatItIsNot) {
     const Outcome outcome = fsinfo("/m/f");
     EXPECT_EQ(outcome.status, 1u);
     EXPECT_EQ(outcome.output, "not a directory\n");
+    EXPECT_THAT(trace(), IsEmpty());
+    turn_log_on();
+    EXPECT_EQ(fsinfo("/m/f").log, "not a directory\n");
 }
 
 TEST_F(FileSystemTest, FsinfoOfALocalObjectIsItsStatus) {
@@ -166,6 +169,22 @@ TEST_F(FileSystemTest, FsinfoFollowsALocalLinkAndNamesADirectory) {
     fs::create_symlink(path, directory_.path("link"));
     EXPECT_EQ(fsinfo(directory_.path("link")).output, known_block(true));
     EXPECT_THAT(fsinfo(directory_.path()).output, testing::HasSubstr("file type:                        Directory\n"));
+}
+
+TEST_F(FileSystemTest, LocalFilesOfOtherTypesHaveTheirWords) {
+    ASSERT_EQ(mkfifo(directory_.path("pipe").c_str(), 0600), 0);
+    fs::create_symlink("nowhere", directory_.path("link"));
+    const auto type = [](const std::string &word) {
+        return testing::HasSubstr("\n \tfile type:                        " + word + "\n");
+    };
+    for (const Outcome &outcome : {fsinfo("/dev/null"), fsstat("/dev/null")}) {
+        EXPECT_THAT(outcome.output, type("Character Device"));
+        // The device it stands for, not the one it lies on.
+        EXPECT_THAT(outcome.output, testing::HasSubstr("\n \tID of device containing the file: 259 \n"));
+    }
+    EXPECT_THAT(fsstat(directory_.path("pipe")).output, type("Fifo"));
+    EXPECT_THAT(fsstat(directory_.path()).output, type("Directory"));
+    EXPECT_THAT(fsstat(directory_.path("link")).output, type(""));
 }
 
 TEST_F(FileSystemTest, FsinfoFailures) {
@@ -221,8 +240,17 @@ TEST_F(FileSystemTest, TheFiguresAreThoseOfRemoteObjectsOnly) {
     EXPECT_EQ(outcome.output, known_block(true));
     EXPECT_THAT(trace(),
                 ElementsAre("fsstatdir TWNFS-65048: File system statistics of " + path + ": location code 1."));
+    EXPECT_EQ(formatted(path, "%F").output, "f");
     turn_log_on();
+    COMMAND_OPTION = kStatFigures;
     EXPECT_EQ(fsstat(path).log, known_block(false));
+}
+
+TEST_F(FileSystemTest, AFormattedLineGoesToTheLogWhenThereIsOne) {
+    turn_log_on();
+    const Outcome outcome = formatted("/m/f", "%A %n");
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(outcome.log, "r-x-w---x /m/f");
 }
 
 TEST_F(FileSystemTest, RemoteDirectives) {
@@ -303,6 +331,17 @@ TEST_F(FileSystemTest, AThousandLinksInARowAreFollowedAndARingEnds) {
     fs::create_symlink("a", directory_.path("b"));
     EXPECT_EQ(fsstat(directory_.path("a")).status, 1u);
     EXPECT_THAT(trace().back(), testing::EndsWith(": more than 1000 links in a row"));
+}
+
+TEST_F(FileSystemTest, AFailedCallDescribesNothingWhateverTheLocation) {
+    const std::string path = known_file();
+    fake_.answer("fsinfo", 1, {.status = 5, .location = 1});
+    fake_.answer("fsstat", 1, {.status = 5, .location = 1});
+    for (const Outcome &outcome : {fsinfo(path), fsstat(path)}) {
+        EXPECT_EQ(outcome.status, 1u);
+        EXPECT_EQ(outcome.output, "");
+    }
+    EXPECT_TRUE(fake_.every_answer_was_given());
 }
 
 TEST_F(FileSystemTest, TheOptionBitsOfOtherCommandsMeanNothingHere) {

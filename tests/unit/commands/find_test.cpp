@@ -66,6 +66,16 @@ TEST_F(FindTest, MatchesStayOnStandardOutputWhenTheLogIsOn) {
     EXPECT_EQ(outcome.log, "");
 }
 
+TEST_F(FindTest, WhatACommandPrintsStaysOnStandardOutputWhenTheLogIsOn) {
+    directory_.file("f", "");
+    turn_log_on();
+    exec({"echo", "{}"});
+    COMMAND_OPTION |= kFindPrint;
+    const Outcome outcome = find(directory_.path());
+    EXPECT_EQ(outcome.output, directory_.path("f") + " \n" + directory_.path("f") + "\n");
+    EXPECT_EQ(outcome.log, "");
+}
+
 TEST_F(FindTest, ARemoteTreeIsWalkedDepthFirstInTheServersOrder) {
     fake_.volume.add_file("/m/d/z", "");
     fake_.volume.add_file("/m/d/sub/f", "");
@@ -81,6 +91,18 @@ TEST_F(FindTest, NothingMatchedIsFour) {
     const Outcome outcome = find(directory_.path(), "x*");
     EXPECT_EQ(outcome.status, 4u);
     EXPECT_EQ(outcome.output, "");
+}
+
+TEST_F(FindTest, AMatchCountsWhateverComesBehindIt) {
+    fake_.volume.add_file("/m/d/match", "");
+    fake_.volume.add_file("/m/d/other", "");
+    fake_.volume.add_directory("/m/d/sub");
+    EXPECT_EQ(find("/m/d", "match").status, 0u);
+}
+
+TEST_F(FindTest, MatchesHaveTheResolvedPathOfTheStart) {
+    fake_.volume.add_directory("/m/d/sub");
+    EXPECT_EQ(find("/m/./x/../d").output, "/m/d/sub \n");
 }
 
 TEST_F(FindTest, AMatchDeeperDownCounts) {
@@ -194,6 +216,26 @@ TEST_F(FindTest, TypeAndSizeAreBothRequired) {
     EXPECT_THAT(found(), ElementsAre("large"));
 }
 
+TEST_F(FindTest, ADirectorysOwnSizeIsTestedLikeAFiles) {
+    fake_.volume.add_directory("/m/d/sub");  // 4096 bytes
+    find_type_c = 'd';
+    struct Case {
+        uint32_t bit;
+        int32_t size;
+        const char *found;
+    };
+    const char *const directory = "/m/d/sub \n";
+    for (const Case &one : {Case{kFindSizeAtLeast, 4096, directory}, Case{kFindSizeAtLeast, 4097, ""},
+                            Case{kFindSizeAtMost, 4096, directory}, Case{kFindSizeAtMost, 4095, ""},
+                            Case{kFindSize, 4096, directory}, Case{kFindSize, 4095, ""}}) {
+        find_size_size = find_size_gsize = find_size_lsize = one.size;
+        COMMAND_OPTION = one.bit;
+        EXPECT_EQ(find("/m/d").output, one.found) << one.bit << " " << one.size;
+        COMMAND_OPTION = one.bit | kFindType;
+        EXPECT_EQ(find("/m/d").output, one.found) << one.bit << " " << one.size << " and a type";
+    }
+}
+
 TEST_F(FindTest, ThePathPatternCoversTheWholePathWithoutCase) {
     directory_.directory("Sub/Deep");
     directory_.file("Sub/Deep/File", "");
@@ -263,6 +305,17 @@ TEST_F(FindTest, ALinkIsReportedUnlessItIsFollowed) {
         lines.push_back(line);
     }
     EXPECT_THAT(lines, testing::UnorderedElementsAre(target + "/f ", directory_.path("tree/sub") + " "));
+}
+
+TEST_F(FindTest, AFollowedLinkThatCannotBeReadIsPassedOver) {
+    COMMAND_OPTION = kFindFollow;
+    fake_.volume.add_link("/m/d/broken", "/m/target");
+    fake_.volume.add_link("/m/d/whole", "/m/target");
+    fake_.volume.add_directory("/m/target/sub");
+    fake_.answer("readlink", 1, {.status = 5, .location = {}});
+    EXPECT_THAT(find("/m/d").output, testing::EndsWith("/m/d/whole not a directory/m/target/sub \n"));
+    EXPECT_THAT(trace_of("findfile"), IsEmpty());
+    EXPECT_TRUE(fake_.every_answer_was_given());
 }
 
 TEST_F(FindTest, ATargetIsWalkedAtTheLinksDepthAndDoesNotCountAsAMatch) {
@@ -339,6 +392,26 @@ TEST_F(FindTest, ACommandRunsForMatchesOnly) {
     exec({"echo", "{}"});
     EXPECT_EQ(find(directory_.path(), "ma*").output, directory_.path("match") + "\n");
     EXPECT_EQ(find(directory_.path(), "none").output, "");
+}
+
+TEST_F(FindTest, NoCommandRunsForWhatFailsAnotherTestThanTheName) {
+    directory_.file("f", "12345");
+    fs::create_symlink("f", directory_.path("link"));
+    find_type_c = 'd';
+    find_size_size = find_size_lsize = 3;
+    find_size_gsize = 300;
+    find_path_pattern = "*/elsewhere/*";
+    // The name lets the link pass to the one option that leaves links out.
+    for (const auto &[bits, name] : {std::pair<uint32_t, const char *>{kFindType, "*"},
+                                     {kFindSize, "*"},
+                                     {kFindSizeAtMost, "f"},
+                                     {kFindSizeAtLeast, "*"},
+                                     {kFindPath, "*"},
+                                     {kFindFollow, "l*"}}) {
+        COMMAND_OPTION = bits;
+        exec({"echo", "{}"});
+        EXPECT_EQ(find(directory_.path(), name).output, "") << bits;
+    }
 }
 
 TEST_F(FindTest, NamesThatTheShellWouldTakeApartReachTheCommandWhole) {

@@ -139,6 +139,11 @@ TEST_F(MoveTest, ALocalMoveCopiesAndRemoves) {
     ASSERT_EQ(stat(directory_.path("dst").c_str(), &after), 0);
     EXPECT_NE(before.st_ino, after.st_ino);
     EXPECT_FALSE(fs::exists(source));
+    EXPECT_THAT(trace_of("movefile"),
+                ElementsAre("movefile TWNFS-65036: Identification of " + source + " returned code 2.",
+                            "movefile TWNFS-65036: Identification of " + directory_.path("dst") + " returned code 2.",
+                            "movefile TWNFS-65029: " + directory_.path("dst") +
+                                " could not be created on the server (status 95); it is treated as a local file."));
 }
 
 TEST_F(MoveTest, ALocalSourceThatCannotBeRemovedStaysBesideItsCopy) {
@@ -148,6 +153,15 @@ TEST_F(MoveTest, ALocalSourceThatCannotBeRemovedStaysBesideItsCopy) {
     EXPECT_EQ(trace().back(), "movefile TWNFS-65038: The file /proc/version could not be deleted.");
     EXPECT_EQ(move("/proc/version", "/m/dst").status, 1u);
     EXPECT_THAT(fake_.calls_of({"commit"}), IsEmpty());
+}
+
+TEST_F(MoveTest, ALocalSourceThatVanishesMeanwhileLeavesTheDestinationUnfinished) {
+    const std::string source = directory_.file("src", "text");
+    fake_.when("submit", [&] { fs::remove(source); });
+    EXPECT_EQ(move(source, "/m/dst").status, 1u);
+    EXPECT_EQ(trace().back(), "movefile TWNFS-65061: The file " + source + " could not be opened.");
+    EXPECT_EQ(fake_.volume.content("/m/dst"), "text" + std::string(508, '\0'));
+    EXPECT_THAT(fake_.calls_of({"resize", "commit"}), IsEmpty());
 }
 
 TEST_F(MoveTest, ARemoteSourceThatCannotBeDeletedLeavesTheDestinationUnfinished) {
@@ -219,6 +233,16 @@ TEST_F(MoveTest, DecliningLeavesEverythingAsItIs) {
     EXPECT_EQ(read_file(destination), "new");
 }
 
+TEST_F(MoveTest, OnlyTheQuestionStaysOnStandardOutputWhenTheLogIsOn) {
+    COMMAND_OPTION = kFileInteractive;
+    turn_log_on();
+    fake_.volume.add_file("/m/dst", "old");
+    const Outcome outcome = move(directory_.file("src", "new"), "/m/dst", "yes\n");
+    EXPECT_EQ(outcome.status, 0u);
+    EXPECT_EQ(outcome.output, "overwrite /m/dst? y/n : ");
+    EXPECT_EQ(outcome.log, "/m/dst not a directory" + exists("/m/dst") + "will overwrite...\n");
+}
+
 TEST_F(MoveTest, ADirectoryIsNeitherMovedNorMovedInto) {
     COMMAND_OPTION = kFileRecursive;
     const std::string directory = directory_.directory("d");
@@ -258,6 +282,13 @@ TEST_F(MoveTest, FailuresBeforeTheTransfer) {
     EXPECT_FALSE(fs::exists(directory_.path("dst")));
 
     fake_.volume.add_file("/m/src", "x");
+    fake_.answer("identify", 3, {.status = 0, .location = 3});
+    fake_.answer("identify", 4, {.status = 5, .location = 1});
+    for (const char *code : {"3", "1"}) {
+        EXPECT_EQ(move("/m/src", "/m/dst").status, 1u);
+        EXPECT_EQ(trace().back(),
+                  std::string("movefile TWNFS-65036: Identification of /m/src returned code ") + code + ".");
+    }
     fake_.answer("resize", 1, {.status = 30, .location = {}});
     EXPECT_EQ(move("/m/src", "/m/dst").status, 1u);
     EXPECT_EQ(trace().back(), "movefile TWNFS-65045: The size of the file could not be changed (status 30).");
@@ -300,6 +331,8 @@ TEST_F(MoveTest, ThroughTheExecutorAFileGoesIntoADirectory) {
     const std::string directory = directory_.directory("Dir");
     const Outcome outcome = run([&] { return exec_command(source.c_str(), directory.c_str()); });
     EXPECT_EQ(outcome.status, 0u);
+    EXPECT_EQ(outcome.output, "MOVE " + source + " to " + directory + "/name: \n" +
+                                  "TWNFS-65023: The command completed successfully.\n");
     EXPECT_EQ(read_file(directory + "/name"), "text");
     EXPECT_FALSE(fs::exists(source));
     // A directory of that very name is in the way.

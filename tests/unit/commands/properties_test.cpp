@@ -69,7 +69,9 @@ TEST_F(PropertiesTest, ARemoteFileIsPrintedAndStaysOpen) {
 TEST_F(PropertiesTest, TheLogHasNoBlanksBehindTheIdentifier) {
     add_file(0x3);
     turn_log_on();
-    EXPECT_EQ(properties("/m/f").log, block("", lines({1, 2})));
+    const Outcome outcome = properties("/m/f");
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(outcome.log, block("", lines({1, 2})));
 }
 
 TEST_F(PropertiesTest, EachOperationHasItsBit) {
@@ -122,7 +124,20 @@ TEST_F(PropertiesTest, ALocalFileIsItsStatus) {
                 ElementsAre("statfile TWNFS-65036: Identification of " + path + " returned code 2."));
     EXPECT_EQ(properties(directory_.path("link")).output, common + wide);
     turn_log_on();
-    EXPECT_EQ(properties(path).log, common + narrow);
+    const Outcome outcome = properties(path);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(outcome.log, common + narrow);
+}
+
+TEST_F(PropertiesTest, WhatALinkLeadsToHasTheWordOfItsTypeAndItsOwnDevice) {
+    fs::create_symlink("/dev/null", directory_.path("device"));
+    ASSERT_EQ(mkfifo(directory_.path("pipe").c_str(), 0600), 0);
+    fs::create_symlink("pipe", directory_.path("link"));
+    const std::string device = properties(directory_.path("device")).output;
+    EXPECT_THAT(device, testing::HasSubstr("\n \tID of device containing the file: 259 \n"));
+    EXPECT_THAT(device, testing::HasSubstr("\n \tfile type:                        Character Device\n"));
+    EXPECT_THAT(properties(directory_.path("link")).output,
+                testing::HasSubstr("\n \tfile type:                        Fifo\n"));
 }
 
 TEST_F(PropertiesTest, ALinkToADirectoryNamesItWithACapital) {
@@ -153,6 +168,19 @@ TEST_F(PropertiesTest, Failures) {
                             "statfile TWNFS-65036: Identification of /m/missing returned code 3.",
                             "statfile TWNFS-65059: The path .. could not be resolved.",
                             "statfile TWNFS-65016: The first operand is missing."));
+}
+
+TEST_F(PropertiesTest, ARemoteFileThatCannotBeIdentifiedFails) {
+    add_file(0x3);
+    fake_.answer("identify", 1, {.status = 0, .location = 3});
+    fake_.answer("identify", 2, {.status = 5, .location = 1});
+    for (const char *code : {"3", "1"}) {
+        const Outcome outcome = properties("/m/f");
+        EXPECT_EQ(outcome.status, 1u);
+        EXPECT_EQ(outcome.output, "/m/f not a directory");
+        EXPECT_EQ(trace().back(),
+                  std::string("statfile TWNFS-65036: Identification of /m/f returned code ") + code + ".");
+    }
 }
 
 TEST_F(PropertiesTest, TheExecutorLeadsHere) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Global options, and the grammars of the commands on files, the client and the network.
+#include <algorithm>
 #include <random>
 
 #include "front_end_fixture.h"
@@ -308,6 +309,26 @@ TEST_F(CommandLine, FindTakesItsOptions) {
     EXPECT_STREQ(find_path_pattern, "p*");
     EXPECT_EQ(find_type_c, 'f');
     EXPECT_EQ(operands(), "/d b");
+}
+
+TEST_F(CommandLine, FindTakesItsOptionsInAnyOrderButExecLast) {
+    std::vector<std::string> options = {"-follow",   "-maxdepth 3", "-name a", "-path p*",
+                                        "-size +1k", "-type d",     "-print"};
+    for (std::size_t turn = 0; turn < options.size(); ++turn) {
+        std::rotate(options.begin(), options.begin() + 1, options.end());
+        std::string line = "find /d";
+        for (const std::string &option : options)
+            line += " " + option;
+        EXPECT_EQ(parse(line + " -exec ls"), kAccepted) << line;
+        EXPECT_EQ(COMMAND_OPTION,
+                  kFindFollow | kFindMaxdepth | kFindPath | kFindSizeAtLeast | kFindType | kFindPrint | kFindExec);
+        EXPECT_EQ(operands(), "/d a");
+        EXPECT_EQ(find_maxdepth_n, 3);
+        EXPECT_STREQ(find_path_pattern, "p*");
+        EXPECT_EQ(find_size_gsize, 1024);
+        EXPECT_EQ(find_type_c, 'd');
+        EXPECT_EQ(find_exec_cmdsize, 1);
+    }
 }
 
 TEST_F(CommandLine, FindReadsSizes) {
