@@ -11,9 +11,9 @@
 namespace nfstdm {
 namespace {
 
-constexpr std::size_t kWidthAtStart = 4;  // files are mostly read from their beginning to their end
+constexpr std::size_t kWidthAtStart = 3;  // files are mostly read from their beginning to their end
 constexpr std::size_t kWidthAfterSeek = 1;
-constexpr std::size_t kWidthAlways = 6;  // even next to the server: one is being used, one may be late
+constexpr std::size_t kWidthAlways = 3;  // even next to the server: one is used, one lands, one is read from the disk
 constexpr std::size_t kSmallestRead =
     64 << 10;  // bytes; a server that answers with less is asked for this all the same
 

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <memory>
+
 #include "tests/unit/terminal/open_screen.h"
 
 namespace terminal {
@@ -52,12 +54,13 @@ TEST_F(ScreenTest, ErasesTheShownLineBeforeItSaysSomething) {
 }
 
 TEST_F(ScreenTest, KnowsAFileFromAPipe) {
-    FILE *file = std::tmpfile();
-    EXPECT_TRUE(leads_to_file(file));
-    std::fclose(file);
-    FILE *pipe = popen("true", "r");
-    EXPECT_FALSE(leads_to_file(pipe));
-    pclose(pipe);
+    const std::unique_ptr<FILE, int (*)(FILE *)> file(std::tmpfile(), std::fclose);
+    EXPECT_TRUE(leads_to_file(file.get()));
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const std::unique_ptr<FILE, int (*)(FILE *)> reader(fdopen(ends[0], "r"), std::fclose);
+    const std::unique_ptr<FILE, int (*)(FILE *)> writer(fdopen(ends[1], "w"), std::fclose);
+    EXPECT_FALSE(leads_to_file(writer.get()));
 }
 
 }  // namespace
