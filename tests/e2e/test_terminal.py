@@ -156,10 +156,10 @@ def test_a_failure_is_told_in_one_line(server, place, read_only_place, tmp_path,
 ANSWERS = {
     "WRITE:NOSPC": (["cp", "{local}", "{remote}/new"], "WRITE: no space left on the server", "tslwnfs fsstat DIRECTORY tells"),
     "COMMIT:IO": (["cp", "{local}", "{remote}/new"], "COMMIT: the server's disk failed", ""),
-    "CREATE:ACCES": (["cp", "{local}", "{remote}/new"], "CREATE: permission denied", "the server was asked as user "),
+    "CREATE:ACCES": (["cp", "{local}", "{remote}/new"], "CREATE: permission denied", "the user and group that count are the caller's"),
     "READ:IO": (["cat", "{remote}/file"], "READ: the server's disk failed", ""),
     "READ:STALE": (["cat", "{remote}/file"], "READ: the file is gone from the server", "try again"),
-    "REMOVE:ACCES": (["rm", "{remote}/file"], "REMOVE: permission denied", "the server was asked as user "),
+    "REMOVE:ACCES": (["rm", "{remote}/file"], "REMOVE: permission denied", "the user and group that count are the caller's"),
     "MNT:ACCES": (["ls", "{remote}"], "MNT of /export: permission denied", "does the server admit this host?"),
     "MNT:NOENT": (["ls", "{remote}"], "MNT of /export: no such file", "does the server export that?"),
 }

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/terminal/reasons.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -60,8 +58,8 @@ std::string advice(const Reason &reason) {
         case EACCES:
         case EPERM:
             return is_about_mounting(reason) ? "does the server admit this host? tslwnfs showmount -e SERVER tells"
-                                             : "the server was asked as user " + std::to_string(geteuid()) +
-                                                   ", group " + std::to_string(getegid());
+                                             : "the user and group that count are the caller's, unless tslnfstab "
+                                               "names others for the server";
         case EDQUOT:
         case ENOSPC:
             return "tslwnfs fsstat DIRECTORY tells what is free";
