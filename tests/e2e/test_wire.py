@@ -13,13 +13,15 @@ SIZE = 3_000_000
 
 @pytest.fixture
 def capture(server, tmp_path):
-    """A capture of the server's loopback while the test runs; gives a function that reads it with a filter."""
+    """A capture of what the server hears and says while the test runs; other tests have servers of their own."""
     if shutil.which("tshark") is None:
         pytest.skip("tshark is not installed")
     packets = tmp_path / "packets.pcapng"
     packets.touch()
     packets.chmod(0o666)  # the capturing program may have dropped its privileges
-    command = ["tshark", "-i", "lo", "-f", "tcp", "-B", "64", "-w", packets]
+    ports = server.ports()
+    wanted = " or ".join(f"tcp port {port}" for port in ports)
+    command = ["tshark", "-i", "lo", "-f", wanted, "-B", "64", "-w", packets]
     process = subprocess.Popen(
         [*server.client.enter, *map(str, command)],
         stdin=subprocess.DEVNULL,
@@ -36,7 +38,7 @@ def capture(server, tmp_path):
     else:
         pytest.skip(f"no capture is possible here: {heard.strip()}")
     await_condition(lambda: packets.stat().st_size > 0, "the capture", process)
-    yield Capture(packets, server.ports())
+    yield Capture(packets, ports)
     stop(process)
     process.stderr.close()
 
