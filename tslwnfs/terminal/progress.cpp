@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 
 #include "tslwnfs/terminal/screen.h"
@@ -32,7 +33,8 @@ std::string time_text(uint64_t seconds) {
 std::string time_left(uint64_t done, uint64_t total, double rate) {
     constexpr double kLongest = 1e6;  // seconds, eleven days
     const double seconds = rate > 0 ? static_cast<double>(total - done) / rate : kLongest;
-    return seconds < kLongest ? "  " + time_text(static_cast<uint64_t>(seconds + 0.5)) + " left" : std::string();
+    return seconds < kLongest ? "  " + time_text(static_cast<uint64_t>(std::llround(seconds))) + " left"
+                              : std::string();
 }
 
 }  // namespace
