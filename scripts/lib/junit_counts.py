@@ -1,4 +1,5 @@
-"""Prints "PASSED FAILED SKIPPED" of a JUnit results file; fails when it holds no test."""
+"""Prints "PASSED FAILED SKIPPED NAMES" of a JUnit results file, with the names of the tests that failed; fails when it
+holds no test."""
 
 import sys
 import xml.etree.ElementTree
@@ -13,8 +14,10 @@ def outcome(case):
 
 
 def main():
-    outcomes = [outcome(case) for case in xml.etree.ElementTree.parse(sys.argv[1]).iter("testcase")]
-    print(*(outcomes.count(name) for name in ("passed", "failed", "skipped")))
+    cases = list(xml.etree.ElementTree.parse(sys.argv[1]).iter("testcase"))
+    outcomes = [outcome(case) for case in cases]
+    failed = [case.get("name") for case, result in zip(cases, outcomes) if result == "failed"]
+    print(*(outcomes.count(name) for name in ("passed", "failed", "skipped")), *failed)
     return 0 if outcomes else 1
 
 

@@ -17,7 +17,8 @@ skip() { # NAME WHY
     printf 'skipped  %s: %s\n' "$1" "$2"
 }
 
-# check NAME COMMAND...: one check, passed when the command succeeds. Its output is shown only when it fails.
+# check NAME COMMAND...: one check, passed when the command succeeds. Its output is shown only when it fails, and the last
+# of it once more at the end: of a long run often only the end is kept.
 check() {
     local name=$1 log start=$SECONDS
     shift
@@ -29,14 +30,15 @@ check() {
         return 0
     fi
     tail -n 200 "$log"
-    rm -f "$log"
     fail "$name" 'see above'
+    failures[-1]="$name:"$'\n'$(tail -n 20 "$log")
+    rm -f "$log"
     return 1
 }
 
 # tests NAME JUNIT COMMAND...: a test runner that writes its results to the file JUNIT; every test case counts.
 tests() {
-    local name=$1 junit=$2 start=$SECONDS status counts
+    local name=$1 junit=$2 start=$SECONDS status counts case_passed case_failed case_skipped case_names
     shift 2
     rm -f "$junit"
     "$@"
@@ -45,11 +47,11 @@ tests() {
         fail "$name" "no results (status $status)"
         return 1
     fi
-    read -r case_passed case_failed case_skipped <<<"$counts"
+    read -r case_passed case_failed case_skipped case_names <<<"$counts"
     passed=$((passed + case_passed))
     failed=$((failed + case_failed))
     skipped=$((skipped + case_skipped))
-    [ "$case_failed" -eq 0 ] || failures+=("$name: $case_failed failed")
+    [ "$case_failed" -eq 0 ] || failures+=("$name: $case_failed failed: $case_names")
     if [ "$status" -ne 0 ] && [ "$case_failed" -eq 0 ]; then
         fail "$name" "the runner ended with status $status"
     fi
