@@ -52,7 +52,7 @@ void ReadAhead::read(uint64_t offset, std::span<std::byte> buffer, DoneCompletio
     extend();
     serve();
     if (requests_.empty()) return;
-    width_ = std::max(width_, std::min(width_ * 2, useful_width()));
+    width_ = std::min(width_ * 2, useful_width());
     extend();
 }
 

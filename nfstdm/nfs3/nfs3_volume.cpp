@@ -298,8 +298,7 @@ void Nfs3Volume::detach(DoneCompletion done) {
 }
 
 bool Nfs3Volume::busy() const {
-    if (client_ == nullptr) return false;
-    return client_->outstanding_bytes() >= kBusyBytesPerConnection * std::max(1U, client_->usable_channels());
+    return client_ != nullptr && client_->busy();
 }
 
 // --- operations

@@ -24,10 +24,6 @@ constexpr uint32_t kTransferMaximum = uint32_t{1} << 20;
 // What is asked for in one READDIR or READDIRPLUS, unless the server prefers more or takes less.
 constexpr uint32_t kDirectoryBytes = uint32_t{64} << 10;
 
-// busy() is true when this many bytes of requests and expected answers are outstanding for each connection that works,
-// counted over all exports of the server: that covers a gigabyte a second at a round trip of 8 ms.
-constexpr std::size_t kBusyBytesPerConnection = std::size_t{8} << 20;
-
 // Makes volumes; those of one server share its connections. The loop and the trace must outlive the factory and every
 // volume, the factory need not outlive its volumes.
 class VolumeFactory {
@@ -45,6 +41,7 @@ class VolumeFactory {
     // - attach() gives up before the server's mnt_timeout when no path leads to the server at all. An operation on a
     //   volume that is not attached fails with ENOTCONN.
     // - An operation that is not answered within io_timeout fails with ETIMEDOUT. A stale handle is ESTALE.
+    // - busy() counts over all exports of the server.
     // - CREATE or MKDIR that was done before the connection broke succeeds without a handle.
     std::unique_ptr<Volume> open(const ServerConfig &config, const ServerExport &share);
 

@@ -81,7 +81,7 @@ Channel *Client::lightest() const {
 void Client::pump() {
     while (!to_send_.empty()) {
         Channel *channel = lightest();
-        if (channel == nullptr || channel->weight() >= kConnectionBytes) return;
+        if (channel == nullptr || channel->weight() >= connection_bytes()) return;
         auto request = std::move(to_send_.front());
         to_send_.pop_front();
         channel->send(std::move(request));
@@ -95,6 +95,7 @@ void Client::channel_usable() {
 
 void Client::channel_answered(std::unique_ptr<Request> request) {
     last_answer_ = clock_;
+    if (request->weight() >= kBulkBytes) prompt_ = clock_ - request->submitted < config_.timing.prompt;
     if (std::exchange(reported_, false))
         trace_.write(TraceLevel::failure, TraceComponent::rpc,
                      [this] { return "server " + config_.server + " ok again"; });
@@ -192,6 +193,10 @@ std::size_t Client::outstanding_bytes() const {
     for (const auto &channel : channels_)
         bytes += channel->weight();
     return bytes;
+}
+
+bool Client::busy() const {
+    return outstanding_bytes() >= connection_bytes() * std::max(1U, usable_channels());
 }
 
 unsigned Client::usable_channels() const {

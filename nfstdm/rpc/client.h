@@ -56,15 +56,23 @@ class Client : private ChannelOwner {
     // While idle: closes the connections, which the next request opens again.
     void close();
 
-    // Bytes that the requests under way move, over how many connections that work.
+    // Bytes that the requests to send and under way move.
     std::size_t outstanding_bytes() const;
+
+    // True while as many bytes are outstanding as the connections that work may carry: one more bulk request would only
+    // queue behind the others.
+    bool busy() const;
     unsigned usable_channels() const;
 
     const ClientConfig &config() const { return config_; }
 
   private:
     // So much may be outstanding on one connection; what is beyond that waits for whichever connection is free first.
-    static constexpr std::size_t kConnectionBytes = std::size_t{16} << 20;
+    // The larger amount covers three gigabytes a second at a round trip of 10 ms. On a slow line it would only make
+    // requests old, so it is for connections on which bulk requests are answered promptly.
+    static constexpr std::size_t kConnectionBytes = std::size_t{8} << 20;
+    static constexpr std::size_t kPromptConnectionBytes = std::size_t{32} << 20;
+    static constexpr std::size_t kBulkBytes = std::size_t{64} << 10;
     // A request on the wire of this many connections that ended in nonsense is what the nonsense answers.
     static constexpr unsigned kFaultsMaximum = 3;
 
@@ -77,6 +85,7 @@ class Client : private ChannelOwner {
     void begin_work();
     void pump();
     Channel *lightest() const;
+    std::size_t connection_bytes() const { return prompt_ ? kPromptConnectionBytes : kConnectionBytes; }
     void seal(Request &request);
     void requeue(std::vector<std::unique_ptr<Request>> requests);
     void finish(std::unique_ptr<Request> request, const Status &status);
@@ -110,6 +119,7 @@ class Client : private ChannelOwner {
     bool worked_ = false;  // a request was submitted since the last tick
     Duration last_answer_{};
     bool reported_ = false;  // that the server does not answer
+    bool prompt_ = false;    // so the latest bulk request was answered
     bool delivering_ = false;
     Lifeline life_;
 };

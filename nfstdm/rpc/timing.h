@@ -32,6 +32,9 @@ struct Timing {
     // A server that answers nothing for this long is reported.
     Duration notice = std::chrono::seconds(10);
 
+    // A bulk request that is answered by then was answered promptly: more of them may be outstanding at once.
+    Duration prompt = std::chrono::seconds(1);
+
     // Between repetitions of a request that the server was not ready for (NFS3ERR_JUKEBOX); doubled each time.
     Duration jukebox_first = std::chrono::milliseconds(100);
     Duration jukebox_most = std::chrono::seconds(5);

@@ -90,37 +90,51 @@ TEST_F(ReadAheadTest, SmallRequestsInSequenceKeepSeveralLargeReadsInFlight) {
 // Plays a line on which a READ takes at least a time, and one ends a time after the other.
 class ReadAheadOnALine : public ReadAheadTest {
   protected:
-    // The most READs that were on the wire at once.
-    std::size_t width_on(std::chrono::microseconds length, std::chrono::microseconds spacing) {
-        content_ = pattern(60 * kLarge);
-        file_ = server_.add_file("/f", content_);
-        window_.emplace(volume_, server_.handle(file_), kLarge, pool_, [this] { return now_; });
-        window_->expect_size(content_.size());
+    using Time = ReadAhead::Clock::time_point;
+    using microseconds = std::chrono::microseconds;
+
+    ReadAheadOnALine() {
+        open(kReads * kLarge);
         volume_.held = true;
-        std::deque<Time> sent;
-        std::size_t most = 0;
-        for (uint64_t offset = 0; offset < 40 * kLarge; offset += kLarge) {
-            const auto asked = start(offset, kLarge);
+    }
+
+    // Reads on, some READs long, over a line of this length on which READs end with this spacing.
+    void transfer(std::size_t reads, microseconds length, microseconds spacing) {
+        for (const std::size_t last = next_ + reads; next_ < last; ++next_) {
+            const auto asked = start(next_ * kLarge, kLarge);
             while (!asked->result) {
-                sent.resize(volume_.waiting_for(Op::read), now_);
-                most = std::max(most, sent.size());
-                now_ = std::max(now_ + spacing, sent.front() + length);
-                sent.pop_front();
+                sent_.resize(volume_.waiting_for(Op::read), now_);
+                most_ = std::max(most_, sent_.size());
+                now_ = std::max(now_ + spacing, sent_.front() + length);
+                sent_.pop_front();
                 volume_.answer_first();
             }
         }
-        return most;
     }
+
+    static constexpr std::size_t kReads = 120;
+    std::size_t next_ = 0;
+    std::size_t most_ = 0;   // READs that were on the wire at once
+    std::deque<Time> sent_;  // when the READs on the wire were
 };
 
 TEST_F(ReadAheadOnALine, IsNarrowNextToTheServer) {
-    using std::chrono::microseconds;
-    EXPECT_EQ(width_on(microseconds(300), microseconds(300)), 3U);
+    transfer(40, microseconds(300), microseconds(300));
+    EXPECT_EQ(most_, 3U);
 }
 
 TEST_F(ReadAheadOnALine, IsWideOverADistance) {
-    using std::chrono::microseconds;
-    EXPECT_EQ(width_on(microseconds(100000), microseconds(100)), ReadAhead::kWidest);
+    transfer(40, microseconds(100000), microseconds(100));
+    EXPECT_EQ(most_, ReadAhead::kWidest);
+}
+
+TEST_F(ReadAheadOnALine, BecomesNarrowWhereAWideWindowBringsNothing) {
+    transfer(40, microseconds(1000), microseconds(100));
+    EXPECT_EQ(most_, ReadAhead::kWidest);
+    transfer(40, microseconds(1000), microseconds(1000));
+    most_ = 0;
+    transfer(20, microseconds(1000), microseconds(1000));
+    EXPECT_EQ(most_, 3U);
 }
 
 TEST_F(ReadAheadTest, RandomRequestsReadOnlyWhatTheyAskFor) {

@@ -372,6 +372,43 @@ TEST_F(ClientTest, SpreadsRequestsOverPathsAndConnections) {
     EXPECT_GT(client->outstanding_bytes(), 12U * 1024);
 }
 
+class BulkRequests : public ClientTest {
+  protected:
+    void submit(std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i) {
+            auto request = make();
+            request->data = data_;
+            client->submit(std::move(request));
+        }
+    }
+    void transfer(std::size_t count) {
+        ScriptedServer server(loop);
+        open(server);
+        submit(count);
+        ASSERT_TRUE(test::run(loop, [&] { return server.calls().size() == count; }));
+        EXPECT_TRUE(client->busy());
+        for (const auto &received : server.calls())
+            server.send(received.connection, answer(received.xid));
+        ASSERT_TRUE(wait(count));
+        EXPECT_FALSE(client->busy());
+        submit(count);
+    }
+    std::vector<std::byte> data_{std::size_t{1} << 20};
+};
+
+TEST_F(BulkRequests, MayBeMoreOnceTheyAreAnsweredPromptly) {
+    transfer(8);
+    EXPECT_FALSE(client->busy());
+    submit(24);
+    EXPECT_TRUE(client->busy());
+}
+
+TEST_F(BulkRequests, AreFewOnASlowLine) {
+    timing.prompt = {};
+    transfer(8);
+    EXPECT_TRUE(client->busy());
+}
+
 TEST_F(ClientTest, MovesRequestsFromASilentPathToAnother) {
     ScriptedServer silent(loop), alive(loop);
     silent.silent = true;
