@@ -19,49 +19,54 @@ class ExpiringCache {
     explicit ExpiringCache(std::size_t limit) : limit_(limit) {}
 
     void put(const Key &key, Value value, TimePoint expires) {
-        const auto [found, is_new] = index_.try_emplace(key);
-        if (!is_new) entries_.erase(found->second);
-        entries_.push_front({key, std::move(value), expires});
-        found->second = entries_.begin();
-        if (entries_.size() <= limit_) return;
-        index_.erase(entries_.back().key);
-        entries_.pop_back();
+        const auto [slot, is_new] = slots_.try_emplace(key);
+        if (is_new) slot->second.place = order_.insert(order_.begin(), &slot->first);
+        slot->second.value = std::move(value);
+        slot->second.expires = expires;
+        touch(slot->second);
+        if (slots_.size() > limit_) erase(*order_.back());
     }
 
     // Null when there is none, or none any more. Valid until the next change.
     const Value *find(const Key &key, TimePoint now) {
-        const auto found = index_.find(key);
-        if (found == index_.end()) return nullptr;
-        if (found->second->expires <= now) {
-            erase(key);
+        const auto slot = slots_.find(key);
+        if (slot == slots_.end()) return nullptr;
+        if (slot->second.expires <= now) {
+            erase(slot);
             return nullptr;
         }
-        entries_.splice(entries_.begin(), entries_, found->second);
-        return &entries_.front().value;
+        touch(slot->second);
+        return &slot->second.value;
     }
 
     void erase(const Key &key) {
-        const auto found = index_.find(key);
-        if (found == index_.end()) return;
-        entries_.erase(found->second);
-        index_.erase(found);
+        if (const auto slot = slots_.find(key); slot != slots_.end()) erase(slot);
     }
 
     void clear() {
-        index_.clear();
-        entries_.clear();
+        slots_.clear();
+        order_.clear();
     }
 
-    std::size_t size() const { return entries_.size(); }
+    std::size_t size() const { return slots_.size(); }
 
   private:
-    struct Entry {
-        Key key;
-        Value value;
+    using Order = std::list<const Key *>;
+    struct Slot {
+        Value value{};
         TimePoint expires;
+        typename Order::iterator place;
     };
-    std::list<Entry> entries_;  // the latest used first
-    std::unordered_map<Key, typename std::list<Entry>::iterator, Hash> index_;
+    using Slots = std::unordered_map<Key, Slot, Hash>;
+
+    void touch(Slot &slot) { order_.splice(order_.begin(), order_, slot.place); }
+    void erase(typename Slots::iterator slot) {
+        order_.erase(slot->second.place);
+        slots_.erase(slot);
+    }
+
+    Order order_;  // the keys in slots_, the latest used first
+    Slots slots_;
     std::size_t limit_;
 };
 

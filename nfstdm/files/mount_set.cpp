@@ -12,7 +12,7 @@ MountSet::MountSet(EventLoop &loop, MountTable table, VolumeFactory open_volume,
             std::make_unique<MountedVolume>(loop, table_.server(mount), table_.exported(mount), open_volume_, now));
 }
 
-MountSet::Found MountSet::find(const Components &path) const {
+MountSet::Found MountSet::find(std::span<const std::string> path) const {
     const auto mount = table_.find(path);
     if (!mount) return {};
     return {volumes_[*mount].get(), table_.mounts()[*mount].point.size()};

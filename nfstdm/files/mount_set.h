@@ -3,6 +3,8 @@
 #pragma once
 
 #include <memory>
+#include <span>
+#include <string>
 #include <vector>
 
 #include "nfstdm/files/mounted_volume.h"
@@ -23,7 +25,7 @@ class MountSet {
         MountedVolume *mount = nullptr;  // null: local
         std::size_t depth = 0;
     };
-    Found find(const Components &path) const;
+    Found find(std::span<const std::string> path) const;
 
     void forget_handles();
     void detach();

@@ -17,9 +17,9 @@ MountedVolume::MountedVolume(EventLoop &loop, const ServerConfig &server, const 
       now_(std::move(now)),
       cache_(now_) {}
 
-Result<FoundObject> MountedVolume::root() {
+Result<FileHandle> MountedVolume::root() {
     if (Status failure = contact(); !failure.ok()) return failure;
-    return with_attributes(*root_);
+    return *root_;
 }
 
 Status MountedVolume::contact() {

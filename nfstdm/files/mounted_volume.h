@@ -42,7 +42,7 @@ class MountedVolume {
 
     // Contacts the server when that was not done yet. A contact that failed is not tried again for as long as one may
     // take: the operations of one command must not each wait for a server that is down.
-    Result<FoundObject> root();
+    Result<FileHandle> root();
 
     // What is below needs a handle, and so a contact that succeeded.
     Volume &volume() { return *volume_; }

@@ -19,7 +19,7 @@ uint32_t transfer_size(uint32_t maximum) {
 OpenFile::OpenFile(const Place &place, FileResources &resources)
     : mount_(*place.mount),
       resources_(resources),
-      path_(place.path),
+      path_(place.path()),
       handle_(place.object->handle),
       fileid_(place.object->attributes.fileid),
       write_size_(transfer_size(mount_.volume().limits().write_maximum)),

@@ -69,13 +69,13 @@ Status OpenFiles::create_at(Place &place, uint64_t size) {
 
 Result<std::optional<OpenedFile>> OpenFiles::open(const Place &place) {
     const auto &attributes = place.object->attributes;
-    if (attributes.type == FileType::directory) return Status{EISDIR, place.path + ": is a directory"};
-    if (attributes.type != FileType::regular) return Status{EINVAL, place.path + ": is no regular file"};
+    if (attributes.type == FileType::directory) return Status{EISDIR, place.path() + ": is a directory"};
+    if (attributes.type != FileType::regular) return Status{EINVAL, place.path() + ": is no regular file"};
     const auto open = find_open(place);
-    if (open == files_.end()) return std::optional(OpenedFile{add(place)->first, attributes.size, place.path});
+    if (open == files_.end()) return std::optional(OpenedFile{add(place)->first, attributes.size, place.path()});
     const auto size = reopen(open->second, place);
     if (!size.ok()) return size.status();
-    return std::optional(OpenedFile{open->first, size.value(), place.path});
+    return std::optional(OpenedFile{open->first, size.value(), place.path()});
 }
 
 std::map<uint64_t, OpenFiles::Entry>::iterator OpenFiles::add(const Place &place) {

@@ -22,6 +22,7 @@ class Walk {
   private:
     enum class Step { arrived, again };
     Result<Step> descend(MountedVolume &mount, std::size_t depth);
+    Result<Step> arrive_at_root(const FileHandle &root);
     Result<Step> follow(std::size_t at, const std::string &target);
 
     const MountSet &mounts_;
@@ -35,7 +36,7 @@ Result<Place> Walk::run() {
     while (true) {
         // Only what stands before the first ".." is a path by its text.
         const auto parent = std::find(path_.begin(), path_.end(), "..");
-        const auto found = mounts_.find(Components(path_.begin(), parent));
+        const auto found = mounts_.find({path_.begin(), parent});
         if (found.mount == nullptr && parent != path_.end()) {
             path_.erase(parent == path_.begin() ? parent : std::prev(parent), std::next(parent));
             continue;
@@ -45,14 +46,19 @@ Result<Place> Walk::run() {
             return Status{EXDEV, "a link leads to " + join_path(path_) + ", which is on no mount"};
         auto step = descend(*found.mount, found.depth);
         if (!step.ok()) return step.status();
-        if (step.value() == Step::arrived) return std::move(place_);
+        if (step.value() == Step::again) continue;
+        place_.components = std::move(path_);
+        return std::move(place_);
     }
 }
 
 Result<Walk::Step> Walk::descend(MountedVolume &mount, std::size_t depth) {
-    auto object = mount.root();
-    if (!object.ok()) return object.status();
-    place_ = {&mount, join_path(path_), std::nullopt, {}, object.value()};
+    const auto root = mount.root();
+    if (!root.ok()) return root.status();
+    place_ = {};
+    place_.mount = &mount;
+    if (depth == path_.size()) return arrive_at_root(root.value());
+    FileHandle directory = root.value();
     for (std::size_t at = depth; at < path_.size(); ++at) {
         if (path_[at] == "..") {
             // Everything before is walked and no link, so it can be taken back by text.
@@ -61,18 +67,29 @@ Result<Walk::Step> Walk::descend(MountedVolume &mount, std::size_t depth) {
             return Step::again;
         }
         const bool is_last = at + 1 == path_.size();
-        const FileHandle directory = object.value().handle;
-        object = mount.lookup(directory, path_[at]);
-        place_.directory = directory;
-        place_.name = path_[at];
+        const auto object = mount.lookup(directory, path_[at]);
         if (!object.ok() && !(is_last && object.status().number() == ENOENT)) return object.status();
-        place_.object = object.ok() ? std::optional(object.value()) : std::nullopt;
-        if (!object.ok() || object.value().attributes.type != FileType::link) continue;
-        if (is_last && last_ == LastLink::keep) continue;
-        auto target = mount.read_link(object.value().handle);
-        if (!target.ok()) return target.status();
-        return follow(at, target.value());
+        const bool is_link = object.ok() && object.value().attributes.type == FileType::link;
+        if (is_link && !(is_last && last_ == LastLink::keep)) {
+            auto target = mount.read_link(object.value().handle);
+            if (!target.ok()) return target.status();
+            return follow(at, target.value());
+        }
+        if (is_last) {
+            place_.directory = directory;
+            place_.name = path_[at];
+            if (object.ok()) place_.object = object.value();
+        } else {
+            directory = object.value().handle;
+        }
     }
+    return Step::arrived;
+}
+
+Result<Walk::Step> Walk::arrive_at_root(const FileHandle &root) {
+    const auto attributes = place_.mount->attributes(root);
+    if (!attributes.ok()) return attributes.status();
+    place_.object = FoundObject{root, attributes.value()};
     return Step::arrived;
 }
 

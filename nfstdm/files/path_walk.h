@@ -15,10 +15,12 @@ enum class LastLink { follow, keep };
 // Where a path leads.
 struct Place {
     MountedVolume *mount = nullptr;       // null: the path is on no mount, and nothing else is set
-    std::string path;                     // the absolute path of this host after every link
+    Components components;                // of the absolute path of this host after every link
     std::optional<FileHandle> directory;  // that holds the name; nothing for the root of a mount
     std::string name;
     std::optional<FoundObject> object;  // nothing when the directory has no such name
+
+    std::string path() const { return join_path(components); }
 };
 
 // What is wrong with a place on a mount that has no object.

@@ -14,7 +14,7 @@ MountTable::MountTable(std::vector<ServerConfig> servers) : servers_(std::move(s
     }
 }
 
-std::optional<std::size_t> MountTable::find(const Components &path) const {
+std::optional<std::size_t> MountTable::find(std::span<const std::string> path) const {
     std::optional<std::size_t> best;
     for (std::size_t i = 0; i < mounts_.size(); ++i) {
         const auto &point = mounts_[i].point;

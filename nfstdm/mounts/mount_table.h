@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -30,7 +31,7 @@ class MountTable {
     // The mount (an index into mounts()) whose point is the longest prefix of the components at a component boundary;
     // nothing when the path is local. Of two mounts on one point the later in the file counts. The components hold no
     // "..".
-    std::optional<std::size_t> find(const Components &path) const;
+    std::optional<std::size_t> find(std::span<const std::string> path) const;
 
     const ServerConfig &server(const Mount &mount) const { return servers_[mount.server]; }
     const ServerExport &exported(const Mount &mount) const { return server(mount).exports[mount.exported]; }

@@ -22,6 +22,7 @@ Components split_path(std::string_view path) {
 }
 
 void collapse_parents(Components &components) {
+    if (std::ranges::find(components, "..") == components.end()) return;
     Components kept;
     for (auto &component : components) {
         if (component != "..")
