@@ -14,6 +14,9 @@ using Stream = std::unique_ptr<FILE, StreamCloser>;
 // Opens a file as fopen does, closed in programs that this one runs. Null on failure, with errno set.
 Stream open_stream(const char *path, const char *mode);
 
+// Gives the stream no buffer: one that is written in large pieces would split each in two and copy the smaller part.
+void write_through(FILE *stream);
+
 // Flushes and closes. Returns true when everything ever written arrived, and for a stream that is not open; otherwise
 // errno tells why, when the system did.
 [[nodiscard]] bool close_stream(Stream &stream);

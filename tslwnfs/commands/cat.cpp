@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // cat: the content of one file to the command's output.
+#include "platform/stream.h"
 #include "tslwnfs/commands/files.h"
 #include "tslwnfs/commands/source_file.h"
 #include "tslwnfs/frontend/messages.h"
@@ -23,6 +24,7 @@ bool print_content(const SourceFile &source, RequestSlots &requests) {
     TransferBuffer buffer;
     if (!buffer.allocate(kRecords.function, TransferBuffer::size_for(static_cast<std::size_t>(bsize)))) return false;
     Pieces pieces(source);
+    write_through(output_stream());
     terminal::Progress progress(source.path.view(), terminal::leads_to_file(output_stream()) ? source.size : 0);
     do {
         progress.at(pieces.offset());

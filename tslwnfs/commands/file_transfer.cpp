@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/commands/file_transfer.h"
 
+#include "platform/stream.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/storage/resolve.h"
@@ -40,6 +41,7 @@ bool transfer_data(const SourceFile &source, const DestinationFile &destination,
     TransferBuffer buffer;
     if (!buffer.allocate(records.function, TransferBuffer::size_for(static_cast<std::size_t>(bsize)))) return false;
     Pieces pieces(source);
+    if (destination.local) write_through(destination.stream.get());
     terminal::Progress progress(source.path.view(), source.size);
     do {
         progress.at(pieces.offset());
