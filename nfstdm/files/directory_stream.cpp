@@ -36,13 +36,15 @@ Result<DirectoryStream::Batch> DirectoryStream::batch(uint64_t position, std::si
     return Batch{std::span(entries_).subspan(first, count), at_end_ && first + count == entries_.size()};
 }
 
-// While what came is given to the caller the server works on what follows.
+// While what came is taken in and given to the caller the server works on what follows.
 Status DirectoryStream::read_more() {
     if (!question_) question_ = mount_.ask_directory(directory_, cookie_, verifier_);
     const auto reply = mount_.answer(std::exchange(question_, nullptr));
     if (!reply.ok()) return start_again(reply.status());
-    if (Status failure = take(reply.value()); !failure.ok()) return failure;
+    if (Status failure = move_behind(reply.value()); !failure.ok()) return failure;
     if (!at_end_) question_ = mount_.ask_directory(directory_, cookie_, verifier_);
+    for (const auto &entry : reply.value().entries)
+        take_entry(entry);
     return {};
 }
 
@@ -57,12 +59,11 @@ Status DirectoryStream::start_again(const Status &failure) {
     return {};
 }
 
-Status DirectoryStream::take(const DirectoryReply &reply) {
+// Moves the position behind the entries of a reply.
+Status DirectoryStream::move_behind(const DirectoryReply &reply) {
     cookies_used_.insert(cookie_);
     entries_read_ += reply.entries.size();
     if (entries_read_ > kEntriesMaximum) return mount_.named({EOVERFLOW, "READDIR: the directory does not end"});
-    for (const auto &entry : reply.entries)
-        take_entry(entry);
     at_end_ = reply.eof;
     verifier_ = reply.verifier;
     if (at_end_) return {};

@@ -50,7 +50,7 @@ class DirectoryStream {
   private:
     Status read_more();
     Status start_again(const Status &failure);
-    Status take(const DirectoryReply &reply);
+    Status move_behind(const DirectoryReply &reply);
     void take_entry(const DirectoryEntry &entry);
 
     MountedVolume &mount_;

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstddef>
-#include <list>
 #include <unordered_map>
 #include <utility>
 
@@ -19,54 +18,69 @@ class ExpiringCache {
     explicit ExpiringCache(std::size_t limit) : limit_(limit) {}
 
     void put(const Key &key, Value value, TimePoint expires) {
-        const auto [slot, is_new] = slots_.try_emplace(key);
-        if (is_new) slot->second.place = order_.insert(order_.begin(), &slot->first);
-        slot->second.value = std::move(value);
-        slot->second.expires = expires;
-        touch(slot->second);
-        if (slots_.size() > limit_) erase(*order_.back());
+        const auto [node, is_new] = slots_.try_emplace(key);
+        Slot &slot = node->second;
+        if (is_new)
+            slot.key = &node->first;
+        else
+            unlink(slot);
+        link_as_latest(slot);
+        slot.value = std::move(value);
+        slot.expires = expires;
+        if (slots_.size() > limit_) erase(*oldest_->key);
     }
 
     // Null when there is none, or none any more. Valid until the next change.
     const Value *find(const Key &key, TimePoint now) {
-        const auto slot = slots_.find(key);
-        if (slot == slots_.end()) return nullptr;
-        if (slot->second.expires <= now) {
-            erase(slot);
+        const auto node = slots_.find(key);
+        if (node == slots_.end()) return nullptr;
+        Slot &slot = node->second;
+        unlink(slot);
+        if (slot.expires <= now) {
+            slots_.erase(node);
             return nullptr;
         }
-        touch(slot->second);
-        return &slot->second.value;
+        link_as_latest(slot);
+        return &slot.value;
     }
 
     void erase(const Key &key) {
-        if (const auto slot = slots_.find(key); slot != slots_.end()) erase(slot);
+        const auto node = slots_.find(key);
+        if (node == slots_.end()) return;
+        unlink(node->second);
+        slots_.erase(node);
     }
 
     void clear() {
         slots_.clear();
-        order_.clear();
+        latest_ = oldest_ = nullptr;
     }
 
     std::size_t size() const { return slots_.size(); }
 
   private:
-    using Order = std::list<const Key *>;
+    // The order of use runs through the slots themselves, which stay where they are.
     struct Slot {
         Value value{};
         TimePoint expires;
-        typename Order::iterator place;
+        const Key *key = nullptr;
+        Slot *later = nullptr;
+        Slot *earlier = nullptr;
     };
-    using Slots = std::unordered_map<Key, Slot, Hash>;
 
-    void touch(Slot &slot) { order_.splice(order_.begin(), order_, slot.place); }
-    void erase(typename Slots::iterator slot) {
-        order_.erase(slot->second.place);
-        slots_.erase(slot);
+    void link_as_latest(Slot &slot) {
+        slot.later = nullptr;
+        slot.earlier = std::exchange(latest_, &slot);
+        (slot.earlier == nullptr ? oldest_ : slot.earlier->later) = &slot;
+    }
+    void unlink(Slot &slot) {
+        (slot.later == nullptr ? latest_ : slot.later->earlier) = slot.earlier;
+        (slot.earlier == nullptr ? oldest_ : slot.earlier->later) = slot.later;
     }
 
-    Order order_;  // the keys in slots_, the latest used first
-    Slots slots_;
+    std::unordered_map<Key, Slot, Hash> slots_;
+    Slot *latest_ = nullptr;
+    Slot *oldest_ = nullptr;
     std::size_t limit_;
 };
 

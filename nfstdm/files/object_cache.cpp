@@ -29,11 +29,11 @@ void ObjectCache::clear() {
 }
 
 // The size byte in front keeps handle and name apart.
-std::string ObjectCache::key(const FileHandle &directory, std::string_view name) {
-    std::string text(1, static_cast<char>(directory.size));
-    text += directory.view();
-    text += name;
-    return text;
+const std::string &ObjectCache::key(const FileHandle &directory, std::string_view name) {
+    key_.assign(1, static_cast<char>(directory.size));
+    key_ += directory.view();
+    key_ += name;
+    return key_;
 }
 
 }  // namespace nfstdm

@@ -40,11 +40,12 @@ class ObjectCache {
     void clear();
 
   private:
-    static std::string key(const FileHandle &directory, std::string_view name);
+    const std::string &key(const FileHandle &directory, std::string_view name);
 
     TimeSource now_;
     ExpiringCache<FileHandle, Attributes, FileHandleHash> attributes_{kLimit};
     ExpiringCache<std::string, std::optional<FileHandle>> names_{kLimit};
+    std::string key_;  // the latest made, for its memory
 };
 
 }  // namespace nfstdm

@@ -12,6 +12,7 @@ bool path_is_absolute(std::string_view path) {
 
 Components split_path(std::string_view path) {
     Components components;
+    components.reserve(static_cast<std::size_t>(std::ranges::count(path, '/')) + 1);
     while (!path.empty()) {
         const auto end = std::min(path.find('/'), path.size());
         const auto component = path.substr(0, end);
