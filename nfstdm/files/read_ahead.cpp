@@ -52,7 +52,7 @@ void ReadAhead::read(uint64_t offset, std::span<std::byte> buffer, DoneCompletio
     extend();
     serve();
     if (requests_.empty()) return;
-    width_ = std::min(width_ * 2, useful_width());
+    adapt_width();
     extend();
 }
 
@@ -132,11 +132,17 @@ void ReadAhead::measure(Clock::time_point sent) {
     last_end_ = end;
 }
 
-// As many READs as end in the time that the fastest one took, which is the line's length, and as many again because
-// neither server nor line is steady.
+// Widens quickly, for the line stands empty meanwhile, and narrows slowly, for one hesitation says little.
+void ReadAhead::adapt_width() {
+    const std::size_t useful = useful_width();
+    width_ = useful < width_ ? width_ - 1 : std::min(width_ * 2, useful);
+}
+
+// As many READs as end in the time that the fastest one took, which is the line's length, and twice as many again
+// because neither server nor line is steady.
 std::size_t ReadAhead::useful_width() const {
     if (spacing_ <= Clock::duration::zero()) return kWidthAlways;
-    return std::clamp<std::size_t>(static_cast<std::size_t>(2 * fastest_ / spacing_) + 1, kWidthAlways, kWidest);
+    return std::clamp<std::size_t>(static_cast<std::size_t>(3 * fastest_ / spacing_), kWidthAlways, kWidest);
 }
 
 void ReadAhead::filled(const std::shared_ptr<Chunk> &chunk, std::size_t asked, const Result<ReadReply> &reply) {

@@ -24,7 +24,7 @@ namespace nfstdm {
 
 class ReadAhead {
   public:
-    static constexpr std::size_t kWidest = 16;  // READs in the window
+    static constexpr std::size_t kWidest = 24;  // READs in the window
 
     using Clock = EventLoop::Clock;
 
@@ -78,6 +78,7 @@ class ReadAhead {
     void filled(const std::shared_ptr<Chunk> &chunk, std::size_t asked, const Result<ReadReply> &reply);
     void learn(std::size_t asked, const ReadReply &reply);
     void measure(Clock::time_point sent);
+    void adapt_width();
     std::size_t useful_width() const;
 
     void serve();

@@ -20,6 +20,7 @@ using test::pattern;
 
 constexpr std::size_t kRequest = 8 << 10;
 constexpr std::size_t kLarge = 256 << 10;  // bytes of one READ
+constexpr std::size_t kPool = ReadAhead::kWidest * kLarge;
 
 class ReadAheadTest : public ::testing::Test {
   protected:
@@ -67,7 +68,7 @@ class ReadAheadTest : public ::testing::Test {
     EventLoop loop_;
     FakeServer server_;
     FakeVolume volume_{loop_, server_};
-    BufferPool pool_{16 * kLarge};
+    BufferPool pool_{kPool};
     std::vector<std::byte> content_;
     uint64_t file_ = 0;
     std::optional<ReadAhead> window_;
@@ -276,7 +277,7 @@ TEST_F(ReadAheadTest, RequestsThatWaitSurviveForgetting) {
 
 TEST_F(ReadAheadTest, WithoutMemoryForAWindowRequestsAreReadByThemselves) {
     open(4 * kLarge);
-    const auto hog = pool_.take(16 * kLarge);
+    const auto hog = pool_.take(kPool);
     ASSERT_TRUE(hog);
     for (uint64_t offset = 0; offset < kLarge; offset += kRequest)
         ASSERT_TRUE(read(offset, kRequest)->is(content(offset, kRequest)));
@@ -296,7 +297,7 @@ TEST_F(ReadAheadTest, TheWindowNeverHoldsMoreThanItsPool) {
     open(64 * kLarge);
     for (uint64_t offset = 0; offset < content_.size(); offset += kRequest) {
         ASSERT_TRUE(read(offset, kRequest)->is(content(offset, kRequest)));
-        ASSERT_LE(pool_.taken(), 16 * kLarge);
+        ASSERT_LE(pool_.taken(), kPool);
     }
 }
 
