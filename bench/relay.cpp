@@ -1,14 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-// A TCP relay on loopback that delays every byte by half a round trip in each direction and drops none: what a distant
-// server looks like to a client. Throughput is not limited; only time is added.
+// A TCP relay on loopback that lets the bytes of one direction wait for a round trip and drops none: what a distant
+// server looks like to a client. The bytes are in the kernel's pipes and never copied: a relay that copies them takes a
+// processor, which client and server need themselves. What waits must fit a pipe, so the direction that waits is to be
+// the one that carries little: the requests of a download, the replies of an upload. To a client it makes no difference
+// which one it is; it sees the time from its request to the reply.
 //
-// usage: relay ROUND_TRIP_MICROSECONDS TARGET_PORT...
+// usage: relay requests|replies ROUND_TRIP_MICROSECONDS TARGET_PORT...
 // Prints one free port of 127.0.0.1 per target, in their order, on one line; relays until it is ended by a signal.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,27 +20,37 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <deque>
 #include <list>
-#include <memory>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kChunk = std::size_t{256} << 10;
-constexpr std::size_t kQueueMaximum = std::size_t{256} << 20;  // above the bandwidth-delay product of any run
+constexpr int kPipeSize = 1 << 20;  // what everybody may have
+
+[[noreturn]] void fail(const char *what) {
+    std::perror(what);
+    std::exit(1);
+}
 
 class Descriptor {
   public:
     explicit Descriptor(int number = -1) : number_(number) {}
     Descriptor(Descriptor &&other) noexcept : number_(other.number_) { other.number_ = -1; }
-    Descriptor &operator=(Descriptor &&) = delete;
+    Descriptor &operator=(Descriptor &&other) noexcept {
+        std::swap(number_, other.number_);
+        return *this;
+    }
     ~Descriptor() {
         if (number_ >= 0) close(number_);
     }
@@ -46,67 +60,49 @@ class Descriptor {
     int number_;
 };
 
-using Bytes = std::unique_ptr<char[]>;
-
-struct Chunk {
+// What arrived at once.
+struct Arrival {
     Clock::time_point due;
-    Bytes bytes;
     std::size_t size;
-    std::size_t sent;
-};
-
-// Memory that was used before is used again, the latest first: fresh memory costs the relay more than its copying.
-class Buffers {
-  public:
-    Bytes take() {
-        if (spare_.empty()) return std::make_unique_for_overwrite<char[]>(kChunk);
-        Bytes bytes = std::move(spare_.back());
-        spare_.pop_back();
-        return bytes;
-    }
-    void give_back(Bytes bytes) { spare_.push_back(std::move(bytes)); }
-
-  private:
-    std::vector<Bytes> spare_;
 };
 
 // One direction of one connection.
 class Pipe {
   public:
-    Pipe(int from, int to, Clock::duration delay) : from_(from), to_(to), delay_(delay) {}
+    Pipe(int from, int to, Clock::duration delay) : from_(from), to_(to), delay_(delay) {
+        int ends[2];
+        if (pipe2(ends, O_NONBLOCK) != 0) fail("relay: pipe");
+        read_end_ = Descriptor(ends[0]);
+        write_end_ = Descriptor(ends[1]);
+        if (fcntl(write_end_.get(), F_SETPIPE_SZ, kPipeSize) < 0) fail("relay: size of a pipe");
+    }
 
-    bool wants_input() const { return !ended_ && queued_ < kQueueMaximum; }
+    bool wants_input() const { return !ended_ && !full_; }
     bool has_due(Clock::time_point now) const { return !queue_.empty() && queue_.front().due <= now; }
     bool has_queued() const { return !queue_.empty(); }
     Clock::time_point due() const { return queue_.front().due; }
-    int from() const { return from_; }
-    int to() const { return to_; }
 
     // Returns false when the connection is broken.
     bool receive() {
-        Chunk chunk{Clock::now() + delay_, buffers_.take(), 0, 0};
-        const ssize_t count = read(from_, chunk.bytes.get(), kChunk);
-        if (count <= 0) buffers_.give_back(std::move(chunk.bytes));
+        const ssize_t count = move(from_, write_end_.get(), kPipeSize);
+        if (count < 0 && errno == EAGAIN) full_ = has_queued();
         if (count < 0) return errno == EAGAIN || errno == EINTR;
         if (count == 0) {
             ended_ = true;
             return true;
         }
-        chunk.size = static_cast<std::size_t>(count);
-        queued_ += chunk.size;
-        queue_.push_back(std::move(chunk));
+        queue_.push_back({Clock::now() + delay_, static_cast<std::size_t>(count)});
         return true;
     }
 
     bool send(Clock::time_point now) {
         while (has_due(now)) {
-            Chunk &chunk = queue_.front();
-            const ssize_t count = ::send(to_, chunk.bytes.get() + chunk.sent, chunk.size - chunk.sent, MSG_NOSIGNAL);
+            Arrival &arrival = queue_.front();
+            const ssize_t count = move(read_end_.get(), to_, arrival.size);
             if (count < 0) return errno == EAGAIN || errno == EINTR;
-            chunk.sent += static_cast<std::size_t>(count);
-            if (chunk.sent < chunk.size) return true;
-            queued_ -= chunk.size;
-            buffers_.give_back(std::move(chunk.bytes));
+            full_ = false;
+            arrival.size -= static_cast<std::size_t>(count);
+            if (arrival.size > 0) return true;
             queue_.pop_front();
         }
         return true;
@@ -121,22 +117,32 @@ class Pipe {
     }
 
   private:
+    static ssize_t move(int from, int to, std::size_t size) {
+        return splice(from, nullptr, to, nullptr, size, SPLICE_F_MOVE | SPLICE_F_NONBLOCK);
+    }
+
     int from_;
     int to_;
     Clock::duration delay_;
-    std::deque<Chunk> queue_;
-    Buffers buffers_;
-    std::size_t queued_ = 0;
+    Descriptor read_end_;
+    Descriptor write_end_;
+    std::deque<Arrival> queue_;
+    bool full_ = false;
     bool ended_ = false;
     bool closed_ = false;
 };
 
+struct Delays {
+    Clock::duration requests{};
+    Clock::duration replies{};
+};
+
 struct Connection {
-    Connection(Descriptor from, Descriptor to, Clock::duration delay)
+    Connection(Descriptor from, Descriptor to, const Delays &delays)
         : client(std::move(from)),
           server(std::move(to)),
-          up(client.get(), server.get(), delay),
-          down(server.get(), client.get(), delay) {}
+          up(client.get(), server.get(), delays.requests),
+          down(server.get(), client.get(), delays.replies) {}
     Descriptor client;
     Descriptor server;
     Pipe up;
@@ -162,10 +168,8 @@ Listener listen_for(uint16_t target) {
     socklen_t size = sizeof address;
     if (bind(listener.socket.get(), reinterpret_cast<sockaddr *>(&address), size) != 0 ||
         listen(listener.socket.get(), 64) != 0 ||
-        getsockname(listener.socket.get(), reinterpret_cast<sockaddr *>(&address), &size) != 0) {
-        std::perror("relay");
-        std::exit(1);
-    }
+        getsockname(listener.socket.get(), reinterpret_cast<sockaddr *>(&address), &size) != 0)
+        fail("relay: socket");
     std::printf("%u ", ntohs(address.sin_port));
     return listener;
 }
@@ -178,7 +182,7 @@ void prepare(int socket) {
 
 class Relay {
   public:
-    Relay(std::vector<Listener> listeners, Clock::duration delay) : listeners_(std::move(listeners)), delay_(delay) {}
+    Relay(std::vector<Listener> listeners, const Delays &delays) : listeners_(std::move(listeners)), delays_(delays) {}
 
     [[noreturn]] void run() {
         while (true)
@@ -188,11 +192,11 @@ class Relay {
   private:
     void turn();
     void accept_on(const Listener &listener);
-    int wait_milliseconds(Clock::time_point now) const;
+    Clock::duration wait(Clock::time_point now) const;
     static bool serve(Connection &connection, short client_events, short server_events);
 
     std::vector<Listener> listeners_;
-    Clock::duration delay_;
+    Delays delays_;
     std::list<Connection> connections_;
 };
 
@@ -204,19 +208,21 @@ void Relay::accept_on(const Listener &listener) {
     if (connect(server.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) return;
     prepare(client.get());
     prepare(server.get());
-    connections_.emplace_back(std::move(client), std::move(server), delay_);
+    connections_.emplace_back(std::move(client), std::move(server), delays_);
 }
 
-// Milliseconds are too coarse for the last stretch before a chunk is due: then the loop spins.
-int Relay::wait_milliseconds(Clock::time_point now) const {
-    auto wait = std::chrono::milliseconds(1000);
+Clock::duration Relay::wait(Clock::time_point now) const {
+    Clock::duration wait = std::chrono::seconds(1);
     for (const Connection &connection : connections_) {
-        for (const Pipe *pipe : {&connection.up, &connection.down}) {
-            if (!pipe->has_queued() || pipe->due() <= now) continue;
-            wait = std::min(wait, std::chrono::floor<std::chrono::milliseconds>(pipe->due() - now));
-        }
+        for (const Pipe *pipe : {&connection.up, &connection.down})
+            if (pipe->has_queued() && pipe->due() > now) wait = std::min(wait, pipe->due() - now);
     }
-    return static_cast<int>(wait.count());
+    return wait;
+}
+
+timespec to_timespec(Clock::duration duration) {
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(duration);
+    return {seconds.count(), std::chrono::nanoseconds(duration - seconds).count()};
 }
 
 bool Relay::serve(Connection &connection, short client_events, short server_events) {
@@ -244,7 +250,8 @@ void Relay::turn() {
         polled.push_back({connection.client.get(), events(connection.up, connection.down), 0});
         polled.push_back({connection.server.get(), events(connection.down, connection.up), 0});
     }
-    poll(polled.data(), polled.size(), wait_milliseconds(now));
+    const timespec longest = to_timespec(wait(now));
+    ppoll(polled.data(), polled.size(), &longest, nullptr);
     std::size_t i = listeners_.size();
     for (auto connection = connections_.begin(); connection != connections_.end(); i += 2) {
         const bool alive = serve(*connection, polled[i].revents, polled[i + 1].revents);
@@ -264,13 +271,14 @@ bool parse(const char *text, unsigned long maximum, unsigned long &value) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    const std::string_view waiting = argc > 1 ? argv[1] : "";
     unsigned long round_trip = 0;
-    if (argc < 3 || !parse(argv[1], 10'000'000, round_trip)) {
-        std::fputs("usage: relay ROUND_TRIP_MICROSECONDS TARGET_PORT...\n", stderr);
+    if (argc < 4 || (waiting != "requests" && waiting != "replies") || !parse(argv[2], 10'000'000, round_trip)) {
+        std::fputs("usage: relay requests|replies ROUND_TRIP_MICROSECONDS TARGET_PORT...\n", stderr);
         return 2;
     }
     std::vector<Listener> listeners;
-    for (int i = 2; i < argc; ++i) {
+    for (int i = 3; i < argc; ++i) {
         unsigned long port = 0;
         if (!parse(argv[i], 65535, port)) {
             std::fprintf(stderr, "relay: %s is no port\n", argv[i]);
@@ -280,5 +288,9 @@ int main(int argc, char **argv) {
     }
     std::printf("\n");
     std::fflush(stdout);
-    Relay(std::move(listeners), std::chrono::microseconds(round_trip) / 2).run();
+    std::signal(SIGPIPE, SIG_IGN);
+    prctl(PR_SET_TIMERSLACK, 1);  // nanoseconds: by default a wait lasts up to 50 microseconds longer
+    Delays delays;
+    (waiting == "requests" ? delays.requests : delays.replies) = std::chrono::microseconds(round_trip);
+    Relay(std::move(listeners), delays).run();
 }
