@@ -33,7 +33,9 @@ bool needs_attributes() {
 // A name that is wider than the column gets the whole column's blanks behind it, so that it still stands apart.
 std::string padded(const std::string &name) {
     const std::size_t blanks = name.size() > kNameWidth ? kNameWidth : kNameWidth - name.size();
-    return name + std::string(blanks, ' ');
+    std::string shown;
+    shown.reserve(name.size() + blanks);
+    return shown.append(name).append(blanks, ' ');
 }
 
 // Returns false for a name that is not shown.
@@ -47,6 +49,7 @@ bool fetch_attributes(const PathBuffer &path, const std::string &name, Listed li
 
 std::vector<Entry> shown_entries(const PathBuffer &path, const NameList &names, Listed listed) {
     std::vector<Entry> entries;
+    entries.reserve(names.size());
     for (const std::string &name : names) {
         Entry entry;
         if (needs_attributes() && !fetch_attributes(path, name, listed, entry.attributes)) continue;
@@ -115,15 +118,16 @@ void print_long_local(const struct stat &status) {
 void print_long_remote(const TdmAttributes &attributes) {
     const bool regular = attributes.type == TDM_TYPE_REGULAR;
     const bool directory = attributes.type == TDM_TYPE_DIRECTORY;
-    print("%s%s", regular ? "-" : directory ? "d" : "", all_permissions(attributes.permissions).c_str());
-    print("  %u", attributes.uid);
-    print("  %u", attributes.gid);
-    print("  %llu", static_cast<unsigned long long>(attributes.size));
     uint64_t time = attributes.modification_seconds;
     if (DIR_LTIMETYPE == kStatusChange) time = attributes.change_seconds;
     // Only the log has the access time; standard output shows the status change for both.
     if (DIR_LTIMETYPE == kAccess) time = output_is_log() ? attributes.access_seconds : attributes.change_seconds;
-    print(" %s", time_text(time).c_str());
+    print("%s%s  %u  %u  %llu %s",
+          regular     ? "-"
+          : directory ? "d"
+                      : "",
+          all_permissions(attributes.permissions).c_str(), attributes.uid, attributes.gid,
+          static_cast<unsigned long long>(attributes.size), time_text(time).c_str());
 }
 
 // Every entry begins with its line feed and ends without one.
