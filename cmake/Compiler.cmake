@@ -5,12 +5,18 @@ add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
 add_compile_definitions(_FILE_OFFSET_BITS=64 TSLWNFS_VERSION="${PROJECT_VERSION}")
 include_directories(${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    add_compile_options(-Wreserved-identifier)
+endif()
 if(TSLWNFS_SANITIZE)
     add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=address,undefined)
 else()
     # What ships needs the C library only, so that the storage library can be loaded into any process.
     set(TSLWNFS_STATIC_RUNTIME -static-libstdc++ -static-libgcc)
+    # What reads from the network ends rather than go on with a damaged stack, and its tables of addresses are read-only.
+    add_compile_options(-fstack-protector-strong $<$<CONFIG:RelWithDebInfo,Release>:-D_FORTIFY_SOURCE=2>)
+    add_link_options(-Wl,-z,relro,-z,now)
 endif()
 if(TSLWNFS_FUZZ)
     # Assertions count as findings, and what the fuzzers steer by is compiled into everything they reach.

@@ -40,12 +40,12 @@ Append append_to_file(const char *path, std::string_view text) {
     struct stat before;
     if (!stream || fstat(fileno(stream.get()), &before) != 0) return Append::not_opened;
     // Without a buffer nothing is left to be written again after a failure.
-    std::setvbuf(stream.get(), nullptr, _IONBF, 0);
+    write_through(stream.get());
     if (std::fwrite(text.data(), 1, text.size(), stream.get()) == text.size()) {
         return close_stream(stream) ? Append::done : Append::not_written;
     }
     const int failure = errno;
-    static_cast<void>(ftruncate(fileno(stream.get()), before.st_size));
+    [[maybe_unused]] const int undone = ftruncate(fileno(stream.get()), before.st_size);
     stream.reset();
     errno = failure;
     return Append::not_written;

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdio>
 
 #include "tslwnfs/terminal/screen.h"
@@ -31,10 +30,12 @@ std::string time_text(uint64_t seconds) {
 
 // Nothing while nothing was transferred: then nobody knows.
 std::string time_left(uint64_t done, uint64_t total, double rate) {
-    constexpr double kLongest = 1e6;  // seconds, eleven days
-    const double seconds = rate > 0 ? static_cast<double>(total - done) / rate : kLongest;
-    return seconds < kLongest ? "  " + time_text(static_cast<uint64_t>(std::llround(seconds))) + " left"
-                              : std::string();
+    using Seconds = std::chrono::duration<double>;
+    constexpr Seconds kLongest{1e6};  // eleven days
+    const Seconds left{rate > 0 ? static_cast<double>(total - done) / rate : kLongest.count()};
+    if (left >= kLongest) return {};
+    const auto rounded = std::chrono::round<std::chrono::seconds>(left);
+    return "  " + time_text(static_cast<uint64_t>(rounded.count())) + " left";
 }
 
 }  // namespace
