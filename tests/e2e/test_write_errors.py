@@ -76,7 +76,8 @@ def test_a_server_that_is_not_ready_is_asked_again_during_a_download(faulty, tmp
 def test_a_stale_handle_is_looked_up_again_once(faulty, procedure):
     server = faulty()
     make_file(server.files / "f", 10)
-    special = {"MKDIR": ["mkdir", server / "new"], "READDIRPLUS": ["ls", server.remote]}
+    listing = ["ls", server.remote]
+    special = {"MKDIR": ["mkdir", server / "new"], "READDIRPLUS": listing, "GETATTR": listing}
     words = special.get(procedure, ["cat", server / "f"])
     server.fault(f"status={procedure}:STALE:1")
     server.ok(*words)

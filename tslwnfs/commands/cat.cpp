@@ -24,11 +24,13 @@ bool print_content(const SourceFile &source, RequestSlots &requests) {
     TransferBuffer buffer;
     if (!buffer.allocate(kRecords.function, TransferBuffer::size_for(static_cast<std::size_t>(bsize)))) return false;
     Pieces pieces(source);
-    write_through(output_stream());
     terminal::Progress progress(source.path.view(), terminal::leads_to_file(output_stream()) ? source.size : 0);
     do {
         progress.at(pieces.offset());
         if (!read_piece(source, pieces, requests, buffer, kRecords)) return false;
+        // Not sooner: a remark without a line feed may still be in the buffer, and the reason of a failure must not end
+        // up behind it.
+        if (pieces.offset() == 0) write_through(output_stream());
         if (std::fwrite(buffer.data(), 1, pieces.payload(), output_stream()) != pieces.payload()) {
             trace_message(kRecords.function, Message::file_unopenable, source.path.c_str());
             return false;
