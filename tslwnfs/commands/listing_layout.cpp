@@ -116,18 +116,15 @@ void print_long_local(const struct stat &status) {
 }
 
 void print_long_remote(const TdmAttributes &attributes) {
-    const bool regular = attributes.type == TDM_TYPE_REGULAR;
-    const bool directory = attributes.type == TDM_TYPE_DIRECTORY;
+    const char *kind = "";
+    if (attributes.type == TDM_TYPE_REGULAR) kind = "-";
+    if (attributes.type == TDM_TYPE_DIRECTORY) kind = "d";
     uint64_t time = attributes.modification_seconds;
     if (DIR_LTIMETYPE == kStatusChange) time = attributes.change_seconds;
     // Only the log has the access time; standard output shows the status change for both.
     if (DIR_LTIMETYPE == kAccess) time = output_is_log() ? attributes.access_seconds : attributes.change_seconds;
-    print("%s%s  %u  %u  %llu %s",
-          regular     ? "-"
-          : directory ? "d"
-                      : "",
-          all_permissions(attributes.permissions).c_str(), attributes.uid, attributes.gid,
-          static_cast<unsigned long long>(attributes.size), time_text(time).c_str());
+    print("%s%s  %u  %u  %llu %s", kind, all_permissions(attributes.permissions).c_str(), attributes.uid,
+          attributes.gid, static_cast<unsigned long long>(attributes.size), time_text(time).c_str());
 }
 
 // Every entry begins with its line feed and ends without one.

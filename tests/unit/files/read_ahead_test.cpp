@@ -91,7 +91,6 @@ TEST_F(ReadAheadTest, SmallRequestsInSequenceKeepSeveralLargeReadsInFlight) {
 // Plays a line on which a READ takes at least a time, and one ends a time after the other.
 class ReadAheadOnALine : public ReadAheadTest {
   protected:
-    using Time = ReadAhead::Clock::time_point;
     using microseconds = std::chrono::microseconds;
 
     ReadAheadOnALine() {
