@@ -14,6 +14,7 @@ check_needs=(
     clang-format:clang-format
     clang-tidy:clang-tidy
     readelf:binutils
+    '/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a:libclang-rt-dev'
     make:make
     pkg-config:pkgconf
     /usr/include/gtest/gtest.h:libgtest-dev
@@ -37,7 +38,6 @@ optional_needs=(
     ip:iproute2
     unshare:util-linux
     zsh:zsh
-    '/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a:libclang-rt-dev'
     rpmbuild:rpm
     lintian:lintian
 )

@@ -17,30 +17,64 @@ skip() { # NAME WHY
     printf 'skipped  %s: %s\n' "$1" "$2"
 }
 
-# check NAME COMMAND...: one check, passed when the command succeeds. Its output is shown only when it fails, and the last
-# of it once more at the end: of a long run often only the end is kept.
+# check NAME COMMAND...: one check, passed when the command succeeds.
 check() {
-    local name=$1 log start=$SECONDS
+    local name=$1 log start=$SECONDS status
     shift
     log=$(mktemp)
-    if "$@" >"$log" 2>&1; then
-        passed=$((passed + 1))
-        printf 'ok       %s (%d s)\n' "$name" $((SECONDS - start))
-        rm -f "$log"
-        return 0
-    fi
-    tail -n 200 "$log"
-    fail "$name" 'see above'
-    failures[-1]="$name:"$'\n'$(tail -n 20 "$log")
-    rm -f "$log"
-    return 1
+    "$@" >"$log" 2>&1
+    status=$?
+    outcome "$name" "$status" "$log" $((SECONDS - start))
 }
 
-# tests NAME JUNIT COMMAND...: a test runner that writes its results to the file JUNIT; every test case counts.
+# outcome NAME STATUS LOG SECONDS: counts a check. Its output is shown only when it failed, and the last of it once more
+# at the end: of a long run often only the end is kept. Takes the log away.
+outcome() {
+    local name=$1 status=$2 log=$3
+    if [ "$status" -eq 0 ]; then
+        passed=$((passed + 1))
+        printf 'ok       %s (%d s)\n' "$name" "$4"
+    else
+        tail -n 200 "$log"
+        fail "$name" 'see above'
+        failures[-1]="$name:"$'\n'$(tail -n 20 "$log")
+    fi
+    rm -f "$log"
+    return "$status"
+}
+
+# beside NAME COMMAND...: begins a check that runs beside what follows, as a process group of its own; join_all waits for
+# all of these and counts them. None outlives the run.
+declare -A beside_process beside_log
+beside() {
+    local name=$1
+    shift
+    beside_log[$name]=$(mktemp)
+    set -m
+    "$@" >"${beside_log[$name]}" 2>&1 &
+    set +m
+    beside_process[$name]=$!
+}
+join_all() {
+    local name start=$SECONDS
+    for name in "${!beside_process[@]}"; do
+        wait "${beside_process[$name]}"
+        outcome "$name" $? "${beside_log[$name]}" $((SECONDS - start))
+        unset "beside_process[$name]"
+    done
+}
+end_beside() {
+    local process
+    for process in "${beside_process[@]}"; do kill -- "-$process"; done 2>/dev/null
+}
+trap end_beside EXIT
+
+# tests NAME JUNIT COMMAND...: a test runner that writes its results to JUNIT, a file or a folder of files; every test case
+# counts.
 tests() {
     local name=$1 junit=$2 start=$SECONDS status counts case_passed case_failed case_skipped case_names
     shift 2
-    rm -f "$junit"
+    rm -rf "$junit"
     "$@"
     status=$?
     if ! counts=$(/usr/bin/python3 scripts/lib/junit_counts.py "$junit"); then

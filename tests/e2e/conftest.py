@@ -20,8 +20,17 @@ def pytest_addoption(parser):
 
 
 def pytest_configure(config):
-    config.addinivalue_line("markers", "large: moves gigabytes (not under the sanitizers, which slow every byte)")
+    config.addinivalue_line("markers", "slow: takes over five seconds, or repeats a hundred times (in whole runs only)")
+    config.addinivalue_line("markers", "large: slow, and moves gigabytes (not under the sanitizers, which slow every byte)")
     config.addinivalue_line("markers", "plain: links the library to a program that has no sanitizer's runtime")
+
+
+# First: the option -m selects in the same hook.
+@pytest.hookimpl(tryfirst=True)
+def pytest_collection_modifyitems(items):
+    for item in items:
+        if item.get_closest_marker("large"):
+            item.add_marker(pytest.mark.slow)
 
 
 def pytest_generate_tests(metafunc):

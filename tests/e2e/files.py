@@ -36,10 +36,10 @@ def make_tree(root, directories, files_each):
     return root
 
 
-def grow_tree(folder):
-    """10,000 entries in three levels, of many sizes, with the letter x in every seventh name."""
+def grow_tree(folder, branches=20):
+    """Three levels, 495 entries a branch (10,000 in all), of many sizes, with the letter x in every seventh name."""
     entries = 0
-    for i in range(20):
+    for i in range(branches):
         for j in range(19):
             branch = folder / f"d{i}" / f"e{j}"
             branch.mkdir(parents=True)

@@ -4,7 +4,7 @@ import pytest
 from files import content, digest, make_file
 from texts import SUCCEEDED, copy_banner, exists, failed, not_a_directory
 
-SIZES = [0, 1, 511, 512, 32767, 32768, 32769, 1048575, 1048577, 100_000_000]
+SIZES = [0, 1, 511, 512, 32767, 32768, 32769, 1048575, 1048577, 10_000_000, pytest.param(100_000_000, marks=pytest.mark.slow)]
 
 
 @pytest.mark.parametrize("size", SIZES)

@@ -62,12 +62,14 @@ def sparse(path, size):
 needs_plain_build = pytest.mark.skipif("ASAN_OPTIONS" in os.environ, reason="sanitizers take memory of their own")
 
 
+@pytest.mark.slow
 @needs_plain_build
 def test_printing_five_gibibytes_takes_less_than_64_mebibytes(counting):
     sparse(counting.folder / "large", 5 * GIB)
     assert counting.client.peak_kib("cat", f"{MOUNT}/large") < MEMORY_LIMIT_KIB
 
 
+@pytest.mark.slow
 @needs_plain_build
 def test_a_dd_of_ten_gibibytes_takes_less_than_64_mebibytes(counting):
     sparse(counting.folder / "large", 10 * GIB)
@@ -75,6 +77,7 @@ def test_a_dd_of_ten_gibibytes_takes_less_than_64_mebibytes(counting):
 
 
 # A gibibyte fills either window many times over; these bytes end on a disk.
+@pytest.mark.slow
 @needs_plain_build
 def test_copying_a_gibibyte_up_and_down_takes_less_than_64_mebibytes(counting, tmp_path):
     source = sparse(tmp_path / "large", GIB)

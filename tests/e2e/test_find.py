@@ -4,6 +4,7 @@ import os
 import subprocess
 
 import pytest
+from amounts import few_and_many
 from files import grow_tree
 from texts import SUCCEEDED, UNUSABLE, failed
 
@@ -47,8 +48,9 @@ def test_a_local_tree_gives_what_findutils_gives(local, tree, ours, theirs):
     assert matches(done.out) == findutils(tree, *theirs)
 
 
-def test_a_remote_tree_gives_what_findutils_gives(server, place):
-    grow_tree(place.files)
+@few_and_many("branches", 1, 20)
+def test_a_remote_tree_gives_what_findutils_gives(server, place, branches):
+    grow_tree(place.files, branches)
     for ours, theirs in TESTS:
         remote = [place.remote + name[len(str(place.files)) :] for name in findutils(place.files, *theirs)]
         assert matches(server.ok("find", place.remote, *ours)) == remote

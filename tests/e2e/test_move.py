@@ -3,6 +3,7 @@
 import os
 
 import pytest
+from amounts import few_and_many
 from files import grow_tree
 from texts import SUCCEEDED, failed
 
@@ -69,8 +70,9 @@ def test_a_source_that_may_not_be_deleted_stays_and_the_copy_too(server, place, 
     assert (tmp_path / "f").read_bytes() == DATA
 
 
-def test_a_tree_is_deleted_and_nothing_is_left(server, place):
-    grow_tree(place.files / "t")
+@few_and_many("branches", 1, 20)
+def test_a_tree_is_deleted_and_nothing_is_left(server, place, branches):
+    grow_tree(place.files / "t", branches)
     (place.files / "outside").touch()
     (place.files / "t" / "link").symlink_to("../outside")
     assert server.run("rm", place / "t").status == 1

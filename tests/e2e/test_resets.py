@@ -2,22 +2,22 @@
 nothing had happened."""
 
 import pytest
+from amounts import few_and_many
 from client import finish
 from files import digest, make_file
 from test_restart import distances
 from texts import SUCCEEDED
 
-SIZE = 250_000_000
-RESETS = 100
+BYTES_A_RESET = 2_500_000
 
 
 @pytest.fixture
 def reset_often(relayed, chance):
-    """Runs a command that moves SIZE bytes, and meanwhile resets its connection, many times."""
+    """Runs a command that moves BYTES_A_RESET for each reset, and meanwhile resets its connection so often."""
 
-    def run(*words):
+    def run(resets, *words):
         process = relayed.client.start(*words)
-        for distance in distances(chance, SIZE, RESETS):
+        for distance in distances(chance, resets * BYTES_A_RESET, resets):
             relayed.relay.pass_bytes(distance, process)
             relayed.relay.reset()
         relayed.relay.open()
@@ -26,16 +26,18 @@ def reset_often(relayed, chance):
     return run
 
 
-def test_an_upload_survives_a_hundred_resets(reset_often, place, tmp_path):
-    source = make_file(tmp_path / "source", SIZE)
-    run = reset_often("cp", source, place / "copy")
+@few_and_many("resets", 10, 100)
+def test_an_upload_survives_many_resets(reset_often, place, tmp_path, resets):
+    source = make_file(tmp_path / "source", resets * BYTES_A_RESET)
+    run = reset_often(resets, "cp", source, place / "copy")
     assert (run.status, run.out[-len(SUCCEEDED) :]) == (0, SUCCEEDED)
     assert digest(place.files / "copy") == digest(source)
 
 
-def test_a_download_survives_a_hundred_resets(reset_often, place, tmp_path):
-    make_file(place.files / "source", SIZE)
-    run = reset_often("cp", place / "source", tmp_path / "copy")
+@few_and_many("resets", 10, 100)
+def test_a_download_survives_many_resets(reset_often, place, tmp_path, resets):
+    make_file(place.files / "source", resets * BYTES_A_RESET)
+    run = reset_often(resets, "cp", place / "source", tmp_path / "copy")
     assert (run.status, run.out[-len(SUCCEEDED) :]) == (0, SUCCEEDED)
     assert digest(tmp_path / "copy") == digest(place.files / "source")
 

@@ -4,12 +4,12 @@ loopnfsd keeps uncommitted data to itself, so that killing it loses that data an
 """
 
 import pytest
+from amounts import few_and_many
 from client import finish
 from files import digest, make_file
 from texts import SUCCEEDED
 
 SIZE = 64 << 20
-KILLS = 20
 
 
 def distances(chance, size, count):
@@ -20,11 +20,11 @@ def distances(chance, size, count):
 
 @pytest.fixture
 def killed(server, relayed, chance):
-    """Runs a command that moves SIZE bytes, and meanwhile kills the server and starts it again, many times."""
+    """Runs a command that moves SIZE bytes, and meanwhile kills the server and starts it again, so often."""
 
-    def run(*words):
+    def run(kills, *words):
         process = relayed.client.start(*words)
-        for distance in distances(chance, SIZE, KILLS):
+        for distance in distances(chance, SIZE, kills):
             relayed.relay.pass_bytes(distance, process)
             server.kill()
             server.start_again()
@@ -34,15 +34,17 @@ def killed(server, relayed, chance):
     return run
 
 
-def test_an_upload_survives_a_server_that_is_killed_twenty_times(killed, place, tmp_path):
+@few_and_many("kills", 3, 20)
+def test_an_upload_survives_a_server_that_is_killed_again_and_again(killed, place, tmp_path, kills):
     source = make_file(tmp_path / "source", SIZE)
-    run = killed("cp", source, place / "copy")
+    run = killed(kills, "cp", source, place / "copy")
     assert (run.status, run.out[-len(SUCCEEDED) :]) == (0, SUCCEEDED)
     assert digest(place.files / "copy") == digest(source)
 
 
-def test_a_download_survives_a_server_that_is_killed_twenty_times(killed, place, tmp_path):
+@few_and_many("kills", 3, 20)
+def test_a_download_survives_a_server_that_is_killed_again_and_again(killed, place, tmp_path, kills):
     make_file(place.files / "source", SIZE)
-    run = killed("cp", place / "source", tmp_path / "copy")
+    run = killed(kills, "cp", place / "source", tmp_path / "copy")
     assert (run.status, run.out[-len(SUCCEEDED) :]) == (0, SUCCEEDED)
     assert digest(tmp_path / "copy") == digest(place.files / "source")

@@ -14,11 +14,6 @@ namespace {
 
 constexpr const char *kEpoch = "Thu Jan  1 00:00:00 1970\n";
 
-// The blanks in front of a number in a field of 64 columns.
-std::string in_64_columns(const std::string &number) {
-    return std::string(64 - number.size(), ' ') + number;
-}
-
 class AttributesTest : public CommandTest {
   protected:
     Outcome getattr(const std::string &path, int32_t print_block = 1) {

@@ -22,7 +22,7 @@ class CatTest : public CommandTest {
 };
 using CatDeathTest = CatTest;
 
-const std::vector<std::string> kTransferCalls = {"identify", "resize", "reidentify", "submit", "unidentify"};
+const std::vector<std::string> kCatCalls = {"identify", "resize", "reidentify", "submit", "unidentify"};
 
 TEST_F(CatTest, ALocalFileIsPrintedToTheByteWhateverItsSize) {
     for (const std::size_t size : {0, 1, 511, 512, 513, 32257, 32700, 32767, 32768, 32769, 65300, 65536, 200000}) {
@@ -49,7 +49,7 @@ TEST_F(CatTest, ASmallRemoteFileIsGrownToABlockAndCutBack) {
     fake_.volume.add_file("/m/f", "x");
     EXPECT_EQ(cat("/m/f").status, 0u);
     EXPECT_THAT(
-        fake_.calls_of(kTransferCalls),
+        fake_.calls_of(kCatCalls),
         ElementsAre("identify /m/f key=0 mode=2 length=513 flags=0", "resize file=1 size=512",
                     "reidentify file=1 flags=0",
                     "submit requests=1 timeout=0 count=0 [read file=2 offset=0 count=512 flags=7 cleared=0 aligned]",

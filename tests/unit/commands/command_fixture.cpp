@@ -56,6 +56,10 @@ std::vector<std::string> CommandTest::trace_of(std::string_view function) const 
     return lines;
 }
 
+std::string in_64_columns(const std::string &number) {
+    return std::string(64 - number.size(), ' ') + number;
+}
+
 std::string sample_text(std::size_t size) {
     std::string text(size, '\0');
     uint32_t state = 12345;

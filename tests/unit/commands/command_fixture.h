@@ -70,5 +70,8 @@ class CommandTest : public ::testing::Test {
     ScratchStream log_;
 };
 
+// A number in a field of 64 columns: the blanks in front, then its digits.
+std::string in_64_columns(const std::string &number);
+
 // A text without a pattern that a misplaced block could repeat.
 std::string sample_text(std::size_t size);

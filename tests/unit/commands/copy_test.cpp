@@ -31,8 +31,8 @@ class CopyTest : public CommandTest {
 using CopyDeathTest = CopyTest;
 
 constexpr std::size_t kSizes[] = {0, 1, 511, 512, 513, 32255, 32257, 32700, 32767, 32768, 32769, 65300, 65536, 100001};
-const std::vector<std::string> kTransferCalls = {"identify", "create",     "resize", "reidentify",
-                                                 "submit",   "unidentify", "commit"};
+const std::vector<std::string> kCopyCalls = {"identify", "create",     "resize", "reidentify",
+                                             "submit",   "unidentify", "commit"};
 
 std::string identified(const std::string &path) {
     return "identify " + path + " key=0 mode=2 length=513 flags=0";
@@ -64,7 +64,7 @@ TEST_F(CopyTest, ARemoteSourceIsGrownForTheCopyAndCutBack) {
     fake_.volume.add_file("/m/src", sample_text(32868));
     EXPECT_EQ(copy("/m/src", "/m/dst").status, 0u);
     EXPECT_THAT(
-        fake_.calls_of(kTransferCalls),
+        fake_.calls_of(kCopyCalls),
         ElementsAre(identified("/m/src"), "resize file=1 size=33280", "reidentify file=1 flags=0", identified("/m/dst"),
                     "create /m/dst size=33280 type=2 mode=2 length=513", submitted("read file=2 offset=0 count=32768"),
                     submitted("write file=3 offset=0 count=32768"), submitted("read file=2 offset=32768 count=512"),

@@ -39,10 +39,6 @@ const std::string kFigures =
     "\n \t free file slots available to user 6 "
     "\n \t file system volatility            4294967295  sec";
 
-std::string in_64_columns(const std::string &number) {
-    return std::string(64 - number.size(), ' ') + number;
-}
-
 void describe(const FakeNodePointer &node) {
     TdmAttributes &attributes = node->attributes;
     attributes.uid = 10;

@@ -16,10 +16,6 @@ std::string padded(const std::string &name) {
     return name + std::string(31 - name.size(), ' ');
 }
 
-std::string in_64_columns(const std::string &number) {
-    return std::string(64 - number.size(), ' ') + number;
-}
-
 class ListingTest : public CommandTest {
   protected:
     ListingTest() { commandtype = kList; }

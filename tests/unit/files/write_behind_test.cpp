@@ -17,8 +17,8 @@ using test::Op;
 using test::pattern;
 
 constexpr std::size_t kWrite = 64 << 10;  // bytes of one WRITE
-constexpr std::size_t kRequest = 8 << 10;
-constexpr std::size_t kPool = 16 * kWrite;
+constexpr std::size_t kPiece = 8 << 10;
+constexpr std::size_t kMemory = 16 * kWrite;
 constexpr std::size_t kCommitAfter = 8 * kWrite;
 
 class WriteBehindTest : public ::testing::Test {
@@ -29,7 +29,7 @@ class WriteBehindTest : public ::testing::Test {
     std::size_t accept(std::span<const std::byte> data, uint64_t from = 0) {
         uint64_t offset = from;
         while (offset < data.size()) {
-            const auto piece = data.subspan(offset, std::min(kRequest, data.size() - offset));
+            const auto piece = data.subspan(offset, std::min(kPiece, data.size() - offset));
             const auto accepted = window_->accept(offset, piece);
             offset += accepted;
             if (accepted < piece.size()) break;
@@ -51,7 +51,7 @@ class WriteBehindTest : public ::testing::Test {
     FakeServer server_;
     uint64_t file_ = server_.add_file("/f");
     FakeVolume volume_{loop_, server_};
-    BufferPool pool_{kPool};
+    BufferPool pool_{kMemory};
     std::optional<WriteBehind> window_;
 };
 
@@ -197,7 +197,7 @@ TEST_F(WriteBehindTest, MuchUncommittedDataIsCommittedWhileMoreIsAccepted) {
     const auto data = pattern(100 * kWrite);
     for (uint64_t done = 0; done < data.size();) {
         done += accept(data, done);
-        ASSERT_LE(pool_.taken(), kPool);
+        ASSERT_LE(pool_.taken(), kMemory);
         loop_.run_until([&] { return pool_.has_room(kWrite); });
     }
     EXPECT_GE(server_.calls[Op::commit], 8U);

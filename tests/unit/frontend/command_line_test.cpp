@@ -8,9 +8,6 @@
 
 namespace {
 
-constexpr auto kAccepted = ParseOutcome::accepted;
-constexpr auto kUsage = ParseOutcome::usage;
-
 class CommandLine : public FrontEnd {
   protected:
     std::string trace_name() const { return directory_ / "trace"; }

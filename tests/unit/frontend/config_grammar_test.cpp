@@ -5,9 +5,6 @@
 
 namespace {
 
-constexpr auto kAccepted = ParseOutcome::accepted;
-constexpr auto kUsage = ParseOutcome::usage;
-
 class ConfigGrammar : public FrontEnd {
   protected:
     static std::string shown(const char *text) { return text != nullptr ? text : "null"; }

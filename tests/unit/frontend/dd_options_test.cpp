@@ -3,7 +3,6 @@
 
 namespace {
 
-constexpr auto kAccepted = ParseOutcome::accepted;
 constexpr auto kHelp = ParseOutcome::dd_help;
 
 class DdOptions : public FrontEnd {

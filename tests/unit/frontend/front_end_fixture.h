@@ -20,6 +20,9 @@
 #include "tslwnfs/frontend/startup.h"
 #include "tslwnfs/frontend/streams.h"
 
+constexpr auto kAccepted = ParseOutcome::accepted;
+constexpr auto kUsage = ParseOutcome::usage;
+
 // An argument vector that owns its words.
 class ArgumentVector {
   public:
