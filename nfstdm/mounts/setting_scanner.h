@@ -11,7 +11,7 @@ struct Setting {
     enum class Kind { setting, block_begin, block_end, unreadable };
     Kind kind = Kind::setting;
     std::string_view key;    // without its colon; the offending word when unreadable
-    std::string_view value;  // empty when none follows on the line
+    std::string_view value;  // empty when none follows on the line, or a key does
     unsigned line = 0;       // from 1
 };
 

@@ -2,15 +2,14 @@
 #include "nfstdm/mounts/tslnfstab.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cstdint>
-#include <limits>
 #include <optional>
 #include <utility>
 
 #include "nfstdm/mounts/path_text.h"
 #include "nfstdm/mounts/setting_scanner.h"
+#include "nfstdm/mounts/tslnfstab_keys.h"
 
 namespace nfstdm {
 namespace {
@@ -29,9 +28,11 @@ std::string shown(std::string_view value) {
     return '"' + printable(value) + '"';
 }
 
-bool is_readable(std::string_view value) {
-    return !value.empty() && std::none_of(value.begin(), value.end(),
-                                          [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; });
+bool is_readable(KeyRow::Value kind, std::string_view value) {
+    if (kind == KeyRow::Value::text) return true;
+    if (value.empty()) return kind == KeyRow::Value::word_or_none;
+    return std::none_of(value.begin(), value.end(),
+                        [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; });
 }
 
 std::optional<uint32_t> number_in(std::string_view value, uint32_t least, uint32_t most) {
@@ -49,15 +50,8 @@ class ServerBuilder {
     Tslnfstab finish();
 
   private:
-    using Taker = void (ServerBuilder::*)(const Setting &);
-    struct Key {
-        std::string_view word;
-        bool prefix;  // longer words that begin like this one mean the same
-        Taker take;
-    };
-    static const std::array<Key, 18> kKeys;
-    static const Key *find_key(std::string_view word);
-
+    void take_value(Key key, const Setting &setting);
+    void remark_unknown(const Setting &setting);
     void take_stray_word(const Setting &setting);
     void take_server(const Setting &setting);
     void take_local(const Setting &setting);
@@ -65,34 +59,9 @@ class ServerBuilder {
     void take_export(const Setting &setting);
     void take_mount(const Setting &setting);
     void take_security(const Setting &setting);
-    void take_security_default(const Setting &setting);
-    void take_version(const Setting &setting);
     void take_rdma_port(const Setting &setting);
-    void take_nothing(const Setting &) {}  // read for the sake of others
-
-    void take_uid(const Setting &setting) { take_number(setting, current_.uid, 0, kAny); }
-    void take_gid(const Setting &setting) { take_number(setting, current_.gid, 0, kAny); }
-    void take_contact_timeout(const Setting &setting) {
-        take_number(setting, current_.contact_timeout_seconds, 1, kSecondsMaximum);
-    }
-    void take_io_timeout(const Setting &setting) {
-        take_number(setting, current_.io_timeout_seconds, 0, kSecondsMaximum);
-    }
-    void take_connections(const Setting &setting) { take_number(setting, current_.connections_per_path, 1, 16); }
-    void take_mount_port(const Setting &setting) { take_number(setting, current_.mount_port, 1, kPortMaximum); }
-    void take_nfs_port(const Setting &setting) { take_number(setting, current_.nfs_port, 1, kPortMaximum); }
-
-    static constexpr uint32_t kAny = std::numeric_limits<uint32_t>::max();
-    static constexpr uint32_t kSecondsMaximum = 365 * 24 * 3600;
-    static constexpr uint32_t kPortMaximum = 65535;
-
     template <class Number>
-    void take_number(const Setting &setting, Number &number, uint32_t least, uint32_t most) {
-        if (const auto value = number_in(setting.value, least, most))
-            number = static_cast<Number>(*value);
-        else
-            fail(setting, "is not a number from " + std::to_string(least) + " to " + std::to_string(most));
-    }
+    void take_number(const Setting &setting, Number &number);
 
     // A block that lacks nothing: the next uid, gid or server key may begin another.
     bool complete() const { return !current_.name.empty() || (!in_markers_ && !current_.exports.empty()); }
@@ -109,34 +78,6 @@ class ServerBuilder {
     std::optional<ServerExport> export_;  // waits for its mount
     unsigned export_line_ = 0;
 };
-
-const std::array<ServerBuilder::Key, 18> ServerBuilder::kKeys = {{
-    {"server", true, &ServerBuilder::take_server},
-    {"rdmaport", true, &ServerBuilder::take_rdma_port},
-    {"local", false, &ServerBuilder::take_local},
-    {"path", false, &ServerBuilder::take_path},
-    {"export", false, &ServerBuilder::take_export},
-    {"mount", false, &ServerBuilder::take_mount},
-    {"security", false, &ServerBuilder::take_security},
-    {"security_default", false, &ServerBuilder::take_security_default},
-    {"uid", false, &ServerBuilder::take_uid},
-    {"gid", false, &ServerBuilder::take_gid},
-    {"version", false, &ServerBuilder::take_version},
-    {"mnt_timeout", false, &ServerBuilder::take_contact_timeout},
-    {"io_timeout", false, &ServerBuilder::take_io_timeout},
-    {"nconnect", false, &ServerBuilder::take_connections},
-    {"mountport", false, &ServerBuilder::take_mount_port},
-    {"nfsport", false, &ServerBuilder::take_nfs_port},
-    {"community", false, &ServerBuilder::take_nothing},
-    {"management", false, &ServerBuilder::take_nothing},
-}};
-
-const ServerBuilder::Key *ServerBuilder::find_key(std::string_view word) {
-    const auto found = std::find_if(kKeys.begin(), kKeys.end(), [word](const Key &key) {
-        return key.prefix ? word.starts_with(key.word) : word == key.word;
-    });
-    return found == kKeys.end() ? nullptr : &*found;
-}
 
 void ServerBuilder::remark(unsigned line, const std::string &text) {
     result_.remarks.push_back("line " + std::to_string(line) + ": " + text);
@@ -184,12 +125,71 @@ void ServerBuilder::take(const Setting &setting, bool leads_to_server) {
         case Setting::Kind::setting:
             break;
     }
-    const Key *key = find_key(setting.key);
-    if (key == nullptr) return remark(setting.line, "unknown key " + shown(setting.key));
+    const KeyRow *row = find_key(setting.key);
+    if (row == nullptr) return remark_unknown(setting);
     if (leads_to_server && complete()) begin_server();
     if (current_.line == 0) current_.line = setting.line;
-    if (!is_readable(setting.value)) return fail(setting, "cannot be read");
-    (this->*key->take)(setting);
+    if (!is_readable(row->value, setting.value)) return fail(setting, "cannot be read");
+    take_value(row->key, setting);
+}
+
+void ServerBuilder::take_value(Key key, const Setting &setting) {
+    switch (key) {
+        case Key::server:
+            return take_server(setting);
+        case Key::rdmaport:
+            return take_rdma_port(setting);
+        case Key::local:
+            return take_local(setting);
+        case Key::path:
+            return take_path(setting);
+        case Key::exported:
+            return take_export(setting);
+        case Key::mount:
+            return take_mount(setting);
+        case Key::security:
+            return take_security(setting);
+        case Key::security_default:
+            current_.security_default = setting.value;
+            return;
+        case Key::uid:
+            return take_number(setting, current_.uid);
+        case Key::gid:
+            return take_number(setting, current_.gid);
+        case Key::version:
+            current_.version = setting.value;
+            return;
+        case Key::mnt_timeout:
+            return take_number(setting, current_.contact_timeout_seconds);
+        case Key::io_timeout:
+            return take_number(setting, current_.io_timeout_seconds);
+        case Key::nconnect:
+            return take_number(setting, current_.connections_per_path);
+        case Key::mountport:
+            return take_number(setting, current_.mount_port);
+        case Key::nfsport:
+            return take_number(setting, current_.nfs_port);
+        case Key::community:
+        case Key::management:
+            return;  // read for the sake of others
+    }
+}
+
+template <class Number>
+void ServerBuilder::take_number(const Setting &setting, Number &number) {
+    const KeyRow &row = *find_key(setting.key);
+    if (const auto value = number_in(setting.value, row.least, row.most)) {
+        number = static_cast<Number>(*value);
+    } else {
+        fail(setting, "is not a number from " + std::to_string(row.least) + " to " + std::to_string(row.most));
+    }
+}
+
+// An unknown key may be meant for another program; one in capitals hardly is, and what it was to say is missing.
+void ServerBuilder::remark_unknown(const Setting &setting) {
+    const KeyRow *meant = find_key_in_capitals(setting.key);
+    const std::string hint = meant == nullptr ? "" : std::string(": keys are in lower case, ").append(meant->word);
+    remark(setting.line, "unknown key " + shown(setting.key) + hint);
 }
 
 void ServerBuilder::take_stray_word(const Setting &setting) {
@@ -240,16 +240,8 @@ void ServerBuilder::take_security(const Setting &setting) {
         fail(setting, "belongs to no export");
 }
 
-void ServerBuilder::take_security_default(const Setting &setting) {
-    current_.security_default = setting.value;
-}
-
-void ServerBuilder::take_version(const Setting &setting) {
-    current_.version = setting.value;
-}
-
 void ServerBuilder::take_rdma_port(const Setting &setting) {
-    take_number(setting, current_.rdma_port, 0, kPortMaximum);
+    take_number(setting, current_.rdma_port);
     if (current_.rdma_port != 0) remark(setting.line, "rdmaport: there is no RDMA transport here, TCP is used");
 }
 

@@ -47,7 +47,7 @@ def option_words():
 
 
 def library_keys():
-    keys = set(re.findall(r'\{"([a-z_]+)", (?:true|false), &', source("nfstdm/mounts/tslnfstab.cpp")))
+    keys = set(re.findall(r'\{Key::\w+, "([a-z_]+)"', source("nfstdm/mounts/tslnfstab_keys.cpp")))
     assert {"server", "export", "nconnect"} <= keys
     return keys
 
@@ -76,11 +76,10 @@ def entries():
 def number_defaults():
     """The keys of tslnfstab that are numbers with a default of their own, and these defaults."""
     reader, config = source("nfstdm/mounts/tslnfstab.cpp"), source("nfstdm/protocol/server.h")
-    fields = dict(re.findall(r"void (take_\w+)\(const Setting &setting\) \{\s*take_number\(setting, current_\.(\w+)", reader))
+    fields = re.findall(r"case Key::(\w+):\s*return take_number\(setting, current_\.(\w+)", reader)
     values = dict(re.findall(r"^    uint\w+ (\w+) = (\d+);", config, re.MULTILINE))
-    takers = re.findall(r'\{"([a-z_]+)", (?:true|false), &ServerBuilder::(take_\w+)\}', reader)
     # 0 is no number that one could write: it stands for "ask the portmapper".
-    found = {key: values[fields[taker]] for key, taker in takers if values.get(fields.get(taker), "0") != "0"}
+    found = {key: values[field] for key, field in fields if values.get(field, "0") != "0"}
     assert {"mnt_timeout", "io_timeout", "nconnect"} <= set(found)
     return found
 

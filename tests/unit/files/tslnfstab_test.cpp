@@ -3,10 +3,16 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <cerrno>
+#include <filesystem>
 #include <random>
 
 #include "nfstdm/mounts/mount_table.h"
+#include "nfstdm/mounts/tslnfstab_file.h"
+#include "nfstdm/mounts/tslnfstab_keys.h"
+#include "tests/support/temporary_directory.h"
 
 namespace nfstdm {
 namespace {
@@ -161,6 +167,99 @@ TEST(Tslnfstab, ALocalAddressWithoutAPathBelongsToTheServersName) {
     ASSERT_EQ(server.paths.size(), 1U);
     EXPECT_EQ(server.paths[0].path, "filer");
     EXPECT_EQ(server.paths[0].local, "10.0.0.1");
+}
+
+TEST(Tslnfstab, ALocalAddressThatWasLeftOutIsNone) {
+    const auto server = only_server_in("server: filer\nlocal:  \t path: 10.0.0.9\nlocal: path: b\n");
+    EXPECT_EQ(server.problem, "");
+    ASSERT_EQ(server.paths.size(), 2U);
+    EXPECT_EQ(server.paths[0].local, "");
+    EXPECT_EQ(server.paths[0].path, "10.0.0.9");
+    EXPECT_EQ(server.paths[1].path, "b");
+}
+
+TEST(Tslnfstab, AValueThatOnlyBeginsLikeAKeyIsAValue) {
+    const auto server = only_server_in("server: path:2049\nlocal: export\npath: mount:1\n");
+    EXPECT_EQ(server.problem, "");
+    EXPECT_EQ(server.name, "path:2049");
+    ASSERT_EQ(server.paths.size(), 1U);
+    EXPECT_EQ(server.paths[0].local, "export");
+    EXPECT_EQ(server.paths[0].path, "mount:1");
+}
+
+TEST(Tslnfstab, WhatNobodyLooksAtMayHoldAnything) {
+    for (const char *value : {"", "two words", "a # b", "mount: relative", "uid: x", "\x01\xff", ":", "local"}) {
+        for (const char *key : {"community", "management"}) {
+            const auto server = only_server_in(std::string("server: s\n") + key + ": " + value + "\nnconnect: 3\n");
+            EXPECT_EQ(server.problem, "") << key << ": " << value;
+            EXPECT_EQ(server.exports.size(), 0U);
+            EXPECT_EQ(server.connections_per_path, 3U);
+        }
+    }
+}
+
+TEST(Tslnfstab, WhatNobodyLooksAtEndsAtTheNextKeyWhereSettingsShareALine) {
+    const auto server = only_server_in("server: s community: a b nconnect: 3 management: c mnt_timeout: 4\n");
+    EXPECT_EQ(server.problem, "");
+    EXPECT_EQ(server.connections_per_path, 3U);
+    EXPECT_EQ(server.contact_timeout_seconds, 4U);
+}
+
+TEST(Tslnfstab, AKeyInCapitalsIsRemarkedUponAsProbablyMeant) {
+    const auto file = read_tslnfstab("server: s\nExport: /e MOUNT: /m\nColour: x\n");
+    EXPECT_TRUE(file.servers.front().exports.empty());
+    EXPECT_THAT(file.remarks, ElementsAre("line 2: unknown key \"Export\": keys are in lower case, export",
+                                          "line 2: unknown key \"MOUNT\": keys are in lower case, mount",
+                                          "line 3: unknown key \"Colour\""));
+}
+
+TEST(TslnfstabKeys, AreFoundByTheirWords) {
+    for (const KeyRow &row : tslnfstab_keys()) {
+        EXPECT_EQ(find_key(row.word), &row);
+        EXPECT_EQ(find_key(std::string(row.word) + "s") == &row, row.is_prefix);
+        EXPECT_EQ(find_key_in_capitals(row.word), nullptr);
+    }
+    EXPECT_EQ(find_key(""), nullptr);
+}
+
+class TslnfstabFile : public ::testing::Test {
+  protected:
+    TslnfstabFile() { std::filesystem::create_directory(home_ / "dbs"); }
+    Result<Tslnfstab> load() const { return load_tslnfstab(home_.path()); }
+    std::string file() const { return home_ / "dbs/tslnfstab"; }
+
+    TemporaryDirectory home_;
+};
+
+TEST_F(TslnfstabFile, IsReadWhole) {
+    write_file(file(), "server: a\n# " + std::string(100000, 'x') + "\nserver: b\n");
+    ASSERT_TRUE(load().ok());
+    EXPECT_EQ(load().value().servers.size(), 2U);
+}
+
+TEST_F(TslnfstabFile, ThatIsMissingMeansNoServers) {
+    ASSERT_TRUE(load().ok());
+    EXPECT_TRUE(load().value().servers.empty());
+    write_file(file() + ".bak", "");
+    EXPECT_TRUE(load().ok());
+    EXPECT_TRUE(load_tslnfstab(home_ / "none").ok());
+}
+
+TEST_F(TslnfstabFile, ThatWasLeftInItsBackupIsAFailure) {
+    write_file(file() + ".bak", "server: a\n");
+    ASSERT_FALSE(load().ok());
+    EXPECT_THAT(load().status().text(), HasSubstr("the configuration was left in " + file() + ".bak"));
+    write_file(file(), "");
+    EXPECT_TRUE(load().ok());
+}
+
+TEST_F(TslnfstabFile, ThatIsAPipeOrADirectoryIsAFailure) {
+    ASSERT_EQ(mkfifo(file().c_str(), 0600), 0);
+    ASSERT_FALSE(load().ok());
+    EXPECT_THAT(load().status().text(), HasSubstr("no regular file"));
+    std::filesystem::remove(file());
+    std::filesystem::create_directory(file());
+    EXPECT_EQ(load().status().number(), static_cast<uint32_t>(EISDIR));
 }
 
 TEST(Tslnfstab, MountsWithoutAnyServerAreUnusableAndNotLocal) {
