@@ -27,13 +27,13 @@ constexpr char kEnableFunction[] = "wnfsenable";
 constexpr char kDisableFunction[] = "wnfsdisable";
 
 // The enabled client starts with an empty configuration, unless one is there and the answer is not to touch it.
-bool empty_configuration() {
-    PathBuffer path;
-    if (!find_tslnfstab(kEnableFunction, path)) return false;
+bool empty_configuration(const PathBuffer &path) {
     const std::string question =
         "File " + std::string(path.view()) + " already exist do you want to overwrite ? :( y/n)\n";
     if (may_exist(path.c_str()) && pass_flag == 0 && !ask_once(question)) return true;
-    Stream configuration = open_stream(path.c_str(), "w");
+    ConfigurationLock lock;
+    if (!lock.take(kEnableFunction, path) || is_left_in_backup(kEnableFunction, path)) return false;
+    Stream configuration = open_for_writing(path.c_str(), Writing::anew, kOrdinaryFile);
     if (configuration && close_stream(configuration)) return true;
     trace_message(kEnableFunction, Message::file_unopenable, path.c_str());
     return false;
@@ -45,16 +45,25 @@ bool have_library_directory() {
            have_private_directory(kEnableFunction, directory.c_str());
 }
 
-uint32_t copy_library() {
+// The shell command that copies the library, and the name of the copy.
+struct LibraryCopy {
+    std::optional<std::string> command;  // nothing for names that the shell would not take as they stand
+    std::string name;
+};
+
+std::optional<LibraryCopy> library_copy() {
     PathBuffer source, destination;
     // The blanks are those of the shell command that the names are made for.
-    if (!translate_file_name(kEnableFunction, std::string(tsl_ohome) + kLibraryCopy + " ", destination)) return 1;
-    if (!translate_file_name(kEnableFunction, std::string(tsl_ohome) + kLibrarySource + " ", source)) return 1;
-    const auto command = library_copy_command(source.view(), destination.view());
+    if (!translate_file_name(kEnableFunction, std::string(tsl_ohome) + kLibraryCopy + " ", destination)) return {};
+    if (!translate_file_name(kEnableFunction, std::string(tsl_ohome) + kLibrarySource + " ", source)) return {};
+    return LibraryCopy{library_copy_command(source.view(), destination.view()),
+                       std::string(destination.view().substr(0, destination.size() - 1))};
+}
+
+uint32_t copy_library(const LibraryCopy &copy) {
     static_cast<void>(std::fflush(nullptr));
-    if (command && std::system(command->c_str()) == 0) return 0;
-    const std::string name(destination.view().substr(0, destination.size() - 1));
-    trace_message(kEnableFunction, Message::library_not_copied, name.c_str());
+    if (copy.command && std::system(copy.command->c_str()) == 0) return 0;
+    trace_message(kEnableFunction, Message::library_not_copied, copy.name.c_str());
     return 1;
 }
 
@@ -73,7 +82,8 @@ bool delete_library() {
 
 bool delete_configuration() {
     PathBuffer path;
-    return find_tslnfstab(kDisableFunction, path) && delete_file(path);
+    ConfigurationLock lock;
+    return find_and_lock_tslnfstab(kDisableFunction, path, lock) && delete_file(path);
 }
 
 // The directory is that of tsl_home, while the library is that of tsl_ohome.
@@ -106,8 +116,13 @@ std::optional<std::string> library_copy_command(std::string_view source, std::st
 }
 
 uint32_t wnfsenable() {
-    if (!empty_configuration() || !have_library_directory()) return 1;
-    return copy_library();
+    PathBuffer configuration;
+    if (!find_tslnfstab(kEnableFunction, configuration)) return 1;
+    const auto copy = library_copy();
+    if (!copy) return 1;
+    // A copy that is bound to fail is no reason to empty the configuration.
+    if (copy->command && (!empty_configuration(configuration) || !have_library_directory())) return 1;
+    return copy_library(*copy);
 }
 
 uint32_t wnfsdisable() {

@@ -18,16 +18,19 @@ uint32_t not_opened(const char *function, const std::string &path) {
     return 1;
 }
 
-// Writes contents, which were read from another file, to a file. One that is made by this is closed to those to whom
-// the other one is.
-uint32_t write_copy(const char *function, const std::string &contents, const std::string &from, const std::string &to) {
-    const bool is_new = !may_exist(to.c_str());
-    Stream copy = open_stream(to.c_str(), "wb");
-    if (!copy) return not_opened(function, to);
-    if (is_new) take_permissions(copy, from.c_str());
-    if (write_and_close(copy, contents)) return 0;
-    trace_not_written(function, to.c_str());
+// Writes a saved copy back. A configuration that is made by this is closed to those to whom the saved copy is.
+uint32_t write_back(const std::string &contents, const std::string &saved, const std::string &configuration) {
+    const bool is_new = !may_exist(configuration.c_str());
+    Stream file = open_for_writing(configuration.c_str(), Writing::anew);
+    if (!file || (is_new && !take_permissions(file, saved.c_str()))) return not_opened("restore", configuration);
+    if (write_and_close(file, contents)) return 0;
+    trace_not_written("restore", configuration.c_str());
     return 1;
+}
+
+bool is_readable(const std::string &path) {
+    std::string contents;
+    return read_whole_file(path.c_str(), contents);
 }
 
 bool may_overwrite(const std::string &path, const std::string &question) {
@@ -41,11 +44,14 @@ uint32_t save() {
     if (!find_tslnfstab("save", path)) return 1;
     const std::string configuration(path.view());
     const std::string saved = configuration + ".sav";
+    if (!is_readable(configuration)) return not_opened("save", configuration);
+    if (!may_overwrite(saved, "File " + saved + " already exist  do you want to overwrite ?( y/n)\n")) return 1;
+    ConfigurationLock lock;
+    if (!lock.take("save", path)) return 1;
     // Read whole before the copy is emptied: both names may lead to one file.
     std::string contents;
     if (!read_whole_file(configuration.c_str(), contents)) return not_opened("save", configuration);
-    if (!may_overwrite(saved, "File " + saved + " already exist  do you want to overwrite ?( y/n)\n")) return 1;
-    return write_copy("save", contents, configuration, saved);
+    return write_copy("save", configuration, saved, contents);
 }
 
 uint32_t restore() {
@@ -60,5 +66,9 @@ uint32_t restore() {
                                           " ? : (Yes/No)\n")) {
         return 1;
     }
-    return write_copy("restore", contents, saved, configuration);
+    ConfigurationLock lock;
+    if (!lock.take("restore", path)) return 1;
+    const uint32_t status = write_back(contents, saved, configuration);
+    lock.settle();
+    return status;
 }

@@ -21,6 +21,7 @@
 #include "tslwnfs/config/whole_file.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/trace.h"
 
 namespace {
 
@@ -61,6 +62,10 @@ bool has_library() {
     PathBuffer path;
     if (!translate_file_name(kEnabled, std::string(tsl_ohome) + kLibraryCopy, path)) return false;
     if (access(path.c_str(), F_OK) == 0) return true;
+    if (errno == EACCES) {
+        trace_failure(kEnabled, "%s is in a directory that is closed to user %u: ask its owner", path.c_str(),
+                      static_cast<unsigned>(geteuid()));
+    }
     trace_message(kEnabled, Message::library_missing, path.c_str());
     return false;
 }

@@ -2,11 +2,14 @@
 // enablerdma and disablerdma: a server's transport is switched by a port line in its block.
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "tslwnfs/config/block_values.h"
 #include "tslwnfs/config/config.h"
 #include "tslwnfs/config/rdma_edit.h"
 #include "tslwnfs/config/tslnfstab_file.h"
 #include "tslwnfs/config/tslnfstab_lines.h"
+#include "tslwnfs/config/warning.h"
 #include "tslwnfs/frontend/output.h"
 
 namespace {
@@ -25,9 +28,15 @@ void copy_blocks(std::string_view file, RdmaEdit &edit, OnLine on_line) {
     }
 }
 
-uint32_t finish(TslnfstabRewrite &rewrite, const RdmaEdit &edit) {
+// Rewrites the configuration as an edit makes it of the contents.
+template <class Edit>
+uint32_t rewrite_with(const char *function, Edit make) {
+    ConfigurationLock lock;
+    TslnfstabRewrite rewrite(function, lock);
+    if (!rewrite.begin(TslnfstabRewrite::UnreadableFile::is_printed)) return 1;
+    const RdmaEdit edit = make(rewrite.contents());
     if (edit.matched && edit.done) {
-        return rewrite.replace_with(edit.file, TslnfstabRewrite::VanishedFile::is_silent);
+        return rewrite.replace_with(edit.file) == TslnfstabRewrite::Outcome::not_written ? 1 : 0;
     }
     print("%s\n", edit.matched ? "Requested server is present in tslnfstab but failed to fix it"
                                : "Requested server is not present in tslnfstab");
@@ -66,13 +75,14 @@ RdmaEdit without_rdma_port(std::string_view file, std::string_view server) {
 }
 
 uint32_t enablerdma(const char *server, const char *port) {
-    TslnfstabRewrite rewrite("enablerdma");
-    if (!rewrite.begin(TslnfstabRewrite::UnreadableFile::is_printed)) return 1;
-    return finish(rewrite, with_rdma_port(rewrite.contents(), server, port != nullptr ? port : kDefaultPort));
+    const char *value = port != nullptr ? port : kDefaultPort;
+    const std::vector<BlockSetting> setting = {{"rdmaport", value}};
+    if (!are_writable("enablerdma", setting)) return 1;
+    for (const auto &misreading : misreadings_of(setting))
+        warn("enablerdma", misreading);
+    return rewrite_with("enablerdma", [&](std::string_view file) { return with_rdma_port(file, server, value); });
 }
 
 uint32_t disablerdma(const char *server) {
-    TslnfstabRewrite rewrite("disablerdma");
-    if (!rewrite.begin(TslnfstabRewrite::UnreadableFile::is_printed)) return 1;
-    return finish(rewrite, without_rdma_port(rewrite.contents(), server));
+    return rewrite_with("disablerdma", [&](std::string_view file) { return without_rdma_port(file, server); });
 }

@@ -14,8 +14,11 @@
 #include "tslwnfs/config/whole_file.h"
 #include "tslwnfs/frontend/output.h"
 #include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/terminal/screen.h"
 
 namespace {
+
+constexpr char kDeletion[] = "delete_server";
 
 void print_line(std::string_view text) {
     print("%.*s\n", static_cast<int>(text.size()), text.data());
@@ -35,6 +38,52 @@ std::optional<std::size_t> block_of(const std::vector<std::string_view> &lines, 
         if (setting && setting->is_server(server)) return begin;
     }
     return std::nullopt;
+}
+
+// The first line of a server, and how many server lines stand ahead of it.
+struct ServerLine {
+    std::size_t line = 0;
+    std::size_t number = 0;
+};
+
+std::optional<ServerLine> server_line(const std::vector<std::string_view> &lines, std::string_view server) {
+    ServerLine found;
+    for (; found.line < lines.size(); ++found.line) {
+        const auto setting = parse_setting(lines[found.line]);
+        if (!setting || !setting->is_server()) continue;
+        if (setting->is_server(server)) return found;
+        ++found.number;
+    }
+    return std::nullopt;
+}
+
+// What a deletion takes that it was not meant to take.
+std::string surprise(const ServerDeletion &deletion, const std::string &server) {
+    if (deletion.holds_server) return "the block of server " + server + " is that of another server too";
+    return "the line of server " + server + " does not stand in the block of its number";
+}
+
+std::string consequence(const ServerDeletion &deletion, bool removes_something) {
+    if (!removes_something) return "nothing is removed";
+    std::string names;
+    for (const auto &name : deletion.others)
+        names += (names.empty() ? "" : ", ") + name;
+    return (names.empty() ? "another block" : "the block of server " + names) +
+           " is removed; tslnfstab.old is the file as it was";
+}
+
+// Whether what a deletion takes may go. What it was not meant to take is kept beside the file first, and told.
+bool may_go(TslnfstabRewrite &rewrite, const ServerDeletion &deletion, const char *server) {
+    if (deletion.is_as_meant()) return true;
+    const bool removes_something = deletion.file.size() != rewrite.contents().size();
+    if (removes_something && !rewrite.keep_old()) {
+        rewrite.delete_backup();
+        return false;
+    }
+    const std::string what = surprise(deletion, server);
+    tslwnfswrf(3, kDeletion, "%s\n", what.c_str());
+    terminal::say("warning: " + what + ": " + consequence(deletion, removes_something));
+    return true;
 }
 
 }  // namespace
@@ -81,35 +130,30 @@ uint32_t display_server(const char *server) {
 
 std::optional<ServerDeletion> without_server(std::string_view file, std::string_view server) {
     const auto lines = split_lines(file);
-    std::optional<std::size_t> index;
-    std::size_t servers = 0, blocks = 0;
-    for (const auto line : lines) {
-        if (is_block_begin(line)) ++blocks;
-        const auto setting = parse_setting(line);
-        if (!setting || !setting->is_server()) continue;
-        if (setting->is_server(server)) {
-            index = servers;
-            break;
-        }
-        ++servers;
-    }
-    if (!index) return std::nullopt;
+    const auto own = server_line(lines, server);
+    if (!own) return std::nullopt;
 
     ServerDeletion deletion;
-    deletion.counts_agree = blocks == *index + 1;
     std::size_t begins = 0;
     bool leaving_out = false;
-    for (const auto line : lines) {
-        if (is_block_begin(line) && begins++ == *index) leaving_out = true;
-        if (!leaving_out) deletion.file += line;
-        if (is_block_end(line)) leaving_out = false;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (is_block_begin(lines[i]) && begins++ == own->number) leaving_out = true;
+        if (!leaving_out) deletion.file += lines[i];
+        const auto setting = parse_setting(lines[i]);
+        if (leaving_out && i == own->line) {
+            deletion.holds_server = true;
+        } else if (leaving_out && setting && setting->is_server()) {
+            deletion.others.emplace_back(setting->value);
+        }
+        if (is_block_end(lines[i])) leaving_out = false;
     }
     return deletion;
 }
 
 uint32_t delete_server(const char *server, int32_t verbose) {
     using Rewrite = TslnfstabRewrite;
-    Rewrite rewrite("delete_server");
+    ConfigurationLock lock;
+    Rewrite rewrite(kDeletion, lock);
     if (!rewrite.begin(verbose != 0 ? Rewrite::UnreadableFile::is_printed : Rewrite::UnreadableFile::is_silent)) {
         return 1;
     }
@@ -119,8 +163,19 @@ uint32_t delete_server(const char *server, int32_t verbose) {
         static_cast<void>(rewrite.keep_empty_backup());
         return 0;
     }
-    if (!deletion->counts_agree) {
-        trace_failure("delete_server", "the line of server %s does not stand in the block of its number", server);
+    if (!may_go(rewrite, *deletion, server)) return 1;
+    return rewrite.replace_with(deletion->file) == Rewrite::Outcome::not_written ? 1 : 0;
+}
+
+Replacement replace_server(const char *server, std::string_view block, ConfigurationLock &lock) {
+    TslnfstabRewrite rewrite(kDeletion, lock);
+    if (!rewrite.begin(TslnfstabRewrite::UnreadableFile::is_silent)) return Replacement::not_there;
+    auto deletion = without_server(rewrite.contents(), server);
+    if (!deletion) {
+        static_cast<void>(rewrite.keep_empty_backup());
+        return Replacement::not_there;
     }
-    return rewrite.replace_with(deletion->file, Rewrite::VanishedFile::is_traced);
+    if (!may_go(rewrite, *deletion, server)) return Replacement::refused;
+    const auto outcome = rewrite.replace_with(deletion->file.append(separator_behind(deletion->file)).append(block));
+    return outcome == TslnfstabRewrite::Outcome::replaced ? Replacement::done : Replacement::not_there;
 }

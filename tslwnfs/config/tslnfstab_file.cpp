@@ -1,17 +1,33 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/config/tslnfstab_file.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 
 #include "platform/paths.h"
-#include "tslwnfs/config/whole_file.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
 #include "tslwnfs/frontend/trace.h"
+
+namespace {
+
+std::string backup_of(const PathBuffer &path) {
+    return std::string(path.view()) + ".bak";
+}
+
+// Whether something of its own is mounted at a name, which then can neither be deleted nor renamed.
+bool is_mount_point(const std::string &path) {
+    struct statx status;
+    return statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, 0, &status) == 0 &&
+           (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
+}  // namespace
 
 bool translate_file_name(const char *function, const std::string &name, PathBuffer &translated,
                          std::size_t buffer_size) {
@@ -24,9 +40,24 @@ bool find_tslnfstab(const char *function, PathBuffer &path, std::size_t buffer_s
     return translate_file_name(function, std::string(tsl_home) + "/dbs/tslnfstab", path, buffer_size);
 }
 
-uint32_t append_to_tslnfstab(const char *function, const PathBuffer &path, std::string_view text) {
-    switch (append_to_file(path.c_str(), text)) {
+bool find_and_lock_tslnfstab(const char *function, PathBuffer &path, ConfigurationLock &lock, std::size_t buffer_size) {
+    return find_tslnfstab(function, path, buffer_size) && lock.take(function, path);
+}
+
+bool is_left_in_backup(const char *function, const PathBuffer &path) {
+    const std::string backup = backup_of(path);
+    struct stat status;
+    if (may_exist(path.c_str()) || stat(backup.c_str(), &status) != 0 || status.st_size == 0) return false;
+    trace_failure(function, "the configuration was left in %s; look at it and rename it to %s, or delete it",
+                  backup.c_str(), path.c_str());
+    return true;
+}
+
+uint32_t append_to_tslnfstab(const char *function, const PathBuffer &path, std::string_view text,
+                             const ConfigurationLock &lock, mode_t mode) {
+    switch (append_to_file(path.c_str(), text, mode)) {
         case Append::done:
+            lock.settle();
             return 0;
         case Append::not_opened:
             trace_message(function, Message::file_unopenable, path.c_str());
@@ -35,6 +66,18 @@ uint32_t append_to_tslnfstab(const char *function, const PathBuffer &path, std::
             trace_not_written(function, path.c_str());
             return 1;
     }
+    return 1;
+}
+
+uint32_t write_copy(const char *function, const std::string &from, const std::string &to, std::string_view contents) {
+    const bool is_new = !may_exist(to.c_str());
+    Stream copy = open_for_writing(to.c_str(), Writing::anew);
+    if (!copy || !(is_new ? take_permissions(copy, from.c_str()) : limit_permissions(copy, from.c_str()))) {
+        trace_message(function, Message::file_unopenable, to.c_str());
+        return 1;
+    }
+    if (write_and_close(copy, contents)) return 0;
+    trace_not_written(function, to.c_str());
     return 1;
 }
 
@@ -47,12 +90,12 @@ void trace_not_written(const char *function, const char *path) {
 }
 
 bool TslnfstabRewrite::begin(UnreadableFile unreadable) {
-    if (!find_tslnfstab(function_, path_, kShortNameBuffer)) return false;
+    if (!find_and_lock_tslnfstab(function_, path_, lock_, kShortNameBuffer)) return false;
     if (!read_whole_file(path_.c_str(), contents_)) {
         if (unreadable == UnreadableFile::is_printed) print_not_opened(path_.c_str());
         return false;
     }
-    backup_path_ = std::string(path_.view()) + ".bak";
+    backup_path_ = backup_of(path_);
     if (open_backup()) return true;
     print_not_opened(backup_path_.c_str());
     return false;
@@ -63,29 +106,35 @@ bool TslnfstabRewrite::open_backup() {
         errno = EEXIST;
         return false;
     }
-    backup_ = open_stream(backup_path_.c_str(), "w");
-    if (!backup_) return false;
+    backup_ = open_for_writing(backup_path_.c_str(), Writing::anew);
     // While it is empty: what the file keeps from other users, its backup keeps too.
-    take_permissions(backup_, path_.c_str());
-    return true;
+    return backup_ && take_permissions(backup_, path_.c_str());
 }
 
-uint32_t TslnfstabRewrite::replace_with(std::string_view contents, VanishedFile vanished) {
+bool TslnfstabRewrite::keep_old() const {
+    const std::string path(path_.view());
+    return write_copy(function_, path, path + ".old", contents_) == 0;
+}
+
+TslnfstabRewrite::Outcome TslnfstabRewrite::replace_with(std::string_view contents) {
     if (!write_and_close(backup_, contents)) {
         trace_not_written(function_, backup_path_.c_str());
         print_not_opened(backup_path_.c_str());
-        return 1;
-    }
-    // From here to the rename only the backup holds the configuration: nothing may come between the two calls.
-    if (unlink(path_.c_str()) != 0) {
-        const bool is_silent = errno == ENOENT && vanished == VanishedFile::is_silent;
-        if (!is_silent) trace_not_deleted(std::string(path_.view()));
-        return 0;
+        return Outcome::not_written;
     }
     if (std::rename(backup_path_.c_str(), path_.c_str()) != 0) {
-        print("Error: unable to rename %s to %s", backup_path_.c_str(), path_.c_str());
+        tell_not_renamed(errno);
+        return Outcome::kept;
     }
-    return 0;
+    lock_.settle();
+    return Outcome::replaced;
+}
+
+// What stands in the way is one of the two: the old file, which the system does not let go, or the backup.
+void TslnfstabRewrite::tell_not_renamed(int error) const {
+    const bool is_guarded = error == EBUSY || error == EPERM || error == EACCES;
+    if (is_guarded && !is_mount_point(backup_path_)) return trace_not_deleted(std::string(path_.view()));
+    print("Error: unable to rename %s to %s", backup_path_.c_str(), path_.c_str());
 }
 
 void TslnfstabRewrite::delete_backup() {

@@ -22,6 +22,10 @@ std::vector<std::string_view> split_lines(std::string_view text, std::size_t max
     return lines;
 }
 
+std::string_view separator_behind(std::string_view text) {
+    return text.empty() || text.ends_with('\n') ? "" : "\n";
+}
+
 std::string_view without_line_feed(std::string_view line) {
     if (line.ends_with('\n')) line.remove_suffix(1);
     return line;

@@ -19,6 +19,9 @@ constexpr std::size_t kLineMaximum = 1023;  // characters, the line feed include
 // characters is given in pieces of that length. The views are valid as long as the text.
 std::vector<std::string_view> split_lines(std::string_view text, std::size_t maximum = kLineMaximum);
 
+// What has to be put behind a text so that a line can follow: a last line without a line feed needs one.
+std::string_view separator_behind(std::string_view text);
+
 // A line without its line feed.
 std::string_view without_line_feed(std::string_view line);
 

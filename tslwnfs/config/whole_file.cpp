@@ -1,13 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/config/whole_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 
+#include "platform/descriptor.h"
+
 namespace {
+
+constexpr mode_t kPermissions = 07777;
 
 // Closes a stream on the way out of a failure whose errno the caller is to see.
 bool fail_and_close(Stream &stream) {
@@ -17,33 +23,78 @@ bool fail_and_close(Stream &stream) {
     return false;
 }
 
+// True when a file is of a kind that is meant. Otherwise errno is set.
+template <class IsMeant>
+bool is_kind(const Descriptor &file, IsMeant is_meant) {
+    struct stat status;
+    if (fstat(file.get(), &status) != 0) return false;
+    if (is_meant(status.st_mode)) return true;
+    errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    return false;
+}
+
+// True when a text has arrived on stable storage, for a device: when it took the text.
+bool write_and_flush(Stream &stream, std::string_view contents) {
+    return std::fwrite(contents.data(), 1, contents.size(), stream.get()) == contents.size() &&
+           std::fflush(stream.get()) == 0 && (fsync(fileno(stream.get())) == 0 || errno == EINVAL);
+}
+
+// Gives a file to the owner and the group of another one. Only an administrator may give a file to somebody else, and
+// others only to groups of their own. True when the group is the wanted one in the end.
+bool take_group(int file, const struct stat &own, const struct stat &wanted) {
+    if (own.st_uid == wanted.st_uid && own.st_gid == wanted.st_gid) return true;
+    if (fchown(file, wanted.st_uid, wanted.st_gid) == 0) return true;
+    return own.st_gid == wanted.st_gid || fchown(file, static_cast<uid_t>(-1), wanted.st_gid) == 0;
+}
+
+// Gives a file those permissions of another one that are allowed. False, with errno set, when it keeps others.
+bool set_permissions(const Stream &stream, const char *from, mode_t allowed) {
+    constexpr mode_t kOwnerOnly = 0700;
+    const int file = fileno(stream.get());
+    struct stat wanted, own;
+    if (stat(from, &wanted) != 0 || fstat(file, &own) != 0) return false;
+    if (!S_ISREG(own.st_mode)) return true;
+    // The owner first: changing it may take permissions away. Until then nobody else is to read along.
+    static_cast<void>(fchmod(file, own.st_mode & wanted.st_mode & kPermissions));
+    if (!take_group(file, own, wanted)) allowed &= kOwnerOnly;
+    return fchmod(file, wanted.st_mode & allowed) == 0 || (own.st_mode & kPermissions & ~wanted.st_mode) == 0;
+}
+
 }  // namespace
 
 bool read_whole_file(const char *path, std::string &contents) {
-    Stream stream = open_stream(path, "r");
-    if (!stream) return false;
+    const Descriptor file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file || !is_kind(file, [](mode_t mode) { return S_ISREG(mode); })) return false;
     contents.clear();
     char piece[4096];
-    while (const std::size_t length = std::fread(piece, 1, sizeof piece, stream.get()))
-        contents.append(piece, length);
-    return std::ferror(stream.get()) == 0 || fail_and_close(stream);
+    for (;;) {
+        const ssize_t length = read(file.get(), piece, sizeof piece);
+        if (length == 0) return true;
+        if (length > 0) contents.append(piece, static_cast<std::size_t>(length));
+        if (length < 0 && errno != EINTR) return false;
+    }
+}
+
+Stream open_for_writing(const char *path, Writing writing, mode_t mode) {
+    const int how = writing == Writing::anew ? O_TRUNC : O_APPEND;
+    Descriptor file(open(path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | how, mode));
+    if (!file || !is_kind(file, [](mode_t kind) { return !S_ISFIFO(kind); })) return nullptr;
+    Stream stream(fdopen(file.get(), writing == Writing::anew ? "w" : "a"));
+    if (stream) static_cast<void>(file.release());
+    return stream;
 }
 
 bool write_and_close(Stream &stream, std::string_view contents) {
-    const bool written = std::fwrite(contents.data(), 1, contents.size(), stream.get()) == contents.size();
-    if (!written || std::fflush(stream.get()) != 0 || fsync(fileno(stream.get())) != 0) return fail_and_close(stream);
-    return close_stream(stream);
+    return write_and_flush(stream, contents) ? close_stream(stream) : fail_and_close(stream);
 }
 
-Append append_to_file(const char *path, std::string_view text) {
-    Stream stream = open_stream(path, "a");
+Append append_to_file(const char *path, std::string_view text, mode_t mode) {
+    Stream stream = open_for_writing(path, Writing::at_end, mode);
     struct stat before;
     if (!stream || fstat(fileno(stream.get()), &before) != 0) return Append::not_opened;
     // Without a buffer nothing is left to be written again after a failure.
     write_through(stream.get());
-    if (std::fwrite(text.data(), 1, text.size(), stream.get()) == text.size()) {
-        return close_stream(stream) ? Append::done : Append::not_written;
-    }
+    if (write_and_flush(stream, text)) return close_stream(stream) ? Append::done : Append::not_written;
     const int failure = errno;
     [[maybe_unused]] const int undone = ftruncate(fileno(stream.get()), before.st_size);
     stream.reset();
@@ -61,13 +112,11 @@ bool is_same_file(const char *one, const char *other) {
     return std::filesystem::equivalent(one, other, missing);
 }
 
-void take_permissions(const Stream &stream, const char *from) {
-    constexpr mode_t kPermissions = 07777;
-    struct stat wanted, own;
-    if (stat(from, &wanted) != 0 || fstat(fileno(stream.get()), &own) != 0 || !S_ISREG(own.st_mode)) return;
-    // The owner first: changing it may take permissions away. Only an administrator may give a file to somebody else;
-    // for the others the file stays their own.
-    const bool keeps_owner = own.st_uid == wanted.st_uid && own.st_gid == wanted.st_gid;
-    if (!keeps_owner && fchown(fileno(stream.get()), wanted.st_uid, wanted.st_gid) != 0) errno = 0;
-    static_cast<void>(fchmod(fileno(stream.get()), wanted.st_mode & kPermissions));
+bool take_permissions(const Stream &stream, const char *from) {
+    return set_permissions(stream, from, kPermissions);
+}
+
+bool limit_permissions(const Stream &stream, const char *from) {
+    struct stat own;
+    return fstat(fileno(stream.get()), &own) == 0 && set_permissions(stream, from, own.st_mode & kPermissions);
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Grammars of the commands on tslnfstab. All read from fixed positions.
+#include <charconv>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,6 +11,7 @@
 #include "tslwnfs/frontend/grammar.h"
 #include "tslwnfs/frontend/option_words.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/terminal/screen.h"
 
 namespace {
 
@@ -20,17 +23,30 @@ void set_text(uint8_t &present, char (&field)[513], const char *value) {
     std::snprintf(field, sizeof field, "%s", value);
 }
 
+// A name has the number 0, which is root's: worth a word before it is presented to a server.
+uint32_t identity_number(const char *option, const char *value) {
+    const uint32_t number = unsigned_decimal(value);
+    uint32_t whole = 0;
+    const char *end = value + std::strlen(value);
+    const auto read = std::from_chars(value, end, whole);
+    if (read.ec != std::errc{} || read.ptr != end) {
+        const std::string given = std::string(option) + " " + value;
+        terminal::say("warning: " + given + " is no number and is written as " + std::to_string(number));
+    }
+    return number;
+}
+
 constexpr SettingOption kMountOptions[] = {
     {"-f", false, [](const char *) { new_sinfo.replace = 1; }},
     {"-u", true,
      [](const char *value) {
          new_sinfo.uid_present = 1;
-         new_sinfo.uid = unsigned_decimal(value);
+         new_sinfo.uid = identity_number("-u", value);
      }},
     {"-g", true,
      [](const char *value) {
          new_sinfo.gid_present = 1;
-         new_sinfo.gid = unsigned_decimal(value);
+         new_sinfo.gid = identity_number("-g", value);
      }},
     {"-s", true, [](const char *value) { set_text(new_sinfo.server_present, new_sinfo.server, value); }},
     {"-p", true, [](const char *value) { set_text(new_sinfo.path_present, new_sinfo.path, value); }},
@@ -77,8 +93,8 @@ void add_exports(const char *list) {
 }
 
 constexpr SettingOption kServerOptions[] = {
-    {"-u", true, [](const char *value) { tab_info.uid = unsigned_decimal(value); }},
-    {"-g", true, [](const char *value) { tab_info.gid = unsigned_decimal(value); }},
+    {"-u", true, [](const char *value) { tab_info.uid = identity_number("-u", value); }},
+    {"-g", true, [](const char *value) { tab_info.gid = identity_number("-g", value); }},
     {"-s", true, [](const char *value) { tab_info.server = value; }},
     {"-lp", true, add_pairs},
     {"-em", true, add_exports},

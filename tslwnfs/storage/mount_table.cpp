@@ -6,10 +6,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/path_buffer.h"
 #include "platform/stream.h"
+#include "tslwnfs/config/block_values.h"
 #include "tslwnfs/config/tslnfstab_file.h"
+#include "tslwnfs/config/warning.h"
 #include "tslwnfs/config/whole_file.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/wildcard.h"
@@ -20,31 +23,37 @@ namespace {
 constexpr char kMountFunction[] = "tslwnfs_mount_otab";
 constexpr char kUmountFunction[] = "tslwnfs_umount_otab";
 
-void put(std::string &block, const char *key, std::string_view value) {
-    block.append(key).append(": ").append(value).append("\n");
+// The order is fixed and is not that of the description.
+std::vector<BlockSetting> settings_of(const char *export_path, const char *mount_point, const MountServer &server) {
+    std::vector<BlockSetting> settings;
+    if (server.uid_present != 0) settings.push_back({"uid", std::to_string(server.uid)});
+    if (server.gid_present != 0) settings.push_back({"gid", std::to_string(server.gid)});
+    if (server.server_present != 0) settings.push_back({"server", server.server});
+    if (server.local_present != 0) settings.push_back({"local", server.local});
+    if (server.path_present != 0) settings.push_back({"path", server.path});
+    settings.push_back({"export", export_path});
+    settings.push_back({"mount", mount_point});
+    return settings;
 }
 
-// The order is fixed and is not that of the description.
-std::string mount_text(const char *export_path, const char *mount_point, const MountServer &server) {
+std::string mount_text(const std::vector<BlockSetting> &settings) {
     std::string block;
-    if (server.uid_present != 0) put(block, "uid", std::to_string(server.uid));
-    if (server.gid_present != 0) put(block, "gid", std::to_string(server.gid));
-    if (server.server_present != 0) put(block, "server", server.server);
-    if (server.local_present != 0) put(block, "local", server.local);
-    if (server.path_present != 0) put(block, "path", server.path);
-    put(block, "export", export_path);
-    put(block, "mount", mount_point);
+    for (const auto &setting : settings)
+        block.append(setting.key).append(": ").append(setting.value).append("\n");
     return block;
 }
 
 // Writes a new file in place of the one that stands there. Returns 0 or 1.
-uint32_t write_file(const char *function, const char *path, std::string_view contents) {
-    Stream file = open_stream(path, "w");
+uint32_t write_file(const char *function, const char *path, std::string_view contents, const ConfigurationLock &lock) {
+    Stream file = open_for_writing(path, Writing::anew, kOrdinaryFile);
     if (!file) {
         trace_message(function, Message::file_unopenable, path);
         return 1;
     }
-    if (write_and_close(file, contents)) return 0;
+    if (write_and_close(file, contents)) {
+        lock.settle();
+        return 0;
+    }
     trace_not_written(function, path);
     return 1;
 }
@@ -133,11 +142,16 @@ uint32_t mount_otab(const char *export_path, const char *mount_point) {
 }
 
 uint32_t tslwnfs_mount_otab(const char *export_path, const char *mount_point, const MountServer &server) {
+    const auto settings = settings_of(export_path, mount_point, server);
+    if (!are_writable(kMountFunction, settings)) return 1;
+    for (const auto &misreading : misreadings_of(settings))
+        warn(kMountFunction, misreading);
     PathBuffer path;
-    if (!find_tslnfstab(kMountFunction, path)) return 1;
-    const std::string block = mount_text(export_path, mount_point, server);
-    if (server.replace != 0) return write_file(kMountFunction, path.c_str(), block);
-    return append_to_tslnfstab(kMountFunction, path, "\n" + block);
+    ConfigurationLock lock;
+    if (!find_and_lock_tslnfstab(kMountFunction, path, lock) || is_left_in_backup(kMountFunction, path)) return 1;
+    const std::string block = mount_text(settings);
+    if (server.replace != 0) return write_file(kMountFunction, path.c_str(), block, lock);
+    return append_to_tslnfstab(kMountFunction, path, "\n" + block, lock);
 }
 
 uint32_t umount_otab(const char *mount_point) {
@@ -154,7 +168,8 @@ uint32_t umount_otab(const char *mount_point) {
 uint32_t tslwnfs_umount_otab(const char *mount_point) {
     PathBuffer path;
     std::string file;
-    if (!find_tslnfstab(kUmountFunction, path)) return 1;
+    ConfigurationLock lock;
+    if (!find_and_lock_tslnfstab(kUmountFunction, path, lock)) return 1;
     if (!read_whole_file(path.c_str(), file)) {
         trace_message(kUmountFunction, Message::file_unopenable, path.c_str());
         return 1;
@@ -164,5 +179,5 @@ uint32_t tslwnfs_umount_otab(const char *mount_point) {
         trace_message(kUmountFunction, Message::file_unopenable, filtered.c_str());
         return 1;
     }
-    return write_file(kUmountFunction, filtered.c_str(), without_mount(file, mount_point));
+    return write_copy(kUmountFunction, std::string(path.view()), filtered, without_mount(file, mount_point));
 }

@@ -60,6 +60,11 @@ bool is_about_silence(std::string_view name, std::string_view text) {
            (text.ends_with(" not responding, still trying") || text.ends_with(" ok again"));
 }
 
+// A mount that is not there for a capital letter: its paths are local, and nothing fails that would tell.
+bool is_about_capitals(std::string_view text) {
+    return text.find(": keys are in lower case, ") != std::string_view::npos;
+}
+
 }  // namespace
 
 TdmProductContext *listen_to_library(TdmProductContext &context) {
@@ -85,6 +90,7 @@ void take_library_record(std::string_view record) {
 
     constexpr std::string_view kStatus = "status ";
     if (!text.starts_with(kStatus)) {
+        if (name == "tdm_init" && is_about_capitals(text)) return say("warning: " + std::string(text));
         if (name == "tdm_init") note_configuration_trouble(text);
         return;
     }

@@ -109,11 +109,114 @@ TEST_F(CreateTslnfstab, EndsALastLineFirstSoThatItsMarkerIsRecognised) {
     EXPECT_EQ(read_file(tslnfstab()), "# note\n" + block("a"));
 }
 
-TEST_F(CreateTslnfstab, DoesNotTouchTheBackupThatAFailedRenameLeft) {
+TEST_F(CreateTslnfstab, RefusesToHideAConfigurationThatWasLeftInTheBackup) {
     write_file(backup(), block("only copy"));
+    EXPECT_EQ(create("a"), (Outcome{1, ""}));
+    EXPECT_EQ(trace(), "[n],createtslnfstab the configuration was left in " + backup() +
+                           "; look at it and rename it to " + tslnfstab() + ", or delete it\n");
+    EXPECT_FALSE(exists(tslnfstab()));
+    EXPECT_EQ(read_file(backup()), block("only copy"));
+    // An empty one says nothing.
+    write_file(backup(), "");
     EXPECT_EQ(create("a"), done());
     EXPECT_EQ(read_file(tslnfstab()), block("a"));
-    EXPECT_EQ(read_file(backup()), block("only copy"));
+}
+
+TEST_F(CreateTslnfstab, ReplacesABlockInOneStep) {
+    write_file(tslnfstab(), block("a") + block("b") + "# note");
+    std::filesystem::create_hard_link(tslnfstab(), directory() + "/before");
+    EXPECT_EQ(create("a"), done());
+    EXPECT_EQ(read_file(tslnfstab()), block("b") + "# note\n" + block("a"));
+    EXPECT_EQ(read_file(directory() + "/before"), block("a") + block("b") + "# note");
+}
+
+TEST_F(CreateTslnfstab, AddsTheNewBlockBesideTheOldOneWhenThatCannotBeTakenOut) {
+    write_file(tslnfstab(), block("a"));
+    const FailingCall failing(FailingCall::Call::rename, backup(), EBUSY);
+    EXPECT_EQ(create("a"), done());
+    EXPECT_EQ(read_file(tslnfstab()), block("a") + block("a"));
+    EXPECT_EQ(trace(), record("delete_server", 65038, "The file " + tslnfstab() + " could not be deleted."));
+}
+
+TEST_F(CreateTslnfstab, MakesAFileThatHoldsACommunityForOwnerAndGroupOnly) {
+    const mode_t before = umask(022);
+    tab_info.community = "public";
+    tab_info.server = "a";
+    EXPECT_EQ(run(createtslnfstab), done());
+    EXPECT_EQ(mode_of(tslnfstab()), 0640u);
+    std::filesystem::remove(tslnfstab());
+    EXPECT_EQ(create("a"), done());
+    EXPECT_EQ(mode_of(tslnfstab()), 0644u);
+    umask(before);
+}
+
+TEST_F(CreateTslnfstab, RefusesAControlCharacterInAnyValue) {
+    write_file(tslnfstab(), block("a"));
+    const std::string bad = "x\nmount: /";
+    const std::function<void()> changes[] = {
+        [&] { tab_info.server = bad; },
+        [&] { tab_info.version = "\x01"; },
+        [&] { tab_info.community = bad; },
+        [&] { tab_info.management = "\x7f"; },
+        [&] { tab_info.mnt_timeout = "\t"; },
+        [&] { tab_info.rdmaport = "\r"; },
+        [&] { tab_info.security_default = bad; },
+        [&] {
+            tab_info.pairs = std::vector<LocalPathPair>{{bad, "p"}};
+        },
+        [&] {
+            tab_info.pairs = std::vector<LocalPathPair>{{"l", bad}};
+        },
+        [&] {
+            tab_info.exports = std::vector<ExportEntry>{{bad, "/m", std::nullopt}};
+        },
+        [&] {
+            tab_info.exports = std::vector<ExportEntry>{{"/e", bad, std::nullopt}};
+        },
+        [&] {
+            tab_info.exports = std::vector<ExportEntry>{{"/e", "/m", bad}};
+        },
+    };
+    for (const auto &change : changes) {
+        tab_info = {};
+        tab_info.server = "a";
+        change();
+        EXPECT_EQ(run(createtslnfstab), (Outcome{1, ""}));
+        EXPECT_NE(trace().find("holds a control character"), std::string::npos);
+        EXPECT_EQ(read_file(tslnfstab()), block("a"));
+    }
+}
+
+TEST_F(CreateTslnfstab, WarnsOfAValueThatWillBeReadOtherwise) {
+    tab_info.server = "a";
+    tab_info.exports = std::vector<ExportEntry>{{"/e#1", "/mnt/with blank", std::nullopt}};
+    tab_info.version = "path:";
+    EXPECT_EQ(run(createtslnfstab), done());
+    EXPECT_EQ(trace(),
+              "[n],createtslnfstab export: \"/e#1\" ends at its \"#\"\n"
+              "[n],createtslnfstab mount: \"/mnt/with blank\" ends at its first blank\n"
+              "[n],createtslnfstab version: \"path:\" is taken for a key\n");
+    EXPECT_NE(read_file(tslnfstab()).find("mount: /mnt/with blank\n"), std::string::npos);
+}
+
+TEST_F(CreateTslnfstab, WarnsOfAServerThatCannotBeUsed) {
+    tab_info.server = "a";
+    tab_info.mnt_timeout = "soon";
+    EXPECT_EQ(run(createtslnfstab), done());
+    EXPECT_EQ(trace(),
+              "[n],createtslnfstab the server cannot be used: mnt_timeout: \"soon\" is not a number from 1 to "
+              "31536000\n");
+    EXPECT_EQ(create(""), done());
+    EXPECT_EQ(trace(), "[n],createtslnfstab the server cannot be used: server: \"\" cannot be read\n");
+}
+
+TEST_F(CreateTslnfstab, SaysNothingOfWhatIsUnused) {
+    tab_info.server = "a";
+    tab_info.community = "a secret # path: x";
+    tab_info.management = "mount: \xff";
+    tab_info.pairs = std::vector<LocalPathPair>{{"", "host"}};
+    EXPECT_EQ(run(createtslnfstab), done());
+    EXPECT_EQ(trace(), "");
 }
 
 TEST_F(CreateTslnfstab, TakesListsOf16EntriesAndRefusesMoreBeforeTheOldBlockGoes) {

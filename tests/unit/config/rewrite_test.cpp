@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the rewriting commands leave behind when something fails on the way: a whole configuration, always.
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "platform/descriptor.h"
 #include "tests/support/command_fixture.h"
 #include "tests/support/file_faults.h"
 #include "tslwnfs/config/config.h"
@@ -122,31 +125,68 @@ TEST_P(Rewrite, LeavesTheFileAloneWhereverTheBackupStopsGrowing) {
     }
 }
 
-TEST_P(Rewrite, HasBothFilesWhenTheOldOneCannotBeDeleted) {
-    const FailingCall failing(FailingCall::Call::unlink, tslnfstab(), EBUSY);
-    EXPECT_EQ(rewrite(), (Outcome{0, ""}));
-    EXPECT_EQ(failing.hits(), 1);
-    EXPECT_EQ(read_file(tslnfstab()), kBefore);
-    EXPECT_EQ(read_file(backup()), after());
-    EXPECT_EQ(trace(), record(GetParam().function, 65038, "The file " + tslnfstab() + " could not be deleted."));
+TEST_P(Rewrite, HasBothFilesWhenTheOldOneCannotBeRemoved) {
+    for (const int error : {EBUSY, EPERM, EACCES}) {
+        const FailingCall failing(FailingCall::Call::rename, backup(), error);
+        EXPECT_EQ(rewrite(), (Outcome{0, ""}));
+        EXPECT_EQ(failing.hits(), 1);
+        EXPECT_EQ(read_file(tslnfstab()), kBefore);
+        EXPECT_EQ(read_file(backup()), after());
+        EXPECT_EQ(trace(), record(GetParam().function, 65038, "The file " + tslnfstab() + " could not be deleted."));
+    }
 }
 
-TEST_P(Rewrite, HasTheNewContentsInTheBackupWhenItCannotBeRenamed) {
+TEST_P(Rewrite, HasBothFilesWhenTheBackupCannotBeRenamed) {
     const FailingCall failing(FailingCall::Call::rename, backup(), EXDEV);
     EXPECT_EQ(rewrite(), (Outcome{0, "Error: unable to rename " + backup() + " to " + tslnfstab()}));
     EXPECT_EQ(failing.hits(), 1);
-    EXPECT_FALSE(exists(tslnfstab()));
+    EXPECT_EQ(read_file(tslnfstab()), kBefore);
     EXPECT_EQ(read_file(backup()), after());
+    EXPECT_EQ(trace(), "");
 }
 
-TEST_P(Rewrite, KeepsTheNewContentsInTheBackupWhenTheOldFileVanishes) {
-    const FailingCall failing(FailingCall::Call::unlink, tslnfstab(), ENOENT);
+TEST_P(Rewrite, NeverTakesTheFileAwayOnItsOwn) {
+    const FailingCall failing(FailingCall::Call::unlink, tslnfstab(), EBUSY);
     EXPECT_EQ(rewrite(), (Outcome{0, ""}));
-    EXPECT_EQ(failing.hits(), 1);
-    EXPECT_EQ(read_file(backup()), after());
-    const bool traced = std::string(GetParam().function) == "delete_server";
+    EXPECT_EQ(failing.hits(), 0);
+    EXPECT_EQ(read_file(tslnfstab()), after());
+}
+
+TEST_P(Rewrite, LeavesAPipeInTheFilesPlaceAlone) {
+    std::filesystem::remove(tslnfstab());
+    ASSERT_EQ(mkfifo(tslnfstab().c_str(), 0600), 0);
+    EXPECT_EQ(rewrite(), (Outcome{1, "could not open " + tslnfstab() + " errno " + std::to_string(EINVAL) + "\n"}));
+    EXPECT_FALSE(exists(backup()));
+}
+
+TEST_P(Rewrite, GivesTheLockBack) {
+    EXPECT_EQ(rewrite(), (Outcome{0, ""}));
+    const Descriptor other(open((home() + "/dbs").c_str(), O_RDONLY | O_DIRECTORY));
+    EXPECT_EQ(flock(other.get(), LOCK_EX | LOCK_NB), 0);
+}
+
+class Lock : public CommandTest {
+  protected:
+    Lock() { EXPECT_TRUE(find_tslnfstab("test", path_)); }
+    PathBuffer path_;
+};
+
+TEST_F(Lock, IsNotTakenWhileAnotherRunHasIt) {
+    ConfigurationLock first;
+    ASSERT_TRUE(first.take("test", path_));
+    EXPECT_TRUE(first.take("test", path_)) << "it has it";
+    ConfigurationLock second(std::chrono::milliseconds(1));
+    EXPECT_FALSE(second.take("test", path_));
     EXPECT_EQ(trace(),
-              traced ? record("delete_server", 65038, "The file " + tslnfstab() + " could not be deleted.") : "");
+              "[n],test another run has been changing the configuration in " + home() + "/dbs/ for 0 seconds\n");
+    EXPECT_TRUE(std::filesystem::is_empty(home() + "/dbs"));
+}
+
+TEST_F(Lock, IsNotNeededWhereThereIsNothingToGuard) {
+    std::filesystem::remove(home() + "/dbs");
+    ConfigurationLock lock;
+    EXPECT_TRUE(lock.take("test", path_));
+    EXPECT_EQ(trace(), "");
 }
 
 class DroppedBackup : public CommandTest {};

@@ -3,7 +3,9 @@
 
 #include "tests/support/command_fixture.h"
 #include "tslwnfs/config/config.h"
+#include "tslwnfs/config/server_block.h"
 #include "tslwnfs/config/server_deletion.h"
+#include "tslwnfs/terminal/screen.h"
 
 namespace {
 
@@ -18,6 +20,8 @@ class Servers : public CommandTest {
     std::string unopened(int error) const {
         return "could not open " + tslnfstab() + " errno " + std::to_string(error) + "\n";
     }
+
+    std::string old() const { return tslnfstab() + ".old"; }
 
     static Outcome list() { return run(getserverlist); }
     static Outcome display(const char *server) {
@@ -131,11 +135,65 @@ TEST_F(Servers, InALastBlockWithoutAnEndAreDeletedToTheEndOfTheFile) {
     EXPECT_EQ(read_file(tslnfstab()), block("a"));
 }
 
-TEST_F(Servers, OutsideABlockShiftTheBlockThatIsDeleted) {
-    write_file(tslnfstab(), "server: loose\n" + block("a") + block("b"));
+TEST_F(Servers, OutsideABlockShiftTheBlockThatIsDeletedAndTheOldFileIsKept) {
+    const std::string before = "server: loose\n" + block("a") + block("b");
+    write_file(tslnfstab(), before);
+    set_mode(tslnfstab(), 0640);
     EXPECT_EQ(remove("a"), (Outcome{0, ""}));
     EXPECT_EQ(read_file(tslnfstab()), "server: loose\n" + block("a"));
     EXPECT_EQ(trace(), "[n],delete_server the line of server a does not stand in the block of its number\n");
+    EXPECT_EQ(read_file(old()), before);
+    EXPECT_EQ(mode_of(old()), 0640u);
+}
+
+TEST_F(Servers, BehindAMarkerThatIsNoneCostAnotherServerItsBlockAndTheOldFileIsKept) {
+    const std::string odd[] = {"\xEF\xBB\xBF" + block("a") + block("b"),
+                               "#<server block begin> \nserver: a\n#<server block end>\n" + block("b"),
+                               "#<server block begin>\r\nserver: a\n#<server block end>\n" + block("b"),
+                               "#<server block begin>\nserver: a\n#<server block end> \n" + block("b")};
+    for (const auto &file : odd) {
+        std::filesystem::remove(old());
+        write_file(tslnfstab(), file);
+        EXPECT_EQ(remove("a"), (Outcome{0, ""}));
+        EXPECT_EQ(read_file(tslnfstab()).find("server: b"), std::string::npos);
+        EXPECT_EQ(read_file(old()), file);
+    }
+    write_file(tslnfstab(), odd[0]);
+    tab_info = {};
+    tab_info.server = "a";
+    EXPECT_EQ(run(createtslnfstab), (Outcome{0, ""}));
+    EXPECT_EQ(read_file(old()), odd[0]);
+}
+
+TEST_F(Servers, StayWhenTheOldFileCannotBeKept) {
+    const std::string before = "server: loose\n" + block("a") + block("b");
+    write_file(tslnfstab(), before);
+    std::filesystem::create_directory(old());
+    EXPECT_EQ(remove("a"), (Outcome{1, ""}));
+    EXPECT_EQ(read_file(tslnfstab()), before);
+    EXPECT_FALSE(exists(backup()));
+    tab_info = {};
+    tab_info.server = "a";
+    EXPECT_EQ(run(createtslnfstab), (Outcome{1, ""}));
+    EXPECT_EQ(read_file(tslnfstab()), before);
+}
+
+TEST_F(Servers, ThatGoAsMeantLeaveNoOldFile) {
+    write_file(tslnfstab(), block("a", "uid: 1\n") + block("b"));
+    EXPECT_EQ(remove("a"), (Outcome{0, ""}));
+    EXPECT_FALSE(exists(old()));
+}
+
+TEST_F(Servers, WhoseBlockWentForAnotherAreNamedAtTheTerminal) {
+    const ScopedEnvironment always("TSLWNFS_TERMINAL", "always");
+    write_file(tslnfstab(), "server: loose\n" + block("a") + block("b"));
+    CapturedOutput said(STDERR_FILENO);
+    terminal::open();
+    EXPECT_EQ(remove("a").result, 0u);
+    terminal::close();
+    EXPECT_EQ(said.text(),
+              "tslwnfs: warning: the line of server a does not stand in the block of its number: the block of server b "
+              "is removed; tslnfstab.old is the file as it was\n");
 }
 
 TEST_F(Servers, BehindTheLastBlockDeleteNothing) {
@@ -186,7 +244,7 @@ TEST(ServerDeletion, KeepsEveryByteOfWhatItDoesNotLeaveOut) {
     const auto deletion = without_server(kept + block + kept, "a");
     ASSERT_TRUE(deletion);
     EXPECT_EQ(deletion->file, kept + kept);
-    EXPECT_TRUE(deletion->counts_agree);
+    EXPECT_TRUE(deletion->is_as_meant());
 }
 
 TEST(ServerDeletion, CutsAtAMarkerThatContinuesAnOverlongLine) {

@@ -1,12 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/config/whole_file.h"
 
+#include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
+#include <tuple>
 
+#include "platform/descriptor.h"
 #include "tests/support/file_faults.h"
 #include "tests/support/temporary_directory.h"
 
@@ -86,10 +92,103 @@ TEST_F(WholeFile, TakesOverPermissions) {
     write_file(path("from"), "");
     ASSERT_EQ(chmod(path("from").c_str(), 0640), 0);
     Stream stream = open_stream(path().c_str(), "w");
-    take_permissions(stream, path("from").c_str());
+    EXPECT_TRUE(take_permissions(stream, path("from").c_str()));
     struct stat status;
     ASSERT_EQ(stat(path().c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0640u);
+}
+
+TEST_F(WholeFile, IsLimitedToPermissionsWithoutBeingGivenMore) {
+    for (const auto &[own, limit, left] : {std::tuple{0644, 0600, 0600}, {0600, 0644, 0600}, {0664, 0640, 0640}}) {
+        write_file(path(), "");
+        write_file(path("from"), "");
+        ASSERT_EQ(chmod(path().c_str(), static_cast<mode_t>(own)), 0);
+        ASSERT_EQ(chmod(path("from").c_str(), static_cast<mode_t>(limit)), 0);
+        EXPECT_TRUE(limit_permissions(open_for_writing(path().c_str(), Writing::anew), path("from").c_str()));
+        struct stat status;
+        ASSERT_EQ(stat(path().c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, static_cast<mode_t>(left));
+    }
+}
+
+TEST_F(WholeFile, IsForItsOwnerAloneUntilItsPermissionsAreGiven) {
+    ASSERT_TRUE(open_for_writing(path().c_str(), Writing::anew));
+    struct stat status;
+    ASSERT_EQ(stat(path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600u);
+}
+
+// The parts of a test that need an ordinary user of one group only run in a child that has become one.
+template <class Part>
+int as_member_of(gid_t group, gid_t other_group, Part part) {
+    const pid_t child = fork();
+    if (child == 0) {
+        const gid_t groups[] = {group, other_group};
+        if (setgroups(2, groups) != 0 || setgid(group) != 0 || setuid(1234) != 0) _exit(99);
+        _exit(part() ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(WholeFile, KeepsTheGroupThatAMemberMayGive) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root may become somebody else";
+    ASSERT_EQ(chmod(directory_.path().c_str(), 0777), 0);
+    write_file(path("from"), "");
+    ASSERT_EQ(chown(path("from").c_str(), 0, 4321), 0);
+    ASSERT_EQ(chmod(path("from").c_str(), 0664), 0);
+    const auto copy = [this] {
+        return take_permissions(open_for_writing(path().c_str(), Writing::anew), path("from").c_str());
+    };
+    ASSERT_EQ(as_member_of(5000, 4321, copy), 0);
+    struct stat status;
+    ASSERT_EQ(stat(path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, 1234u);
+    EXPECT_EQ(status.st_gid, 4321u);
+    EXPECT_EQ(status.st_mode & 07777, 0664u);
+}
+
+TEST_F(WholeFile, IsForItsOwnerAloneWhenTheGroupCannotBeKept) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root may become somebody else";
+    ASSERT_EQ(chmod(directory_.path().c_str(), 0777), 0);
+    write_file(path("from"), "");
+    ASSERT_EQ(chown(path("from").c_str(), 0, 4321), 0);
+    ASSERT_EQ(chmod(path("from").c_str(), 0664), 0);
+    const auto copy = [this] {
+        return take_permissions(open_for_writing(path().c_str(), Writing::anew), path("from").c_str());
+    };
+    ASSERT_EQ(as_member_of(5000, 5001, copy), 0);
+    struct stat status;
+    ASSERT_EQ(stat(path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_gid, 5000u);
+    EXPECT_EQ(status.st_mode & 07777, 0600u);
+}
+
+TEST_F(WholeFile, OfSomebodyElseIsNotWrittenWhenItIsOpenToMore) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root may become somebody else";
+    ASSERT_EQ(chmod(directory_.path().c_str(), 0777), 0);
+    write_file(path("from"), "");
+    write_file(path(), "");
+    ASSERT_EQ(chmod(path("from").c_str(), 0600), 0);
+    ASSERT_EQ(chmod(path().c_str(), 0666), 0);
+    const auto limit = [this] {
+        return limit_permissions(open_for_writing(path().c_str(), Writing::anew), path("from").c_str());
+    };
+    EXPECT_EQ(as_member_of(5000, 5001, limit), 1);
+}
+
+TEST_F(WholeFile, IsNoPipe) {
+    ASSERT_EQ(mkfifo(path().c_str(), 0600), 0);
+    std::string contents;
+    EXPECT_FALSE(read_whole_file(path().c_str(), contents));
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_FALSE(open_for_writing(path().c_str(), Writing::anew));
+    EXPECT_EQ(append_to_file(path().c_str(), "a"), Append::not_opened);
+    // Nor is one that somebody reads, which would take what is written.
+    const Descriptor reader(open(path().c_str(), O_RDONLY | O_NONBLOCK));
+    EXPECT_FALSE(open_for_writing(path().c_str(), Writing::anew));
+    EXPECT_EQ(append_to_file(path().c_str(), "a"), Append::not_opened);
 }
 
 TEST_F(WholeFile, LeavesDevicesAsTheyAre) {
@@ -98,7 +197,7 @@ TEST_F(WholeFile, LeavesDevicesAsTheyAre) {
     write_file(path("from"), "");
     ASSERT_EQ(chmod(path("from").c_str(), 0600), 0);
     const Stream device = open_stream("/dev/full", "w");
-    take_permissions(device, path("from").c_str());
+    EXPECT_TRUE(take_permissions(device, path("from").c_str()));
     ASSERT_EQ(stat("/dev/full", &after), 0);
     EXPECT_EQ(after.st_mode, before.st_mode);
 }

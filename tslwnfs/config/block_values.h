@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+// The values of a server's block: how they are written, and what the storage library will make of them.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct ServerBlock;
+
+struct BlockSetting {
+    std::string_view key;
+    std::string value;
+};
+
+// The settings of a block in the order in which they are written: the user and the group ahead of the server line, for
+// which readers look behind the begin marker.
+std::vector<BlockSetting> settings_of(const ServerBlock &server);
+
+// The settings as lines: a path stands behind its local address, a mount point behind its export.
+std::string lines_of(const std::vector<BlockSetting> &settings);
+
+// False when a value holds a control character, which is traced as a record of function. A line feed would let a value
+// go on as settings of its own.
+[[nodiscard]] bool are_writable(const char *function, const std::vector<BlockSetting> &settings);
+
+// The values that will be read otherwise than they were given, each with the reason.
+std::vector<std::string> misreadings_of(const std::vector<BlockSetting> &settings);
+
+// Why the storage library will not use a server with these settings; empty when it will.
+std::string problem_of(const std::vector<BlockSetting> &settings);
