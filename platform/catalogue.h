@@ -3,10 +3,10 @@
 //
 // A catalogue is a file compiled by gencat. It is looked for along NLSPATH, then as rdbms/mesg/LOCALE/NAME.cat under
 // TESSEL_HOME and under the home the program stands in; the locale is that of messages, from the full form to the bare
-// language, and at last "en". The first usable file counts. A file that is damaged is passed over: the C library would
-// follow its offsets wherever they point, so they are checked before it may. Texts are written in UTF-8 and given in
-// the codeset that the locale names; one that this codeset cannot express is passed over too, so that English, which is
-// ASCII, is shown instead of rubbish.
+// language, and at last "en". The first usable file counts. A file that is damaged is passed over: its offsets
+// are checked before they are followed, and in the bytes that were checked, whatever becomes of the file. Texts are
+// written in UTF-8 and given in the codeset that the locale names; one that this codeset cannot express is passed over
+// too, so that English, which is ASCII, is shown instead of rubbish.
 #pragma once
 
 #include <map>

@@ -2,6 +2,7 @@
 #include "platform/catalogue.h"
 
 #include <gmock/gmock.h>
+#include <nl_types.h>
 #include <sys/stat.h>
 
 #include <cstring>
@@ -118,6 +119,19 @@ TEST_F(Catalogue, IsNeverADirectoryOrAPipe) {
     EXPECT_EQ(read_catalogue_text(directory_.path(), kSucceeded), std::nullopt);
     ASSERT_EQ(mkfifo((directory_ / "pipe").c_str(), 0600), 0);
     EXPECT_EQ(read_catalogue_text(directory_ / "pipe", kSucceeded), std::nullopt);
+}
+
+TEST_F(Catalogue, GivesWhatTheCLibraryWouldGive) {
+    const nl_catd opened = catopen(BUILT_CATALOGUE, NL_CAT_LOCALE);
+    ASSERT_NE(opened, nl_catd(-1));
+    int texts = 0;
+    for (int number = 64990; number < 65090; ++number) {
+        const std::string expected = catgets(opened, 1, number, "");
+        EXPECT_THAT(read_catalogue_text(BUILT_CATALOGUE, number), Optional(expected)) << number;
+        texts += expected.empty() ? 0 : 1;
+    }
+    EXPECT_GT(texts, 60);
+    EXPECT_EQ(catclose(opened), 0);
 }
 
 TEST_F(Catalogue, SurvivesEveryTruncation) {
