@@ -61,7 +61,8 @@ bool find_configuration(const char *home, PathBuffer &path) {
 bool has_library() {
     PathBuffer path;
     if (!translate_file_name(kEnabled, std::string(tsl_ohome) + kLibraryCopy, path)) return false;
-    if (access(path.c_str(), F_OK) == 0) return true;
+    struct stat status;
+    if (stat(path.c_str(), &status) == 0) return true;
     if (errno == EACCES) {
         trace_failure(kEnabled, "%s is in a directory that is closed to user %u: ask its owner", path.c_str(),
                       static_cast<unsigned>(geteuid()));

@@ -32,7 +32,7 @@ bool ConfigurationLock::take(const char *function, const PathBuffer &tslnfstab) 
     if (directory_) return true;
     const std::string directory(tslnfstab.view().substr(0, tslnfstab.view().rfind('/') + 1));
     directory_ = Descriptor(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!directory_ && access(directory.c_str(), X_OK) != 0) return true;
+    if (!directory_ && faccessat(AT_FDCWD, directory.c_str(), X_OK, AT_EACCESS) != 0) return true;
     if (directory_ && lock_in_time()) return true;
     const int error = errno;
     directory_ = {};

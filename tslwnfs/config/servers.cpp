@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/environment.h"
 #include "tslwnfs/config/config.h"
 #include "tslwnfs/config/server_deletion.h"
 #include "tslwnfs/config/tslnfstab_file.h"
@@ -72,15 +73,27 @@ std::string consequence(const ServerDeletion &deletion, bool removes_something) 
            " is removed; tslnfstab.old is the file as it was";
 }
 
+// Whether whoever runs the command asked for errors where it would otherwise make the best of things.
+bool is_strict_about_options() {
+    constexpr std::size_t kMaximum = 1023;  // characters
+    const std::string words = "," + platform_environment("TSLWNFS_STRICT", kMaximum).value_or("") + ",";
+    return words.find(",options,") != std::string::npos || words.find(",all,") != std::string::npos;
+}
+
 // Whether what a deletion takes may go. What it was not meant to take is kept beside the file first, and told.
 bool may_go(TslnfstabRewrite &rewrite, const ServerDeletion &deletion, const char *server) {
     if (deletion.is_as_meant()) return true;
+    const std::string what = surprise(deletion, server);
+    if (is_strict_about_options()) {
+        trace_failure(kDeletion, "%s, so that nothing is changed", what.c_str());
+        rewrite.delete_backup();
+        return false;
+    }
     const bool removes_something = deletion.file.size() != rewrite.contents().size();
     if (removes_something && !rewrite.keep_old()) {
         rewrite.delete_backup();
         return false;
     }
-    const std::string what = surprise(deletion, server);
     tslwnfswrf(3, kDeletion, "%s\n", what.c_str());
     terminal::say("warning: " + what + ": " + consequence(deletion, removes_something));
     return true;

@@ -145,6 +145,25 @@ TEST_F(Enable, RefusesAHomeThatTheShellWouldTakeApart) {
     EXPECT_FALSE(exists(directory() + "/harm"));
 }
 
+TEST_F(Enable, RefusesAHomeWithABlankBeforeItEmptiesTheConfiguration) {
+    const std::string odd = directory() + "/a b";
+    std::filesystem::create_directories(odd + "/dbs");
+    std::filesystem::create_directories(odd + "/rdbms/lib");
+    write_file(odd + "/dbs/tslnfstab", "server: a\n");
+    use_home(odd);
+    pass_flag = 1;
+    EXPECT_EQ(enable(), (Outcome{1, ""}));
+    EXPECT_EQ(read_file(odd + "/dbs/tslnfstab"), "server: a\n");
+    EXPECT_FALSE(exists(odd + "/rdbms/lib/tdm"));
+}
+
+TEST_F(Enable, DoesNotHideAConfigurationThatWasLeftInTheBackup) {
+    write_file(backup(), "server: a\n");
+    EXPECT_EQ(enable(), (Outcome{1, ""}));
+    EXPECT_FALSE(exists(tslnfstab()));
+    EXPECT_EQ(read_file(backup()), "server: a\n");
+}
+
 TEST(LibraryCopyCommand, HasABlankBehindEachName) {
     EXPECT_EQ(library_copy_command("/h/lib/l.so ", "/h/rdbms/l.so "), "cp -f /h/lib/l.so /h/rdbms/l.so ");
 }

@@ -70,6 +70,26 @@ TEST_F(SavedCopy, IsClosedToThoseToWhomTheConfigurationIs) {
     EXPECT_EQ(mode_of(saved()), 0600u);
 }
 
+TEST_F(SavedCopy, IsClosedWhenAnOlderOneWasOpen) {
+    write_file(tslnfstab(), "community: secret\n");
+    set_mode(tslnfstab(), 0600);
+    write_file(saved(), "old");
+    set_mode(saved(), 0644);
+    pass_flag = 1;
+    EXPECT_EQ(run(save), (Outcome{0, ""}));
+    EXPECT_EQ(mode_of(saved()), 0600u);
+}
+
+TEST_F(SavedCopy, StaysClosedBesideAnOpenConfiguration) {
+    write_file(tslnfstab(), "server: a\n");
+    set_mode(tslnfstab(), 0644);
+    write_file(saved(), "old");
+    set_mode(saved(), 0600);
+    pass_flag = 1;
+    EXPECT_EQ(run(save), (Outcome{0, ""}));
+    EXPECT_EQ(mode_of(saved()), 0600u);
+}
+
 TEST_F(SavedCopy, MayBeALinkToTheConfiguration) {
     write_file(tslnfstab(), "kept\n");
     std::filesystem::create_symlink("tslnfstab", saved());

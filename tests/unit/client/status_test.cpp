@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <unistd.h>
+
 #include "tests/support/command_fixture.h"
 #include "tslwnfs/client/client.h"
 
@@ -70,6 +72,19 @@ TEST_F(Status, IsNotEnabledWhenTheConfigurationCannotBeLookedUp) {
     const std::string path = home() + "/file/dbs/tslnfstab";
     EXPECT_EQ(ask(home() + "/file"), (Outcome{1, kIsNotEnabled}));
     EXPECT_EQ(trace(), record("iswnfsenabled", 65013, "The status of " + path + " could not be read."));
+}
+
+TEST_F(Status, IsNotEnabledForAUserToWhomTheLibraryIsClosed) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root may become somebody else";
+    set_mode(directory(), 0755);
+    set_mode(home() + "/rdbms/lib/tdm", 0700);
+    ASSERT_EQ(seteuid(1234), 0);
+    const Outcome outcome = ask();
+    ASSERT_EQ(seteuid(0), 0);
+    EXPECT_EQ(outcome, (Outcome{1, kIsNotEnabled}));
+    EXPECT_EQ(trace(), "[n],iswnfsenabled " + library() +
+                           " is in a directory that is closed to user 1234: ask its owner\n" +
+                           record("iswnfsenabled", 65007, "The storage library " + library() + " was not found."));
 }
 
 TEST_F(Status, IsNotEnabledWithoutTheLibrary) {

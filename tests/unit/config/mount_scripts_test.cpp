@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <optional>
@@ -106,6 +107,38 @@ TEST_F(MountScripts, SayWhenAScriptCannotBeWritten) {
     EXPECT_EQ(mount(), (Outcome{1, "fopen failed for : " + script() + "\n"}));
     std::filesystem::create_symlink("/dev/full", unscript());
     EXPECT_EQ(umount(), (Outcome{1, "fopen failed for : " + unscript() + "\n"}));
+}
+
+TEST_F(MountScripts, AreNotPutWhereOthersCouldExchangeThem) {
+    std::filesystem::create_directory(scripts());
+    set_mode(scripts(), 0777);
+    EXPECT_EQ(mount(), (Outcome{1, ""}));
+    EXPECT_EQ(trace(), "[n],mount_script " + scripts() + " is writable by others\n");
+    set_mode(scripts(), 0755);
+    if (geteuid() != 0) GTEST_SKIP() << "only root may give a directory away";
+    ASSERT_EQ(chown(scripts().c_str(), 1234, static_cast<gid_t>(-1)), 0);
+    EXPECT_EQ(umount(), (Outcome{1, ""}));
+    EXPECT_EQ(trace(), "[n],umount_script " + scripts() + " belongs to another user\n");
+    EXPECT_TRUE(std::filesystem::is_empty(scripts()));
+}
+
+TEST_F(MountScripts, AreNotWrittenThroughLinks) {
+    std::filesystem::create_directory(scripts());
+    write_file(directory() + "/kept", "kept");
+    std::filesystem::create_symlink(directory() + "/kept", script());
+    EXPECT_EQ(mount(), (Outcome{1, "fopen failed for : " + script() + "\n"}));
+    EXPECT_EQ(read_file(directory() + "/kept"), "kept");
+    std::filesystem::remove_all(scripts());
+    std::filesystem::create_directory(directory() + "/elsewhere");
+    std::filesystem::create_symlink(directory() + "/elsewhere", scripts());
+    EXPECT_EQ(mount(), (Outcome{1, ""}));
+    EXPECT_TRUE(std::filesystem::is_empty(directory() + "/elsewhere"));
+}
+
+TEST_F(MountScripts, AreNoPipes) {
+    std::filesystem::create_directory(scripts());
+    ASSERT_EQ(mkfifo(script().c_str(), 0600), 0);
+    EXPECT_EQ(mount(), (Outcome{1, "fopen failed for : " + script() + "\n"}));
 }
 
 TEST_F(MountScripts, SpeakIntoTheLog) {

@@ -7,7 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "nfstdm/mounts/path_text.h"
+#include "nfstdm/mounts/tslnfstab.h"
+#include "tslwnfs/config/block_values.h"
 #include "tslwnfs/config/rdma_edit.h"
+#include "tslwnfs/config/server_block.h"
 #include "tslwnfs/config/server_deletion.h"
 #include "tslwnfs/config/tslnfstab_lines.h"
 
@@ -114,6 +118,73 @@ TEST(RandomFiles, LoseOneLineWithAPort) {
         if (edit.done) ++losses;
     }
     EXPECT_GT(losses, kFiles / 100);
+}
+
+// A value of any characters that a command line can hold, some of which mean something in the file.
+std::string random_value(std::mt19937 &random) {
+    static const std::vector<std::string> kPieces = {
+        "a", "/", ":", "#", " ", "path:", "server", ".", "7", "\xC3\xA4", ","};
+    std::string value;
+    for (std::size_t count = random() % 4; count > 0; --count)
+        value += kPieces[random() % kPieces.size()];
+    return value;
+}
+
+ServerBlock random_block(std::mt19937 &random) {
+    const auto maybe = [&](const std::string &value) {
+        return random() % 3 == 0 ? std::optional(value) : std::nullopt;
+    };
+    const auto number = [&](uint32_t most) { return std::to_string(random() % (most + 1)); };
+    ServerBlock block;
+    block.server = "s" + random_value(random);
+    if (random() % 2 == 0) block.uid = static_cast<uint32_t>(random());
+    if (random() % 2 == 0) block.gid = static_cast<uint32_t>(random());
+    block.pairs.emplace();
+    for (std::size_t count = random() % 3; count > 0; --count)
+        block.pairs->push_back({random_value(random), "p" + random_value(random)});
+    block.exports.emplace();
+    for (std::size_t count = random() % 3; count > 0; --count)
+        block.exports->push_back({"/" + random_value(random), "/m" + random_value(random), maybe("sys")});
+    block.version = maybe("v" + random_value(random));
+    block.mnt_timeout = maybe(number(60));
+    block.rdmaport = maybe(number(70000));
+    block.community = maybe(random_value(random));
+    block.management = maybe(random_value(random));
+    block.security_default = maybe("none");
+    return block;
+}
+
+// Whether the storage library takes a block for what it says.
+bool is_read_back(const ServerBlock &block, const nfstdm::ServerConfig &read) {
+    bool same = read.name == *block.server && read.uid == block.uid && read.gid == block.gid &&
+                read.version == block.version.value_or("") && read.paths.size() == block.pairs->size() &&
+                read.exports.size() == block.exports->size() && read.problem.empty();
+    for (std::size_t i = 0; same && i < read.paths.size(); ++i)
+        same = read.paths[i].local == (*block.pairs)[i].local && read.paths[i].path == (*block.pairs)[i].path;
+    for (std::size_t i = 0; same && i < read.exports.size(); ++i) {
+        const ExportEntry &given = (*block.exports)[i];
+        const auto point = nfstdm::join_path(nfstdm::split_path(given.mount_point));
+        same = read.exports[i].export_path == given.export_path && read.exports[i].mount_point == point &&
+               read.exports[i].security == given.security.value_or(block.security_default.value_or(""));
+    }
+    return same && (!block.mnt_timeout || std::to_string(read.contact_timeout_seconds) == *block.mnt_timeout) &&
+           (!block.rdmaport || std::to_string(read.rdma_port) == *block.rdmaport);
+}
+
+TEST(RandomBlocks, AreReadBackAsTheyWereGivenOrWarnedAbout) {
+    std::mt19937 random(5);
+    int read_back = 0, warned = 0;
+    for (int i = 0; i < 20000; ++i) {
+        const ServerBlock block = random_block(random);
+        const auto settings = settings_of(block);
+        const bool is_warned = !misreadings_of(settings).empty() || !problem_of(settings).empty();
+        const auto tab = nfstdm::read_tslnfstab("server: ahead\n" + server_block_text(block) + "server: behind\n");
+        const bool is_same = tab.servers.size() == 3 && is_read_back(block, tab.servers[1]);
+        EXPECT_EQ(is_same, !is_warned) << server_block_text(block);
+        (is_same ? read_back : warned) += 1;
+    }
+    EXPECT_GT(read_back, 1000);
+    EXPECT_GT(warned, 1000);
 }
 
 }  // namespace

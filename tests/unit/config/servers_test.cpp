@@ -178,6 +178,27 @@ TEST_F(Servers, StayWhenTheOldFileCannotBeKept) {
     EXPECT_EQ(read_file(tslnfstab()), before);
 }
 
+TEST_F(Servers, OfOthersStayWhereOptionsAreStrict) {
+    const std::string before = "server: loose\n" + block("a") + block("b");
+    for (const char *words : {"options", "names,options", "all"}) {
+        const ScopedEnvironment strict("TSLWNFS_STRICT", words);
+        write_file(tslnfstab(), before);
+        EXPECT_EQ(remove("a"), (Outcome{1, ""}));
+        EXPECT_EQ(trace(),
+                  "[n],delete_server the line of server a does not stand in the block of its number, so that "
+                  "nothing is changed\n");
+        tab_info = {};
+        tab_info.server = "a";
+        EXPECT_EQ(run(createtslnfstab), (Outcome{1, ""}));
+        EXPECT_NE(trace(), "");
+        EXPECT_EQ(read_file(tslnfstab()), before);
+        EXPECT_FALSE(exists(old()));
+        EXPECT_FALSE(exists(backup()));
+    }
+    const ScopedEnvironment strict("TSLWNFS_STRICT", "names");
+    EXPECT_EQ(remove("a"), (Outcome{0, ""}));
+}
+
 TEST_F(Servers, ThatGoAsMeantLeaveNoOldFile) {
     write_file(tslnfstab(), block("a", "uid: 1\n") + block("b"));
     EXPECT_EQ(remove("a"), (Outcome{0, ""}));
