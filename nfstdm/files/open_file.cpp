@@ -21,7 +21,6 @@ OpenFile::OpenFile(const Place &place, FileResources &resources)
       resources_(resources),
       path_(place.path()),
       handle_(place.object->handle),
-      fileid_(place.object->attributes.fileid),
       write_size_(transfer_size(mount_.volume().limits().write_maximum)),
       read_(mount_.volume(), handle_, transfer_size(mount_.volume().limits().read_maximum), resources.read_pool),
       write_(mount_.volume(), handle_, write_size_, kCommitAfter, resources.write_pool) {
@@ -63,16 +62,15 @@ void OpenFile::finish_reads() {
     }
 }
 
-// The file must still be the one that was opened, not another of its name. A handle that the server gives out again
-// deserves the second try as well: it may have been refused while an export was being loaded.
+// Only a handle names a file (RFC 1813 section 2.5): the file id of a removed file is soon that of a new one. A handle
+// that the server gives out again deserves the second try: it may have been refused while an export was being loaded.
 Status OpenFile::look_up_again() {
     auto place = resources_.look_up_again(path_);
     if (!place.ok()) return place.status();
     const auto &object = place.value().object;
-    if (place.value().mount != &mount_ || !object || object->attributes.fileid != fileid_)
+    if (place.value().mount != &mount_ || !object || object->handle != handle_)
         return {ESTALE, path_ + " is another file now"};
-    handle_ = object->handle;
-    read_.forget_and_use(handle_);
+    read_.forget();
     return {};
 }
 
@@ -107,7 +105,7 @@ const Status &OpenFile::settle() {
     };
     wait();
     if (write_.failure().number() == ESTALE && look_up_again().ok()) {
-        write_.restart(handle_);
+        write_.restart();
         wait();
     }
     return write_.failure();

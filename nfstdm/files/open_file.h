@@ -40,7 +40,6 @@ class OpenFile {
 
     const MountedVolume &mount() const { return mount_; }
     const FileHandle &handle() const { return handle_; }
-    uint64_t fileid() const { return fileid_; }
 
     // Fills the buffer, with zeros beyond the end of the file. done is called exactly once, at once when the bytes are
     // there. Accepted writes reach stable storage first.
@@ -81,8 +80,7 @@ class OpenFile {
     MountedVolume &mount_;
     FileResources &resources_;
     const std::string path_;
-    FileHandle handle_;
-    const uint64_t fileid_;
+    const FileHandle handle_;
     const uint32_t write_size_;
     ReadAhead read_;
     WriteBehind write_;

@@ -100,12 +100,10 @@ Result<uint64_t> OpenFiles::reopen(Entry &entry, const Place &place) {
     return size;
 }
 
-// A file that was looked up again since then has another handle and is not found: it is then opened beside itself.
 std::map<uint64_t, OpenFiles::Entry>::iterator OpenFiles::find_open(const Place &place) {
     const auto known = identifiers_.find({place.mount, std::string(place.object->handle.view())});
     if (known == identifiers_.end()) return files_.end();
-    const auto found = files_.find(known->second);
-    return found != files_.end() && found->second.file->handle() == place.object->handle ? found : files_.end();
+    return files_.find(known->second);
 }
 
 OpenFile *OpenFiles::find(uint64_t identifier) {

@@ -72,11 +72,6 @@ void ReadAhead::forget() {
     serve();
 }
 
-void ReadAhead::forget_and_use(const FileHandle &file) {
-    file_ = file;
-    forget();
-}
-
 void ReadAhead::drop_window() {
     for (const auto &chunk : window_) {
         chunk->dropped = true;

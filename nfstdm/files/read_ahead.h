@@ -42,7 +42,6 @@ class ReadAhead {
 
     // Drops what was read ahead: the file has changed. Requests that wait are read again.
     void forget();
-    void forget_and_use(const FileHandle &file);
 
     // The file's size as it was told to the caller. As far as nothing newer is known, nothing is read ahead beyond it.
     void expect_size(uint64_t size) { expected_size_ = told_size_ = size; }
@@ -94,7 +93,7 @@ class ReadAhead {
     void finish_directly(const std::shared_ptr<Request> &request, Status result);
 
     Volume &volume_;
-    FileHandle file_;
+    const FileHandle file_;
     std::size_t read_size_;  // of the next READ
     const std::size_t buffer_size_;
     BufferPool &pool_;

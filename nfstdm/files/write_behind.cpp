@@ -225,9 +225,8 @@ Status WriteBehind::take_failure() {
     return std::exchange(failure_, Status{});
 }
 
-void WriteBehind::restart(const FileHandle &file) {
+void WriteBehind::restart() {
     assert(settled());
-    file_ = file;
     failure_ = {};
     uncommitted_ = 0;
     filling_.reset();

@@ -7,7 +7,7 @@
 // accepted, so that the memory stays bounded.
 //
 // The first failure is kept and nothing new is sent after it. It drops what was not written, except for a stale handle:
-// the bytes then wait for restart() with a new one.
+// the bytes then wait for restart().
 #pragma once
 
 #include <cstddef>
@@ -47,8 +47,8 @@ class WriteBehind {
     const Status &failure() const { return failure_; }
     // The first failure there was, which is forgotten, and with it every byte that is still held. Only when settled.
     Status take_failure();
-    // Writes everything held again, to a file that was looked up again after a stale handle. Only when settled.
-    void restart(const FileHandle &file);
+    // Writes everything held again, when the server knows the handle again. Only when settled.
+    void restart();
 
   private:
     enum class State { filling, ready, writing, uncommitted, committing };
@@ -85,7 +85,7 @@ class WriteBehind {
     void drop_all();
 
     Volume &volume_;
-    FileHandle file_;
+    const FileHandle file_;
     const std::size_t write_size_;
     const std::size_t commit_after_;
     BufferPool &pool_;

@@ -66,6 +66,7 @@ class FakeServer {
     // 0 when the handle is stale.
     uint64_t id_of(const FileHandle &handle) const;
     void make_handles_stale() { ++generation_; }
+    void make_handles_known_again() { --generation_; }
 
     std::string server_name = "one";
 

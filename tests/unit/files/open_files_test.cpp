@@ -255,7 +255,7 @@ TEST_F(OpenFilesTest, AStaleHandleIsLookedUpAgainWhileReading) {
     auto &file = identify("/mnt/one/f");
     std::vector<std::byte> back(data.size());
     for (uint64_t offset = 0; offset < data.size(); offset += 64 << 10) {
-        if (offset == 2 * kMiB) one_.make_handles_stale();
+        if (offset == 2 * kMiB) one_.failures[Op::read] = {ESTALE};
         ASSERT_TRUE(read(file, offset, std::span(back).subspan(offset, 64 << 10)).ok());
     }
     EXPECT_TRUE(same(back, data));
@@ -265,7 +265,7 @@ TEST_F(OpenFilesTest, AStaleHandleIsLookedUpAgainWhileWritingAndNothingIsLost) {
     const auto data = pattern(5 * kMiB + 3);
     auto &file = create("/mnt/one/f", 0);
     for (uint64_t offset = 0; offset < data.size(); offset += kMiB) {
-        if (offset == 2 * kMiB) one_.make_handles_stale();
+        if (offset == 2 * kMiB) one_.failures[Op::write] = {ESTALE};
         const auto part = std::span(data).subspan(offset, std::min<std::size_t>(kMiB, data.size() - offset));
         ASSERT_TRUE(file.write(offset, part).ok());
         loop_.poll_once();
@@ -282,6 +282,29 @@ TEST_F(OpenFilesTest, AnotherFileOfTheSameNameIsNotTakenForTheOneThatWasOpened) 
     one_.make_handles_stale();
     std::vector<std::byte> buffer(100);
     EXPECT_EQ(read(file, 0, buffer).number(), uint32_t{ESTALE});
+}
+
+TEST_F(OpenFilesTest, AFileThatGotTheFileIdOfTheOneThatWasOpenedIsNotReadInItsPlace) {
+    const uint64_t first = one_.add_file("/f", pattern(100));
+    auto &file = identify("/mnt/one/f");
+    one_.remove_child(1, "f");
+    one_.add_file("/f", pattern(100, 5));
+    one_.at("/f").attributes.fileid = first;
+    one_.make_handles_stale();
+    std::vector<std::byte> buffer(100);
+    EXPECT_EQ(read(file, 0, buffer).number(), uint32_t{ESTALE});
+}
+
+TEST_F(OpenFilesTest, NothingIsWrittenToAFileThatGotTheFileIdOfTheOneThatWasOpened) {
+    auto &file = create("/mnt/one/f", 0);
+    const uint64_t first = one_.find("/f");
+    ASSERT_TRUE(file.write(0, pattern(3 * kMiB)).ok());
+    one_.remove_child(1, "f");
+    one_.add_file("/f");
+    one_.at("/f").attributes.fileid = first;
+    one_.make_handles_stale();
+    EXPECT_EQ(file.flush().number(), uint32_t{ESTALE});
+    EXPECT_TRUE(one_.at("/f").data.empty());
 }
 
 TEST_F(OpenFilesTest, AHandleThatIsGoodAgainIsUsedAgain) {

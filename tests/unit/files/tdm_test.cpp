@@ -553,7 +553,7 @@ TEST_F(TdmTest, AReadThatMeetsAStaleHandleIsTriedAgainWithinTheCall) {
     open();
     server_.add_file("/f", pattern(1000));
     ASSERT_EQ(identify("/mnt/one/f"), 0U);
-    server_.make_handles_stale();
+    server_.fail_next(Op::read, ESTALE);
     std::vector<std::byte> buffer(1000);
     auto read = request(TDM_IO_READ, 0, buffer);
     EXPECT_EQ(submit(&read), 0U);

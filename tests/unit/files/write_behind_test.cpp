@@ -243,14 +243,15 @@ TEST_F(WriteBehindTest, WritesApartFromEachOtherKeepTheirPlaces) {
     EXPECT_TRUE(std::ranges::equal(stable().subspan(3000), data));
 }
 
-TEST_F(WriteBehindTest, AfterAStaleHandleTheBytesWaitForANewOne) {
+TEST_F(WriteBehindTest, AfterAStaleHandleTheBytesWaitUntilItIsKnownAgain) {
     const auto data = pattern(3 * kWrite + 9);
     accept(data);
     server_.make_handles_stale();
     window_->flush();
     wait();
     EXPECT_EQ(window_->failure().number(), uint32_t{ESTALE});
-    window_->restart(server_.handle(file_));
+    server_.make_handles_known_again();
+    window_->restart();
     wait();
     EXPECT_TRUE(window_->take_failure().ok());
     EXPECT_TRUE(is_stable(data));
