@@ -121,6 +121,11 @@ Status OpenFile::flush() {
 Status OpenFile::resize(uint64_t size) {
     if (Status failure = flush(); !failure.ok()) return failure;
     read_.forget();
+    if (write_.size_shown() == size) {
+        read_.expect_size(size);
+        return {};
+    }
+    write_.forget_size_shown();
     SetAttributes set;
     set.size = size;
     Status status = mount_.set_attributes(handle_, set);

@@ -60,7 +60,8 @@ class OpenFile {
     Status flush();
     const Status &settle();
 
-    Status resize(uint64_t size);  // bytes; after a flush
+    // In bytes; after a flush. Costs no call when the WRITEs showed that the file has this size.
+    Status resize(uint64_t size);
     // Others changed the file, or its memory is wanted elsewhere.
     void forget_read_ahead() { read_.forget(); }
     void set_known_size(uint64_t size) { read_.expect_size(size); }

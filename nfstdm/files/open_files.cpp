@@ -30,19 +30,19 @@ Result<std::optional<OpenedFile>> OpenFiles::identify(std::string_view path) {
     });
 }
 
-Result<std::optional<OpenedFile>> OpenFiles::create(std::string_view path, uint64_t size) {
+Result<std::optional<OpenedFile>> OpenFiles::create(std::string_view path) {
     return retry_when_stale(mounts_, [&]() -> Result<std::optional<OpenedFile>> {
         auto place = walk_path(mounts_, path, LastLink::follow);
         if (!place.ok()) return place.status();
         if (place.value().mount == nullptr) return std::optional<OpenedFile>{};
-        if (Status failure = create_at(place.value(), size); !failure.ok()) return failure.in(std::string(path));
+        if (Status failure = create_at(place.value()); !failure.ok()) return failure.in(std::string(path));
         return open(place.value());
     });
 }
 
-// An existing file is emptied first, so that none of its old bytes show through, and keeps its permissions. A server
-// need not set a new file's size as it makes it.
-Status OpenFiles::create_at(Place &place, uint64_t size) {
+// An existing file is emptied, so that none of its old bytes show through, and keeps its permissions: also one that
+// somebody made since the name was looked up.
+Status OpenFiles::create_at(Place &place) {
     if (!place.directory) return {EISDIR, "is a mount point"};
     if (place.object && place.object->attributes.type != FileType::regular)
         return {place.object->attributes.type == FileType::directory ? uint32_t{EISDIR} : uint32_t{EINVAL},
@@ -54,16 +54,18 @@ Status OpenFiles::create_at(Place &place, uint64_t size) {
         open->second.file->forget_read_ahead();
     }
     SetAttributes set;
-    if (!place.object) set.mode = create_mode_;
-    set.size = place.object ? 0 : size;
+    if (place.object)
+        set.size = 0;
+    else
+        set.mode = create_mode_;
     auto made = place.mount->create(*place.directory, place.name, set);
     if (!made.ok()) return made.status();
     place.object = made.value();
-    if (place.object->attributes.size == size) return {};
-    SetAttributes resize;
-    resize.size = size;
-    if (Status failure = place.mount->set_attributes(place.object->handle, resize); !failure.ok()) return failure;
-    place.object->attributes.size = size;
+    if (place.object->attributes.size == 0) return {};
+    SetAttributes empty;
+    empty.size = 0;
+    if (Status failure = place.mount->set_attributes(place.object->handle, empty); !failure.ok()) return failure;
+    place.object->attributes.size = 0;
     return {};
 }
 

@@ -28,8 +28,9 @@ class OpenFiles {
 
     // Nothing for a path on no mount. A directory fails with EISDIR.
     Result<std::optional<OpenedFile>> identify(std::string_view path);
-    // Makes a file of a size in bytes, or empties and resizes the one there is.
-    Result<std::optional<OpenedFile>> create(std::string_view path, uint64_t size);
+    // Makes an empty file, or empties the one there is. It grows with what is written: were it made in its final size,
+    // an upload that was interrupted would look whole.
+    Result<std::optional<OpenedFile>> create(std::string_view path);
 
     // Null when no file has the identifier.
     OpenFile *find(uint64_t identifier);
@@ -50,7 +51,7 @@ class OpenFiles {
     };
 
     Result<std::optional<OpenedFile>> open(const Place &place);
-    Status create_at(Place &place, uint64_t size);
+    Status create_at(Place &place);
     std::map<uint64_t, Entry>::iterator find_open(const Place &place);
     std::map<uint64_t, Entry>::iterator add(const Place &place);
     Result<uint64_t> reopen(Entry &entry, const Place &place);

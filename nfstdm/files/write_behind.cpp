@@ -132,10 +132,25 @@ Status WriteBehind::take_reply(Block &block, std::size_t asked, const Result<Wri
     const bool restarted = block.written != 0 && answer.verifier != block.verifier;
     if (restarted && ++block.restarts > kRestartsMaximum)
         return {EIO, "the server changes its verifier with every WRITE"};
+    learn_size(block.offset + block.written + answer.count, answer.attributes);
     block.stable = answer.committed != Stability::unstable && (block.written == 0 || block.stable);
     block.verifier = answer.verifier;
     block.written = restarted ? 0 : block.written + answer.count;
     return {};
+}
+
+// Answers come in any order and the file only grows meanwhile, so the greatest size is the latest. One that does not
+// reach to the end of what was written is not the file's: somebody else cut it, or the server does not know better.
+void WriteBehind::learn_size(uint64_t written_to, const std::optional<Attributes> &attributes) {
+    if (!attributes || attributes->size < written_to)
+        size_doubted_ = true;
+    else
+        size_shown_ = std::max(size_shown_.value_or(0), attributes->size);
+}
+
+void WriteBehind::forget_size_shown() {
+    size_shown_.reset();
+    size_doubted_ = false;
 }
 
 void WriteBehind::finish_writing(const BlockPointer &block) {
@@ -220,7 +235,10 @@ void WriteBehind::drop_all() {
 
 Status WriteBehind::take_failure() {
     assert(settled());
-    if (!failure_.ok()) drop_all();
+    if (!failure_.ok()) {
+        drop_all();
+        size_doubted_ = true;
+    }
     fruitless_commits_ = 0;
     return std::exchange(failure_, Status{});
 }

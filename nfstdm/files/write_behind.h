@@ -15,6 +15,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 
 #include "nfstdm/files/buffer_pool.h"
@@ -43,6 +44,10 @@ class WriteBehind {
     bool clean() const { return blocks_.empty(); }  // every accepted byte is on stable storage, or failed
     bool settled() const { return writing_ == 0 && !committing_ && (clean() || !failure_.ok()); }
     std::size_t held() const { return held_; }  // bytes of memory
+
+    // The file's size in bytes as the answers to WRITEs showed it; nothing when they left any doubt.
+    std::optional<uint64_t> size_shown() const { return size_doubted_ ? std::nullopt : size_shown_; }
+    void forget_size_shown();
 
     const Status &failure() const { return failure_; }
     // The first failure there was, which is forgotten, and with it every byte that is still held. Only when settled.
@@ -74,6 +79,7 @@ class WriteBehind {
     void write(const BlockPointer &block);
     void written(const BlockPointer &block, std::size_t asked, const Result<WriteReply> &reply);
     Status take_reply(Block &block, std::size_t asked, const Result<WriteReply> &reply);
+    void learn_size(uint64_t written_to, const std::optional<Attributes> &attributes);
     void finish_writing(const BlockPointer &block);
     bool commit_is_due() const;
     void commit();
@@ -100,6 +106,8 @@ class WriteBehind {
     bool committing_ = false;
     bool flushing_ = false;
     unsigned fruitless_commits_ = 0;
+    std::optional<uint64_t> size_shown_;
+    bool size_doubted_ = false;
     Status failure_;
 };
 

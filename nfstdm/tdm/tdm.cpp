@@ -130,12 +130,12 @@ uint32_t tdm_identify(void *ctx, const char *path, uint64_t, uint32_t, uint32_t 
     });
 }
 
-uint32_t tdm_create(void *ctx, const char *path, uint64_t size, uint32_t, uint32_t, char *error_text,
+uint32_t tdm_create(void *ctx, const char *path, uint64_t, uint32_t, uint32_t, char *error_text,
                     uint32_t error_text_length, TdmFileInfo *info) {
     return with_session("tdm_create", ctx, text_of(path), [&](Session &session) -> Status {
         if (info == nullptr) return missing("place for an answer");
         if (text_of(path).empty()) return missing("path");
-        auto file = session.usable().ok() ? session.files().create(path, size) : session.usable();
+        auto file = session.usable().ok() ? session.files().create(path) : session.usable();
         if (file.ok() && !file.value()) file = Status{ENODEV, std::string(path) + " is on no mount of tslnfstab"};
         fill_text(file.ok() ? file.value()->path : file.status().text(), error_text, error_text_length);
         if (file.ok()) *info = to_record(*file.value(), block_size().bytes);

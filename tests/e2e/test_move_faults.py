@@ -23,10 +23,16 @@ class Move:
             remote["destination"] = files["destination"] = tmp_path / "two"
         self.words = ["mv", remote["source"], remote["destination"]]
         self.source, self.destination = make_file(files["source"], SIZE), files["destination"]
+        self.old_tail = b""
+
+    def lengthen_destination(self):
+        """A destination that is longer is cut to its new size last, when every byte of the source is in it."""
+        self.old_tail = make_file(self.destination, SIZE + 100).read_bytes()[SIZE:]
 
     def whole(self):
         """Which of the two hold every byte."""
-        return [path.name for path in (self.source, self.destination) if path.exists() and path.read_bytes() == DATA]
+        ends = (DATA, DATA + self.old_tail)
+        return [path.name for path in (self.source, self.destination) if path.exists() and path.read_bytes() in ends]
 
 
 @pytest.fixture(params=["up", "down", "across"])
@@ -57,6 +63,8 @@ def stand_still(request, faulty, tmp_path):
         direction, procedure = request.param
         server = faulty("--max-read", "64K", "--max-write", "64K", **settings)
         move = Move(server, tmp_path, direction)
+        if procedure == "SETATTR":
+            move.lengthen_destination()
         server.fault(f"status={procedure}:JUKEBOX:*:{20 if procedure in ('READ', 'WRITE') else 0}")
         process = server.start(*move.words)
         server.await_count("fault.status", 1, process)
@@ -73,6 +81,7 @@ def test_a_move_survives_a_server_that_is_killed_at(stand_still):
     run = finish(process)
     assert (run.status, run.out[-len(SUCCEEDED) :]) == (0, SUCCEEDED)
     assert (move.whole(), move.source.exists()) == (["two"], False)
+    assert move.destination.stat().st_size == SIZE
 
 
 def test_a_move_fails_and_loses_nothing_when_the_server_stays_dead_at(stand_still):

@@ -2,6 +2,7 @@
 intact, and what only has to be waited for or looked up again is no failure."""
 
 import pytest
+from client import finish
 from files import content, digest, make_file
 from texts import SUCCEEDED
 
@@ -56,9 +57,23 @@ def test_a_dd_fails_when_the_disk_is_full(faulty, traced, tmp_path):
 def test_a_server_that_is_not_ready_is_asked_again_during_an_upload(faulty, tmp_path, procedure):
     server = faulty("--max-write", "64K")
     source = make_file(tmp_path / "source", SIZE)
+    if procedure == "SETATTR":
+        make_file(server.files / "copy", SIZE + 1)  # which is cut to its new size
     server.fault(f"status={procedure}:JUKEBOX:3")
     server.ok("cp", source, server / "copy")
     assert server.count("fault.status") == 3
+    assert digest(server.files / "copy") == digest(source)
+
+
+def test_an_upload_that_stands_still_half_way_does_not_look_whole(faulty, tmp_path):
+    server = faulty("--max-write", "64K")
+    source = make_file(tmp_path / "source", SIZE)
+    server.fault("status=WRITE:JUKEBOX:*:3")  # after three
+    process = server.start("cp", source, server / "copy")
+    server.await_count("fault.status", 1, process)
+    assert (server.files / "copy").stat().st_size <= 3 * 65536
+    server.tell("clear status")
+    assert finish(process).out.endswith(SUCCEEDED)
     assert digest(server.files / "copy") == digest(source)
 
 
@@ -88,6 +103,8 @@ def test_a_stale_handle_is_looked_up_again_once(faulty, procedure):
 def test_a_handle_that_is_stale_once_breaks_no_transfer(faulty, tmp_path, procedure):
     server = faulty("--max-read", "64K", "--max-write", "64K")
     source = make_file(tmp_path / "source", SIZE)
+    if procedure == "SETATTR":
+        make_file(server.files / "copy", SIZE + 1)  # which is cut to its new size
     server.fault(f"status={procedure}:STALE:1")
     server.ok("cp", source, server / "copy")
     server.ok("cp", server / "copy", tmp_path / "back")

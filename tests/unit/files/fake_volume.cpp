@@ -250,7 +250,10 @@ void FakeVolume::write(const FileHandle &file, uint64_t offset, std::span<const 
         std::copy_n(data.begin(), count, node.data.begin() + static_cast<std::ptrdiff_t>(offset));
         node.attributes.size = node.data.size();
         if (stability != Stability::unstable) node.stable = node.data;
-        done(WriteReply{static_cast<uint32_t>(count), stability, server_.verifier, node.attributes});
+        WriteReply answer{static_cast<uint32_t>(count), stability, server_.verifier, {}};
+        if (server_.tells_attributes) answer.attributes = node.attributes;
+        if (server_.write_size_told) answer.attributes->size = *server_.write_size_told;
+        done(std::move(answer));
     });
 }
 

@@ -86,7 +86,8 @@ class FakeServer {
     std::set<uint64_t> bad_cookies;                 // refused once each
     std::map<uint64_t, uint64_t> cookie_overrides;  // cookie in an entry -> what is sent instead
     bool directories_end = true;
-    bool tells_attributes = true;  // with CREATE and LOOKUP
+    bool tells_attributes = true;             // with CREATE, LOOKUP and WRITE
+    std::optional<uint64_t> write_size_told;  // instead of the true one
     uint32_t read_at_most = UINT32_MAX;
     uint32_t write_at_most = UINT32_MAX;
 
