@@ -14,17 +14,50 @@ uint32_t transfer_size(uint32_t maximum) {
     return std::clamp<uint32_t>(maximum, 1, FileResources::kTransferMaximum);
 }
 
+std::string names_of(const FileHandle &handle, const std::string &path) {
+    std::string names;
+    names.reserve(1 + handle.size + path.size());
+    names += static_cast<char>(handle.size);
+    names += handle.view();
+    return names += path;
+}
+
 }  // namespace
 
 OpenFile::OpenFile(const Place &place, FileResources &resources)
     : mount_(*place.mount),
       resources_(resources),
-      path_(place.path()),
-      handle_(place.object->handle),
-      write_size_(transfer_size(mount_.volume().limits().write_maximum)),
-      read_(mount_.volume(), handle_, transfer_size(mount_.volume().limits().read_maximum), resources.read_pool),
-      write_(mount_.volume(), handle_, write_size_, kCommitAfter, resources.write_pool) {
-    read_.expect_size(place.object->attributes.size);
+      known_size_(place.object->attributes.size),
+      names_(names_of(place.object->handle, place.path())) {}
+
+OpenFile::~OpenFile() {
+    unlist();
+}
+
+OpenFile::Windows::Windows(const OpenFile &file, FileResources &resources)
+    : write_size(transfer_size(file.mount_.volume().limits().write_maximum)),
+      read(file.mount_.volume(), file.handle(), transfer_size(file.mount_.volume().limits().read_maximum),
+           resources.read_pool),
+      write(file.mount_.volume(), file.handle(), write_size, kCommitAfter, resources.write_pool) {
+    read.expect_size(file.known_size_);
+}
+
+OpenFile::Windows &OpenFile::windows() {
+    if (!windows_) windows_ = std::make_unique<Windows>(*this, resources_);
+    return *windows_;
+}
+
+void OpenFile::rest() {
+    if (!windows_ || dirty() || needs_recovery() || !windows_->read.idle()) return;
+    unlist();
+    windows_.reset();
+}
+
+FileHandle OpenFile::handle() const {
+    FileHandle handle;
+    handle.size = static_cast<uint8_t>(handle_size());
+    std::copy_n(names_.begin() + 1, handle_size(), handle.bytes.begin());
+    return handle;
 }
 
 // ---- reading
@@ -33,104 +66,135 @@ void OpenFile::read(uint64_t offset, std::span<std::byte> buffer, DoneCompletion
     if (dirty()) {
         if (Status failure = flush(); !failure.ok()) return done(std::move(failure));
     }
-    read_.read(offset, buffer, [this, offset, buffer, done = std::move(done)](Status status) {
+    windows().read.read(offset, buffer, [this, offset, buffer, done = std::move(done)](Status status) {
         if (status.number() == ESTALE)
-            stale_reads_.push_back({offset, buffer, done, std::move(status)});
+            windows_->stale_reads.push_back({offset, buffer, done, std::move(status)});
         else
             done(named(status));
     });
 }
 
 void OpenFile::recover() {
-    auto reads = std::exchange(stale_reads_, {});
-    if (reads.empty()) return;
+    if (!needs_recovery()) return;
+    auto reads = std::exchange(windows_->stale_reads, {});
     const Status failure = look_up_again();
     for (auto &read : reads) {
         if (!failure.ok()) {
             read.done(named(read.failure));
             continue;
         }
-        read_.read(read.offset, read.buffer,
-                   [this, done = std::move(read.done)](const Status &status) { done(named(status)); });
+        windows_->read.read(read.offset, read.buffer,
+                            [this, done = std::move(read.done)](const Status &status) { done(named(status)); });
     }
 }
 
 void OpenFile::finish_reads() {
-    while (!read_.idle() || needs_recovery()) {
+    while (windows_ && (!windows_->read.idle() || needs_recovery())) {
         recover();
-        mount_.loop().run_until([this] { return read_.idle() || needs_recovery(); });
+        mount_.loop().run_until([this] { return windows_->read.idle() || needs_recovery(); });
     }
+}
+
+void OpenFile::forget_read_ahead() {
+    if (windows_) windows_->read.forget();
+}
+
+void OpenFile::set_known_size(uint64_t size) {
+    known_size_ = size;
+    if (windows_) windows_->read.expect_size(size);
 }
 
 // Only a handle names a file (RFC 1813 section 2.5): the file id of a removed file is soon that of a new one. A handle
 // that the server gives out again deserves the second try: it may have been refused while an export was being loaded.
 Status OpenFile::look_up_again() {
-    auto place = resources_.look_up_again(path_);
+    auto place = resources_.look_up_again(path());
     if (!place.ok()) return place.status();
     const auto &object = place.value().object;
-    if (place.value().mount != &mount_ || !object || object->handle != handle_)
-        return {ESTALE, path_ + " is another file now"};
-    read_.forget();
+    if (place.value().mount != &mount_ || !object || object->handle != handle())
+        return {ESTALE, path() + " is another file now"};
+    forget_read_ahead();
     return {};
 }
 
 // ---- writing
 
+void OpenFile::list_as_unwritten() {
+    if (!windows().unwritten) windows_->unwritten = resources_.unwritten.insert(resources_.unwritten.end(), this);
+}
+
+void OpenFile::unlist() {
+    if (!windows_ || !windows_->unwritten) return;
+    resources_.unwritten.erase(*windows_->unwritten);
+    windows_->unwritten.reset();
+}
+
 Status OpenFile::write(uint64_t offset, std::span<const std::byte> data) {
-    if (!write_.failure().ok() || write_.overlaps(offset, data.size())) settle();
-    read_.forget();
-    mount_.cache().forget_attributes(handle_);
-    while (write_.failure().ok() && !data.empty()) {
-        const std::size_t accepted = write_.accept(offset, data);
+    list_as_unwritten();
+    WriteBehind &window = windows_->write;
+    if (!window.failure().ok() || window.overlaps(offset, data.size())) settle();
+    windows_->read.forget();
+    mount_.cache().forget_attributes(handle());
+    while (window.failure().ok() && !data.empty()) {
+        const std::size_t accepted = window.accept(offset, data);
         offset += accepted;
         data = data.subspan(accepted);
         if (!data.empty()) wait_for_room();
     }
-    return named(write_.failure());
+    return named(window.failure());
 }
 
 // Memory comes back when blocks are committed. When this file holds little of it, others hold the rest and are waited
 // for; what they fail with is told when they are flushed.
 void OpenFile::wait_for_room() {
-    if (write_.held() < kCommitAfter) resources_.settle_all();
-    mount_.loop().run_until(
-        [this] { return !write_.failure().ok() || write_.clean() || resources_.write_pool.has_room(write_size_); });
-    if (!write_.failure().ok()) settle();
+    WriteBehind &window = windows_->write;
+    if (window.held() < kCommitAfter) {
+        for (OpenFile *file : resources_.unwritten)
+            if (file->dirty()) file->settle();
+    }
+    mount_.loop().run_until([this, &window] {
+        return !window.failure().ok() || window.clean() || resources_.write_pool.has_room(windows_->write_size);
+    });
+    if (!window.failure().ok()) settle();
 }
 
 const Status &OpenFile::settle() {
-    const auto wait = [this] {
-        write_.flush();
-        mount_.loop().run_until([this] { return write_.settled(); });
+    WriteBehind &window = windows().write;
+    const auto wait = [this, &window] {
+        window.flush();
+        mount_.loop().run_until([&window] { return window.settled(); });
     };
     wait();
-    if (write_.failure().number() == ESTALE && look_up_again().ok()) {
-        write_.restart();
+    if (window.failure().number() == ESTALE && look_up_again().ok()) {
+        window.restart();
         wait();
     }
-    return write_.failure();
+    return window.failure();
 }
 
 Status OpenFile::flush() {
-    if (!dirty()) return {};
-    settle();
-    mount_.cache().forget_attributes(handle_);
-    return named(write_.take_failure());
+    Status failure;
+    if (dirty()) {
+        settle();
+        mount_.cache().forget_attributes(handle());
+        failure = named(windows_->write.take_failure());
+    }
+    unlist();
+    return failure;
 }
 
 Status OpenFile::resize(uint64_t size) {
     if (Status failure = flush(); !failure.ok()) return failure;
-    read_.forget();
-    if (write_.size_shown() == size) {
-        read_.expect_size(size);
+    forget_read_ahead();
+    if (windows_ && windows_->write.size_shown() == size) {
+        set_known_size(size);
         return {};
     }
-    write_.forget_size_shown();
+    if (windows_) windows_->write.forget_size_shown();
     SetAttributes set;
     set.size = size;
-    Status status = mount_.set_attributes(handle_, set);
-    if (status.number() == ESTALE && look_up_again().ok()) status = mount_.set_attributes(handle_, set);
-    if (status.ok()) read_.expect_size(size);
+    Status status = mount_.set_attributes(handle(), set);
+    if (status.number() == ESTALE && look_up_again().ok()) status = mount_.set_attributes(handle(), set);
+    if (status.ok()) set_known_size(size);
     return named(status);
 }
 

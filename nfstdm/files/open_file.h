@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// One open file and its two windows. Reads are asynchronous; everything else waits.
+// One open file and its two windows, which are made on first use: many a file is opened only to be asked about or
+// removed. Reads are asynchronous; everything else waits.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <list>
+#include <memory>
+#include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "nfstdm/files/mounted_volume.h"
 #include "nfstdm/files/path_walk.h"
@@ -14,6 +18,8 @@
 #include "nfstdm/files/write_behind.h"
 
 namespace nfstdm {
+
+class OpenFile;
 
 // What all open files of a session share.
 struct FileResources {
@@ -26,26 +32,29 @@ struct FileResources {
     BufferPool write_pool{kWriteMemory};
     // Looks a path up anew, nothing taken from a cache.
     std::function<Result<Place>(const std::string &path)> look_up_again;
-    // Brings the accepted writes of all files to stable storage, so that their memory becomes free.
-    std::function<void()> settle_all;
+    // Those that accepted writes since they were flushed last, in the order of the first.
+    std::list<OpenFile *> unwritten;
 };
 
 class OpenFile {
   public:
     // resources must outlive the object.
     OpenFile(const Place &place, FileResources &resources);
+    ~OpenFile();
+    OpenFile(const OpenFile &) = delete;
+    OpenFile &operator=(const OpenFile &) = delete;
 
     // The failure with the file's name in front.
-    Status named(const Status &failure) const { return failure.in(path_); }
+    Status named(const Status &failure) const { return failure.in(path()); }
 
-    const MountedVolume &mount() const { return mount_; }
-    const FileHandle &handle() const { return handle_; }
+    MountedVolume &mount() const { return mount_; }
+    FileHandle handle() const;
 
     // Fills the buffer, with zeros beyond the end of the file. done is called exactly once, at once when the bytes are
     // there. Accepted writes reach stable storage first.
     void read(uint64_t offset, std::span<std::byte> buffer, DoneCompletion done);
     // Reads that met a stale handle wait for recover(), which looks the file up again, once.
-    bool needs_recovery() const { return !stale_reads_.empty(); }
+    bool needs_recovery() const { return windows_ && !windows_->stale_reads.empty(); }
     void recover();
     // Waits until no read is under way.
     void finish_reads();
@@ -53,7 +62,7 @@ class OpenFile {
     // Takes the bytes over; waits when the window is full. A failure says that an earlier write failed; it stays for
     // the next flush().
     Status write(uint64_t offset, std::span<const std::byte> data);
-    bool dirty() const { return !write_.clean() || !write_.failure().ok(); }
+    bool dirty() const { return windows_ && !(windows_->write.clean() && windows_->write.failure().ok()); }
 
     // Brings every accepted write to stable storage. flush() gives the first failure there was and forgets it,
     // settle() leaves it for a later flush().
@@ -63,9 +72,11 @@ class OpenFile {
     // In bytes; after a flush. Costs no call when the WRITEs showed that the file has this size.
     Status resize(uint64_t size);
     // Others changed the file, or its memory is wanted elsewhere.
-    void forget_read_ahead() { read_.forget(); }
-    void set_known_size(uint64_t size) { read_.expect_size(size); }
-    bool reads_ahead() const { return read_.holds_memory(); }
+    void forget_read_ahead();
+    void set_known_size(uint64_t size);
+    bool reads_ahead() const { return windows_ && windows_->read.holds_memory(); }
+    // Gives the windows up, once nothing is read or written and nothing is left to tell.
+    void rest();
 
   private:
     struct StaleRead {
@@ -75,17 +86,29 @@ class OpenFile {
         Status failure;
     };
 
+    struct Windows {
+        Windows(const OpenFile &file, FileResources &resources);
+
+        const uint32_t write_size;
+        ReadAhead read;
+        WriteBehind write;
+        std::list<StaleRead> stale_reads;
+        std::optional<std::list<OpenFile *>::iterator> unwritten;  // this file's place there
+    };
+
+    std::size_t handle_size() const { return static_cast<uint8_t>(names_.front()); }
+    std::string path() const { return names_.substr(1 + handle_size()); }
+    Windows &windows();
+    void list_as_unwritten();
+    void unlist();
     Status look_up_again();
     void wait_for_room();
 
     MountedVolume &mount_;
     FileResources &resources_;
-    const std::string path_;
-    const FileHandle handle_;
-    const uint32_t write_size_;
-    ReadAhead read_;
-    WriteBehind write_;
-    std::list<StaleRead> stale_reads_;
+    uint64_t known_size_;      // bytes
+    const std::string names_;  // the handle's size, the handle and the path, in one piece of memory
+    std::unique_ptr<Windows> windows_;
 };
 
 }  // namespace nfstdm

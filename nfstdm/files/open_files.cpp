@@ -14,10 +14,6 @@ OpenFiles::OpenFiles(MountSet &mounts, uint32_t create_mode) : mounts_(mounts), 
         mounts_.forget_handles();
         return walk_path(mounts_, path, LastLink::keep);
     };
-    resources_.settle_all = [this] {
-        for (const auto &[identifier, entry] : files_)
-            if (entry.file->dirty()) entry.file->settle();
-    };
 }
 
 Result<std::optional<OpenedFile>> OpenFiles::identify(std::string_view path) {
@@ -49,9 +45,10 @@ Status OpenFiles::create_at(Place &place) {
                 "is no regular file"};
     const auto open = place.object ? find_open(place) : files_.end();
     if (open != files_.end()) {
-        open->second.file->finish_reads();
-        if (Status failure = open->second.file->flush(); !failure.ok()) return failure;
-        open->second.file->forget_read_ahead();
+        OpenFile &file = open->second.file;
+        file.finish_reads();
+        if (Status failure = file.flush(); !failure.ok()) return failure;
+        file.forget_read_ahead();
     }
     SetAttributes set;
     if (place.object)
@@ -80,15 +77,15 @@ Result<std::optional<OpenedFile>> OpenFiles::open(const Place &place) {
     return std::optional(OpenedFile{open->first, size.value(), place.path()});
 }
 
-std::map<uint64_t, OpenFiles::Entry>::iterator OpenFiles::add(const Place &place) {
-    const auto added = files_.emplace(next_identifier_, Entry{std::make_unique<OpenFile>(place, resources_)}).first;
-    identifiers_[{place.mount, std::string(place.object->handle.view())}] = next_identifier_++;
+OpenFiles::Files::iterator OpenFiles::add(const Place &place) {
+    const auto added = files_.try_emplace(next_identifier_, place, resources_).first;
+    identifiers_.emplace(FileHandleHash()(place.object->handle), next_identifier_++);
     return added;
 }
 
 // The size that the server told lags behind what was accepted for the file since it was opened first.
 Result<uint64_t> OpenFiles::reopen(Entry &entry, const Place &place) {
-    auto &file = *entry.file;
+    auto &file = entry.file;
     uint64_t size = place.object->attributes.size;
     if (file.dirty()) {
         if (const Status &failure = file.settle(); !failure.ok()) return file.named(failure);
@@ -102,32 +99,39 @@ Result<uint64_t> OpenFiles::reopen(Entry &entry, const Place &place) {
     return size;
 }
 
-std::map<uint64_t, OpenFiles::Entry>::iterator OpenFiles::find_open(const Place &place) {
-    const auto known = identifiers_.find({place.mount, std::string(place.object->handle.view())});
-    if (known == identifiers_.end()) return files_.end();
-    return files_.find(known->second);
+OpenFiles::Files::iterator OpenFiles::find_open(const Place &place) {
+    const auto [first, last] = identifiers_.equal_range(FileHandleHash()(place.object->handle));
+    for (auto known = first; known != last; ++known) {
+        const auto found = files_.find(known->second);
+        const OpenFile &file = found->second.file;
+        if (&file.mount() == place.mount && file.handle() == place.object->handle) return found;
+    }
+    return files_.end();
 }
 
 OpenFile *OpenFiles::find(uint64_t identifier) {
     const auto found = files_.find(identifier);
-    return found == files_.end() ? nullptr : found->second.file.get();
+    return found == files_.end() ? nullptr : &found->second.file;
 }
 
 Status OpenFiles::close(uint64_t identifier) {
     const auto found = files_.find(identifier);
     if (found == files_.end()) return {EBADF, "no such open file"};
-    found->second.file->finish_reads();
-    Status failure = found->second.file->flush();
+    OpenFile &file = found->second.file;
+    file.finish_reads();
+    Status failure = file.flush();
     if (--found->second.opened > 0) return failure;
-    std::erase_if(identifiers_, [identifier](const auto &known) { return known.second == identifier; });
+    const auto [first, last] = identifiers_.equal_range(FileHandleHash()(file.handle()));
+    const auto known = std::find_if(first, last, [&](const auto &each) { return each.second == identifier; });
+    if (known != last) identifiers_.erase(known);
     files_.erase(found);
     return failure;
 }
 
 Status OpenFiles::flush_all() {
     Status first;
-    for (const auto &[identifier, entry] : files_) {
-        Status failure = entry.file->flush();
+    while (!resources_.unwritten.empty()) {
+        Status failure = resources_.unwritten.front()->flush();
         if (first.ok()) first = std::move(failure);
     }
     return first;
@@ -135,8 +139,8 @@ Status OpenFiles::flush_all() {
 
 void OpenFiles::make_room_to_read(const OpenFile &file) {
     if (file.reads_ahead() || resources_.read_pool.has_room(FileResources::kTransferMaximum)) return;
-    for (const auto &[identifier, entry] : files_)
-        if (entry.file.get() != &file) entry.file->forget_read_ahead();
+    for (auto &[identifier, entry] : files_)
+        if (&entry.file != &file) entry.file.forget_read_ahead();
 }
 
 }  // namespace nfstdm

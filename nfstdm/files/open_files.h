@@ -4,12 +4,10 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
+#include <unordered_map>
 
 #include "nfstdm/files/open_file.h"
 
@@ -39,6 +37,8 @@ class OpenFiles {
     Status close(uint64_t identifier);
     // Brings every accepted write of every file to stable storage, and gives the first failure.
     Status flush_all();
+    // How many files that visits: those that were written to. Any number of others may be open.
+    std::size_t unwritten() const { return resources_.unwritten.size(); }
     // Gives the memory of other files' read-ahead to one that has none.
     void make_room_to_read(const OpenFile &file);
 
@@ -46,21 +46,24 @@ class OpenFiles {
 
   private:
     struct Entry {
-        std::unique_ptr<OpenFile> file;
+        Entry(const Place &place, FileResources &resources) : file(place, resources) {}
+
+        OpenFile file;
         unsigned opened = 1;  // times
     };
+    using Files = std::unordered_map<uint64_t, Entry>;  // by identifier
 
     Result<std::optional<OpenedFile>> open(const Place &place);
     Status create_at(Place &place);
-    std::map<uint64_t, Entry>::iterator find_open(const Place &place);
-    std::map<uint64_t, Entry>::iterator add(const Place &place);
+    Files::iterator find_open(const Place &place);
+    Files::iterator add(const Place &place);
     Result<uint64_t> reopen(Entry &entry, const Place &place);
 
     MountSet &mounts_;
     const uint32_t create_mode_;
     FileResources resources_;
-    std::map<uint64_t, Entry> files_;
-    std::map<std::pair<const MountedVolume *, std::string>, uint64_t> identifiers_;  // by the handle at opening
+    Files files_;
+    std::unordered_multimap<std::size_t, uint64_t> identifiers_;  // by the hash of the handle
     uint64_t next_identifier_ = 1;
 };
 

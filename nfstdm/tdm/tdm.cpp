@@ -157,7 +157,11 @@ uint32_t tdm_reidentify(void *ctx, uint64_t file, uint32_t, TdmFileInfo *info) {
 }
 
 uint32_t tdm_commit(void *ctx, uint64_t file) {
-    return file_operation("tdm_commit", ctx, file, [](Session &, OpenFile &open) { return open.flush(); });
+    return file_operation("tdm_commit", ctx, file, [](Session &, OpenFile &open) {
+        Status failure = open.flush();
+        open.rest();
+        return failure;
+    });
 }
 
 uint32_t tdm_unidentify(void *ctx, uint64_t file) {

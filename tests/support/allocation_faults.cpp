@@ -1,15 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/support/allocation_faults.h"
 
+#include <malloc.h>
+
 #include <cstdlib>
 #include <new>
 
 namespace {
 std::size_t failing_bytes = 0;
 bool has_fired = false;
+std::size_t allocated = 0;
 
 void *allocate(std::size_t bytes) {
-    return std::malloc(bytes == 0 ? 1 : bytes);
+    void *memory = std::malloc(bytes == 0 ? 1 : bytes);
+    allocated += malloc_usable_size(memory);
+    return memory;
+}
+
+void release(void *memory) {
+    allocated -= malloc_usable_size(memory);
+    std::free(memory);
 }
 
 void *allocate_or_throw(std::size_t bytes) {
@@ -34,6 +44,10 @@ AllocationFault::~AllocationFault() {
     failing_bytes = 0;
 }
 
+std::size_t allocated_bytes() {
+    return allocated;
+}
+
 bool AllocationFault::fired() {
     return has_fired;
 }
@@ -51,14 +65,14 @@ void *operator new[](std::size_t bytes, const std::nothrow_t &) noexcept {
     return allocate_or_fail(bytes);
 }
 void operator delete(void *memory) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete[](void *memory) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete(void *memory, std::size_t) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete[](void *memory, std::size_t) noexcept {
-    std::free(memory);
+    release(memory);
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Makes an allocation fail. A program that links allocation_faults.cpp has its own operator new[] for that.
+// Makes an allocation fail, and counts what is allocated. A program that links allocation_faults.cpp has its own
+// operators new and delete for that.
 #pragma once
 
 #include <cstddef>
@@ -15,3 +16,6 @@ class AllocationFault {
 
     static bool fired();
 };
+
+// Bytes that operator new gave and that were not given back.
+std::size_t allocated_bytes();

@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "nfstdm/files/path_operations.h"
+#include "tests/support/allocation_faults.h"
 #include "tests/unit/files/fixture.h"
 
 namespace nfstdm::test {
@@ -47,6 +49,8 @@ class OpenFilesTest : public MountedTest {
         return left.size() == right.size() &&
                (left.empty() || std::memcmp(left.data(), right.data(), left.size()) == 0);
     }
+
+    std::size_t move_many(const std::string &folder, std::size_t count);
 
     OpenFiles files_{mounts_, 0640};
     OpenedFile opened_;
@@ -309,6 +313,71 @@ TEST_F(OpenFilesTest, FlushingAllFlushesAllAndTellsTheFirstFailure) {
     one_.fail_next(Op::write, ENOSPC);
     EXPECT_EQ(files_.flush_all().number(), uint32_t{ENOSPC});
     EXPECT_EQ(two_.at("/good").stable.size(), 10U);
+}
+
+// Moves files one after the other and leaves each of them open, as a tree that is moved does. Gives how many files were
+// visited to bring what was written to stable storage.
+std::size_t OpenFilesTest::move_many(const std::string &folder, std::size_t count) {
+    one_.add_directory("/" + folder);
+    PathOperations paths(mounts_, 0755);
+    std::size_t visited = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::string name = folder + "/f" + std::to_string(i);
+        one_.add_file("/" + name);
+        identify("/mnt/one/" + name);
+        EXPECT_TRUE(create("/mnt/two/" + folder + std::to_string(i)).write(0, pattern(1)).ok());
+        const auto flushed = [&] {
+            visited += files_.unwritten();
+            return files_.flush_all();
+        };
+        EXPECT_TRUE(paths.remove("/mnt/one/" + name, flushed).ok());
+    }
+    return visited;
+}
+
+TEST_F(OpenFilesTest, OnlyFilesThatWereWrittenToAreVisitedHoweverManyAreOpen) {
+    const std::size_t few = move_many("few", 200);
+    const std::size_t many = move_many("many", 1600);
+    EXPECT_GE(few, 200U);
+    EXPECT_LE(many, few * 17 / 2);
+    EXPECT_EQ(files_.size(), 2 * 1800U);
+}
+
+TEST_F(OpenFilesTest, AFileThatWasOnlyIdentifiedTakesLessThanTwoHundredBytes) {
+    constexpr std::size_t kFiles = 4000;
+    one_.add_directory("/d");
+    for (std::size_t i = 0; i < kFiles; ++i)
+        one_.add_file("/d/file" + std::to_string(i));
+    const auto for_all = [this](const auto &use) {
+        for (std::size_t i = 0; i < kFiles; ++i)
+            use("/mnt/one/d/file" + std::to_string(i));
+        mounts_.forget_handles();  // whose cache is bounded by itself
+    };
+    for_all([this](const std::string &path) { EXPECT_TRUE(walk_path(mounts_, path, LastLink::keep).ok()); });
+    const std::size_t before = allocated_bytes();
+    for_all([this](const std::string &path) { identify(path); });
+    const std::size_t taken = allocated_bytes() - before;
+    EXPECT_EQ(files_.size(), kFiles);
+    EXPECT_LT(taken, 200 * kFiles);
+    EXPECT_GT(taken, 0U);
+}
+
+TEST_F(OpenFilesTest, AFileThatRestsKeepsNoWindowsAndGoesOnWhenItIsUsedAgain) {
+    auto &file = create("/mnt/one/f");
+    ASSERT_TRUE(file.write(0, pattern(1000)).ok());
+    file.rest();
+    EXPECT_TRUE(file.dirty());
+    ASSERT_TRUE(file.flush().ok());
+    const std::size_t before = allocated_bytes();
+    file.rest();
+    EXPECT_LT(allocated_bytes() + 1000, before);
+    std::vector<std::byte> buffer(1000);
+    file.set_known_size(1000);
+    ASSERT_TRUE(read(file, 0, buffer).ok());
+    EXPECT_EQ(buffer, pattern(1000));
+    ASSERT_TRUE(file.write(1000, pattern(500)).ok());
+    ASSERT_TRUE(file.flush().ok());
+    EXPECT_EQ(one_.at("/f").stable.size(), 1500U);
 }
 
 TEST_F(OpenFilesTest, AStaleHandleIsLookedUpAgainWhileReading) {
