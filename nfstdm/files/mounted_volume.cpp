@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "nfstdm/files/mounted_volume.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -43,7 +44,7 @@ Result<FoundObject> MountedVolume::found(const FileHandle &directory, const std:
                                          const std::optional<Attributes> &attributes_told) {
     if (!handle) return lookup(directory, name);
     cache_.put_name(directory, name, *handle);
-    cache_.put_attributes(*handle, attributes_told);
+    learn(*handle, attributes_told);
     if (attributes_told) return FoundObject{*handle, *attributes_told};
     return with_attributes(*handle);
 }
@@ -61,7 +62,7 @@ Result<FoundObject> MountedVolume::lookup(const FileHandle &directory, const std
     auto reply = await<LookupReply>(loop_, [&](auto done) { volume_->lookup(directory, name, std::move(done)); });
     if (reply.status().number() == ENOENT) cache_.put_name(directory, name, std::nullopt);
     if (!reply.ok()) return reply.status();
-    cache_.put_attributes(directory, reply.value().directory);
+    learn(directory, reply.value().directory);
     return found(directory, name, reply.value().handle, reply.value().attributes);
 }
 
@@ -69,7 +70,7 @@ Result<Attributes> MountedVolume::attributes(const FileHandle &object) {
     if (auto known = cache_.attributes(object)) return *known;
     auto reply = await<Attributes>(loop_, [&](auto done) { volume_->getattr(object, std::move(done)); });
     if (!reply.ok()) return reply.status();
-    cache_.put_attributes(object, reply.value());
+    learn(object, reply.value());
     return reply;
 }
 
@@ -82,6 +83,11 @@ Result<std::string> MountedVolume::read_link(const FileHandle &link) {
 Status MountedVolume::set_attributes(const FileHandle &object, const SetAttributes &set) {
     cache_.forget_attributes(object);
     return await_done(loop_, [&](auto done) { volume_->setattr(object, set, std::move(done)); });
+}
+
+void MountedVolume::learn(const FileHandle &object, const std::optional<Attributes> &attributes) {
+    if (attributes) server_clock_.saw(*attributes, now_());
+    cache_.put_attributes(object, attributes);
 }
 
 // What is known of a directory and of a name in it no longer holds.
@@ -99,13 +105,37 @@ Result<FoundObject> MountedVolume::create(const FileHandle &directory, const std
     return found(directory, name, reply.value().handle, reply.value().attributes);
 }
 
-Status MountedVolume::make_directory(const FileHandle &directory, const std::string &name, uint32_t mode) {
+Status MountedVolume::make_directory(const FileHandle &directory, const std::string &name, uint32_t mode,
+                                     const std::optional<FoundObject> &known) {
     changed(directory, name);
     auto reply = await<CreateReply>(loop_, [&](auto done) { volume_->mkdir(directory, name, mode, std::move(done)); });
     if (!reply.ok()) return reply.status();
+    if (const auto since = reply.value().maybe_made_since) return confirm_made(directory, name, known, *since);
     if (reply.value().handle) cache_.put_name(directory, name, *reply.value().handle);
-    if (reply.value().handle) cache_.put_attributes(*reply.value().handle, reply.value().attributes);
+    if (reply.value().handle) learn(*reply.value().handle, reply.value().attributes);
     return {};
+}
+
+// The name exists, and the request was sent more than once. Scripts use a directory as a lock, so one that somebody
+// else made must not count as made here: ours is new and nothing is in it yet.
+Status MountedVolume::confirm_made(const FileHandle &directory, const std::string &name,
+                                   const std::optional<FoundObject> &known, EventLoop::Clock::time_point since) {
+    const auto made = lookup(directory, name);
+    if (!made.ok()) return made.status();
+    const auto &[handle, attributes] = made.value();
+    const bool is_new = attributes.type == FileType::directory && !(known && known->handle == handle) &&
+                        server_clock_.may_be_after(attributes.change, since);
+    const auto is_ours = is_new ? is_empty(handle) : false;
+    if (!is_ours.ok()) return is_ours.status();
+    return is_ours.value() ? Status{} : named({EEXIST, "MKDIR: the name exists already"});
+}
+
+Result<bool> MountedVolume::is_empty(const FileHandle &directory) {
+    const auto first = answer(ask_directory(directory, 0, 0));
+    if (!first.ok()) return first.status();
+    return first.value().eof && std::ranges::all_of(first.value().entries, [](const DirectoryEntry &entry) {
+               return entry.name == "." || entry.name == "..";
+           });
 }
 
 Status MountedVolume::remove(const FileHandle &directory, const std::string &name) {
@@ -148,7 +178,7 @@ Result<DirectoryReply> MountedVolume::answer(DirectoryQuestionPointer question) 
         ask_again();
         wait();
     }
-    if (question->reply->ok()) cache_.put_attributes(question->directory, question->reply->value().directory);
+    if (question->reply->ok()) learn(question->directory, question->reply->value().directory);
     return std::move(*question->reply);
 }
 

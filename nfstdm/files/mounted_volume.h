@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "nfstdm/files/object_cache.h"
+#include "nfstdm/files/server_clock.h"
 #include "nfstdm/protocol/event_loop.h"
 #include "nfstdm/protocol/server.h"
 #include "nfstdm/protocol/volume.h"
@@ -54,7 +55,9 @@ class MountedVolume {
     Result<std::string> read_link(const FileHandle &link);
     Status set_attributes(const FileHandle &object, const SetAttributes &set);
     Result<FoundObject> create(const FileHandle &directory, const std::string &name, const SetAttributes &set);
-    Status make_directory(const FileHandle &directory, const std::string &name, uint32_t mode);
+    // known: what had the name before, as far as is known.
+    Status make_directory(const FileHandle &directory, const std::string &name, uint32_t mode,
+                          const std::optional<FoundObject> &known = std::nullopt);
     Status remove(const FileHandle &directory, const std::string &name);
     Status remove_directory(const FileHandle &directory, const std::string &name);
     Result<FsInfoReply> fsinfo(const FileHandle &object);
@@ -79,6 +82,10 @@ class MountedVolume {
                               const std::optional<FileHandle> &handle, const std::optional<Attributes> &attributes);
     Result<FoundObject> with_attributes(const FileHandle &handle);
     void changed(const FileHandle &directory, const std::string &name);
+    void learn(const FileHandle &object, const std::optional<Attributes> &attributes);
+    Status confirm_made(const FileHandle &directory, const std::string &name, const std::optional<FoundObject> &known,
+                        EventLoop::Clock::time_point since);
+    Result<bool> is_empty(const FileHandle &directory);
 
     EventLoop &loop_;
     const ServerConfig &server_;
@@ -90,6 +97,7 @@ class MountedVolume {
     Status contact_failure_;
     EventLoop::Clock::time_point contact_again_;
     ObjectCache cache_;
+    ServerClock server_clock_;
     bool lists_attributes_ = true;  // until the server turns out to lack READDIRPLUS
 };
 

@@ -63,7 +63,7 @@ Result<Location> PathOperations::set_permissions(std::string_view path, uint32_t
 Result<Location> PathOperations::make_directory(std::string_view path) {
     return at(path, LastLink::keep, [this](const Place &place) -> Status {
         if (!place.directory) return {EEXIST, "is a mount point"};
-        return place.mount->make_directory(*place.directory, place.name, directory_mode_);
+        return place.mount->make_directory(*place.directory, place.name, directory_mode_, place.object);
     });
 }
 

@@ -74,6 +74,13 @@ class WriteOperation : public Typed<WriteReply> {
     }
 };
 
+class MkdirOperation : public Typed<CreateReply> {
+  public:
+    MkdirOperation(EventLoop &loop, Completion<CreateReply> done)
+        : Typed(loop, row_of(Procedure::mkdir), get_made, std::move(done)) {}
+    void found_done(EventLoop::Clock::time_point first_sent) override { reply_.maybe_made_since = first_sent; }
+};
+
 Completion<NoReply> without_reply(DoneCompletion done) {
     return [done = std::move(done)](const Result<NoReply> &result) { done(result.status()); };
 }
@@ -375,7 +382,7 @@ void Nfs3Volume::create(const FileHandle &directory, std::string_view name, cons
 
 void Nfs3Volume::mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
                        Completion<CreateReply> done) {
-    start(Procedure::mkdir, get_made, std::move(done),
+    start(Procedure::mkdir, std::make_unique<MkdirOperation>(loop(), std::move(done)), {},
           [&](xdr::Writer &writer) { put_mkdir(writer, directory, name, mode); });
 }
 

@@ -42,7 +42,8 @@ class VolumeFactory {
     //   volume that is not attached fails with ENOTCONN.
     // - An operation that is not answered within io_timeout fails with ETIMEDOUT. A stale handle is ESTALE.
     // - busy() counts over all exports of the server.
-    // - CREATE or MKDIR that was done before the connection broke succeeds without a handle.
+    // - CREATE or MKDIR that may have been done before the connection broke succeeds without a handle; MKDIR then says
+    //   since when.
     std::unique_ptr<Volume> open(const ServerConfig &config, const ServerExport &share);
 
   private:

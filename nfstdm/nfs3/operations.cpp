@@ -34,7 +34,10 @@ void Operations::submit(Operation &operation, std::unique_ptr<rpc::Request> requ
 }
 
 void Operations::answered(Operation &operation, std::unique_ptr<rpc::Request> request) {
-    operation.repeated_ = operation.repeated_ || request->sends > 1;
+    if (!operation.repeated_ && request->sends > 1) {
+        operation.repeated_ = true;
+        operation.first_sent_ = request->first_sent;
+    }
     if (!request->status.ok()) return finish(operation, request->status);
     bool not_ready = false;
     Status status = judge(operation, *request, not_ready);
@@ -51,8 +54,11 @@ Status Operations::judge(Operation &operation, const rpc::Request &request, bool
     if (got && answer == NfsStatus::ok && operation.read(reader, request) && reader.finished()) return {};
     if (!got || answer == NfsStatus::ok) return in_context(operation, {EIO, "the server's answer makes no sense"});
     not_ready = answer == NfsStatus::jukebox;
-    // The first request was executed and its answer lost.
-    if (operation.repeated_ && !operation.row_.repeatable && answer == operation.row_.done_before) return {};
+    // The first request may have been executed and its answer lost.
+    if (operation.repeated_ && !operation.row_.repeatable && answer == operation.row_.done_before) {
+        operation.found_done(operation.first_sent_);
+        return {};
+    }
     return in_context(operation, to_status(number));
 }
 

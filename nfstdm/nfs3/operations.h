@@ -29,13 +29,17 @@ class Operation {
 
     // Reads the results behind an NFS3_OK; false when they make no sense.
     virtual bool read(xdr::Reader &reader, const rpc::Request &request) = 0;
+    // The answer says that it was done before, maybe by its own first sending, which ended at this moment. The results
+    // are never read.
+    virtual void found_done(EventLoop::Clock::time_point) {}
     // Called once, last. After success of an operation whose results were never read, they are as if empty.
     virtual void complete(Status status) = 0;
 
   private:
     friend class Operations;
     const ProcedureRow &row_;
-    bool repeated_ = false;                  // some request of it was sent more than once
+    bool repeated_ = false;  // some request of it was sent more than once
+    EventLoop::Clock::time_point first_sent_{};
     rpc::Duration waits_{};                  // the next wait for a server that is not ready
     std::unique_ptr<rpc::Request> waiting_;  // during that wait
     ScopedTimer timer_;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -78,6 +79,9 @@ struct LookupReply {
 struct CreateReply {
     std::optional<FileHandle> handle;
     std::optional<Attributes> attributes;
+    // Of MKDIR that was sent more than once and met its name: when it was sent first. Whether that sending made the
+    // directory, or somebody else did, is for the caller to find out.
+    std::optional<std::chrono::steady_clock::time_point> maybe_made_since{};
 };
 
 struct ReadReply {

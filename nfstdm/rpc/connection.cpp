@@ -91,7 +91,6 @@ void Connection::fail(const Status &why, bool nonsense) {
 
 void Connection::send(std::unique_ptr<Request> request) {
     assert(is_open());
-    ++request->sends;
     weight_ += request->weight();
     record_maximum_ = std::max(record_maximum_, request->record_maximum());
     sending_.push_back(std::move(request));
@@ -208,7 +207,9 @@ void Connection::sent(std::size_t size) {
     cursor_ += size;
     while (!sending_.empty() && cursor_ >= wire_size(*sending_.front())) {
         cursor_ -= wire_size(*sending_.front());
-        const uint32_t xid = sending_.front()->xid();
+        Request &whole = *sending_.front();
+        if (++whole.sends == 1) whole.first_sent = std::chrono::steady_clock::now();
+        const uint32_t xid = whole.xid();
         on_wire_.insert_or_assign(xid, std::move(sending_.front()));
         sending_.pop_front();
     }

@@ -42,8 +42,10 @@ struct Request {
     std::vector<std::byte> reply;  // the record up to the data
     std::size_t results_at = 0;    // where in reply the results begin
     std::size_t landed = 0;        // bytes put into landing
-    unsigned sends = 0;            // more than one: the server may have executed it before the answer it gave
-    Duration spent{};              // of the limit
+    // Times its last byte went out; more than once: the server may have executed it before the answer it gave.
+    unsigned sends = 0;
+    std::chrono::steady_clock::time_point first_sent{};
+    Duration spent{};  // of the limit
 
     // The client's own.
     uint64_t sequence = 0;  // order of submission; its low 32 bits are the xid

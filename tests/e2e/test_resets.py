@@ -134,3 +134,11 @@ def test_a_real_failure_is_no_success_after_a_resend(faulty):
     assert server.run("rmdir", server / "d").status == 1
     assert_lost(server, "RMDIR")
     assert (server.files / "d" / "inside").exists()
+
+
+def test_a_directory_that_was_there_is_not_taken_for_made_when_the_reply_was_lost(faulty):
+    server = faulty()
+    (server.files / "d").mkdir()
+    lose_reply(server, "MKDIR")
+    assert server.run("mkdir", server / "d").status == 1
+    assert_lost(server, "MKDIR")

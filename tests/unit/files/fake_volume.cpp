@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <numeric>
+#include <utility>
 
 #include "nfstdm/mounts/path_text.h"
 
@@ -53,6 +54,7 @@ uint64_t FakeServer::add_child(uint64_t parent, const std::string &name, FileTyp
     attributes.mode = 0644;
     attributes.fileid = id;
     attributes.links = 1;
+    attributes.change = clock;
     return id;
 }
 
@@ -285,7 +287,11 @@ void FakeVolume::mkdir(const FileHandle &directory, std::string_view name, uint3
                        Completion<CreateReply> done) {
     reply<CreateReply>(Op::mkdir, &directory, std::move(done),
                        [this, mode, name = std::string(name)](uint64_t parent) -> Result<CreateReply> {
-                           if (server_.child(parent, name) != 0) return Status{EEXIST, "exists"};
+                           const auto resent = std::exchange(server_.resent_mkdir, std::nullopt);
+                           if (resent && resent->done_first) server_.add_child(parent, name, FileType::directory);
+                           const bool exists = server_.child(parent, name) != 0;
+                           if (resent && exists) return CreateReply{{}, {}, resent->first_sent};
+                           if (exists) return Status{EEXIST, "exists"};
                            const uint64_t id = server_.add_child(parent, name, FileType::directory);
                            server_.node(id).attributes.mode = mode;
                            return CreateReply{server_.handle(id), server_.node(id).attributes};

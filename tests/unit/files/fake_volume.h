@@ -69,6 +69,15 @@ class FakeServer {
     void make_handles_known_again() { --generation_; }
 
     std::string server_name = "one";
+    Time clock;  // the change time of what is made now
+
+    // The next MKDIR is answered as one that was sent more than once, first at this moment; with done_first that first
+    // sending makes the directory.
+    struct ResentMkdir {
+        EventLoop::Clock::time_point first_sent;
+        bool done_first = false;
+    };
+    std::optional<ResentMkdir> resent_mkdir;
 
     // Loses everything that was not committed.
     void restart();

@@ -258,6 +258,81 @@ TEST_F(PathOperationsTest, AStaleHandleIsLookedUpAgainOnce) {
     EXPECT_TRUE(one_.failures[Op::setattr].empty());
 }
 
+// MKDIR that is sent twice and whose name is there the second time. The server's clock is an hour behind this one.
+class ResentMkdirTest : public PathOperationsTest {
+  protected:
+    ResentMkdirTest() {
+        now_ += std::chrono::hours(2);
+        pass(std::chrono::milliseconds(0));
+        one_.node(1).attributes.change = one_.clock;
+        Attributes attributes;
+        EXPECT_TRUE(paths_.get_attributes("/mnt/one", attributes).ok());
+    }
+    void pass(std::chrono::milliseconds time) {
+        now_ += time;
+        const auto there = now_.time_since_epoch() - std::chrono::hours(1);
+        one_.clock.seconds = static_cast<uint64_t>(std::chrono::floor<std::chrono::seconds>(there).count());
+        one_.clock.nanoseconds = static_cast<uint32_t>((there % std::chrono::seconds(1)).count()) + 1;
+    }
+    bool is_absent(const std::string &path) {
+        Attributes attributes;
+        return paths_.get_attributes(path, attributes).status().number() == ENOENT;
+    }
+    uint32_t make(bool done_first) {
+        one_.resent_mkdir = {now_, done_first};
+        return paths_.make_directory("/mnt/one/d").status().number();
+    }
+};
+
+TEST_F(ResentMkdirTest, ADirectoryThatTheFirstSendingMadeCounts) {
+    pass(std::chrono::minutes(5));
+    EXPECT_EQ(make(true), 0U);
+}
+
+TEST_F(ResentMkdirTest, ADirectoryThatWasThereBeforeDoesNotCountHoweverNewItIs) {
+    one_.add_directory("/d");
+    EXPECT_EQ(make(false), uint32_t{EEXIST});
+}
+
+TEST_F(ResentMkdirTest, ADirectoryThatSomebodyMadeBeforeTheFirstSendingDoesNotCount) {
+    ASSERT_TRUE(is_absent("/mnt/one/d"));
+    one_.add_directory("/d");
+    pass(std::chrono::milliseconds(500));
+    EXPECT_EQ(make(false), uint32_t{EEXIST});
+}
+
+TEST_F(ResentMkdirTest, ADirectoryThatIsNotEmptyDoesNotCount) {
+    ASSERT_TRUE(is_absent("/mnt/one/d"));
+    one_.add_directory("/d");
+    one_.add_file("/d/f");
+    EXPECT_EQ(make(false), uint32_t{EEXIST});
+}
+
+TEST_F(ResentMkdirTest, WhatIsNoDirectoryDoesNotCount) {
+    ASSERT_TRUE(is_absent("/mnt/one/d"));
+    one_.add_file("/d");
+    EXPECT_EQ(make(false), uint32_t{EEXIST});
+}
+
+TEST(ServerClock, AFileSystemThatKeepsWholeSecondsMayBeUpToASecondBehind) {
+    const auto start = EventLoop::Clock::time_point{} + std::chrono::hours(1);
+    const auto changed_at = [](uint64_t seconds, uint32_t nanoseconds) {
+        Attributes attributes;
+        attributes.change = {seconds, nanoseconds};
+        return attributes;
+    };
+    ServerClock clock;
+    EXPECT_TRUE(clock.may_be_after({1, 0}, start));
+    clock.saw(changed_at(500, 900'000'000), start);
+    clock.saw(changed_at(400, 1), start + std::chrono::seconds(1));  // tells nothing new
+    EXPECT_TRUE(clock.may_be_after({500, 0}, start));
+    EXPECT_FALSE(clock.may_be_after({499, 0}, start));
+    EXPECT_TRUE(clock.may_be_after({500, 890'000'000}, start));
+    EXPECT_FALSE(clock.may_be_after({500, 800'000'000}, start));
+    EXPECT_FALSE(clock.may_be_after({500, 900'000'000}, start + std::chrono::seconds(1)));
+    EXPECT_TRUE(clock.may_be_after({UINT64_MAX, 0}, start));
+}
+
 TEST_F(PathOperationsTest, LinksAreReadAndOtherThingsAreNot) {
     one_.add_link("/l", "/some/where");
     one_.add_file("/f");

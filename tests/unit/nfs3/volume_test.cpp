@@ -571,9 +571,13 @@ TEST_F(VolumeTest, CountsWhatWasDoneBeforeAnAnswerWasLostAsDone) {
     attach_to(nfs);
     nfs.lose_answers(Procedure::mkdir, 1);
     nfs.refuse(Procedure::mkdir, NfsStatus::exist);
+    const auto before = EventLoop::Clock::now();
     const auto made = mkdir();
     EXPECT_TRUE(made.ok());
     EXPECT_FALSE(made.value().handle.has_value());
+    ASSERT_TRUE(made.value().maybe_made_since.has_value());
+    EXPECT_GE(*made.value().maybe_made_since, before);
+    EXPECT_LE(*made.value().maybe_made_since, EventLoop::Clock::now());
     EXPECT_EQ(nfs.count(Procedure::mkdir), 2U);
 
     nfs.lose_answers(Procedure::create, 2);

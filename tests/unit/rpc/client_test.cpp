@@ -220,6 +220,24 @@ TEST_F(ClientTest, SendsARequestAgainWithTheSameXidWhenTheConnectionIsCut) {
     EXPECT_EQ(xids.size(), 1U);
 }
 
+TEST_F(ClientTest, CountsOnlySendingsWhoseLastByteWentOut) {
+    ScriptedServer server(loop);
+    server.on_call = answering(server);
+    server.turn_away = true;
+    open(server);
+    const std::string data(16'000'000, 'd');  // far more than sockets hold
+    auto request = make();
+    request->data = std::as_bytes(std::span{data});
+    client->submit(std::move(request));
+    ASSERT_TRUE(test::run(loop, [&] { return server.accepted() >= 2; }));
+    server.turn_away = false;
+    const auto before = std::chrono::steady_clock::now();
+    ASSERT_TRUE(wait());
+    EXPECT_TRUE(finished[0]->status.ok());
+    EXPECT_EQ(finished[0]->sends, 1U);
+    EXPECT_GE(finished[0]->first_sent, before);
+}
+
 TEST_F(ClientTest, StartsAReplyAnewThatWasCutAnywhere) {
     const Bytes whole = answer(0);
     for (std::size_t size = 0; size < whole.size(); ++size) {
