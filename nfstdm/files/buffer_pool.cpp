@@ -10,6 +10,11 @@ constexpr std::size_t kSpareMaximum = 64;  // buffers
 
 }  // namespace
 
+std::size_t PoolMemory::cost(std::size_t size) {
+    constexpr auto kPage = static_cast<std::size_t>(PagesDeleter::kAlignment);
+    return (size + kPage - 1) / kPage * kPage;
+}
+
 Buffer::Buffer(Buffer &&other) noexcept
     : memory_(std::move(other.memory_)), bytes_(std::move(other.bytes_)), size_(std::exchange(other.size_, 0)) {}
 
@@ -22,9 +27,14 @@ Buffer &Buffer::operator=(Buffer &&other) noexcept {
 
 Buffer::~Buffer() {
     if (memory_ == nullptr) return;
-    memory_->taken -= size_;
+    memory_->taken -= PoolMemory::cost(size_);
     if (size_ == memory_->spare_size && memory_->spare.size() < kSpareMaximum)
         memory_->spare.push_back(std::move(bytes_));
+}
+
+bool BufferPool::has_room(std::size_t size) const {
+    const std::size_t cost = PoolMemory::cost(size);
+    return taken() == 0 || (cost <= limit_ && taken() <= limit_ - cost);
 }
 
 std::optional<Buffer> BufferPool::take(std::size_t size) {
@@ -41,7 +51,7 @@ std::optional<Buffer> BufferPool::take(std::size_t size) {
         bytes = std::move(memory_->spare.back());
         memory_->spare.pop_back();
     }
-    memory_->taken += size;
+    memory_->taken += PoolMemory::cost(size);
     return Buffer(memory_, std::move(bytes), size);
 }
 

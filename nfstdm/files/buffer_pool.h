@@ -26,6 +26,9 @@ struct PoolMemory {
     std::vector<Pages> spare;
     std::size_t spare_size = 0;
     std::size_t taken = 0;  // bytes
+
+    // What a buffer takes: whole pages, since it begins with one.
+    static std::size_t cost(std::size_t size);
 };
 
 // Gives its memory back to its pool.
@@ -58,8 +61,8 @@ class BufferPool {
     // Nothing when the pool would exceed its limit; the very first buffer is given whatever its size. The content is
     // not initialised.
     std::optional<Buffer> take(std::size_t size);
-    bool has_room(std::size_t size) const { return taken() == 0 || (size <= limit_ && taken() <= limit_ - size); }
-    std::size_t taken() const { return memory_->taken; }  // bytes
+    bool has_room(std::size_t size) const;
+    std::size_t taken() const { return memory_->taken; }  // bytes, in whole pages
 
   private:
     std::size_t limit_;

@@ -70,7 +70,7 @@ bool get_wcc(xdr::Reader &reader, std::optional<Attributes> &after) {
 
 bool get_name(xdr::Reader &reader, std::string &name) {
     std::string_view text;
-    if (!reader.get_string(text, kFileNameMaximum)) return false;
+    if (!reader.get_string(text, reader.left())) return false;
     name = text;
     return true;
 }

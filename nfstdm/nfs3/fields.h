@@ -15,8 +15,9 @@
 
 namespace nfstdm::nfs3 {
 
-// The RFC sets no limit to names and link targets. No file system has longer names than this; a target is a path.
-constexpr std::size_t kFileNameMaximum = 1024;
+// The RFC sets no limit to names and link targets. No file system has longer names than this, so none is sent; what a
+// directory holds is read whatever its length, for one odd name must not hide the others. A target is a path.
+constexpr std::size_t kFileNameMaximum = 255;
 constexpr std::size_t kTargetMaximum = 4096;
 
 constexpr std::size_t kAttributesSize = 84;  // fattr3

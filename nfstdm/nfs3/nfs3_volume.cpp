@@ -25,7 +25,9 @@ using std::chrono::seconds;
 // UMNT is a courtesy: the server's list of clients is informational, and nobody waits for it long.
 constexpr rpc::Duration kUnmountLimit = seconds(2);
 // For a server that names no size at all; every server takes this much (RFC 1094's maximum).
-constexpr uint32_t kTransferMinimum = 8192;
+constexpr uint32_t kTransferDefault = 8192;
+// With less in one READ or WRITE than this every byte costs many of overhead, here and on the wire.
+constexpr uint32_t kTransferMinimum = 1024;
 
 template <class Reply>
 using Read = bool (*)(xdr::Reader &, Reply &);
@@ -87,7 +89,7 @@ Completion<NoReply> without_reply(DoneCompletion done) {
 
 // What one transfer may carry, from what the server says and what this client wants.
 void agree(uint32_t &maximum, uint32_t &preferred) {
-    maximum = std::min(maximum == 0 ? kTransferMinimum : maximum, kTransferMaximum);
+    maximum = std::min(maximum == 0 ? kTransferDefault : maximum, kTransferMaximum);
     preferred = preferred == 0 ? maximum : std::min(preferred, maximum);
 }
 
@@ -242,6 +244,10 @@ void Nfs3Volume::ask_limits() {
         limits_ = info.value().limits;
         agree(limits_.read_maximum, limits_.read_preferred);
         agree(limits_.write_maximum, limits_.write_preferred);
+        if (const uint32_t least = std::min(limits_.read_maximum, limits_.write_maximum); least < kTransferMinimum)
+            return attach_ended(in_context({EPROTO, "FSINFO: the server takes no more than " + std::to_string(least) +
+                                                        " bytes in one READ or WRITE, at least " +
+                                                        std::to_string(kTransferMinimum) + " are needed"}));
         directory_bytes_ = std::clamp(limits_.readdir_preferred, kDirectoryBytes, kTransferMaximum);
         attach_ended({});
     };
@@ -322,7 +328,7 @@ void Nfs3Volume::start(Procedure procedure, std::unique_ptr<Operation> operation
     if (client_ == nullptr) return refuse(std::move(operation), {ENOTCONN, name + ": the export is not attached"});
     xdr::Writer writer = client_->begin(static_cast<uint32_t>(procedure), credential_);
     put(writer);
-    if (!writer.ok()) return refuse(std::move(operation), {ENAMETOOLONG, name + ": a name is too long"});
+    if (!writer.ok()) return refuse(std::move(operation), {ENAMETOOLONG, name + ": a name is longer than 255 bytes"});
     auto request = std::make_unique<rpc::Request>();
     request->head = writer.take();
     request->data = extra.data;

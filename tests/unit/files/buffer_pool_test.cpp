@@ -8,19 +8,31 @@
 namespace nfstdm {
 namespace {
 
+constexpr std::size_t kPage = 4096;
+
 TEST(BufferPool, GivesBuffersUpToItsLimit) {
-    BufferPool pool(3000);
-    auto one = pool.take(1000);
-    auto two = pool.take(1000);
+    BufferPool pool(3 * kPage);
+    auto one = pool.take(kPage);
+    auto two = pool.take(kPage);
     ASSERT_TRUE(one && two);
-    EXPECT_EQ(one->span().size(), 1000U);
-    EXPECT_EQ(pool.taken(), 2000U);
-    EXPECT_TRUE(pool.has_room(1000));
-    EXPECT_FALSE(pool.has_room(1001));
-    EXPECT_FALSE(pool.take(1001));
+    EXPECT_EQ(one->span().size(), kPage);
+    EXPECT_EQ(pool.taken(), 2 * kPage);
+    EXPECT_TRUE(pool.has_room(kPage));
+    EXPECT_FALSE(pool.has_room(kPage + 1));
+    EXPECT_FALSE(pool.take(kPage + 1));
     one.reset();
-    EXPECT_EQ(pool.taken(), 1000U);
-    EXPECT_TRUE(pool.take(2000));
+    EXPECT_EQ(pool.taken(), kPage);
+    EXPECT_TRUE(pool.take(2 * kPage));
+}
+
+TEST(BufferPool, ChargesTheWholePagesThatABufferTakes) {
+    BufferPool pool(4 * kPage);
+    std::vector<Buffer> buffers;
+    while (auto buffer = pool.take(1))
+        buffers.push_back(std::move(*buffer));
+    EXPECT_EQ(buffers.size(), 4U);
+    buffers.clear();
+    EXPECT_EQ(pool.taken(), 0U);
 }
 
 TEST(BufferPool, GivesTheFirstBufferWhateverItsSize) {

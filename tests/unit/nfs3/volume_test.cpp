@@ -210,6 +210,22 @@ TEST_F(VolumeTest, UsesASizeThatWorksWhenTheServerNamesNone) {
     EXPECT_GT(volume->limits().read_preferred, 0U);
 }
 
+TEST_F(VolumeTest, RefusesAServerThatTakesNextToNothingAtOnce) {
+    FakeNfs nfs(loop);
+    open(config_of(nfs));
+    for (const uint32_t size : {1U, 511U, 1023U, 1024U}) {
+        nfs.on(Procedure::fsinfo, [size](const ReceivedCall &, xdr::Writer &results) {
+            results.put_u32(0);
+            samples::put_fsinfo(results, 65536, size);
+        });
+        const auto root = attach();
+        EXPECT_EQ(root.ok(), size == 1024);
+        if (root.ok()) continue;
+        EXPECT_EQ(root.status().text(), "server db1: FSINFO: the server takes no more than " + std::to_string(size) +
+                                            " bytes in one READ or WRITE, at least 1024 are needed");
+    }
+}
+
 TEST_F(VolumeTest, SharesTheConnectionsOfAServer) {
     FakeNfs nfs(loop);
     nfs.on(Procedure::getattr, [](const ReceivedCall &, xdr::Writer &results) {
@@ -515,10 +531,15 @@ TEST_F(VolumeTest, SaysThatAServerLacksReaddirplus) {
 TEST_F(VolumeTest, RefusesNamesThatAreTooLongWithoutSendingThem) {
     FakeNfs nfs(loop);
     attach_to(nfs);
-    const std::string name(5000, 'n');
-    const auto reply = get<LookupReply>([&](auto completion) { volume->lookup(handle, name, completion); });
-    EXPECT_EQ(reply.status().number(), static_cast<uint32_t>(ENAMETOOLONG));
+    nfs.refuse(Procedure::lookup, NfsStatus::noent);
+    const auto look_up = [&](std::size_t size) {
+        const std::string name(size, 'n');
+        return get<LookupReply>([&](auto completion) { volume->lookup(handle, name, completion); }).status().number();
+    };
+    EXPECT_EQ(look_up(5000), static_cast<uint32_t>(ENAMETOOLONG));
+    EXPECT_EQ(look_up(256), static_cast<uint32_t>(ENAMETOOLONG));
     EXPECT_EQ(nfs.count(Procedure::lookup), 0U);
+    EXPECT_EQ(look_up(255), static_cast<uint32_t>(ENOENT));
 }
 
 TEST_F(VolumeTest, RunsEveryOtherOperation) {
