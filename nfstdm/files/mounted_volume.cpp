@@ -148,10 +148,14 @@ Status MountedVolume::remove_directory(const FileHandle &directory, const std::s
     return await_done(loop_, [&](auto done) { volume_->rmdir(directory, name, std::move(done)); });
 }
 
-Result<FsInfoReply> MountedVolume::fsinfo(const FileHandle &object) {
-    auto reply = await<FsInfoReply>(loop_, [&](auto done) { volume_->fsinfo(object, std::move(done)); });
+Result<FsInfoReply> MountedVolume::fsinfo(const FoundObject &object) {
+    const uint64_t file_system = object.attributes.fsid;
+    if (const auto known = limits_.find(file_system); known != limits_.end())
+        return FsInfoReply{object.attributes, known->second};
+    auto reply = await<FsInfoReply>(loop_, [&](auto done) { volume_->fsinfo(object.handle, std::move(done)); });
     if (!reply.ok()) return reply.status();
-    return reply;
+    limits_[file_system] = reply.value().limits;
+    return FsInfoReply{object.attributes, reply.value().limits};
 }
 
 Result<FsStatReply> MountedVolume::fsstat(const FileHandle &object) {

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include "nfstdm/files/object_cache.h"
 #include "nfstdm/files/server_clock.h"
@@ -60,7 +61,8 @@ class MountedVolume {
                           const std::optional<FoundObject> &known = std::nullopt);
     Status remove(const FileHandle &directory, const std::string &name);
     Status remove_directory(const FileHandle &directory, const std::string &name);
-    Result<FsInfoReply> fsinfo(const FileHandle &object);
+    // Asked once a file system: what it tells does not change. The attributes are the object's.
+    Result<FsInfoReply> fsinfo(const FoundObject &object);
     Result<FsStatReply> fsstat(const FileHandle &object);
 
     // Asks for the entries from a cookie on without waiting for them; answer() does. An answer that may be as old as
@@ -98,7 +100,8 @@ class MountedVolume {
     EventLoop::Clock::time_point contact_again_;
     ObjectCache cache_;
     ServerClock server_clock_;
-    bool lists_attributes_ = true;  // until the server turns out to lack READDIRPLUS
+    std::unordered_map<uint64_t, VolumeLimits> limits_;  // by fsid
+    bool lists_attributes_ = true;                       // until the server turns out to lack READDIRPLUS
 };
 
 }  // namespace nfstdm

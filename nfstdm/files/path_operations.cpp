@@ -93,10 +93,9 @@ Result<Location> PathOperations::read_link(std::string_view path, std::string &t
 
 Result<Location> PathOperations::fsinfo(std::string_view path, FsInfoReply &info) {
     return at_object(path, LastLink::follow, [&info](const Place &place) {
-        auto reply = place.mount->fsinfo(place.object->handle);
-        if (!reply.ok()) return reply.status();
-        info = reply.value();
-        return fill_attributes(place, info.attributes);
+        auto reply = place.mount->fsinfo(*place.object);
+        if (reply.ok()) info = reply.value();
+        return reply.status();
     });
 }
 

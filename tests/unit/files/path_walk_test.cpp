@@ -357,6 +357,20 @@ TEST_F(PathOperationsTest, FigureRepliesAlwaysHaveAttributes) {
 
 // ---- the cache
 
+TEST_F(PathOperationsTest, FsinfoIsAskedOnceAFileSystem) {
+    one_.add_directory("/a");
+    one_.add_directory("/other");
+    one_.at("/other").attributes.fsid = 7;
+    FsInfoReply info;
+    for (int round = 0; round < 3; ++round)
+        for (const char *path : {"/mnt/one", "/mnt/one/a", "/mnt/one/other"}) {
+            ASSERT_TRUE(paths_.fsinfo(path, info).ok());
+            EXPECT_EQ(info.limits.read_maximum, one_.limits.read_maximum);
+        }
+    EXPECT_EQ(info.attributes->fileid, one_.find("/other"));
+    EXPECT_EQ(one_.calls[Op::fsinfo], 2U);
+}
+
 TEST(ObjectCache, EntriesExpireAndWhatIsAbsentExpiresSooner) {
     EventLoop::Clock::time_point now{};
     ObjectCache cache([&now] { return now; });
