@@ -45,7 +45,7 @@ Status DirectoryStream::read_more() {
     if (!at_end_) question_ = mount_.ask_directory(directory_, cookie_, verifier_);
     for (const auto &entry : reply.value().entries)
         take_entry(entry);
-    return {};
+    return bytes_ > kBytesMaximum ? endless() : Status{};
 }
 
 // A server that changed the directory may refuse to go on from a cookie (RFC 1813 section 3.3.16). The listing then
@@ -63,7 +63,7 @@ Status DirectoryStream::start_again(const Status &failure) {
 Status DirectoryStream::move_behind(const DirectoryReply &reply) {
     cookies_used_.insert(cookie_);
     entries_read_ += reply.entries.size();
-    if (entries_read_ > kEntriesMaximum) return mount_.named({EOVERFLOW, "READDIR: the directory does not end"});
+    if (entries_read_ > kEntriesMaximum) return endless();
     at_end_ = reply.eof;
     verifier_ = reply.verifier;
     if (at_end_) return {};
@@ -74,6 +74,10 @@ Status DirectoryStream::move_behind(const DirectoryReply &reply) {
     return {};
 }
 
+Status DirectoryStream::endless() const {
+    return mount_.named({EOVERFLOW, "READDIR: the directory does not end"});
+}
+
 void DirectoryStream::take_entry(const DirectoryEntry &entry) {
     if (entry.name == ".." && entries_[1].fileid == 0) entries_[1].fileid = entry.fileid;
     if (entry.name == "." || entry.name == "..") return;
@@ -81,8 +85,10 @@ void DirectoryStream::take_entry(const DirectoryEntry &entry) {
         ++names_refused_;
         return;
     }
-    if (!names_.insert(entry.name).second) return;
-    entries_.push_back({entry.fileid, entry.attributes ? entry.attributes->type : FileType::none, entry.name});
+    const auto [name, is_new] = names_.insert(entry.name);
+    if (!is_new) return;
+    entries_.push_back({entry.fileid, entry.attributes ? entry.attributes->type : FileType::none, *name});
+    bytes_ += sizeof(Entry) + name->size();
     if (!entry.handle) return;
     mount_.cache().put_name(directory_, entry.name, *entry.handle);
     mount_.cache().put_attributes(*entry.handle, entry.attributes);

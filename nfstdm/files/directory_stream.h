@@ -23,12 +23,14 @@ bool is_safe_name(std::string_view name);
 
 class DirectoryStream {
   public:
-    static constexpr std::size_t kEntriesMaximum = std::size_t{1} << 22;  // of a directory; more is taken for endless
+    // Of a directory; one that has more is taken for endless.
+    static constexpr std::size_t kEntriesMaximum = std::size_t{1} << 22;
+    static constexpr std::size_t kBytesMaximum = std::size_t{256} << 20;
 
     struct Entry {
         uint64_t fileid = 0;
         FileType type = FileType::none;  // none when the server did not tell
-        std::string name;
+        std::string_view name;           // as long as the listing lasts
     };
     // Valid until the next call.
     struct Batch {
@@ -51,17 +53,19 @@ class DirectoryStream {
     Status read_more();
     Status start_again(const Status &failure);
     Status move_behind(const DirectoryReply &reply);
+    Status endless() const;
     void take_entry(const DirectoryEntry &entry);
 
     MountedVolume &mount_;
     const FileHandle directory_;
     std::vector<Entry> entries_;
-    std::unordered_set<std::string> names_;
+    std::unordered_set<std::string> names_;  // every name once; the entries show them
     std::unordered_set<uint64_t> cookies_used_;
     DirectoryQuestionPointer question_;  // what follows, asked for ahead
     uint64_t cookie_ = 0;
     uint64_t verifier_ = 0;
     std::size_t entries_read_ = 0;
+    std::size_t bytes_ = 0;  // that the entries take
     std::size_t names_refused_ = 0;
     unsigned restarts_ = 0;
     bool at_end_ = false;

@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include "nfstdm/files/path_operations.h"
+#include "tests/support/allocation_faults.h"
 #include "tests/unit/files/fixture.h"
 
 namespace nfstdm::test {
@@ -35,7 +36,7 @@ class DirectoryTest : public MountedTest {
             EXPECT_TRUE(batch.at_end || batch.entries.size() == most);
             const std::size_t taken = batch.at_end ? batch.entries.size() : batch.entries.size() - back;
             for (const auto &entry : batch.entries.first(taken))
-                names.push_back(entry.name);
+                names.emplace_back(entry.name);
             if (batch.at_end) return names;
             position += taken;
         }
@@ -44,10 +45,11 @@ class DirectoryTest : public MountedTest {
         names.insert(names.begin(), {".", ".."});
         return names;
     }
-    Status failure_of_listing() {
+    Status failure_after(std::size_t most) {
         DirectoryStream::Batch batch;
-        return paths_.list("/mnt/one", 0, 1024, batch).status();
+        return paths_.list("/mnt/one", 0, most, batch).status();
     }
+    Status failure_of_listing() { return failure_after(1024); }
 
     PathOperations paths_{mounts_, 0755};
 };
@@ -169,6 +171,15 @@ TEST_F(DirectoryTest, ADirectoryThatNeverEndsIsAnError) {
     add_files(3);
     one_.directories_end = false;
     EXPECT_EQ(failure_of_listing().number(), uint32_t{EIO});
+}
+
+TEST_F(DirectoryTest, ADirectoryOfLongNamesWithoutEndIsGivenUpBeforeItFillsTheMemory) {
+    one_.entries_per_reply = 4096;
+    one_.makes_up_names = 512;
+    const std::size_t before = allocated_bytes();
+    EXPECT_EQ(failure_after(1 << 20).number(), uint32_t{EOVERFLOW});
+    EXPECT_LT(allocated_bytes() - before, DirectoryStream::kBytesMaximum * 3 / 2);
+    EXPECT_LT(one_.calls[Op::readdir], 256U);
 }
 
 TEST_F(DirectoryTest, AListingGoesOnFromAnyOfItsEntries) {

@@ -323,12 +323,17 @@ Result<DirectoryReply> FakeVolume::list(uint64_t id, uint64_t cookie, bool plus)
     const std::size_t dots = server_.lists_dots ? 2 : 0;
     const auto entry_at = [&](std::size_t at) -> DirectoryEntry {
         if (at < dots) return {at == 0 ? id : 77, 0, at == 0 ? "." : "..", {}, {}};
+        if (at - dots >= children.size() && server_.makes_up_names != 0) {
+            const std::string number = std::to_string(at);
+            return {at, 0, number + std::string(server_.makes_up_names - number.size(), 'n'), {}, {}};
+        }
         if (at - dots >= children.size()) return server_.extra_entries[at - dots - children.size()];
         const auto &[name, child] = children[at - dots];
         if (!plus) return {child, 0, name, {}, {}};
         return {child, 0, name, server_.node(child).attributes, server_.handle(child)};
     };
-    const std::size_t all = dots + children.size() + server_.extra_entries.size();
+    const std::size_t all =
+        server_.makes_up_names != 0 ? SIZE_MAX : dots + children.size() + server_.extra_entries.size();
     DirectoryReply answer;
     answer.verifier = 9;
     std::size_t at = cookie;

@@ -95,6 +95,7 @@ class FakeServer {
     std::set<uint64_t> bad_cookies;                 // refused once each
     std::map<uint64_t, uint64_t> cookie_overrides;  // cookie in an entry -> what is sent instead
     bool directories_end = true;
+    std::size_t makes_up_names = 0;           // bytes; directories go on with names of this length, for ever
     bool tells_attributes = true;             // with CREATE, LOOKUP and WRITE
     std::optional<uint64_t> write_size_told;  // instead of the true one
     uint32_t read_at_most = UINT32_MAX;
