@@ -162,6 +162,11 @@ typedef struct TdmDirEntry {
     char name[TDM_ENTRY_NAME_SIZE];
 } TdmDirEntry;
 
+/* TdmReaddirReply.library_word with the end of a directory: this mark, and in the low half how many names were left out
+ * because no path or entry can hold them. Anything else tells nothing. */
+#define TDM_NAMES_LEFT_OUT UINT64_C(0x6C65667400000000)
+#define TDM_NAMES_LEFT_OUT_MASK UINT64_C(0xFFFFFFFF00000000)
+
 typedef struct TdmReaddirReply {
     uint64_t library_word;
     uint32_t entries;

@@ -5,6 +5,9 @@
 
 #include <charconv>
 #include <cstdlib>
+#include <fstream>
+#include <ios>
+#include <string>
 #include <utility>
 
 #include "nfstdm/mounts/tslnfstab_file.h"
@@ -18,9 +21,14 @@ std::string_view environment(const char *name) {
     return value == nullptr ? std::string_view{} : value;
 }
 
-// The mask can only be read by setting it.
+// Read where it can be read: setting it, the only other way to learn it, would for a moment open what other threads of
+// the caller's process create.
 uint32_t process_umask() {
-    const mode_t mask = ::umask(0);
+    std::ifstream status("/proc/self/status");
+    uint32_t mask = 0;
+    for (std::string word; status >> word;)
+        if (word == "Umask:" && status >> std::oct >> mask) return mask;
+    mask = ::umask(0);
     ::umask(mask);
     return mask;
 }

@@ -230,6 +230,12 @@ uint32_t tdm_readdir(void *ctx, const char *path, TdmDirEntry *entries, TdmReadd
             fill_entry(batch.entries[i], cookie + i, entries[i]);
         reply->entries = static_cast<uint32_t>(batch.entries.size());
         reply->end_of_directory = batch.at_end ? 1 : 0;
+        const std::size_t left_out = batch.at_end ? session.paths().names_refused() : 0;
+        reply->library_word = left_out == 0 ? 0 : TDM_NAMES_LEFT_OUT | std::min<std::size_t>(left_out, UINT32_MAX);
+        if (left_out != 0 && Library::instance().trace().wants(TraceLevel::notice))
+            Library::instance().trace().write(
+                "tdm_readdir",
+                std::string(path) + ": names left out that no path can hold: " + std::to_string(left_out));
         return where;
     });
 }

@@ -152,14 +152,20 @@ def test_a_reply_of_random_bytes_now_and_then(hostile, seed):
     assert server.fired() > 0
 
 
-@pytest.mark.parametrize(
-    "fault", [pytest.param("endless-readdir", marks=pytest.mark.large), "cookie-loop", "long-name"]
-)
+@pytest.mark.parametrize("fault", [pytest.param("endless-readdir", marks=pytest.mark.large), "cookie-loop"])
 def test_a_directory_that_cannot_be_believed_is_an_error(hostile, fault):
     server = hostile(fault)
     run = server.run("ls", f"{MOUNT}/d")
     assert run.status == 1
     assert run.out.endswith(failed(1))
+
+
+def test_a_name_that_no_path_can_hold_is_left_out_and_told(hostile):
+    server = hostile("long-name")
+    run = server.client.run("ls", f"{MOUNT}/d", env={"TSLWNFS_TERMINAL": "always"})
+    assert (run.status, run.out[-len(SUCCEEDED) :]) == (0, SUCCEEDED)
+    assert {line.strip() for line in run.out.split(b"\n")} >= {b"f", b"g"}
+    assert f"{MOUNT}/d: names left out that no path can hold: 1".encode() in run.err
 
 
 def test_harmful_names_reach_nobody(hostile):

@@ -8,6 +8,7 @@
 
 namespace {
 std::size_t failing_bytes = 0;
+AllocationFault::Kind failing_kind = AllocationFault::Kind::nothrow;
 bool has_fired = false;
 std::size_t allocated = 0;
 
@@ -23,20 +24,24 @@ void release(void *memory) {
 }
 
 void *allocate_or_throw(std::size_t bytes) {
-    void *memory = allocate(bytes);
+    const bool fails = failing_kind == AllocationFault::Kind::throwing && failing_bytes != 0 && bytes == failing_bytes;
+    has_fired = has_fired || fails;
+    void *memory = fails ? nullptr : allocate(bytes);
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
 
 void *allocate_or_fail(std::size_t bytes) {
-    if (failing_bytes == 0 || bytes != failing_bytes) return allocate(bytes);
+    if (failing_kind != AllocationFault::Kind::nothrow || failing_bytes == 0 || bytes != failing_bytes)
+        return allocate(bytes);
     has_fired = true;
     return nullptr;
 }
 }  // namespace
 
-AllocationFault::AllocationFault(std::size_t bytes) {
+AllocationFault::AllocationFault(std::size_t bytes, Kind kind) {
     failing_bytes = bytes;
+    failing_kind = kind;
     has_fired = false;
 }
 

@@ -6,10 +6,11 @@
 #include <cstddef>
 
 // While one lives, the allocations of exactly this many bytes that may fail (nothrow, arrays and single objects alike)
-// fail.
+// fail; with Kind::throwing, those that throw.
 class AllocationFault {
   public:
-    explicit AllocationFault(std::size_t bytes);
+    enum class Kind { nothrow, throwing };
+    explicit AllocationFault(std::size_t bytes, Kind kind = Kind::nothrow);
     ~AllocationFault();
     AllocationFault(const AllocationFault &) = delete;
     AllocationFault &operator=(const AllocationFault &) = delete;

@@ -9,12 +9,14 @@
 #include <memory>
 #include <new>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "include/tdm.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -82,6 +84,13 @@ class RemoteReader {
         return Reading::done;
     }
 
+    // The library's record is for the trace; this is for whoever watches.
+    void tell_left_out() const {
+        if (left_out_ == 0) return;
+        terminal::note_failure(std::string(path_.view()) +
+                               ": names left out that no path can hold: " + std::to_string(left_out_));
+    }
+
   private:
     Reading read_batch(TdmReaddirReply &reply) {
         reply = {};
@@ -95,6 +104,8 @@ class RemoteReader {
 
         const std::span<const TdmDirEntry> batch = slots_.first(reply.entries);
         const bool last_batch = reply.end_of_directory != 0;
+        if (last_batch && (reply.library_word & TDM_NAMES_LEFT_OUT_MASK) == TDM_NAMES_LEFT_OUT)
+            left_out_ = reply.library_word & ~TDM_NAMES_LEFT_OUT_MASK;
         take_names(last_batch || batch.empty() ? batch : batch.first(batch.size() - 1));
         if (!last_batch && !advance(batch)) return stuck(location);
         first_batch_ = false;
@@ -126,12 +137,19 @@ class RemoteReader {
     std::unique_ptr<TdmDirEntry[]> memory_;
     std::span<TdmDirEntry> slots_;
     uint64_t cookie_ = 0;
+    uint64_t left_out_ = 0;  // names
     bool first_batch_ = true;
 };
 
-}  // namespace
+// What a list of names holds, about.
+unsigned long bytes_of(const NameList &names) {
+    unsigned long bytes = 0;
+    for (const std::string &name : names)
+        bytes += sizeof(std::string) + name.size();
+    return bytes;
+}
 
-bool read_directory(const PathBuffer &path, NameList &names) {
+bool read(const PathBuffer &path, NameList &names) {
     TdmFsInfo info = {};
     uint32_t location = 0;
     const uint32_t status = tdm_fsinfo(ctx, path.c_str(), &info, &location);
@@ -144,6 +162,20 @@ bool read_directory(const PathBuffer &path, NameList &names) {
         RemoteReader reader(path, names);
         if (!reader.allocate(info.readdir_entries)) return false;
         reading = reader.read_all();
+        if (reading == Reading::done) reader.tell_left_out();
     }
     return reading == Reading::local ? read_local(path, names) : reading == Reading::done;
+}
+
+}  // namespace
+
+bool read_directory(const PathBuffer &path, NameList &names) {
+    try {
+        return read(path, names);
+    } catch (const std::bad_alloc &) {
+        const unsigned long bytes = bytes_of(names);
+        NameList().swap(names);
+        trace_message(kFunction, Message::out_of_memory, bytes);
+        return false;
+    }
 }

@@ -51,6 +51,17 @@ TEST_F(ListingTest, ALocalDirectoryHasItsNamesWithoutTheDots) {
                                                   directory_.path() + ": location code 1."));
 }
 
+TEST_F(ListingTest, ADirectoryThatDoesNotFitInMemoryFailsAndSaysSo) {
+    fake_.volume.add_directory("/m/d");
+    fake_.volume.add_file("/m/d/" + std::string(300, 'n'), "");
+    const AllocationFault fault(301, AllocationFault::Kind::throwing);  // the name and what ends it
+    EXPECT_EQ(list("/m/d").status, 1u);
+    EXPECT_TRUE(AllocationFault::fired());
+    EXPECT_THAT(trace().back(),
+                testing::MatchesRegex("read_dir TWNFS-65060: [0-9]+ bytes of memory could not be allocated."));
+    EXPECT_TRUE(names_.empty());
+}
+
 TEST_F(ListingTest, AMissingLocalDirectoryFails) {
     const std::string path = directory_.path("missing");
     EXPECT_EQ(list(path).status, 1u);

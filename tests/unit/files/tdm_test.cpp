@@ -5,6 +5,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -16,6 +18,16 @@
 
 #include "nfstdm/tdm/volume_factory.h"
 #include "tests/unit/files/fake_volume.h"
+
+namespace {
+unsigned umask_calls = 0;
+}
+
+// Stands before the C library's, to count.
+extern "C" mode_t umask(mode_t mask) noexcept {
+    ++umask_calls;
+    return static_cast<mode_t>(::syscall(SYS_umask, mask));
+}
 
 namespace nfstdm {
 namespace {
@@ -377,6 +389,36 @@ TEST_F(TdmTest, DirectoriesAreMadeListedAndRemoved) {
     EXPECT_FALSE(server_.exists("/d"));
 }
 
+TEST_F(TdmTest, TheEndOfADirectoryTellsHowManyNamesWereLeftOut) {
+    open();
+    server_.add_file("/a");
+    server_.add_file("/b");
+    std::vector<TdmDirEntry> entries(4);
+    TdmReaddirReply reply{};
+    const auto list = [&](uint64_t cookie) {
+        return tdm_readdir(ctx_, "/mnt/one", entries.data(), &reply, sizeof(TdmDirEntry) * 4, cookie, nullptr,
+                           &location_);
+    };
+    ASSERT_EQ(list(0), 0U);
+    EXPECT_EQ(reply.library_word, 0U);
+    server_.extra_entries = {{5, 0, "a/b", {}, {}}, {6, 0, std::string(2000, 'x'), {}, {}}};
+    ASSERT_EQ(list(0), 0U);
+    EXPECT_EQ(reply.entries, 4U);
+    EXPECT_EQ(reply.end_of_directory, 1U);
+    EXPECT_EQ(reply.library_word & TDM_NAMES_LEFT_OUT_MASK, TDM_NAMES_LEFT_OUT);
+    EXPECT_EQ(reply.library_word & ~TDM_NAMES_LEFT_OUT_MASK, 2U);
+}
+
+TEST_F(TdmTest, OpeningASessionNeverChangesTheUmaskOfTheProcess) {
+    const mode_t before = ::umask(027);
+    umask_calls = 0;
+    open();
+    EXPECT_EQ(umask_calls, 0U);
+    EXPECT_EQ(create("/mnt/one/f", 0), 0U);
+    EXPECT_EQ(server_.at("/f").attributes.mode, 0640U);
+    ::umask(before);
+}
+
 TEST_F(TdmTest, ALinksTargetFitsItsBufferOrIsRefused) {
     open();
     server_.add_link("/fits", std::string(512, 'x'));
@@ -634,6 +676,17 @@ TEST_F(TraceTest, WhatWentWrongStandsInTheFileWhileTheCallIsStillUnderWay) {
     struct stat status {};
     ASSERT_EQ(fstat(fileno(context_.trace_stream), &status), 0);
     EXPECT_GT(status.st_size, 0);
+}
+
+TEST_F(TraceTest, NamesThatWereLeftOutAreToldOnceADirectoryAtLevelTwo) {
+    open();
+    tdm_trace(TDM_TRACE_KGTDM, 2);
+    server_.extra_entries = {{5, 0, "a/b", {}, {}}, {6, 0, "c/d", {}, {}}};
+    std::vector<TdmDirEntry> entries(4);
+    TdmReaddirReply reply{};
+    ASSERT_EQ(tdm_readdir(ctx_, "/mnt/one", entries.data(), &reply, sizeof(TdmDirEntry) * 4, 0, nullptr, &location_),
+              0U);
+    EXPECT_THAT(traced(), HasSubstr(",tdm_readdir /mnt/one: names left out that no path can hold: 2\n"));
 }
 
 TEST_F(TraceTest, ALongRecordIsCutAndSaysSo) {
