@@ -1,15 +1,31 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <clocale>
+#include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <span>
 
 #include "tslwnfs/frontend/startup.h"
 #include "tslwnfs/frontend/streams.h"
 #include "tslwnfs/terminal/screen.h"
 
+namespace {
+
+// What is left when nobody nearer could say what the memory was wanted for.
+int run(std::span<char *> arguments) {
+    try {
+        return run_utility(arguments);
+    } catch (const std::bad_alloc &) {
+        std::fputs("tslwnfs: out of memory\n", stderr);
+        return 1;
+    }
+}
+
+}  // namespace
+
 int main(int argc, char **argv) {
     std::setlocale(LC_ALL, "");
     terminal::open();
     if (std::atexit(finish_output_at_exit) != 0) return 1;
-    return finish_output(run_utility({argv, static_cast<std::size_t>(argc)}));
+    return finish_output(run({argv, static_cast<std::size_t>(argc)}));
 }

@@ -55,12 +55,13 @@ void tdmrqfil(TdmIoRequest &request, IoOperation operation, uint64_t file, uint6
 bool RequestSlots::allocate(const char *function) {
     const auto asked = static_cast<std::size_t>(std::max(nios, 0));
     size_ = std::max<std::size_t>(asked, 128);
-    slots_.reset(new (std::nothrow) TdmIoRequest[size_]());
+    made_ = 0;
+    slots_.reset(new (std::nothrow) TdmIoRequest[size_]);
     if (slots_ == nullptr) {
         trace_message(function, Message::out_of_memory, static_cast<unsigned long>(asked * sizeof(TdmIoRequest)));
         return false;
     }
-    pointers_.reset(new (std::nothrow) TdmIoRequest *[size_]());
+    pointers_.reset(new (std::nothrow) TdmIoRequest *[size_]);
     if (pointers_ == nullptr) {
         trace_message(function, Message::out_of_memory, static_cast<unsigned long>(asked * sizeof(TdmIoRequest *)));
         return false;
@@ -70,6 +71,10 @@ bool RequestSlots::allocate(const char *function) {
 
 void RequestSlots::fill(std::size_t index, IoOperation operation, uint64_t file, uint64_t offset, void *buffer,
                         uint32_t count) {
+    for (; made_ <= index; ++made_) {
+        slots_[made_] = {};
+        pointers_[made_] = nullptr;
+    }
     tdmrqfil(slots_[index], operation, file, offset, buffer, count);
     pointers_[index] = &slots_[index];
 }

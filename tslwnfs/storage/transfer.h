@@ -25,13 +25,14 @@ class RequestSlots {
     static constexpr std::size_t kRound = 127;
 
     // Allocates nios slots, and no fewer than 128 so that the wrap stays inside. Traces message 65060 in the name of
-    // function and returns false when there is no memory.
+    // function and returns false when there is no memory. A slot takes memory once it is filled: nobody waits for a
+    // million of them to be cleared who needs two.
     [[nodiscard]] bool allocate(const char *function);
 
     std::size_t size() const { return size_; }
     TdmIoRequest &operator[](std::size_t index) { return slots_[index]; }
 
-    // Fills a slot and stores its address in the list of pointers.
+    // Fills a slot and stores its address in the list of pointers. A slot that was not filled yet has no content.
     void fill(std::size_t index, IoOperation operation, uint64_t file, uint64_t offset, void *buffer, uint32_t count);
 
     // The pointers from one slot on, as tdm_io takes them. Valid until the slots are destroyed.
@@ -46,6 +47,7 @@ class RequestSlots {
     std::unique_ptr<TdmIoRequest[]> slots_;
     std::unique_ptr<TdmIoRequest *[]> pointers_;
     std::size_t size_ = 0;
+    std::size_t made_ = 0;  // slots, from the first on
     uint64_t failures_ = 0;
 };
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fstream>
 
 #include "tests/support/allocation_faults.h"
 #include "tests/unit/commands/command_fixture.h"
@@ -72,6 +73,30 @@ TEST_F(TransferTest, ThereAreNeverFewerSlotsThanTheRoundNeeds) {
     RequestSlots requests;
     ASSERT_TRUE(requests.allocate("test"));
     EXPECT_EQ(requests.size(), 500u);
+}
+
+// Of this process, in bytes.
+std::size_t resident() {
+    std::ifstream statm("/proc/self/statm");
+    std::size_t total = 0;
+    std::size_t pages = 0;
+    statm >> total >> pages;
+    return pages * TransferBuffer::kPage;
+}
+
+TEST_F(TransferTest, SlotsTakeMemoryAsTheyAreUsed) {
+    constexpr std::size_t kMany = 1'000'000;
+    nios = kMany;
+    const std::size_t before = resident();
+    ASSERT_GT(before, 0U);
+    RequestSlots many;
+    ASSERT_TRUE(many.allocate("test"));
+    many.fill(1, IoOperation::read, file_, 0, buffer_.data(), 10);
+    EXPECT_EQ(many.size(), kMany);
+    EXPECT_EQ(many[0].count, 0U);
+    EXPECT_EQ(*many.from(0), nullptr);
+    EXPECT_EQ(*many.from(1), &many[1]);
+    EXPECT_LT(resident(), before + kMany * sizeof(TdmIoRequest) / 4);
 }
 
 TEST_F(TransferTest, SlotsThatCannotBeAllocatedAreTracedWithTheSizeAskedFor) {
