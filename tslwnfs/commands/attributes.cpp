@@ -110,7 +110,7 @@ uint32_t set_remote_permissions(const PathBuffer &path) {
 
 }  // namespace
 
-uint32_t getattrdir(const char *path, AttrResult &result, int32_t print_block) {
+uint32_t getattrdir(const Operand &path, AttrResult &result, int32_t print_block) {
     static constexpr const char *kFunction = "getattrdir";
     result = AttrResult{};
     PathBuffer resolved;
@@ -133,19 +133,19 @@ uint32_t getattrdir(const char *path, AttrResult &result, int32_t print_block) {
     return local_type(resolved, result, print_block);
 }
 
-bool is_directory_destination(const char *path) {
+bool is_directory_destination(const Operand &path) {
     AttrResult result;
     const uint32_t type = getattrdir(path, result, 0);
     if (type == kTypeDirectory) return true;
     if (type != kTypeLink || result.is_local == 0) return false;
     struct stat target;
-    return stat(path, &target) == 0 && S_ISDIR(target.st_mode);
+    return stat(path.text(), &target) == 0 && S_ISDIR(target.st_mode);
 }
 
-uint32_t setattrdir(const char *path) {
+uint32_t setattrdir(const Operand &path) {
     PathBuffer resolved;
     if (!resolve_operand("setattrdir", path, resolved)) return 1;
     AttrResult result;
-    if (getattrdir(resolved.c_str(), result, 0) != kTypeDirectory || result.empty()) return 1;
+    if (getattrdir(resolved, result, 0) != kTypeDirectory || result.empty()) return 1;
     return result.is_local != 0 ? set_local_permissions(resolved) : set_remote_permissions(resolved);
 }

@@ -41,8 +41,8 @@ bool print_content(const SourceFile &source, RequestSlots &requests) {
 
 }  // namespace
 
-uint32_t catfile(const char *path) {
-    if (path == nullptr) {
+uint32_t catfile(const Operand &path) {
+    if (path.text() == nullptr) {
         trace_message(kRecords.function, Message::first_operand_missing);
         return 1;
     }

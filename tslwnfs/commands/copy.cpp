@@ -54,15 +54,15 @@ uint32_t copy_directory(PathBuffer &source, PathBuffer &destination, const AttrR
         trace_failure(kRecords.function, "%s lies inside %s", destination.c_str(), source.c_str());
         return 1;
     }
-    if (!is_directory_destination(destination.c_str()) && makedir(destination.c_str()) != 0) return 1;
+    if (!is_directory_destination(destination) && makedir(destination) != 0) return 1;
     if (!extend_path(kRecords.function, source, "/*") || !extend_path(kRecords.function, destination, "/*")) return 1;
-    exec_command(source.c_str(), destination.c_str());
+    exec_command(source, destination);
     return 0;
 }
 
 // Inside a directory the copy keeps the source's name.
 bool name_destination(const SourceFile &source, DestinationFile &destination) {
-    if (!is_directory_destination(destination.path.c_str())) return true;
+    if (!is_directory_destination(destination.path)) return true;
     return extend_path(kRecords.function, destination.path, "/") &&
            extend_path(kRecords.function, destination.path, base_name(source.path.view()));
 }
@@ -86,7 +86,7 @@ uint32_t copy_file(SourceFile &source, DestinationFile &destination, RequestSlot
 
 }  // namespace
 
-uint32_t copyfile(const char *source, const char *destination) {
+uint32_t copyfile(const Operand &source, const Operand &destination) {
     if (!check_operands(source, destination, kRecords)) return 1;
     RequestSlots requests;
     if (!requests.allocate(kRecords.function)) return 1;
@@ -96,7 +96,7 @@ uint32_t copyfile(const char *source, const char *destination) {
     if (!resolve_operand(kRecords.function, destination, to.path)) return 1;
 
     AttrResult attributes;
-    if (getattrdir(from.path.c_str(), attributes, 0) == kTypeDirectory) {
+    if (getattrdir(from.path, attributes, 0) == kTypeDirectory) {
         return copy_directory(from.path, to.path, attributes);
     }
     return copy_file(from, to, requests);

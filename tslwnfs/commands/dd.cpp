@@ -95,7 +95,7 @@ uint64_t ask_size() {
     return size;
 }
 
-bool open_input_file(const char *input, Run &run) {
+bool open_input_file(const Operand &input, Run &run) {
     if (!resolve_operand(kFunction, input, run.source.path)) return false;
     if (is_directory_source(run.source.path)) return false;
     if (!open_source(run.source, kDdRecords)) return false;
@@ -106,7 +106,7 @@ bool open_input_file(const char *input, Run &run) {
     return true;
 }
 
-bool open_input(const char *input, Run &run) {
+bool open_input(const Operand &input, Run &run) {
     if (iffound == 0) {
         run.source.local = true;
     } else if (!open_input_file(input, run)) {
@@ -161,12 +161,12 @@ bool open_output_file(Run &run) {
     return resize_output(run, 3, "tdm_reidentify successful:dest \n");
 }
 
-bool open_output(const char *input, const char *output, Run &run) {
+bool open_output(const Operand &input, const Operand &output, Run &run) {
     if (offound == 0) return true;
     PathBuffer &path = run.destination.path;
     if (!resolve_operand(kFunction, output, path)) return false;
-    if (is_directory_destination(path.c_str())) {
-        const std::string_view named = iffound == 0 ? std::string_view(input) : run.source.path.view();
+    if (is_directory_destination(path)) {
+        const std::string_view named = iffound == 0 ? std::string_view(input.text()) : run.source.path.view();
         if (!extend_path(kFunction, path, "/") || !extend_path(kFunction, path, base_name(named))) return false;
     }
     return open_output_file(run);
@@ -240,8 +240,8 @@ bool finish_output(Run &run) {
 
 }  // namespace
 
-uint32_t ddfile(const char *input, const char *output) {
-    if (input == nullptr) {
+uint32_t ddfile(const Operand &input, const Operand &output) {
+    if (input.text() == nullptr) {
         trace_message(kFunction, Message::first_operand_missing);
         return 1;
     }

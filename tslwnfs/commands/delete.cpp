@@ -35,9 +35,9 @@ uint32_t delete_directory(const PathBuffer &path) {
     }
     PathBuffer content = path;
     if (!extend_path(kFunction, content, "/*")) return 1;
-    exec_command(content.c_str(), nullptr);
+    exec_command(content, nullptr);
     if (!confirm(path)) return 1;
-    return removedir(path.c_str()) == 0 ? 0 : 1;
+    return removedir(path) == 0 ? 0 : 1;
 }
 
 // A link is deleted as a link: what it leads to need neither exist nor be readable.
@@ -56,11 +56,11 @@ uint32_t delete_remote(const PathBuffer &path) {
 
 }  // namespace
 
-uint32_t delfile(const char *path) {
+uint32_t delfile(const Operand &path) {
     PathBuffer resolved;
     if (!resolve_operand(kFunction, path, resolved)) return 1;
     AttrResult attributes;
-    const uint32_t type = getattrdir(resolved.c_str(), attributes, 0);
+    const uint32_t type = getattrdir(resolved, attributes, 0);
     if (type == kTypeDirectory) return delete_directory(resolved);
 
     // Identified only to learn where the file lies. Deletion works by name, so the file is not released.

@@ -17,7 +17,7 @@ namespace {
 // No path has more levels than characters.
 constexpr int kLevelMaximum = static_cast<int>(PathBuffer::kSize) - 1;
 
-uint32_t make_with_parents(const char *path, int levels_left);
+uint32_t make_with_parents(const Operand &path, int levels_left);
 
 // Makes one directory where it lies. A location code that is not documented counts as made.
 bool make_one(const PathBuffer &path) {
@@ -41,18 +41,18 @@ uint32_t make_below_parent(const PathBuffer &path, int levels_left) {
     if (parent.empty() || levels_left == 0) return 1;
 
     AttrResult result;
-    switch (getattrdir(parent.c_str(), result, 0)) {
+    switch (getattrdir(parent, result, 0)) {
         case kTypeDirectory:
-            return getattrdir(path.c_str(), result, 0) == kTypeDirectory ? 0 : 1;
+            return getattrdir(path, result, 0) == kTypeDirectory ? 0 : 1;
         case kTypeFailure:
-            if (make_with_parents(parent.c_str(), levels_left - 1) != 0) return 1;
-            return make_with_parents(path.c_str(), levels_left - 1);
+            if (make_with_parents(parent, levels_left - 1) != 0) return 1;
+            return make_with_parents(path, levels_left - 1);
         default:
             return 1;
     }
 }
 
-uint32_t make_with_parents(const char *path, int levels_left) {
+uint32_t make_with_parents(const Operand &path, int levels_left) {
     PathBuffer resolved;
     if (resolve_operand("makedir", path, resolved) && make_one(resolved)) return 0;
     const bool parents = commandtype == kMakeDirectory && (COMMAND_OPTION & kMkdirParents) != 0;
@@ -61,11 +61,11 @@ uint32_t make_with_parents(const char *path, int levels_left) {
 
 }  // namespace
 
-uint32_t makedir(const char *path) {
+uint32_t makedir(const Operand &path) {
     return make_with_parents(path, kLevelMaximum);
 }
 
-uint32_t removedir(const char *path) {
+uint32_t removedir(const Operand &path) {
     static constexpr const char *kFunction = "removedir";
     // Undocumented elsewhere, a location code of 4 is one more failure here.
     static constexpr uint32_t kLastFailure = 4;

@@ -101,7 +101,7 @@ Described describe(const PathBuffer &path) {
 
 }  // namespace
 
-uint32_t fsinfodir(const char *path) {
+uint32_t fsinfodir(const Operand &path) {
     static constexpr const char *kFunction = "fsinfodir";
     PathBuffer resolved;
     if (!resolve_operand(kFunction, path, resolved)) return 1;
@@ -126,7 +126,7 @@ uint32_t fsinfodir(const char *path) {
     return 0;
 }
 
-uint32_t fsstatdir(const char *path) {
+uint32_t fsstatdir(const Operand &path) {
     static constexpr const char *kFunction = "fsstatdir";
     PathBuffer resolved;
     if (!resolve_operand(kFunction, path, resolved)) return 1;
@@ -134,8 +134,8 @@ uint32_t fsstatdir(const char *path) {
         const Described described = describe(resolved);
         if (described != Described::follow) return described == Described::done ? 0 : 1;
         PathBuffer target;
-        if (read_link(resolved.c_str(), target) != 0) return 1;
-        if (!resolve_operand(kFunction, target.c_str(), resolved)) return 1;
+        if (read_link(resolved, target) != 0) return 1;
+        if (!resolve_operand(kFunction, target, resolved)) return 1;
     }
     trace_failure(kFunction, "%s: more than %d links in a row", resolved.c_str(), kLinkMaximum);
     return 1;

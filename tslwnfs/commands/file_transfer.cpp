@@ -24,12 +24,12 @@ bool write_piece(const DestinationFile &destination, const Pieces &pieces, Reque
 
 }  // namespace
 
-bool check_operands(const char *source, const char *destination, const TransferRecords &records) {
-    if (source == nullptr) {
+bool check_operands(const Operand &source, const Operand &destination, const TransferRecords &records) {
+    if (source.text() == nullptr) {
         trace_message(records.function, Message::first_operand_missing);
         return false;
     }
-    if (destination == nullptr) {
+    if (destination.text() == nullptr) {
         print_message(Message::second_operand_missing);
         return false;
     }

@@ -7,6 +7,7 @@
 #include "platform/path_buffer.h"
 #include "tslwnfs/commands/destination_file.h"
 #include "tslwnfs/commands/source_file.h"
+#include "tslwnfs/storage/operand.h"
 #include "tslwnfs/storage/transfer.h"
 
 // Copies the whole source into the destination. Traces and returns false for a short read or write of a local file and
@@ -23,7 +24,7 @@
                                    const TransferRecords &records);
 
 // Refuses a missing operand. The message about the second one is printed, that about the first one traced.
-[[nodiscard]] bool check_operands(const char *source, const char *destination, const TransferRecords &records);
+[[nodiscard]] bool check_operands(const Operand &source, const Operand &destination, const TransferRecords &records);
 
 // The last component of a path, with "\" and "/" as separators.
 std::string_view base_name(std::string_view path);

@@ -1,24 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 // The commands on files and directories, one function a command. Each returns 0 for success and 1 for failure (a few
-// others say so); operands come as the executor prepared them and may be null.
+// others say so); operands come as the executor prepared them and may be missing.
 #pragma once
 
 #include <cstdint>
 
-uint32_t catfile(const char *path);
-uint32_t makedir(const char *path);
-uint32_t removedir(const char *path);
-uint32_t delfile(const char *path);
-uint32_t fsinfodir(const char *path);
-uint32_t fsstatdir(const char *path);
-uint32_t statfile(const char *path);
-uint32_t copyfile(const char *source, const char *destination);
-uint32_t movefile(const char *source, const char *destination);
+#include "tslwnfs/storage/operand.h"
+
+uint32_t catfile(const Operand &path);
+uint32_t makedir(const Operand &path);
+uint32_t removedir(const Operand &path);
+uint32_t delfile(const Operand &path);
+uint32_t fsinfodir(const Operand &path);
+uint32_t fsstatdir(const Operand &path);
+uint32_t statfile(const Operand &path);
+uint32_t copyfile(const Operand &source, const Operand &destination);
+uint32_t movefile(const Operand &source, const Operand &destination);
 
 // Copies in blocks as the dd settings say; input and output count only when iffound and offound say so. Sets bsize to
 // the input block size and resets COUNT, and for a remote input SKIP.
-uint32_t ddfile(const char *input, const char *output);
+uint32_t ddfile(const Operand &input, const Operand &output);
 
 // Returns 0 when something matched, 4 when nothing did, 1 for a failure or at the depth limit. depth is that of the
 // directory: 0 for the one the command names.
-uint32_t findfile(const char *directory, const char *pattern, int32_t depth);
+uint32_t findfile(const Operand &directory, const char *pattern, int32_t depth);

@@ -104,13 +104,13 @@ void report_match(const std::string &path) {
 
 // Lists a directory and gives its resolved path. Stands apart, as link_target() does, so that no path buffer lies on
 // the stack while the walk goes deeper.
-bool list_directory(const std::string &path, NameList &names, std::string &resolved_path) {
-    if (read_dir(path.c_str(), names, 0) != 0) {
-        trace_message(kFunction, Message::directory_unlisted, path.c_str());
+bool list_directory(const Operand &path, NameList &names, std::string &resolved_path) {
+    if (read_dir(path, names, 0) != 0) {
+        trace_message(kFunction, Message::directory_unlisted, path.text());
         return false;
     }
     PathBuffer resolved;
-    if (!resolve_operand(kFunction, path.c_str(), resolved)) return false;
+    if (!resolve_operand(kFunction, path, resolved)) return false;
     resolved_path = resolved.view();
     return true;
 }
@@ -118,14 +118,14 @@ bool list_directory(const std::string &path, NameList &names, std::string &resol
 // Empty when the link cannot be read.
 std::string link_target(const std::string &path) {
     PathBuffer target;
-    return read_link(path.c_str(), target) == 0 ? std::string(target.view()) : "";
+    return read_link(Operand::ready(path.c_str()), target) == 0 ? std::string(target.view()) : "";
 }
 
 class Walk {
   public:
     explicit Walk(std::string pattern) : pattern_(std::move(pattern)) {}
 
-    uint32_t directory(const std::string &path, int32_t depth) {
+    uint32_t directory(const Operand &path, int32_t depth) {
         if (depth == maxdepth) return kFailed;
         NameList names;
         std::string resolved;
@@ -137,6 +137,7 @@ class Walk {
         chain_.push_back(resolved);
         uint32_t result = kNothing;
         for (const std::string &name : names) {
+            if (!is_usable(resolved, name)) continue;
             std::string full = resolved;
             full.append("/").append(name);
             if (entry(full, name, depth) == kMatched) result = kMatched;
@@ -146,11 +147,17 @@ class Walk {
     }
 
   private:
+    static bool is_usable(const std::string &directory, const std::string &name) {
+        if (is_entry_name(name)) return true;
+        trace_failure(kFunction, "%s lists a name that is none: %s", directory.c_str(), name.c_str());
+        return false;
+    }
+
     // Returns whether the entry, or something below it, matched. What links lead to does not count.
     uint32_t entry(const std::string &path, const std::string &name, int32_t depth) {
         if (path.size() >= PathBuffer::kSize) return kNothing;
         AttrResult attributes;
-        uint32_t type = getattrdir(path.c_str(), attributes, 0);
+        uint32_t type = getattrdir(Operand::ready(path.c_str()), attributes, 0);
         if (attributes.empty()) type = kTypeFailure;
         if (option(kFindFollow) && type == kTypeLink) {
             follow(path, depth);
@@ -158,7 +165,7 @@ class Walk {
         }
         const bool matched = matches(pattern_, name) && type != kTypeFailure && passes_tests(type, attributes, path);
         if (matched) report_match(path);
-        const uint32_t below = type == kTypeDirectory ? directory(path, depth + 1) : kNothing;
+        const uint32_t below = type == kTypeDirectory ? directory(Operand::ready(path.c_str()), depth + 1) : kNothing;
         return matched || below == kMatched ? kMatched : kNothing;
     }
 
@@ -170,7 +177,7 @@ class Walk {
             trace_failure(kFunction, "%s leads back to %s and is not followed", path.c_str(), target.c_str());
             return;
         }
-        directory(target, depth);
+        directory(Operand::ready(target.c_str()), depth);
     }
 
     std::string pattern_;
@@ -179,8 +186,8 @@ class Walk {
 
 }  // namespace
 
-uint32_t findfile(const char *directory, const char *pattern, int32_t depth) {
-    if (directory == nullptr) {
+uint32_t findfile(const Operand &directory, const char *pattern, int32_t depth) {
+    if (directory.text() == nullptr) {
         trace_message(kFunction, Message::first_operand_missing);
         return kFailed;
     }

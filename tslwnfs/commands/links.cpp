@@ -43,7 +43,7 @@ bool normalize_target(const PathBuffer &link, const PathBuffer &text, PathBuffer
 
 }  // namespace
 
-uint32_t read_link(const char *path, PathBuffer &target) {
+uint32_t read_link(const Operand &path, PathBuffer &target) {
     target.clear();
     PathBuffer resolved;
     if (!resolve_operand(kFunction, path, resolved)) return 1;

@@ -18,24 +18,24 @@ constexpr int32_t kTreeDepth = 50;
 // Lists what lies below, in the order the names were shown. What goes wrong deeper down has been reported there.
 void list_subdirectories(const PathBuffer &path, const NameList &names, int32_t depth) {
     for (const std::string &name : names) {
-        PathBuffer full = path;
-        if (!extend_path("read_dirlist", full, "/") || !extend_path("read_dirlist", full, name)) continue;
+        PathBuffer full;
+        if (!join_path("read_dirlist", path, name, full)) continue;
         AttrResult attributes;
-        if (getattrdir(full.c_str(), attributes, 0) != kTypeDirectory || attributes.empty()) continue;
-        read_dirlist(full.c_str(), depth + 1);
+        if (getattrdir(full, attributes, 0) != kTypeDirectory || attributes.empty()) continue;
+        read_dirlist(full, depth + 1);
     }
 }
 
 }  // namespace
 
-uint32_t read_dir(const char *path, NameList &names, int32_t print_names) {
+uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names) {
     names.clear();
     PathBuffer resolved;
     if (!resolve_operand("read_dir", path, resolved)) return 1;
 
     Listed listed = Listed::directory;
     AttrResult attributes;
-    const uint32_t type = getattrdir(resolved.c_str(), attributes, 0);
+    const uint32_t type = getattrdir(resolved, attributes, 0);
     if (type == kTypeRegular || type == kTypeLink) {
         listed = Listed::single_path;
         names.emplace_back(resolved.view());
@@ -46,13 +46,13 @@ uint32_t read_dir(const char *path, NameList &names, int32_t print_names) {
     return 0;
 }
 
-uint32_t read_dirlist(const char *path, int32_t depth) {
+uint32_t read_dirlist(const Operand &path, int32_t depth) {
     if (depth >= kTreeDepth) return 1;
     PathBuffer resolved;
-    print("DIR: %s \n", path == nullptr ? "" : path);
+    print("DIR: %s \n", path.shown());
     NameList names;
     if (read_dir(path, names, 1) != 0) {
-        trace_message("read_dirlist", Message::directory_unlisted, path == nullptr ? "" : path);
+        trace_message("read_dirlist", Message::directory_unlisted, path.shown());
         return 1;
     }
     if (!resolve_operand("read_dirlist", path, resolved)) return 1;

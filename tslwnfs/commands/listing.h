@@ -7,16 +7,17 @@
 #include <vector>
 
 #include "platform/path_buffer.h"
+#include "tslwnfs/storage/operand.h"
 
 using NameList = std::vector<std::string>;
 
 // Lists the names of a directory, without "." and "..", in the order they were read, and with print_names prints them.
 // A regular file or a link is a list of its resolved path alone. Returns 0 or 1.
-uint32_t read_dir(const char *path, NameList &names, int32_t print_names);
+uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names);
 
 // Lists a tree, a directory at a time, 50 levels deep at most. Returns 0 or 1.
-uint32_t read_dirlist(const char *path, int32_t depth);
+uint32_t read_dirlist(const Operand &path, int32_t depth);
 
 // Gives the normalised target of a symbolic link. Returns 0 or 1; with a location code above 3 it returns 0 and leaves
 // target empty.
-uint32_t read_link(const char *path, PathBuffer &target);
+uint32_t read_link(const Operand &path, PathBuffer &target);

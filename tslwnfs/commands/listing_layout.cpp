@@ -9,6 +9,7 @@
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
+#include "tslwnfs/storage/resolve.h"
 
 namespace {
 
@@ -41,8 +42,8 @@ std::string padded(const std::string &name) {
 // Returns false for a name that is not shown.
 bool fetch_attributes(const PathBuffer &path, const std::string &name, Listed listed, AttrResult &attributes) {
     PathBuffer full = path;
-    if (listed == Listed::directory && !(full.append("/") && full.append(name))) return false;
-    const uint32_t type = getattrdir(full.c_str(), attributes, 0);
+    if (listed == Listed::directory && !join_path("read_dir", path, name, full)) return false;
+    const uint32_t type = getattrdir(full, attributes, 0);
     if (type == kTypeFailure || attributes.empty()) return false;
     return type == kTypeDirectory || !option(kListDirectoriesOnly);
 }

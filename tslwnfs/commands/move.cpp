@@ -71,7 +71,7 @@ uint32_t finish(const SourceFile &source, const DestinationFile &destination) {
 
 uint32_t move_file(SourceFile &source, DestinationFile &destination, RequestSlots &requests) {
     if (!open_source(source, kRecords)) return 1;
-    if (is_directory_destination(destination.path.c_str())) {
+    if (is_directory_destination(destination.path)) {
         terminal::note_failure(std::string(destination.path.view()) + " is a directory");
         return 1;
     }
@@ -96,7 +96,7 @@ uint32_t move_file(SourceFile &source, DestinationFile &destination, RequestSlot
 
 }  // namespace
 
-uint32_t movefile(const char *source, const char *destination) {
+uint32_t movefile(const Operand &source, const Operand &destination) {
     if (!check_operands(source, destination, kRecords)) return 1;
     RequestSlots requests;
     if (!requests.allocate(kRecords.function)) return 1;

@@ -57,7 +57,7 @@ uint64_t padding_for(uint64_t size) {
 
 bool is_directory_source(const PathBuffer &path) {
     AttrResult attributes;
-    if (getattrdir(path.c_str(), attributes, 0) != kTypeDirectory) return false;
+    if (getattrdir(path, attributes, 0) != kTypeDirectory) return false;
     terminal::note_failure(std::string(path.view()) + " is a directory, not a file");
     return true;
 }

@@ -17,31 +17,41 @@ namespace {
 
 constexpr int32_t kFamilyV4 = 2, kFamilyV6 = 10;
 
-uint32_t run_getattr(const char *path, const char *) {
+uint32_t run_getattr(const Operand &path, const Operand &) {
     AttrResult result;
     return getattrdir(path, result, 1);
 }
 
-uint32_t run_list(const char *path, const char *) {
+uint32_t run_list(const Operand &path, const Operand &) {
     NameList names;
     return read_dir(path, names, 1);
 }
 
 // The address commands of one family set it; those of both leave it alone.
 template <int32_t family, int32_t with_subnets>
-uint32_t run_addresses(const char *, const char *) {
+uint32_t run_addresses(const Operand &, const Operand &) {
     if (family != 0) ip_type = family;
     return enum_local_ips(with_subnets);
 }
 
-// A function of one operand, or of none, as the table wants it.
+// A function of one path, of plain words, or of nothing, as the table wants it.
+template <uint32_t (*function)(const Operand &)>
+uint32_t on_path(const Operand &path, const Operand &) {
+    return function(path);
+}
+
 template <uint32_t (*function)(const char *)>
-uint32_t on_first(const char *first, const char *) {
-    return function(first);
+uint32_t on_first(const Operand &first, const Operand &) {
+    return function(first.text());
+}
+
+template <uint32_t (*function)(const char *, const char *)>
+uint32_t on_both(const Operand &first, const Operand &second) {
+    return function(first.text(), second.text());
 }
 
 template <uint32_t (*function)()>
-uint32_t alone(const char *, const char *) {
+uint32_t alone(const Operand &, const Operand &) {
     return function();
 }
 
@@ -58,20 +68,20 @@ constexpr Command kCommands[] = {
     {.words = {"del", "delete", "rm"},
      .grammar = parse_delete,
      .banner = "DEL %s : \n",
-     .run = on_first<delfile>,
+     .run = on_path<delfile>,
      .code = kDelete,
      .execution = Execution::on_files,
      .required = Required::first},
     {.words = {"cat"},
      .grammar = parse_one_path,
      .banner = "CAT %s : \n",
-     .run = on_first<catfile>,
+     .run = on_path<catfile>,
      .code = kCat,
      .execution = Execution::on_files,
      .required = Required::first},
     {.words = {},
      .banner = "STAT %s : \n",
-     .run = on_first<statfile>,
+     .run = on_path<statfile>,
      .code = kStorageProperties,
      .execution = Execution::on_files,
      .required = Required::first},
@@ -86,14 +96,14 @@ constexpr Command kCommands[] = {
     {.words = {"mkdir"},
      .grammar = parse_mkdir,
      .banner = "MKDIR %s : \n",
-     .run = on_first<makedir>,
+     .run = on_path<makedir>,
      .code = kMakeDirectory,
      .execution = Execution::on_files,
      .required = Required::first},
     {.words = {"rmdir"},
      .grammar = parse_one_path,
      .banner = "RMDIR %s : \n",
-     .run = on_first<removedir>,
+     .run = on_path<removedir>,
      .code = kRemoveDirectory,
      .execution = Execution::on_files,
      .required = Required::first},
@@ -107,14 +117,14 @@ constexpr Command kCommands[] = {
     {.words = {"setattr"},
      .grammar = parse_one_path,
      .banner = "SETATTR %s : \n",
-     .run = on_first<setattrdir>,
+     .run = on_path<setattrdir>,
      .code = kSetAttributes,
      .execution = Execution::on_files,
      .required = Required::first},
     {.words = {"fsstat"},
      .grammar = parse_one_path,
      .banner = "FSSTAT %s : \n",
-     .run = on_first<fsstatdir>,
+     .run = on_path<fsstatdir>,
      .code = kFsStat,
      .execution = Execution::on_files,
      .required = Required::first},
@@ -122,14 +132,14 @@ constexpr Command kCommands[] = {
     {.words = {"stat"},
      .grammar = parse_stat,
      .banner = "FSSTAT %s : \n",
-     .run = on_first<fsstatdir>,
+     .run = on_path<fsstatdir>,
      .code = kFsStat,
      .execution = Execution::on_files,
      .required = Required::first},
     {.words = {"fsinfo"},
      .grammar = parse_one_path,
      .banner = "FSINFO %s : \n",
-     .run = on_first<fsinfodir>,
+     .run = on_path<fsinfodir>,
      .code = kFsInfo,
      .execution = Execution::on_files,
      .required = Required::first},
@@ -142,21 +152,21 @@ constexpr Command kCommands[] = {
      .required = Required::first},
     // What ls becomes with -R; it announces each directory itself.
     {.words = {},
-     .run = [](const char *path, const char *) { return read_dirlist(path, 0); },
+     .run = [](const Operand &path, const Operand &) { return read_dirlist(path, 0); },
      .code = kListRecursive,
      .execution = Execution::on_files,
      .required = Required::first},
     {.words = {"find"},
      .grammar = parse_find,
      .banner = "FIND PATH:%s FILE:%s :\n",
-     .run = [](const char *path, const char *pattern) { return findfile(path, pattern, 0); },
+     .run = [](const Operand &path, const Operand &pattern) { return findfile(path, pattern.text(), 0); },
      .code = kFind,
      .execution = Execution::on_files,
      .required = Required::both},
     {.words = {"mount"},
      .grammar = parse_mount,
      .banner = "MOUNT:\n",
-     .run = mount_otab,
+     .run = on_both<mount_otab>,
      .code = kMount,
      .execution = Execution::on_files,
      .required = Required::both,
@@ -194,7 +204,7 @@ constexpr Command kCommands[] = {
      .required = Required::first},
     {.words = {"isPathOnWNFS"},
      .grammar = parse_isPathOnWNFS,
-     .run = isPathOnWNFS,
+     .run = on_both<isPathOnWNFS>,
      .code = kIsPathOnWnfs,
      .execution = Execution::no_verdict,
      .required = Required::both,
@@ -210,14 +220,14 @@ constexpr Command kCommands[] = {
      .required = Required::first},
     {.words = {"enablerdma"},
      .grammar = parse_enablerdma,
-     .run = enablerdma,
+     .run = on_both<enablerdma>,
      .code = kEnableRdma,
      .required = Required::first},
     {.words = {"enum_local_ips"}, .grammar = parse_nothing, .run = run_addresses<0, 0>, .code = kLocalAddresses},
     {.words = {"getserverlist"}, .grammar = parse_nothing, .run = alone<getserverlist>, .code = kGetServerList},
     {.words = {"mount_script"},
      .grammar = parse_mount_script,
-     .run = mount_script,
+     .run = on_both<mount_script>,
      .code = kMountScript,
      .required = Required::first},
     {.words = {"umount_script"},
@@ -232,7 +242,7 @@ constexpr Command kCommands[] = {
      .required = Required::first},
     {.words = {"delete_server"},
      .grammar = parse_server,
-     .run = [](const char *server, const char *) { return delete_server(server, 1); },
+     .run = [](const Operand &server, const Operand &) { return delete_server(server.text(), 1); },
      .code = kDeleteServer,
      .required = Required::first},
     {.words = {"getsubnetmask"},

@@ -12,6 +12,7 @@
 
 #include "tslwnfs/frontend/grammar.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/storage/operand.h"
 
 // How the executor treats a command.
 enum class Execution : uint8_t {
@@ -26,8 +27,8 @@ enum class Required : uint8_t { nothing, first, second, both };
 struct Command {
     const char *words[3];  // null where there are fewer; none for what the command line never says itself
     Grammar grammar = nullptr;
-    const char *banner = nullptr;                                      // a format for the first operand, or for both
-    uint32_t (*run)(const char *first, const char *second) = nullptr;  // null for help only
+    const char *banner = nullptr;  // a format for the first operand, or for both
+    uint32_t (*run)(const Operand &first, const Operand &second) = nullptr;  // null for help only
     CommandCode code;
     Execution execution = Execution::once;
     Required required = Required::nothing;

@@ -43,16 +43,16 @@ uint32_t give_verdict(uint32_t result) {
     return result;
 }
 
-bool is_too_long(const char *operand) {
-    return operand != nullptr && std::strlen(operand) >= kOperandLimit;
+bool is_too_long(const Operand &operand) {
+    return std::strlen(operand.shown()) >= kOperandLimit;
 }
 
-// An operand without one trailing separator; a separator behind a ":" is a root and stays.
-std::string trimmed(const char *operand) {
-    std::string text = operand != nullptr ? operand : "";
+// What was typed, without one trailing separator; a separator behind a ":" is a root and stays.
+std::string text_of(const Operand &operand) {
+    std::string text = operand.shown();
     const bool separated = text.ends_with('/') || text.ends_with('\\');
     const bool is_root = text.size() > 1 && text[text.size() - 2] == ':';
-    if (separated && !is_root) text.pop_back();
+    if (operand.is_typed() && separated && !is_root) text.pop_back();
     return text;
 }
 
@@ -89,23 +89,21 @@ struct SplitPath {
     }
 };
 
-// Resolves a trimmed operand. What is traced is the operand as it was given.
-bool resolve(const std::string &text, const char *given, PathBuffer &resolved) {
-    uint32_t status = 1;
-    sslnrmc(&status, text.c_str(), resolved);
-    if (status == 0) return true;
-    trace_message(kFunction, Message::path_unresolvable, given != nullptr ? given : "");
+// Resolves an operand's trimmed text. What is traced is the operand as it was given.
+bool resolve(const std::string &text, const Operand &given, PathBuffer &resolved) {
+    if (resolve_path(given.is_typed() ? Operand(text.c_str()) : Operand::ready(text.c_str()), resolved)) return true;
+    trace_message(kFunction, Message::path_unresolvable, given.shown());
     return false;
 }
 
 // One run of a file command over one file, or over the files that a wildcard names.
 class FileRun {
   public:
-    FileRun(const Command &command, const char *first, const char *second)
-        : command_(command), first_(trimmed(first)), second_(trimmed(second)) {}
+    FileRun(const Command &command, const Operand &first, const Operand &second)
+        : command_(command), typed_(first.is_typed()), first_(text_of(first)), second_(text_of(second)) {}
 
     // Resolves both operands as given. False when one cannot be used.
-    bool prepare(const char *first, const char *second) {
+    bool prepare(const Operand &first, const Operand &second) {
         PathBuffer resolved;
         if (!resolve(first_, first, resolved)) return false;
         source_.emplace(resolved.view());
@@ -116,19 +114,20 @@ class FileRun {
         if (has_wildcard(first_)) {
             run_on_matches();
         } else {
-            run_on(first_, source_->name);
+            run_on(first_, source_->name, typed_);
         }
-        if (files_ == 0) terminal::note_remark("no name matches " + first_);
+        // A directory that is walked may well be empty.
+        if (files_ == 0 && typed_) terminal::note_remark("no name matches " + first_);
         if (files_ == 0 || kept_ == kUnusable) return unusable();
         return kept_;
     }
 
   private:
-    bool prepare_destination(const char *second) {
+    bool prepare_destination(const Operand &second) {
         PathBuffer resolved;
         if (!resolve(second_, second, resolved)) return false;
         destination_.emplace(resolved.view());
-        destination_is_directory_ = is_directory_destination(resolved.c_str());
+        destination_is_directory_ = is_directory_destination(resolved);
         if (commandtype == kMove && destination_is_directory_) {
             destination_->directory = resolved.view();
             destination_->name = "*";
@@ -140,24 +139,38 @@ class FileRun {
     // names go on in lower case.
     void run_on_matches() {
         NameList names;
-        if (source_->directory.empty() || read_dir(source_->directory.c_str(), names, 0) != 0) return;
+        if (source_->directory.empty() || !list_source(names)) return;
         const std::string pattern = lowered(source_->name);
         for (auto &name : names) {
             tolower_string(name.data());
             if (strwildcmp(pattern.c_str(), name.c_str()) == 0) continue;
-            run_on(source_->directory + "/" + name, name);
+            run_on(source_->directory + "/" + name, name, false);
         }
     }
 
-    void run_on(std::string source, const std::string &source_name) {
+    bool list_source(NameList &names) const {
+        const char *const directory = source_->directory.c_str();
+        return read_dir(typed_ ? Operand(directory) : Operand::ready(directory), names, 0) == 0;
+    }
+
+    // name is the source's last component; a source that was not typed was joined with it.
+    void run_on(std::string source, const std::string &name, bool typed) {
         ++files_;
-        std::string destination = command_.names_destination ? destination_for(source_name) : second_;
-        if (!fits(source) || !fits(destination)) return keep(give_verdict(1));
+        std::string destination = command_.names_destination ? destination_for(name) : second_;
         lower_drive_path(source);
         lower_drive_path(destination);
         print_banner(source.c_str(), destination.c_str());
-        const bool refused = would_overwrite_moved();
-        keep(give_verdict(refused ? 1 : command_.run(source.c_str(), destination.c_str())));
+        const bool refused =
+            (!typed && !is_entry(source, name)) || !fits(source) || !fits(destination) || would_overwrite_moved();
+        const Operand from = typed ? Operand(source.c_str()) : Operand::ready(source.c_str());
+        const Operand to = command_.names_destination ? Operand::ready(destination.c_str()) : destination.c_str();
+        keep(give_verdict(refused ? 1 : command_.run(from, to)));
+    }
+
+    static bool is_entry(const std::string &path, const std::string &name) {
+        if (is_entry_name(name)) return true;
+        trace_failure(kFunction, "%s is no entry of a directory", path.c_str());
+        return false;
     }
 
     std::string destination_for(const std::string &source_name) const {
@@ -196,6 +209,7 @@ class FileRun {
     }
 
     const Command &command_;
+    const bool typed_;
     std::string first_, second_;
     std::optional<SplitPath> source_, destination_;
     bool destination_is_directory_ = false;
@@ -205,7 +219,7 @@ class FileRun {
 
 }  // namespace
 
-uint32_t exec_command(const char *first, const char *second) {
+uint32_t exec_command(const Operand &first, const Operand &second) {
     if (is_too_long(first) || is_too_long(second)) return unusable();
     const Command *command = command_of(commandtype);
     if (command == nullptr) return 0;

@@ -4,7 +4,10 @@
 
 #include <cstdint>
 
+#include "tslwnfs/storage/operand.h"
+
 // Prepares the operands, expands a wildcard in the last component of the first one, prints the banner, calls the
-// command's function for each file and reports each result. Either operand may be null. Returns 0, the last failing
-// result, or 4 when the operands could not be used. Copy, delete and dd call it again to work recursively.
-uint32_t exec_command(const char *first, const char *second);
+// command's function for each file and reports each result. Either operand may be missing. Returns 0, the last
+// failing result, or 4 when the operands could not be used. Copy and delete call it again to work recursively, with
+// operands that are ready for use.
+uint32_t exec_command(const Operand &first, const Operand &second);

@@ -8,6 +8,7 @@
 #include "platform/paths.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/trace.h"
 
 namespace {
 
@@ -63,15 +64,22 @@ std::size_t last_separator(std::string_view path) {
     return slash != std::string_view::npos && slash >= behind ? slash : backslash;
 }
 
-bool resolve_operand(const char *function, const char *path, PathBuffer &resolved) {
-    if (path == nullptr) {
+bool resolve_operand(const char *function, const Operand &path, PathBuffer &resolved) {
+    if (path.text() == nullptr) {
         trace_message(function, Message::first_operand_missing);
         return false;
     }
-    uint32_t status = 0;
-    sslnrmc(&status, path, resolved);
-    if (status != 0) trace_message(function, Message::path_unresolvable, path);
-    return status == 0;
+    if (resolve_path(path, resolved)) return true;
+    trace_message(function, Message::path_unresolvable, path.text());
+    return false;
+}
+
+bool join_path(const char *function, const PathBuffer &directory, std::string_view name, PathBuffer &full) {
+    full = directory;
+    if (is_entry_name(name)) return extend_path(function, full, "/") && extend_path(function, full, name);
+    trace_failure(function, "%s lists a name that is none: %.*s", directory.c_str(), static_cast<int>(name.size()),
+                  name.data());
+    return false;
 }
 
 bool extend_path(const char *function, PathBuffer &path, std::string_view text) {

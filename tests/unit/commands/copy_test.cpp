@@ -478,6 +478,21 @@ TEST_F(CopyTest, ATreesContentIsCopiedIntoTheDestination) {
     EXPECT_EQ(read_file(back + "/sub/b"), "two");
 }
 
+TEST_F(CopyTest, AListedNameIsUsedAsItIs) {
+    COMMAND_OPTION = kFileRecursive;
+    fake_.volume.add_file("/m/src/x..\\y", "one");
+    fake_.volume.add_file("/m/src/sub..\\d/..\\f", "two");
+    EXPECT_EQ(copy("/m/src", "/m/dst").status, 0u);
+    EXPECT_EQ(fake_.volume.content("/m/dst/x..\\y"), "one");
+    EXPECT_EQ(fake_.volume.content("/m/dst/sub..\\d/..\\f"), "two");
+    const std::string back = directory_.path("back");
+    EXPECT_EQ(copy("/m/dst", back).status, 0u);
+    EXPECT_EQ(read_file(back + "/x..\\y"), "one");
+    EXPECT_EQ(read_file(back + "/sub..\\d/..\\f"), "two");
+    EXPECT_EQ(copy(back, "/m/again").status, 0u);
+    EXPECT_EQ(fake_.volume.content("/m/again/sub..\\d/..\\f"), "two");
+}
+
 TEST_F(CopyTest, EveryEntryOfATreeReportsForItself) {
     COMMAND_OPTION = kFileRecursive;
     fake_.volume.add_file("/m/src/a", "");

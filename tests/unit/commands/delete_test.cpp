@@ -212,6 +212,33 @@ TEST_F(DeleteTest, ALocalTreeIsDeleted) {
     EXPECT_TRUE(fs::exists(directory_.path()));
 }
 
+TEST_F(DeleteTest, AListedNameIsUsedAsItIs) {
+    COMMAND_OPTION = kFileRecursive;
+    fake_.volume.add_file("/m/kept", "");
+    fake_.volume.add_file("/m/d/x..\\y", "");
+    fake_.volume.add_file("/m/d/sub..\\*/..\\f", "");
+    EXPECT_EQ(del("/m/d").status, 0u);
+    EXPECT_THAT(fake_.calls_of({"delete", "rmdir"}),
+                ElementsAre("delete /m/d/x..\\y", "delete /m/d/sub..\\*/..\\f", "rmdir /m/d/sub..\\*", "rmdir /m/d"));
+    EXPECT_NE(fake_.volume.find("/m/kept"), nullptr);
+    directory_.directory("d/sub..\\x");
+    directory_.file("d/sub..\\x/..\\f", "");
+    EXPECT_EQ(del(directory_.path("d")).status, 0u);
+    EXPECT_FALSE(fs::exists(directory_.path("d")));
+}
+
+TEST_F(DeleteTest, AListedNameThatLeadsOutOfTheDirectoryIsRefused) {
+    COMMAND_OPTION = kFileRecursive;
+    fake_.volume.add_file("/m/kept", "");
+    const FakeNodePointer directory = fake_.volume.add_directory("/m/d");
+    for (const char *name : {"..", ".", "", "../kept", "/m"}) {
+        directory->entries.emplace_back(name, directory);
+    }
+    EXPECT_EQ(del("/m/d").status, 1u);
+    EXPECT_THAT(fake_.calls_of({"delete", "rmdir"}), ElementsAre("rmdir /m/d"));
+    EXPECT_EQ(trace_of("exec_command").size(), 5u);
+}
+
 TEST_F(DeleteTest, ADirectoryIsAskedAboutWhenItsContentIsGone) {
     COMMAND_OPTION = kFileRecursive | kFileInteractive;
     const std::string path = directory_.directory("d");

@@ -85,6 +85,23 @@ TEST_F(FindTest, ARemoteTreeIsWalkedDepthFirstInTheServersOrder) {
               "/m/d/a not a directory/m/d/a \n");
 }
 
+TEST_F(FindTest, AListedNameIsUsedAsItIs) {
+    fake_.volume.add_file("/m/d/sub..\\x/..\\f", "");
+    EXPECT_EQ(find("/m/d").output, "/m/d/sub..\\x \n/m/d/sub..\\x/..\\f not a directory/m/d/sub..\\x/..\\f \n");
+    directory_.directory("sub..\\x");
+    directory_.file("sub..\\x/..\\f", "");
+    EXPECT_THAT(found(), ElementsAre("sub..\\x", "sub..\\x/..\\f"));
+}
+
+TEST_F(FindTest, AListedNameThatLeadsOutOfTheDirectoryIsPassedOver) {
+    const FakeNodePointer directory = fake_.volume.add_directory("/m/d");
+    for (const char *name : {"..", ".", "", "../d", "sub/f", "sub"}) {
+        directory->entries.emplace_back(name, fake_.volume.add_directory("/m/elsewhere"));
+    }
+    EXPECT_EQ(find("/m/d").output, "/m/d/sub \n");
+    EXPECT_EQ(trace_of("findfile").size(), 5u);
+}
+
 TEST_F(FindTest, NothingMatchedIsFour) {
     EXPECT_EQ(find(directory_.path()).status, 4u);
     directory_.file("f", "");

@@ -353,6 +353,16 @@ TEST_F(ListingTest, ATreeIsListedDirectoryByDirectory) {
                                             " \n/m/d/z/c not a directory");
 }
 
+TEST_F(ListingTest, ATreeUsesListedNamesAsTheyAre) {
+    fake_.volume.add_file("/m/d/sub..\\x/a..\\f", "");
+    fake_.volume.find("/m/d")->entries.emplace_back("..", fake_.volume.find("/m"));
+    const Outcome outcome = run([] { return read_dirlist("/m/d", 0); });
+    EXPECT_EQ(outcome.status, 0u);
+    EXPECT_THAT(outcome.output, testing::HasSubstr("DIR: /m/d/sub..\\x \na..\\f"));
+    EXPECT_THAT(outcome.output, testing::Not(testing::HasSubstr("DIR: /m \n")));
+    EXPECT_THAT(trace_of("read_dirlist"), ElementsAre("read_dirlist /m/d lists a name that is none: .."));
+}
+
 TEST_F(ListingTest, AReversedTreeIsWalkedInTheOrderShown) {
     COMMAND_OPTION = kListReverse;
     fake_.volume.add_directory("/m/d/a");

@@ -260,7 +260,8 @@ TEST_F(Executor, RefusesADestinationThatWouldNotFit) {
     // The name "*" of the destination grows to the source's; both operands fit, the result does not.
     recorder().listing = {std::string(300, 'n')};
     EXPECT_EQ(execute(kCopy, "/s/*", (name.substr(0, 250) + "/*").c_str()), 1u);
-    EXPECT_EQ(printed_, failure(1));
+    EXPECT_EQ(printed_, "COPY /s/" + std::string(300, 'n') + " to " + name.substr(0, 250) + "/" +
+                            std::string(300, 'n') + ": \n" + failure(1));
     EXPECT_THAT(calls(), ElementsAre("read_dir(/s, 0)"));
     EXPECT_THAT(trace(), testing::HasSubstr("TWNFS-65059"));
 }
@@ -336,6 +337,15 @@ TEST_F(Executor, MatchesOneCharacterWithAQuestionMark) {
     recorder().listing = {"a1", "a22"};
     execute(kCat, "/d/a?");
     EXPECT_THAT(calls(), ElementsAre("read_dir(/d, 0)", "catfile(/d/a1)"));
+}
+
+TEST_F(Executor, RefusesAListedNameThatLeadsElsewhere) {
+    trace_errors();
+    recorder().listing = {"", ".", "..", "../a", "a/b", "..\\a"};
+    EXPECT_EQ(execute(kDelete, "/d/*"), 1u);
+    EXPECT_THAT(calls(), ElementsAre("read_dir(/d, 0)", "delfile(/d/..\\a)"));
+    EXPECT_THAT(printed_, testing::HasSubstr("DEL /d/../a : \n" + failure(1)));
+    EXPECT_THAT(trace(), testing::HasSubstr("exec_command /d/../a is no entry of a directory"));
 }
 
 TEST_F(Executor, CanRunFromWithinACommand) {

@@ -16,15 +16,19 @@ std::string shown(const char *text) {
     return text != nullptr ? text : "null";
 }
 
-uint32_t note(const char *function, const char *first) {
+std::string shown(const Operand &operand) {
+    return shown(operand.text());
+}
+
+uint32_t note(const char *function, const Operand &first) {
     return recorder().call(function, shown(first));
 }
 
-uint32_t note(const char *function, const char *first, const char *second) {
+uint32_t note(const char *function, const Operand &first, const Operand &second) {
     return recorder().call(function, shown(first) + ", " + shown(second));
 }
 
-uint32_t note(const char *function, const char *first, int32_t number) {
+uint32_t note(const char *function, const Operand &first, int32_t number) {
     return recorder().call(function, shown(first) + ", " + std::to_string(number));
 }
 
@@ -35,54 +39,54 @@ Recorder &recorder() {
     return instance;
 }
 
-uint32_t catfile(const char *path) {
+uint32_t catfile(const Operand &path) {
     return note("catfile", path);
 }
-uint32_t makedir(const char *path) {
+uint32_t makedir(const Operand &path) {
     return note("makedir", path);
 }
-uint32_t removedir(const char *path) {
+uint32_t removedir(const Operand &path) {
     return note("removedir", path);
 }
-uint32_t copyfile(const char *source, const char *destination) {
+uint32_t copyfile(const Operand &source, const Operand &destination) {
     return note("copyfile", source, destination);
 }
-uint32_t delfile(const char *path) {
+uint32_t delfile(const Operand &path) {
     return note("delfile", path);
 }
-uint32_t fsinfodir(const char *path) {
+uint32_t fsinfodir(const Operand &path) {
     return note("fsinfodir", path);
 }
-uint32_t fsstatdir(const char *path) {
+uint32_t fsstatdir(const Operand &path) {
     return note("fsstatdir", path);
 }
-uint32_t statfile(const char *path) {
+uint32_t statfile(const Operand &path) {
     return note("statfile", path);
 }
-uint32_t movefile(const char *source, const char *destination) {
+uint32_t movefile(const Operand &source, const Operand &destination) {
     return note("movefile", source, destination);
 }
-uint32_t findfile(const char *directory, const char *pattern, int32_t) {
+uint32_t findfile(const Operand &directory, const char *pattern, int32_t) {
     return note("findfile", directory, pattern);
 }
-uint32_t ddfile(const char *input, const char *output) {
+uint32_t ddfile(const Operand &input, const Operand &output) {
     return note("ddfile", input, output);
 }
-uint32_t setattrdir(const char *path) {
+uint32_t setattrdir(const Operand &path) {
     return note("setattrdir", path);
 }
-uint32_t getattrdir(const char *path, AttrResult &, int32_t print_block) {
+uint32_t getattrdir(const Operand &path, AttrResult &, int32_t print_block) {
     return note("getattrdir", path, print_block);
 }
-bool is_directory_destination(const char *path) {
-    return recorder().directories.contains(path);
+bool is_directory_destination(const Operand &path) {
+    return recorder().directories.contains(path.text());
 }
 
-uint32_t read_dir(const char *path, NameList &names, int32_t print_names) {
+uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names) {
     names.assign(recorder().listing.begin(), recorder().listing.end());
     return note("read_dir", path, print_names);
 }
-uint32_t read_dirlist(const char *path, int32_t depth) {
+uint32_t read_dirlist(const Operand &path, int32_t depth) {
     return note("read_dirlist", path, depth);
 }
 
