@@ -8,6 +8,7 @@
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
+#include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/resolve.h"
 
 namespace {
@@ -34,7 +35,8 @@ uint32_t local_type(const PathBuffer &path, AttrResult &result, int32_t print_bl
         return kTypeFailure;
     }
     // A link is a link here, wherever it leads: recursion must not leave the tree it was given.
-    if (lstat(path.c_str(), status.get()) != 0) {
+    const LocalPlace place = local_place(path.c_str());
+    if (fstatat(place.directory, place.name, status.get(), AT_SYMLINK_NOFOLLOW) != 0) {
         trace_message("getattrdir", Message::status_unreadable, path.c_str());
         return kTypeFailure;
     }
@@ -137,7 +139,8 @@ bool is_directory_destination(const Operand &path) {
     AttrResult result;
     const uint32_t type = getattrdir(path, result, 0);
     if (type == kTypeDirectory) return true;
-    if (type != kTypeLink || result.is_local == 0) return false;
+    // A link that was put in the place of a directory of a tree is not one of its directories.
+    if (type != kTypeLink || result.is_local == 0 || local_place(path.text()).held) return false;
     struct stat target;
     return stat(path.text(), &target) == 0 && S_ISDIR(target.st_mode);
 }

@@ -28,7 +28,7 @@ enum AttrType : uint32_t { kTypeDirectory = 0, kTypeFailure = 1, kTypeRegular = 
 uint32_t getattrdir(const Operand &path, AttrResult &result, int32_t print_block);
 
 // True when a path, tested as a destination, is a directory: getattrdir says 0, or says 3 and the link is a local one
-// that leads to a directory.
+// that leads to a directory. In a tree that is walked no link counts.
 bool is_directory_destination(const Operand &path);
 
 // Asks permission by permission and sets those of a directory. Returns 0 or 1.

@@ -2,6 +2,7 @@
 // copy: a file from anywhere to anywhere, and with -r a tree.
 #include <sys/stat.h>
 
+#include <optional>
 #include <string>
 
 #include "tslwnfs/commands/attributes.h"
@@ -10,6 +11,7 @@
 #include "tslwnfs/frontend/executor.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/resolve.h"
 #include "tslwnfs/terminal/reasons.h"
 
@@ -43,9 +45,15 @@ bool lies_inside(const PathBuffer &destination, const PathBuffer &source, const 
     return false;
 }
 
+bool is_local(const PathBuffer &path) {
+    AttrResult attributes;
+    getattrdir(path, attributes, 0);
+    return attributes.local != nullptr;
+}
+
 // Copies what the directory holds, through the executor. The entries report for themselves, so a failure among them
 // does not fail the directory.
-uint32_t copy_directory(PathBuffer &source, PathBuffer &destination, const AttrResult &source_attributes) {
+uint32_t copy_directory(const PathBuffer &source, const PathBuffer &destination, const AttrResult &source_attributes) {
     if (commandtype != kCopy || (COMMAND_OPTION & kFileRecursive) == 0) {
         terminal::note_failure(std::string(source.view()) + " is a directory; with -r it is copied, too");
         return 1;
@@ -55,8 +63,14 @@ uint32_t copy_directory(PathBuffer &source, PathBuffer &destination, const AttrR
         return 1;
     }
     if (!is_directory_destination(destination) && makedir(destination) != 0) return 1;
-    if (!extend_path(kRecords.function, source, "/*") || !extend_path(kRecords.function, destination, "/*")) return 1;
-    exec_command(source, destination);
+    PathBuffer content = source;
+    PathBuffer copies = destination;
+    if (!extend_path(kRecords.function, content, "/*") || !extend_path(kRecords.function, copies, "/*")) return 1;
+    std::optional<HeldDirectory> held_source;
+    std::optional<HeldDirectory> held_destination;
+    if (source_attributes.local) held_source.emplace(source);
+    if (is_local(destination)) held_destination.emplace(destination, HeldDirectory::LastLink::followed);
+    exec_command(content, copies);
     return 0;
 }
 

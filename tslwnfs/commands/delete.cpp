@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // del: a file, and with -r a tree.
+#include <optional>
 #include <string>
 
 #include "include/tdm.h"
@@ -10,6 +11,7 @@
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
+#include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/identify.h"
 #include "tslwnfs/storage/resolve.h"
 #include "tslwnfs/terminal/reasons.h"
@@ -28,14 +30,18 @@ bool confirm(const PathBuffer &path) {
 
 // What the directory holds goes first, through the executor; whether anything is left shows when the directory itself
 // is removed.
-uint32_t delete_directory(const PathBuffer &path) {
+uint32_t delete_directory(const PathBuffer &path, const AttrResult &attributes) {
     if (!option(kFileRecursive)) {
         terminal::note_failure(std::string(path.view()) + " is a directory; with -r it is deleted, too");
         return 1;
     }
     PathBuffer content = path;
     if (!extend_path(kFunction, content, "/*")) return 1;
-    exec_command(content, nullptr);
+    {
+        std::optional<HeldDirectory> held;
+        if (attributes.local) held.emplace(path);
+        exec_command(content, nullptr);
+    }
     if (!confirm(path)) return 1;
     return removedir(path) == 0 ? 0 : 1;
 }
@@ -61,7 +67,7 @@ uint32_t delfile(const Operand &path) {
     if (!resolve_operand(kFunction, path, resolved)) return 1;
     AttrResult attributes;
     const uint32_t type = getattrdir(resolved, attributes, 0);
-    if (type == kTypeDirectory) return delete_directory(resolved);
+    if (type == kTypeDirectory) return delete_directory(resolved, attributes);
 
     // Identified only to learn where the file lies. Deletion works by name, so the file is not released.
     TdmFileInfo info = {};

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/commands/deletion.h"
 
-#include <cstdio>
+#include <unistd.h>
 
 #include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/local_file.h"
 
 bool check_deletable(const char *function, const PathBuffer &path) {
@@ -13,7 +14,8 @@ bool check_deletable(const char *function, const PathBuffer &path) {
 }
 
 bool delete_local_file(const char *function, const PathBuffer &path) {
-    if (std::remove(path.c_str()) == 0) return true;
+    const LocalPlace place = local_place(path.c_str());
+    if (unlinkat(place.directory, place.name, 0) == 0) return true;
     trace_message(function, Message::file_not_deleted, path.c_str());
     return false;
 }

@@ -61,7 +61,7 @@ Opened open_local_destination(DestinationFile &destination, const TransferRecord
     destination.local = true;
     const bool exists = is_readable(destination.path.c_str());
     if (exists && !confirm_overwrite(destination.path)) return Opened::refused;
-    destination.stream.reset(std::fopen(destination.path.c_str(), "wb"));
+    destination.stream = create_local_file(destination.path.c_str());
     if (destination.stream == nullptr) {
         trace_message(records.function, Message::file_unopenable, destination.path.c_str());
         return Opened::failed;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // mkdir and rmdir.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include "tslwnfs/commands/files.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/resolve.h"
 
 namespace {
@@ -27,7 +29,8 @@ bool make_one(const PathBuffer &path) {
 
     trace_message("makedir", Message::mkdir_location, path.c_str(), location);
     if (status != 0 || location != TDM_LOCATION_LOCAL) return false;
-    if (mkdir(path.c_str(), S_IRWXU) == 0) return true;
+    const LocalPlace place = local_place(path.c_str());
+    if (mkdirat(place.directory, place.name, S_IRWXU) == 0) return true;
     const int error = errno;
     trace_message("makedir", Message::directory_not_created, path.c_str(), error);
     return false;
@@ -78,7 +81,8 @@ uint32_t removedir(const Operand &path) {
 
     trace_message(kFunction, Message::rmdir_location, resolved.c_str(), location);
     if (status != 0 || location != TDM_LOCATION_LOCAL) return 1;
-    if (rmdir(resolved.c_str()) == 0) return 0;
+    const LocalPlace place = local_place(resolved.c_str());
+    if (unlinkat(place.directory, place.name, AT_REMOVEDIR) == 0) return 0;
     trace_message(kFunction, Message::directory_not_removed, resolved.c_str());
     return 1;
 }

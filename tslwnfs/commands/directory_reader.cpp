@@ -2,6 +2,7 @@
 #include "tslwnfs/commands/directory_reader.h"
 
 #include <dirent.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,6 +17,7 @@
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
+#include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/terminal/reasons.h"
 
 namespace {
@@ -35,9 +37,16 @@ struct DirectoryCloser {
     void operator()(DIR *directory) const { closedir(directory); }
 };
 
+DIR *open_directory(const PathBuffer &path) {
+    const int descriptor = open_local_directory(path.c_str());
+    DIR *const directory = descriptor < 0 ? nullptr : fdopendir(descriptor);
+    if (directory == nullptr && descriptor >= 0) close(descriptor);
+    return directory;
+}
+
 bool read_local(const PathBuffer &path, NameList &names) {
     names.clear();
-    const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(path.c_str()));
+    const std::unique_ptr<DIR, DirectoryCloser> directory(open_directory(path));
     int error = directory == nullptr ? errno : 0;
     while (error == 0) {
         errno = 0;

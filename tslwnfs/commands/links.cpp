@@ -9,6 +9,7 @@
 #include "tslwnfs/commands/listing.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/resolve.h"
 
 namespace {
@@ -18,7 +19,8 @@ constexpr const char *kFunction = "read_link";
 // Gives the target's text. A local target that fills the whole buffer may be longer still: it is refused.
 bool read_local_target(const PathBuffer &link, PathBuffer &text) {
     std::array<char, PathBuffer::kSize> bytes;
-    const ssize_t length = readlink(link.c_str(), bytes.data(), bytes.size());
+    const LocalPlace place = local_place(link.c_str());
+    const ssize_t length = readlinkat(place.directory, place.name, bytes.data(), bytes.size());
     if (length < 0) return false;
     const std::string_view target(bytes.data(), static_cast<std::size_t>(length));
     if (text.assign(target)) return true;

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <string>
 
+#include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/resolve.h"
 
 namespace {
@@ -15,6 +16,23 @@ namespace {
 bool is_directory(FILE *stream) {
     struct stat status;
     return fstat(fileno(stream), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool is_regular(int descriptor) {
+    struct stat status;
+    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// Never waits for the other end of a pipe that somebody put into a tree.
+FileStream open_stream(const LocalPlace &place, int flags, const char *mode) {
+    constexpr mode_t kPermissions = 0666;  // less the umask's
+    const int waits = place.held ? O_NONBLOCK : 0;
+    const int descriptor = openat(place.directory, place.name, flags | waits | O_CLOEXEC, kPermissions);
+    if (descriptor < 0) return nullptr;
+    errno = EINVAL;
+    FILE *const stream = place.held && !is_regular(descriptor) ? nullptr : fdopen(descriptor, mode);
+    if (stream == nullptr) close(descriptor);
+    return FileStream(stream);
 }
 
 bool synchronize(int descriptor) {
@@ -37,7 +55,7 @@ bool synchronize_parent(const char *path) {
 }  // namespace
 
 FileStream open_local_source(const char *path, uint64_t &size) {
-    FileStream stream(std::fopen(path, "rb"));
+    FileStream stream = open_stream(local_place(path), O_RDONLY, "rb");
     if (stream == nullptr || is_directory(stream.get())) return nullptr;
     off_t end = -1;
     if (fseeko(stream.get(), 0, SEEK_END) == 0) end = ftello(stream.get());
@@ -46,8 +64,15 @@ FileStream open_local_source(const char *path, uint64_t &size) {
     return stream;
 }
 
+FileStream create_local_file(const char *path) {
+    const LocalPlace place = local_place(path);
+    return open_stream(place, O_WRONLY | O_CREAT | O_TRUNC | place.no_follow(), "wb");
+}
+
 bool is_readable(const char *path) {
-    const int descriptor = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const LocalPlace place = local_place(path);
+    const int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | place.no_follow();
+    const int descriptor = openat(place.directory, place.name, flags);
     if (descriptor < 0) return false;
     close(descriptor);
     return true;

@@ -493,6 +493,65 @@ TEST_F(CopyTest, AListedNameIsUsedAsItIs) {
     EXPECT_EQ(fake_.volume.content("/m/again/sub..\\d/..\\f"), "two");
 }
 
+TEST_F(CopyTest, ALinkPlantedInADestinationTreeIsRefused) {
+    COMMAND_OPTION = kFileRecursive;
+    directory_.directory("src/sub");
+    directory_.file("src/f", "new");
+    directory_.file("src/sub/f", "new");
+    directory_.file("src/sure", "new");
+    directory_.directory("outside");
+    directory_.file("outside/f", "ours");
+    const std::string destination = directory_.directory("dst");
+    fs::create_symlink(directory_.path("outside"), destination + "/sub");
+    fs::create_symlink(directory_.path("outside/f"), destination + "/f");
+    const Outcome outcome = copy(directory_.path("src"), destination);
+    EXPECT_THAT(outcome.output, testing::HasSubstr("TWNFS-65022: The command failed with status 1.\n"));
+    EXPECT_EQ(read_file(directory_.path("outside/f")), "ours");
+    EXPECT_EQ(read_file(destination + "/sure"), "new");
+    // The directory that the command names may be a link.
+    fs::create_symlink(directory_.directory("real"), directory_.path("link"));
+    EXPECT_EQ(copy(directory_.path("src"), directory_.path("link")).status, 0u);
+    EXPECT_EQ(read_file(directory_.path("real/sub/f")), "new");
+}
+
+TEST_F(CopyTest, ALinkInASourceTreeIsFollowedToRegularFilesOnly) {
+    COMMAND_OPTION = kFileRecursive;
+    const std::string source = directory_.directory("src");
+    ASSERT_EQ(mkfifo(directory_.path("pipe").c_str(), 0600), 0);
+    fs::create_symlink(directory_.path("pipe"), source + "/pipe");
+    fs::create_symlink("/dev/zero", source + "/zero");
+    fs::create_symlink(directory_.file("target", "text"), source + "/file");
+    const Outcome outcome = copy(source, "/m/dst");
+    EXPECT_EQ(outcome.status, 0u);
+    EXPECT_EQ(fake_.volume.content("/m/dst/file"), "text");
+    EXPECT_EQ(fake_.volume.find("/m/dst/pipe"), nullptr);
+    EXPECT_EQ(fake_.volume.find("/m/dst/zero"), nullptr);
+}
+
+TEST_F(CopyTest, APipePlantedInADestinationTreeIsNotWaitedFor) {
+    COMMAND_OPTION = kFileRecursive;
+    directory_.directory("src");
+    directory_.file("src/f", "new");
+    const std::string destination = directory_.directory("dst");
+    ASSERT_EQ(mkfifo((destination + "/f").c_str(), 0600), 0);
+    EXPECT_THAT(copy(directory_.path("src"), destination).output, testing::HasSubstr("status 1"));
+}
+
+TEST_F(CopyTest, ADirectoryThatIsExchangedForALinkIsNotReadThrough) {
+    COMMAND_OPTION = kFileRecursive;
+    const std::string tree = directory_.directory("src");
+    directory_.directory("src/sub");
+    directory_.file("src/sub/f", "theirs");
+    directory_.directory("outside");
+    directory_.file("outside/f", "ours");
+    fake_.when("identify", [&] {
+        fs::rename(tree + "/sub", directory_.path("moved"));
+        fs::create_symlink(directory_.path("outside"), tree + "/sub");
+    });
+    copy(tree, "/m/dst");
+    EXPECT_EQ(fake_.volume.content("/m/dst/sub/f"), "theirs");
+}
+
 TEST_F(CopyTest, EveryEntryOfATreeReportsForItself) {
     COMMAND_OPTION = kFileRecursive;
     fake_.volume.add_file("/m/src/a", "");

@@ -239,6 +239,41 @@ TEST_F(DeleteTest, AListedNameThatLeadsOutOfTheDirectoryIsRefused) {
     EXPECT_EQ(trace_of("exec_command").size(), 5u);
 }
 
+TEST_F(DeleteTest, ADirectoryThatIsExchangedForALinkLeadsNowhereElse) {
+    COMMAND_OPTION = kFileRecursive;
+    const std::string tree = directory_.directory("d");
+    directory_.directory("d/sub");
+    directory_.file("d/sub/f", "theirs");
+    directory_.directory("outside");
+    directory_.file("outside/f", "ours");
+    fake_.when("identify", [&] {
+        fs::rename(tree + "/sub", directory_.path("moved"));
+        fs::create_symlink(directory_.path("outside"), tree + "/sub");
+    });
+    EXPECT_EQ(del(tree).status, 1u);
+    EXPECT_EQ(read_file(directory_.path("outside/f")), "ours");
+    EXPECT_FALSE(fs::exists(directory_.path("moved/f")));
+    EXPECT_TRUE(fs::is_symlink(tree + "/sub"));
+}
+
+TEST_F(DeleteTest, ADirectoryThatIsExchangedBeforeItIsListedLeadsNowhereElse) {
+    COMMAND_OPTION = kFileRecursive;
+    const std::string tree = directory_.directory("d");
+    directory_.directory("d/sub");
+    directory_.file("d/sub/f", "theirs");
+    directory_.directory("outside");
+    directory_.file("outside/f", "ours");
+    // The first question about the directory below is whether it is one; what follows lists it.
+    fake_.when("fsinfo", [&] {
+        fake_.when("fsinfo", [&] {
+            fs::rename(tree + "/sub", directory_.path("moved"));
+            fs::create_symlink(directory_.path("outside"), tree + "/sub");
+        });
+    });
+    EXPECT_EQ(del(tree).status, 1u);
+    EXPECT_EQ(read_file(directory_.path("outside/f")), "ours");
+}
+
 TEST_F(DeleteTest, ADirectoryIsAskedAboutWhenItsContentIsGone) {
     COMMAND_OPTION = kFileRecursive | kFileInteractive;
     const std::string path = directory_.directory("d");
