@@ -3,6 +3,7 @@
 
 #include <array>
 #include <new>
+#include <optional>
 
 #include "tslwnfs/commands/attribute_block.h"
 #include "tslwnfs/frontend/messages.h"
@@ -52,6 +53,20 @@ uint32_t local_type(const PathBuffer &path, AttrResult &result, int32_t print_bl
                                           .wide_permission_labels = true});
     }
     return kTypeDirectory;
+}
+
+bool is_directory(const AttrResult &result) {
+    if (result.local) return S_ISDIR(result.local->st_mode);
+    return !result.remote || result.remote->type == TDM_TYPE_DIRECTORY;
+}
+
+// What a local link leads to; nothing when it dangles.
+std::optional<Kind> target_kind(const char *link) {
+    const LocalPlace place = local_place(link);
+    struct stat target;
+    if (fstatat(place.directory, place.name, &target, 0) != 0) return std::nullopt;
+    if (S_ISDIR(target.st_mode)) return Kind::directory;
+    return S_ISREG(target.st_mode) ? Kind::regular : Kind::special;
 }
 
 struct PermissionQuestion {
@@ -135,14 +150,34 @@ uint32_t getattrdir(const Operand &path, AttrResult &result, int32_t print_block
     return local_type(resolved, result, print_block);
 }
 
+Kind kind_of(const Operand &path, AttrResult &result) {
+    switch (getattrdir(path, result, 0)) {
+        case kTypeDirectory:
+            return is_directory(result) ? Kind::directory : Kind::special;
+        case kTypeRegular:
+            return Kind::regular;
+        case kTypeLink:
+            return Kind::link;
+        default:
+            return Kind::missing;
+    }
+}
+
+Kind destination_kind(const Operand &path, AttrResult &result) {
+    const Kind kind = kind_of(path, result);
+    // A link that was put in the place of a directory of a tree is not one of its directories.
+    if (kind != Kind::link || !result.local || local_place(path.text()).held) return kind;
+    return target_kind(path.text()).value_or(kind);
+}
+
+bool leads_to_special(const PathBuffer &path, Kind kind, const AttrResult &attributes) {
+    if (kind != Kind::link || !attributes.local) return kind == Kind::special;
+    return target_kind(path.c_str()) == Kind::special;
+}
+
 bool is_directory_destination(const Operand &path) {
     AttrResult result;
-    const uint32_t type = getattrdir(path, result, 0);
-    if (type == kTypeDirectory) return true;
-    // A link that was put in the place of a directory of a tree is not one of its directories.
-    if (type != kTypeLink || result.is_local == 0 || local_place(path.text()).held) return false;
-    struct stat target;
-    return stat(path.text(), &target) == 0 && S_ISDIR(target.st_mode);
+    return destination_kind(path, result) == Kind::directory;
 }
 
 uint32_t setattrdir(const Operand &path) {

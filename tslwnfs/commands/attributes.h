@@ -27,8 +27,22 @@ enum AttrType : uint32_t { kTypeDirectory = 0, kTypeFailure = 1, kTypeRegular = 
 // feed). A local link is not followed.
 uint32_t getattrdir(const Operand &path, AttrResult &result, int32_t print_block);
 
-// True when a path, tested as a destination, is a directory: getattrdir says 0, or says 3 and the link is a local one
-// that leads to a directory. In a tree that is walked no link counts.
+// What a path leads to, for a command that acts on it. getattrdir does not tell directories from the fifos, sockets and
+// devices that nothing may descend into.
+enum class Kind : uint8_t { missing, directory, regular, link, special };
+
+// Asks getattrdir, without printing a block. Where the storage interface gave no record, its 0 is a directory.
+Kind kind_of(const Operand &path, AttrResult &result);
+
+// The same for a destination: a local link that leads to a directory or special file is that, outside of a tree that is
+// walked.
+Kind destination_kind(const Operand &path, AttrResult &result);
+
+// Whether reading a source would mean a special file: kind and attributes are what kind_of() gave, and a local link is
+// followed.
+bool leads_to_special(const PathBuffer &path, Kind kind, const AttrResult &attributes);
+
+// True when a path, tested as a destination, is a directory. In a tree that is walked no link counts.
 bool is_directory_destination(const Operand &path);
 
 // Asks permission by permission and sets those of a directory. Returns 0 or 1.

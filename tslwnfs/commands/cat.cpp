@@ -50,7 +50,7 @@ uint32_t catfile(const Operand &path) {
     if (!requests.allocate(kRecords.function)) return 1;
     SourceFile source;
     if (!resolve_operand(kRecords.function, path, source.path)) return 1;
-    if (is_directory_source(source.path)) return 1;
+    if (!is_readable_source(source.path, path, kRecords)) return 1;
 
     if (!open_source(source, kRecords) || !print_content(source, requests)) return 1;
     if (!shrink_source(source, kRecords)) return 1;

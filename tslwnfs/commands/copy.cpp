@@ -74,15 +74,18 @@ uint32_t copy_directory(const PathBuffer &source, const PathBuffer &destination,
     return 0;
 }
 
-// Inside a directory the copy keeps the source's name.
-bool name_destination(const SourceFile &source, DestinationFile &destination) {
-    if (!is_directory_destination(destination.path)) return true;
+// Inside a directory the copy keeps the source's name. A special file takes what was named by itself, on this host.
+bool name_destination(const SourceFile &source, const Operand &operand, DestinationFile &destination) {
+    AttrResult attributes;
+    const Kind kind = destination_kind(destination.path, attributes);
+    if (kind == Kind::special) return is_stream_allowed(destination.path, kind, attributes, operand, kRecords);
+    if (kind != Kind::directory) return true;
     return extend_path(kRecords.function, destination.path, "/") &&
            extend_path(kRecords.function, destination.path, base_name(source.path.view()));
 }
 
-uint32_t copy_file(SourceFile &source, DestinationFile &destination, RequestSlots &requests) {
-    if (!open_source(source, kRecords) || !name_destination(source, destination)) return 1;
+uint32_t copy_file(SourceFile &source, const Operand &operand, DestinationFile &destination, RequestSlots &requests) {
+    if (!open_source(source, kRecords) || !name_destination(source, operand, destination)) return 1;
     switch (open_destination(destination, source, kRecords)) {
         case Opened::refused:
             // Whoever declines gets no clean-up: the source stays as long as it was made.
@@ -110,8 +113,8 @@ uint32_t copyfile(const Operand &source, const Operand &destination) {
     if (!resolve_operand(kRecords.function, destination, to.path)) return 1;
 
     AttrResult attributes;
-    if (getattrdir(from.path, attributes, 0) == kTypeDirectory) {
-        return copy_directory(from.path, to.path, attributes);
-    }
-    return copy_file(from, to, requests);
+    const Kind kind = kind_of(from.path, attributes);
+    if (kind == Kind::directory) return copy_directory(from.path, to.path, attributes);
+    if (!is_stream_allowed(from.path, kind, attributes, source, kRecords)) return 1;
+    return copy_file(from, source, to, requests);
 }

@@ -97,7 +97,7 @@ uint64_t ask_size() {
 
 bool open_input_file(const Operand &input, Run &run) {
     if (!resolve_operand(kFunction, input, run.source.path)) return false;
-    if (is_directory_source(run.source.path)) return false;
+    if (!is_readable_source(run.source.path, input, kDdRecords)) return false;
     if (!open_source(run.source, kDdRecords)) return false;
     run.size = run.source.size;
     if (run.source.local && SKIP != 0 && position(run.source.stream.get(), run.source.path, SKIP)) {
@@ -165,7 +165,10 @@ bool open_output(const Operand &input, const Operand &output, Run &run) {
     if (offound == 0) return true;
     PathBuffer &path = run.destination.path;
     if (!resolve_operand(kFunction, output, path)) return false;
-    if (is_directory_destination(path)) {
+    AttrResult attributes;
+    const Kind kind = destination_kind(path, attributes);
+    if (kind == Kind::special && !is_stream_allowed(path, kind, attributes, output, kDdRecords)) return false;
+    if (kind == Kind::directory) {
         const std::string_view named = iffound == 0 ? std::string_view(input.text()) : run.source.path.view();
         if (!extend_path(kFunction, path, "/") || !extend_path(kFunction, path, base_name(named))) return false;
     }

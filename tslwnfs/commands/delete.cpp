@@ -46,9 +46,7 @@ uint32_t delete_directory(const PathBuffer &path, const AttrResult &attributes) 
     return removedir(path) == 0 ? 0 : 1;
 }
 
-// A link is deleted as a link: what it leads to need neither exist nor be readable.
-uint32_t delete_local(const PathBuffer &path, bool is_link) {
-    if (!is_link && !check_deletable(kFunction, path)) return 1;
+uint32_t delete_local(const PathBuffer &path) {
     return confirm(path) && delete_local_file(kFunction, path) ? 0 : 1;
 }
 
@@ -60,24 +58,35 @@ uint32_t delete_remote(const PathBuffer &path) {
     return 1;
 }
 
+// Identified only to learn where the file lies. Deletion works by name, so the file is not released.
+uint32_t delete_regular(const PathBuffer &path) {
+    TdmFileInfo info = {};
+    switch (identify_existing(kFunction, path, info)) {
+        case FileKind::local:
+            return check_deletable(kFunction, path) ? delete_local(path) : 1;
+        case FileKind::remote:
+            return delete_remote(path);
+        case FileKind::failed:
+            break;
+    }
+    return 1;
+}
+
 }  // namespace
 
 uint32_t delfile(const Operand &path) {
     PathBuffer resolved;
     if (!resolve_operand(kFunction, path, resolved)) return 1;
     AttrResult attributes;
-    const uint32_t type = getattrdir(resolved, attributes, 0);
-    if (type == kTypeDirectory) return delete_directory(resolved, attributes);
-
-    // Identified only to learn where the file lies. Deletion works by name, so the file is not released.
-    TdmFileInfo info = {};
-    switch (identify_existing(kFunction, resolved, info)) {
-        case FileKind::local:
-            return delete_local(resolved, type == kTypeLink);
-        case FileKind::remote:
-            return delete_remote(resolved);
-        case FileKind::failed:
-            break;
+    switch (kind_of(resolved, attributes)) {
+        case Kind::directory:
+            return delete_directory(resolved, attributes);
+        case Kind::link:
+        case Kind::special:
+            // Neither what a link leads to nor what a pipe or device gives is of interest: not even whether there is
+            // something.
+            return attributes.local ? delete_local(resolved) : delete_remote(resolved);
+        default:
+            return delete_regular(resolved);
     }
-    return 1;
 }

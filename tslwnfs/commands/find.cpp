@@ -51,15 +51,15 @@ bool is_within_bounds(int32_t size) {
     return !option(kFindSizeAtMost) || size <= find_size_lsize;
 }
 
-bool is_wanted_type(uint32_t type) {
+bool is_wanted_type(Kind kind) {
     if (!option(kFindType)) return true;
-    if (type == kTypeDirectory) return find_type_c == 'd';
-    return type == kTypeRegular && find_type_c == 'f';
+    if (kind == Kind::directory) return find_type_c == 'd';
+    return kind == Kind::regular && find_type_c == 'f';
 }
 
-bool passes_tests(uint32_t type, const AttrResult &attributes, const std::string &path) {
+bool passes_tests(Kind kind, const AttrResult &attributes, const std::string &path) {
     const int32_t size = compared_size(attributes);
-    if (!is_wanted_type(type) || !is_within_bounds(size)) return false;
+    if (!is_wanted_type(kind) || !is_within_bounds(size)) return false;
     if (option(kFindSize) && size != find_size_size) return false;
     return !option(kFindPath) || matches(find_path_pattern == nullptr ? "" : find_path_pattern, path);
 }
@@ -157,15 +157,15 @@ class Walk {
     uint32_t entry(const std::string &path, const std::string &name, int32_t depth) {
         if (path.size() >= PathBuffer::kSize) return kNothing;
         AttrResult attributes;
-        uint32_t type = getattrdir(Operand::ready(path.c_str()), attributes, 0);
-        if (attributes.empty()) type = kTypeFailure;
-        if (option(kFindFollow) && type == kTypeLink) {
+        Kind kind = kind_of(Operand::ready(path.c_str()), attributes);
+        if (attributes.empty()) kind = Kind::missing;
+        if (option(kFindFollow) && kind == Kind::link) {
             follow(path, depth);
             return kNothing;
         }
-        const bool matched = matches(pattern_, name) && type != kTypeFailure && passes_tests(type, attributes, path);
+        const bool matched = matches(pattern_, name) && kind != Kind::missing && passes_tests(kind, attributes, path);
         if (matched) report_match(path);
-        const uint32_t below = type == kTypeDirectory ? directory(Operand::ready(path.c_str()), depth + 1) : kNothing;
+        const uint32_t below = kind == Kind::directory ? directory(Operand::ready(path.c_str()), depth + 1) : kNothing;
         return matched || below == kMatched ? kMatched : kNothing;
     }
 

@@ -21,7 +21,7 @@ void list_subdirectories(const PathBuffer &path, const NameList &names, int32_t 
         PathBuffer full;
         if (!join_path("read_dirlist", path, name, full)) continue;
         AttrResult attributes;
-        if (getattrdir(full, attributes, 0) != kTypeDirectory || attributes.empty()) continue;
+        if (kind_of(full, attributes) != Kind::directory || attributes.empty()) continue;
         read_dirlist(full, depth + 1);
     }
 }
@@ -35,8 +35,8 @@ uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names) {
 
     Listed listed = Listed::directory;
     AttrResult attributes;
-    const uint32_t type = getattrdir(resolved, attributes, 0);
-    if (type == kTypeRegular || type == kTypeLink) {
+    const Kind kind = kind_of(resolved, attributes);
+    if (kind != Kind::directory && kind != Kind::missing) {
         listed = Listed::single_path;
         names.emplace_back(resolved.view());
     } else if (!read_directory(resolved, names)) {

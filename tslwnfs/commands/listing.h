@@ -12,7 +12,7 @@
 using NameList = std::vector<std::string>;
 
 // Lists the names of a directory, without "." and "..", in the order they were read, and with print_names prints them.
-// A regular file or a link is a list of its resolved path alone. Returns 0 or 1.
+// What is no directory is a list of its resolved path alone. Returns 0 or 1.
 uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names);
 
 // Lists a tree, a directory at a time, 50 levels deep at most. Returns 0 or 1.

@@ -43,9 +43,9 @@ std::string padded(const std::string &name) {
 bool fetch_attributes(const PathBuffer &path, const std::string &name, Listed listed, AttrResult &attributes) {
     PathBuffer full = path;
     if (listed == Listed::directory && !join_path("read_dir", path, name, full)) return false;
-    const uint32_t type = getattrdir(full, attributes, 0);
-    if (type == kTypeFailure || attributes.empty()) return false;
-    return type == kTypeDirectory || !option(kListDirectoriesOnly);
+    const Kind kind = kind_of(full, attributes);
+    if (kind == Kind::missing || attributes.empty()) return false;
+    return kind == Kind::directory || !option(kListDirectoriesOnly);
 }
 
 std::vector<Entry> shown_entries(const PathBuffer &path, const NameList &names, Listed listed) {

@@ -58,6 +58,28 @@ bool delete_remote(const PathBuffer &path) {
     return false;
 }
 
+// What a special file gives is no content that could be moved, and what it takes is gone.
+bool refuse_special(const PathBuffer &path) {
+    trace_failure(kRecords.function, "%s is a special file; nothing is moved", path.c_str());
+    return false;
+}
+
+bool is_movable(const PathBuffer &path) {
+    AttrResult attributes;
+    const Kind kind = kind_of(path, attributes);
+    if (leads_to_special(path, kind, attributes)) return refuse_special(path);
+    if (kind == Kind::directory) terminal::note_failure(std::string(path.view()) + " is a directory, not a file");
+    return kind != Kind::directory;
+}
+
+bool takes_file(const PathBuffer &path) {
+    AttrResult attributes;
+    const Kind kind = destination_kind(path, attributes);
+    if (kind == Kind::special) return refuse_special(path);
+    if (kind == Kind::directory) terminal::note_failure(std::string(path.view()) + " is a directory");
+    return kind != Kind::directory;
+}
+
 uint32_t finish(const SourceFile &source, const DestinationFile &destination) {
     if (destination.local) return 0;
     if (!resize_destination(destination, source.size, kRecords)) return 1;
@@ -71,10 +93,7 @@ uint32_t finish(const SourceFile &source, const DestinationFile &destination) {
 
 uint32_t move_file(SourceFile &source, DestinationFile &destination, RequestSlots &requests) {
     if (!open_source(source, kRecords)) return 1;
-    if (is_directory_destination(destination.path)) {
-        terminal::note_failure(std::string(destination.path.view()) + " is a directory");
-        return 1;
-    }
+    if (!takes_file(destination.path)) return 1;
     switch (open_destination(destination, source, kRecords)) {
         case Opened::refused:
             // Whoever declines gets no clean-up: the source stays as long as it was made.
@@ -105,6 +124,6 @@ uint32_t movefile(const Operand &source, const Operand &destination) {
     if (!resolve_operand(kRecords.function, source, from.path)) return 1;
     if (!resolve_operand(kRecords.function, destination, to.path)) return 1;
 
-    if (is_directory_source(from.path)) return 1;
+    if (!is_movable(from.path)) return 1;
     return move_file(from, to, requests);
 }

@@ -55,11 +55,20 @@ uint64_t padding_for(uint64_t size) {
     return padding > UINT64_MAX - size ? 0 : padding;
 }
 
-bool is_directory_source(const PathBuffer &path) {
+bool is_stream_allowed(const PathBuffer &path, Kind kind, const AttrResult &attributes, const Operand &operand,
+                       const TransferRecords &records) {
+    if (!leads_to_special(path, kind, attributes)) return true;
+    if (attributes.local && operand.is_typed()) return true;
+    trace_failure(records.function, "%s is a special file and is passed over", path.c_str());
+    return false;
+}
+
+bool is_readable_source(const PathBuffer &path, const Operand &operand, const TransferRecords &records) {
     AttrResult attributes;
-    if (getattrdir(path, attributes, 0) != kTypeDirectory) return false;
+    const Kind kind = kind_of(path, attributes);
+    if (kind != Kind::directory) return is_stream_allowed(path, kind, attributes, operand, records);
     terminal::note_failure(std::string(path.view()) + " is a directory, not a file");
-    return true;
+    return false;
 }
 
 SourceFile::~SourceFile() {

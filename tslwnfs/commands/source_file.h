@@ -10,6 +10,7 @@
 
 #include "include/tdm.h"
 #include "platform/path_buffer.h"
+#include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/storage/local_file.h"
 #include "tslwnfs/storage/transfer.h"
 
@@ -45,8 +46,13 @@ struct SourceFile {
     bool extended = false;  // longer on the server than size
 };
 
-// True for a resolved path that leads to a directory, or to what is neither a file nor a link.
-[[nodiscard]] bool is_directory_source(const PathBuffer &path);
+// Whether a command may read what a path leads to: no directory, and a special file (a pipe, a socket, a device) only
+// where it lies on this host and was named by itself. Otherwise says why. path is operand, resolved.
+[[nodiscard]] bool is_readable_source(const PathBuffer &path, const Operand &operand, const TransferRecords &records);
+
+// The same where kind and attributes of a path that is no directory are known.
+[[nodiscard]] bool is_stream_allowed(const PathBuffer &path, Kind kind, const AttrResult &attributes,
+                                     const Operand &operand, const TransferRecords &records);
 
 // Opens source.path, resolved, and grows it when it is remote and needs padding. Traces what failed.
 [[nodiscard]] bool open_source(SourceFile &source, const TransferRecords &records);

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <csignal>
 #include <filesystem>
 
 #include "tests/support/allocation_faults.h"
+#include "tests/support/file_size_limit.h"
 #include "tests/unit/commands/command_fixture.h"
 #include "tslwnfs/commands/file_transfer.h"
 #include "tslwnfs/commands/files.h"
+#include "tslwnfs/frontend/executor.h"
 
 namespace fs = std::filesystem;
 
@@ -353,26 +353,6 @@ TEST_F(CopyTest, MissingMemoryIsTraced) {
     }
 }
 
-// While one lives, no file of this process may grow beyond a size.
-class FileSizeLimit {
-  public:
-    explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-        getrlimit(RLIMIT_FSIZE, &previous_);
-        const rlimit limit = {.rlim_cur = bytes, .rlim_max = previous_.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() {
-        setrlimit(RLIMIT_FSIZE, &previous_);
-        std::signal(SIGXFSZ, handler_);
-    }
-    FileSizeLimit(const FileSizeLimit &) = delete;
-    FileSizeLimit &operator=(const FileSizeLimit &) = delete;
-
-  private:
-    rlimit previous_ = {};
-    void (*handler_)(int);
-};
-
 TEST_F(CopyTest, ALocalFileThatCannotTakeTheDataFails) {
     fake_.volume.add_file("/m/src", sample_text(100001));
     const std::string destination = directory_.path("dst");
@@ -526,6 +506,47 @@ TEST_F(CopyTest, ALinkInASourceTreeIsFollowedToRegularFilesOnly) {
     EXPECT_EQ(fake_.volume.content("/m/dst/file"), "text");
     EXPECT_EQ(fake_.volume.find("/m/dst/pipe"), nullptr);
     EXPECT_EQ(fake_.volume.find("/m/dst/zero"), nullptr);
+}
+
+TEST_F(CopyTest, SpecialFilesOfATreeArePassedOver) {
+    COMMAND_OPTION = kFileRecursive;
+    const std::string source = directory_.directory("src");
+    ASSERT_EQ(mkfifo((source + "/pipe").c_str(), 0600), 0);
+    directory_.file("src/file", "text");
+    const Outcome outcome = copy(source, "/m/dst");
+    EXPECT_THAT(outcome.output, testing::HasSubstr("COPY " + source + "/pipe to /m/dst/pipe: \n" +
+                                                   "TWNFS-65022: The command failed with status 1.\n"));
+    EXPECT_EQ(fake_.volume.find("/m/dst/pipe"), nullptr);
+    EXPECT_EQ(fake_.volume.content("/m/dst/file"), "text");
+    EXPECT_THAT(trace_of("copyfile"), testing::Contains("copyfile " + source +
+                                                        "/pipe is a special file and is passed "
+                                                        "over"));
+    fake_.volume.add_file("/m/far/pipe", "")->attributes.type = 7;
+    copy("/m/far", directory_.path("near"));
+    EXPECT_TRUE(fs::is_empty(directory_.path("near")));
+}
+
+TEST_F(CopyTest, ASpecialFileIsUsedWhenItIsNamedByItselfOnThisHost) {
+    fake_.volume.add_file("/m/src", "text");
+    Outcome outcome = copy("/m/src", "/dev/null");
+    EXPECT_EQ(outcome.status, 0u);
+    EXPECT_THAT(outcome.output, testing::HasSubstr("will overwrite...\n"));
+    EXPECT_EQ(copy("/dev/null", directory_.path("empty")).status, 0u);
+    EXPECT_EQ(read_file(directory_.path("empty")), "");
+    fake_.volume.add_file("/m/pipe", "")->attributes.type = 7;
+    for (const auto &[from, to] : {std::pair{"/m/pipe", "/m/new"}, std::pair{"/m/src", "/m/pipe"}}) {
+        EXPECT_EQ(copy(from, to).status, 1u);
+        EXPECT_EQ(trace_of("copyfile").back(), "copyfile /m/pipe is a special file and is passed over");
+    }
+}
+
+TEST_F(CopyTest, AWildcardPassesOverSpecialFiles) {
+    ASSERT_EQ(mkfifo(directory_.path("pipe").c_str(), 0600), 0);
+    fs::create_symlink("/dev/zero", directory_.path("zero"));
+    const std::string pattern = directory_.path("*");
+    const Outcome outcome = run([&] { return exec_command(pattern.c_str(), "/m/*"); });
+    EXPECT_EQ(outcome.status, 1u);
+    EXPECT_THAT(fake_.calls_of({"create", "mkdir"}), IsEmpty());
 }
 
 TEST_F(CopyTest, APipePlantedInADestinationTreeIsNotWaitedFor) {

@@ -106,9 +106,34 @@ TEST_F(DeleteTest, ALinkIsDeletedAndWhatItLeadsToStays) {
     EXPECT_TRUE(fs::exists(target + "/f"));
 }
 
-TEST_F(DeleteTest, APipeCountsAsADirectory) {
-    ASSERT_EQ(mkfifo(directory_.path("pipe").c_str(), 0600), 0);
-    EXPECT_EQ(del(directory_.path("pipe")).status, 1u);
+TEST_F(DeleteTest, ASpecialFileIsDeletedWithoutALookInside) {
+    const std::string pipe = directory_.path("d/pipe");
+    directory_.directory("d");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0), 0);
+    EXPECT_EQ(del(pipe).status, 0u);
+    EXPECT_FALSE(fs::exists(pipe));
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0), 0);
+    fake_.volume.add_file("/m/d/pipe", "")->attributes.type = 7;
+    COMMAND_OPTION = kFileRecursive;
+    EXPECT_EQ(del("/m/d").status, 0u);
+    EXPECT_EQ(del(directory_.path("d")).status, 0u);
+    EXPECT_EQ(fake_.volume.find("/m/d"), nullptr);
+    EXPECT_FALSE(fs::exists(directory_.path("d")));
+    EXPECT_THAT(fake_.calls_of({"identify"}), IsEmpty());
+}
+
+TEST_F(DeleteTest, ARemoteLinkIsDeletedAsALink) {
+    COMMAND_OPTION = kFileRecursive;
+    fake_.volume.add_file("/m/kept/f", "");
+    fake_.volume.add_link("/m/d/dangling", "/m/nowhere");
+    fake_.volume.add_link("/m/d/directory", "/m/kept");
+    fake_.volume.add_link("/m/d/local", "/etc");
+    // Nothing that follows a link works here.
+    fake_.answer("identify", 0, {.status = 40, .location = {}});
+    EXPECT_EQ(del("/m/d").status, 0u);
+    EXPECT_THAT(fake_.calls_of({"identify", "delete", "rmdir"}),
+                ElementsAre("delete /m/d/dangling", "delete /m/d/directory", "delete /m/d/local", "rmdir /m/d"));
+    EXPECT_NE(fake_.volume.find("/m/kept/f"), nullptr);
 }
 
 TEST_F(DeleteTest, RemoteFailuresAreTracedWithTheDeletionStatus) {

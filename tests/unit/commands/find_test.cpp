@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -211,6 +213,7 @@ TEST_F(FindTest, TypesAreDirectoryAndFileOnly) {
     directory_.directory("sub");
     directory_.file("f", "");
     fs::create_symlink("f", directory_.path("link"));
+    ASSERT_EQ(mkfifo(directory_.path("pipe").c_str(), 0600), 0);
     COMMAND_OPTION = kFindType;
     find_type_c = 'd';
     EXPECT_THAT(found(), ElementsAre("sub"));
@@ -221,7 +224,7 @@ TEST_F(FindTest, TypesAreDirectoryAndFileOnly) {
         EXPECT_EQ(find(directory_.path()).status, 4u) << letter;
     }
     COMMAND_OPTION = 0;
-    EXPECT_THAT(found(), ElementsAre("f", "link", "sub"));
+    EXPECT_THAT(found(), ElementsAre("f", "link", "pipe", "sub"));
 }
 
 TEST_F(FindTest, TypeAndSizeAreBothRequired) {

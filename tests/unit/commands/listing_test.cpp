@@ -135,15 +135,31 @@ TEST_F(ListingTest, ADirectoryFoundToBeLocalWhileReadingIsReadLocally) {
               "read_dir TWNFS-65043: Reading the directory " + directory_.path() + ": location code 1.");
 }
 
-TEST_F(ListingTest, WhatIsNoRemoteDirectoryIsSaidOnTheOutput) {
-    fake_.volume.add_file("/m/pipe", "")->attributes.type = 7;
-    Outcome outcome = list("/m/pipe");
+TEST_F(ListingTest, WhatIsNoRemoteDirectoryAnyMoreIsSaidOnTheOutput) {
+    const FakeNodePointer node = fake_.volume.add_directory("/m/d");
+    const auto exchange = [&] {
+        node->attributes.type = TDM_TYPE_DIRECTORY;
+        fake_.when("fsinfo", [&] { node->attributes.type = TDM_TYPE_REGULAR; });
+    };
+    exchange();
+    Outcome outcome = list("/m/d");
     EXPECT_EQ(outcome.status, 1u);
-    EXPECT_EQ(outcome.output, "/m/pipe not a directorynot a directory\n");
+    EXPECT_EQ(outcome.output, "not a directory\n");
+    exchange();
     turn_log_on();
-    outcome = list("/m/pipe");
+    outcome = list("/m/d");
     EXPECT_EQ(outcome.output, "");
-    EXPECT_EQ(outcome.log, "/m/pipe not a directorynot a directory\n");
+    EXPECT_EQ(outcome.log, "not a directory\n");
+}
+
+TEST_F(ListingTest, ASpecialFileIsListedByItsPath) {
+    ASSERT_EQ(mkfifo(directory_.path("pipe").c_str(), 0600), 0);
+    fake_.volume.add_file("/m/pipe", "")->attributes.type = 7;
+    EXPECT_EQ(list(directory_.path("pipe")).status, 0u);
+    EXPECT_THAT(names_, ElementsAre(directory_.path("pipe")));
+    EXPECT_THAT(list("/m/pipe").output, testing::StartsWith("/m/pipe not a directory/m/pipe "));
+    COMMAND_OPTION = kListDirectoriesOnly;
+    EXPECT_EQ(list(directory_.path()).output, "");
 }
 
 TEST_F(ListingTest, MissingMemoryIsTraced) {

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "tests/support/allocation_faults.h"
+#include "tests/support/file_size_limit.h"
 #include "tests/unit/commands/command_fixture.h"
 #include "tslwnfs/commands/files.h"
 #include "tslwnfs/frontend/executor.h"
@@ -122,12 +123,31 @@ TEST_F(MoveDeathTest, ABrokenTransferEndsTheProcessWithTheSourceIntact) {
 }
 
 TEST_F(MoveTest, TheSourceStaysWhenTheLocalDestinationLosesData) {
-    // A device that takes nothing; it is no directory to the type test once a link stands in front of it.
-    fs::create_symlink("/dev/full", directory_.path("full"));
+    fake_.volume.add_file("/m/src", sample_text(4000));
+    const std::string destination = directory_.path("dst");
+    {
+        const FileSizeLimit limit(3000);
+        EXPECT_EQ(move("/m/src", destination).status, 1u);
+    }
+    EXPECT_EQ(fake_.volume.content("/m/src"), sample_text(4000));
+    EXPECT_EQ(trace().back(), "movefile TWNFS-65061: The file " + destination + " could not be opened.");
+}
+
+TEST_F(MoveTest, SpecialFilesAreNeverMovedNorMovedOnto) {
+    const std::string pipe = directory_.path("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    fs::create_symlink("/dev/null", directory_.path("link"));
     fake_.volume.add_file("/m/src", "text");
-    EXPECT_EQ(move("/m/src", directory_.path("full")).status, 1u);
-    EXPECT_EQ(fake_.volume.content("/m/src"), "text");
-    EXPECT_EQ(trace().back(), "movefile TWNFS-65061: The file " + directory_.path("full") + " could not be opened.");
+    fake_.volume.add_file("/m/pipe", "")->attributes.type = 7;
+    for (const std::string &special : {pipe, directory_.path("link"), std::string("/m/pipe")}) {
+        for (const auto &[from, to] :
+             {std::pair{special, std::string("/m/new")}, std::pair{std::string("/m/src"), special}}) {
+            EXPECT_EQ(move(from, to).status, 1u);
+            EXPECT_EQ(trace().back(), "movefile " + special + " is a special file; nothing is moved");
+        }
+    }
+    EXPECT_THAT(fake_.calls_of({"create", "delete"}), IsEmpty());
+    EXPECT_TRUE(fs::exists(pipe));
 }
 
 TEST_F(MoveTest, ALocalMoveCopiesAndRemoves) {
