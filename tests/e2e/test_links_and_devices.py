@@ -87,3 +87,67 @@ def test_remote_special_files_are_neither_read_nor_written_nor_moved(server, pla
         assert server.run(*words).status == 1, words
     assert os.listdir(place.files) == ["pipe"]
     assert os.listdir(tmp_path) == ["f"]
+
+
+def grow_links(folder):
+    """Directories reached through links, and links that go up from where they really are."""
+    (folder / "real" / "sub").mkdir(parents=True)
+    (folder / "real" / "file").write_bytes(b"x" * 77)
+    (folder / "real" / "sub" / "up").symlink_to("../file")
+    (folder / "file").write_bytes(b"y" * 5)
+    (folder / "link").symlink_to("real")
+    (folder / "deep").symlink_to("real/sub")
+
+
+
+def lines_of_find(out):
+    return sorted(line.rsplit(b"not a directory", 1)[-1] for line in out.splitlines() if line.endswith(b" "))
+
+
+def behind_links(run, base):
+    """What commands see of such a tree: a wildcard's, find's and stat -L's results."""
+    assert run("cat", f"{base}/link/f*").out.count(b"x" * 77) == 1
+    assert lines_of_find(run("find", f"{base}/link", "-name", "f*").out) == [f"{base}/link/file ".encode()]
+    described = run("stat", "-L", "-c", "size=%s.", f"{base}/deep/up").out
+    assert b"size=" in described
+    return described.split(b"size=")[1].split(b".")[0].strip()
+
+
+def test_directories_behind_links_are_read(server, place, local, tmp_path):
+    grow_links(place.files)
+    grow_links(tmp_path)
+    assert behind_links(server.run, place.remote) == b"77"
+    assert behind_links(local.run, tmp_path) == b"77"
+
+
+def test_find_follow_ends_however_links_lead_to_each_other(server, place, local, tmp_path):
+    for folder in (place.files, tmp_path):
+        (folder / "d").mkdir()
+        (folder / "d" / "f").touch()
+        (folder / "d" / "here").symlink_to(".")
+        (folder / "d" / "twice").symlink_to("here/here")
+        (folder / "d" / "round").symlink_to("here/../d")
+        (folder / "d" / "self").symlink_to("self")
+    assert lines_of_find(server.ok("find", place / "d", "-follow")) == [f"{place.remote}/d/f ".encode()]
+    assert lines_of_find(local.ok("find", tmp_path / "d", "-follow")) == [f"{tmp_path}/d/f ".encode()]
+
+
+def test_a_link_on_a_server_leads_to_no_file_of_the_client(server, place, tmp_path):
+    (tmp_path / "d").mkdir()
+    victim = tmp_path / "d" / "victim"
+    victim.touch()
+    (place.files / "out").symlink_to(tmp_path / "d")
+    (place.files / "file").symlink_to(victim)
+    server.run("find", place.remote, "-follow", "-name", "v*", "-exec", "rm", "{}")
+    assert victim.exists()
+    done = server.run("stat", "-L", place / "file", env={"TSLWNFS_TERMINAL": "always"})
+    assert done.status == 1
+    assert b"which is on no mount" in done.err
+
+
+def test_a_wildcard_never_moves_two_files_to_one_name(server, place, tmp_path):
+    for name in ("two", "six"):
+        (tmp_path / name).write_text(name)
+    done = server.run("mv", tmp_path / "*", place / "one*")
+    assert done.status == 1
+    assert len(os.listdir(place.files)) == len(os.listdir(tmp_path)) == 1

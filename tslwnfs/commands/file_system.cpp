@@ -134,7 +134,7 @@ uint32_t fsstatdir(const Operand &path) {
         const Described described = describe(resolved);
         if (described != Described::follow) return described == Described::done ? 0 : 1;
         PathBuffer target;
-        if (read_link(resolved, target) != 0) return 1;
+        if (read_link(resolved, target) != 0 || leads_off_server(kFunction, resolved, target)) return 1;
         if (!resolve_operand(kFunction, target, resolved)) return 1;
     }
     trace_failure(kFunction, "%s: more than %d links in a row", resolved.c_str(), kLinkMaximum);

@@ -13,6 +13,7 @@
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/frontend/wildcard.h"
+#include "tslwnfs/storage/real_path.h"
 #include "tslwnfs/storage/resolve.h"
 
 namespace {
@@ -24,6 +25,9 @@ enum FindResult : uint32_t { kMatched = 0, kFailed = 1, kNothing = 4 };
 // Directories nested in each other, by links or by names. The default depth ends long before; what it does not bound
 // are links from directory to directory, and a negative depth.
 constexpr std::size_t kNestingMaximum = 2048;
+
+// Links that lead to links. A ring of them has no other end.
+constexpr int kLinkMaximum = 40;
 
 bool option(OptionBit bit) {
     return (COMMAND_OPTION & bit) != 0;
@@ -104,37 +108,71 @@ void report_match(const std::string &path) {
 
 // Lists a directory and gives its resolved path. Stands apart, as link_target() does, so that no path buffer lies on
 // the stack while the walk goes deeper.
-bool list_directory(const Operand &path, NameList &names, std::string &resolved_path) {
-    if (read_dir(path, names, 0) != 0) {
+FindResult list_directory(const Operand &path, NameList &names, std::string &resolved_path) {
+    const uint32_t listed = list_content(path, names);
+    if (listed == kNoDirectory) return kNothing;
+    if (listed != 0) {
         trace_message(kFunction, Message::directory_unlisted, path.text());
-        return false;
+        return kFailed;
     }
     PathBuffer resolved;
-    if (!resolve_operand(kFunction, path, resolved)) return false;
+    if (!resolve_operand(kFunction, path, resolved)) return kFailed;
     resolved_path = resolved.view();
-    return true;
+    return kMatched;
 }
 
-// Empty when the link cannot be read.
-std::string link_target(const std::string &path) {
-    PathBuffer target;
-    return read_link(Operand::ready(path.c_str()), target) == 0 ? std::string(target.view()) : "";
+// A directory that a link leads to: by which path it came, and where it really is. The latter tells a directory from
+// others.
+struct Visited {
+    std::string path;
+    std::string real;
+};
+
+std::string real_path(const std::string &path, bool is_local) {
+    // Behind the slash, a link counts for what it leads to.
+    return is_local ? real_local_path(path + "/.") : real_remote_path(path, LastComponent::followed);
+}
+
+std::string start_of(const std::string &path) {
+    AttrResult attributes;
+    kind_of(Operand::ready(path.c_str()), attributes);
+    return real_path(path, attributes.local != nullptr);
+}
+
+// The directory that a link leads to, over further links if need be. Its path is empty when there is none.
+Visited directory_behind(const std::string &path) {
+    PathBuffer link;
+    if (!link.assign(path)) return {};
+    for (int links = 0; links < kLinkMaximum; ++links) {
+        PathBuffer target;
+        if (read_link(link, target) != 0 || target.empty() || leads_off_server(kFunction, link, target)) return {};
+        AttrResult attributes;
+        const Kind kind = kind_of(target, attributes);
+        const std::string text(target.view());
+        if (kind == Kind::directory) return {text, real_path(text, attributes.local != nullptr)};
+        if (kind != Kind::link) return {};
+        link = target;
+    }
+    return {};
 }
 
 class Walk {
   public:
     explicit Walk(std::string pattern) : pattern_(std::move(pattern)) {}
 
-    uint32_t directory(const Operand &path, int32_t depth) {
+    // Walks a directory; real tells where it is, and is empty for the first one.
+    uint32_t directory(const Operand &path, std::string real, int32_t depth) {
         if (depth == maxdepth) return kFailed;
         NameList names;
         std::string resolved;
-        if (!list_directory(path, names, resolved)) return kFailed;
+        const FindResult listed = list_directory(path, names, resolved);
+        if (listed != kMatched) return listed;
         if (chain_.size() == kNestingMaximum) {
             trace_failure(kFunction, "%s is nested too deeply", resolved.c_str());
             return kFailed;
         }
-        chain_.push_back(resolved);
+        if (chain_.empty() && option(kFindFollow)) real = start_of(resolved);
+        chain_.push_back(std::move(real));
         uint32_t result = kNothing;
         for (const std::string &name : names) {
             if (!is_usable(resolved, name)) continue;
@@ -165,23 +203,24 @@ class Walk {
         }
         const bool matched = matches(pattern_, name) && kind != Kind::missing && passes_tests(kind, attributes, path);
         if (matched) report_match(path);
-        const uint32_t below = kind == Kind::directory ? directory(Operand::ready(path.c_str()), depth + 1) : kNothing;
+        if (kind != Kind::directory) return matched ? kMatched : kNothing;
+        const uint32_t below = directory(Operand::ready(path.c_str()), chain_.back() + "/" + name, depth + 1);
         return matched || below == kMatched ? kMatched : kNothing;
     }
 
     // Following a link does not deepen the walk, so nothing but this ends one that leads back.
     void follow(const std::string &path, int32_t depth) {
-        const std::string target = link_target(path);
-        if (target.empty()) return;
-        if (std::find(chain_.begin(), chain_.end(), target) != chain_.end()) {
-            trace_failure(kFunction, "%s leads back to %s and is not followed", path.c_str(), target.c_str());
+        const Visited target = directory_behind(path);
+        if (target.path.empty()) return;
+        if (std::find(chain_.begin(), chain_.end(), target.real) != chain_.end()) {
+            trace_failure(kFunction, "%s leads back to %s and is not followed", path.c_str(), target.path.c_str());
             return;
         }
-        directory(Operand::ready(target.c_str()), depth);
+        directory(Operand::ready(target.path.c_str()), target.real, depth);
     }
 
     std::string pattern_;
-    std::vector<std::string> chain_;  // the directories being walked, the outermost first
+    std::vector<std::string> chain_;  // where the directories being walked are, the outermost first
 };
 
 }  // namespace
@@ -192,5 +231,5 @@ uint32_t findfile(const Operand &directory, const char *pattern, int32_t depth) 
         return kFailed;
     }
     Walk walk(pattern == nullptr ? "" : pattern);
-    return walk.directory(directory, depth);
+    return walk.directory(directory, "", depth);
 }

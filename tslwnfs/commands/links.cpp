@@ -3,13 +3,18 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
+#include <string>
 
 #include "include/tdm.h"
 #include "platform/paths.h"
 #include "tslwnfs/commands/listing.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/storage/held_directory.h"
+#include "tslwnfs/storage/real_path.h"
 #include "tslwnfs/storage/resolve.h"
 
 namespace {
@@ -28,19 +33,32 @@ bool read_local_target(const PathBuffer &link, PathBuffer &text) {
     return false;
 }
 
-// A relative target starts at the link's own directory, wherever the process stands.
-bool normalize_target(const PathBuffer &link, const PathBuffer &text, PathBuffer &target) {
-    PathBuffer absolute;
-    bool fits = true;
+bool goes_up(std::string_view text) {
+    return text == ".." || text.starts_with("../") || text.ends_with("/..") || text.find("/../") != text.npos;
+}
+
+// A relative target starts at the link's own directory, wherever the process stands; one that goes up, at the directory
+// that really holds the link.
+bool normalize_target(const PathBuffer &link, const PathBuffer &text, bool is_local, PathBuffer &target) {
+    std::string absolute;
     if (!text.empty() && text.view().front() != '/') {
-        const std::size_t separator = last_separator(link.view());
-        const std::size_t directory_length = separator == std::string_view::npos ? 0 : separator + 1;
-        fits = absolute.assign(link.view().substr(0, directory_length));
+        const std::size_t slash = link.view().rfind('/');
+        absolute = link.view().substr(0, slash == std::string_view::npos ? 0 : slash + 1);
     }
-    fits = fits && absolute.append(text.view());
-    if (fits && platform_normalize_path(absolute.view(), target)) return true;
+    absolute += text.view();
+    if (goes_up(text.view())) {
+        absolute = is_local ? real_local_path(absolute) : real_remote_path(absolute, LastComponent::kept);
+    }
+    if (platform_normalize_path(absolute, target)) return true;
     trace_message(kFunction, Message::path_unresolvable, text.c_str());
     return false;
+}
+
+// Whether a path is on no mount.
+bool lies_here(const PathBuffer &path) {
+    TdmAttributes attributes = {};
+    uint32_t location = 0;
+    return tdm_getattr(ctx, path.c_str(), &attributes, &location) == 0 && location == TDM_LOCATION_LOCAL;
 }
 
 }  // namespace
@@ -60,5 +78,12 @@ uint32_t read_link(const Operand &path, PathBuffer &target) {
         if (status != 0 || location != TDM_LOCATION_LOCAL) return 1;
         if (!read_local_target(resolved, text)) return 1;
     }
-    return normalize_target(resolved, text, target) ? 0 : 1;
+    return normalize_target(resolved, text, location == TDM_LOCATION_LOCAL, target) ? 0 : 1;
+}
+
+bool leads_off_server(const char *function, const PathBuffer &link, const PathBuffer &target) {
+    if (!lies_here(target) || lies_here(link)) return false;
+    trace_failure(function, "%s leads to %s, which is on no mount: %s", link.c_str(), target.c_str(),
+                  std::strerror(EXDEV));
+    return true;
 }

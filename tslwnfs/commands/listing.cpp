@@ -9,6 +9,7 @@
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
+#include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/storage/resolve.h"
 
 namespace {
@@ -26,36 +27,50 @@ void list_subdirectories(const PathBuffer &path, const NameList &names, int32_t 
     }
 }
 
+// Gives the names for a path, and tells whether they are its content.
+bool list(const PathBuffer &path, NameList &names, Listed &listed) {
+    AttrResult attributes;
+    const Kind kind = kind_of(path, attributes);
+    listed = kind == Kind::directory || kind == Kind::missing ? Listed::directory : Listed::single_path;
+    if (listed == Listed::directory) return read_directory(path, names);
+    names.emplace_back(path.view());
+    return true;
+}
+
 }  // namespace
 
 uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names) {
     names.clear();
     PathBuffer resolved;
-    if (!resolve_operand("read_dir", path, resolved)) return 1;
-
     Listed listed = Listed::directory;
-    AttrResult attributes;
-    const Kind kind = kind_of(resolved, attributes);
-    if (kind != Kind::directory && kind != Kind::missing) {
-        listed = Listed::single_path;
-        names.emplace_back(resolved.view());
-    } else if (!read_directory(resolved, names)) {
-        return 1;
-    }
+    if (!resolve_operand("read_dir", path, resolved) || !list(resolved, names, listed)) return 1;
     if (print_names != 0) print_listing(resolved, names, listed);
     return 0;
 }
 
+uint32_t list_content(const Operand &path, NameList &names) {
+    names.clear();
+    PathBuffer resolved;
+    if (!resolve_operand("read_dir", path, resolved)) return 1;
+    AttrResult attributes;
+    const Kind kind = kind_of(resolved, attributes);
+    if (kind != Kind::regular && kind != Kind::special) return read_directory(resolved, names) ? 0 : 1;
+    trace_failure("read_dir", "%s is no directory", resolved.c_str());
+    return kNoDirectory;
+}
+
 uint32_t read_dirlist(const Operand &path, int32_t depth) {
     if (depth >= kTreeDepth) return 1;
-    PathBuffer resolved;
     print("DIR: %s \n", path.shown());
     NameList names;
-    if (read_dir(path, names, 1) != 0) {
+    PathBuffer resolved;
+    Listed listed = Listed::directory;
+    if (!resolve_operand("read_dir", path, resolved) || !list(resolved, names, listed)) {
         trace_message("read_dirlist", Message::directory_unlisted, path.shown());
         return 1;
     }
-    if (!resolve_operand("read_dirlist", path, resolved)) return 1;
+    print_listing(resolved, names, listed);
+    if (listed == Listed::single_path) return 0;
     if ((COMMAND_OPTION & kListReverse) != 0) std::reverse(names.begin(), names.end());
     list_subdirectories(resolved, names, depth);
     return 0;

@@ -15,8 +15,17 @@ using NameList = std::vector<std::string>;
 // What is no directory is a list of its resolved path alone. Returns 0 or 1.
 uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names);
 
+// Lists what lies in a directory as read_dir() does without printing, but follows a link to a directory. Returns 0, 1,
+// or kNoDirectory for what has no content.
+constexpr uint32_t kNoDirectory = 2;
+uint32_t list_content(const Operand &path, NameList &names);
+
 // Lists a tree, a directory at a time, 50 levels deep at most. Returns 0 or 1.
 uint32_t read_dirlist(const Operand &path, int32_t depth);
+
+// Whether a link that lies on a server leads to a file of this host, which no command follows it to: with a record in
+// the name of function.
+[[nodiscard]] bool leads_off_server(const char *function, const PathBuffer &link, const PathBuffer &target);
 
 // Gives the normalised target of a symbolic link. Returns 0 or 1; with a location code above 3 it returns 0 and leaves
 // target empty.

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "platform/path_buffer.h"
@@ -96,6 +97,14 @@ bool resolve(const std::string &text, const Operand &given, PathBuffer &resolved
     return false;
 }
 
+// Nobody means to delete the root, nor the directory that a path ends in by its dots.
+bool is_slip(const std::string &text, std::string_view resolved) {
+    const SplitPath last(text);
+    if (resolved != "/" && last.name != "." && last.name != "..") return false;
+    trace_failure(kFunction, "%s is never deleted", text.c_str());
+    return true;
+}
+
 // One run of a file command over one file, or over the files that a wildcard names.
 class FileRun {
   public:
@@ -106,6 +115,7 @@ class FileRun {
     bool prepare(const Operand &first, const Operand &second) {
         PathBuffer resolved;
         if (!resolve(first_, first, resolved)) return false;
+        if (commandtype == kDelete && is_slip(first_, resolved.view())) return false;
         source_.emplace(resolved.view());
         return !command_.names_destination || prepare_destination(second);
     }
@@ -127,8 +137,7 @@ class FileRun {
         PathBuffer resolved;
         if (!resolve(second_, second, resolved)) return false;
         destination_.emplace(resolved.view());
-        destination_is_directory_ = is_directory_destination(resolved);
-        if (commandtype == kMove && destination_is_directory_) {
+        if (is_directory_destination(resolved) && commandtype == kMove) {
             destination_->directory = resolved.view();
             destination_->name = "*";
         }
@@ -150,7 +159,7 @@ class FileRun {
 
     bool list_source(NameList &names) const {
         const char *const directory = source_->directory.c_str();
-        return read_dir(typed_ ? Operand(directory) : Operand::ready(directory), names, 0) == 0;
+        return list_content(typed_ ? Operand(directory) : Operand::ready(directory), names) == 0;
     }
 
     // name is the source's last component; a source that was not typed was joined with it.
@@ -161,7 +170,7 @@ class FileRun {
         lower_drive_path(destination);
         print_banner(source.c_str(), destination.c_str());
         const bool refused =
-            (!typed && !is_entry(source, name)) || !fits(source) || !fits(destination) || would_overwrite_moved();
+            (!typed && !is_entry(source, name)) || !fits(source) || !fits(destination) || is_taken(name, destination);
         const Operand from = typed ? Operand(source.c_str()) : Operand::ready(source.c_str());
         const Operand to = command_.names_destination ? Operand::ready(destination.c_str()) : destination.c_str();
         keep(give_verdict(refused ? 1 : command_.run(from, to)));
@@ -185,12 +194,12 @@ class FileRun {
         return false;
     }
 
-    // Moving several files to one name would leave only the last of them.
-    bool would_overwrite_moved() const {
-        if (commandtype != kMove || files_ < 2 || has_wildcard(destination_->name) || destination_is_directory_) {
-            return false;
-        }
-        trace_failure(kFunction, "not moved: the destination already took another file");
+    // Moving several files to one name would leave only the last of them. Of a copy the sources stay, and only names
+    // that come out the same without the user's doing count: those that differ by nothing but case.
+    bool is_taken(const std::string &name, const std::string &destination) {
+        const std::string &key = commandtype == kMove ? destination : name;
+        if (!command_.names_destination || taken_.insert(key).second) return false;
+        trace_failure(kFunction, "%s already took another file", destination.c_str());
         return true;
     }
 
@@ -212,7 +221,7 @@ class FileRun {
     const bool typed_;
     std::string first_, second_;
     std::optional<SplitPath> source_, destination_;
-    bool destination_is_directory_ = false;
+    std::set<std::string> taken_;  // by the files of this run
     std::size_t files_ = 0;
     uint32_t kept_ = 0;
 };

@@ -301,6 +301,16 @@ TEST_F(FileSystemTest, ALinkIsDescribedItselfUnlessFollowed) {
     EXPECT_EQ(formatted("/m/f", "%F%n").output, "f/m/f");
 }
 
+TEST_F(FileSystemTest, ALinkOnAServerLeadsToNoFileOfThisHost) {
+    fake_.volume.add_link("/m/out", directory_.file("f", ""));
+    COMMAND_OPTION = kStatFollow;
+    const Outcome outcome = fsstat("/m/out");
+    EXPECT_EQ(outcome.status, 1u);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(trace_of("fsstatdir").back(), "fsstatdir /m/out leads to " + directory_.path("f") +
+                                                ", which is on no mount: Invalid cross-device link");
+}
+
 TEST_F(FileSystemTest, AFollowedLinkThatLeadsNowhereFails) {
     COMMAND_OPTION = kStatFollow;
     fs::create_symlink("nowhere", directory_.path("link"));

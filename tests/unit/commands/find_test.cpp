@@ -300,10 +300,42 @@ TEST_F(FindTest, AStartThatCannotBeListedFails) {
                                                   "findfile TWNFS-65016: The first operand is missing."));
 }
 
-TEST_F(FindTest, AFileOrALinkAsTheStartGivesNothing) {
+TEST_F(FindTest, AFileAsTheStartGivesNothing) {
     EXPECT_EQ(find(directory_.file("f", "")).status, 4u);
-    fs::create_symlink(directory_.path(), directory_.path("link"));
-    EXPECT_EQ(find(directory_.path("link")).status, 4u);
+    fake_.volume.add_file("/m/f", "");
+    EXPECT_EQ(find("/m/f").status, 4u);
+    fs::create_symlink("f", directory_.path("link"));
+    EXPECT_NE(find(directory_.path("link")).status, 0u);
+}
+
+TEST_F(FindTest, ALinkAsTheStartLeadsToItsDirectory) {
+    directory_.directory("real/sub");
+    fs::create_symlink("real", directory_.path("link"));
+    EXPECT_EQ(find(directory_.path("link")).output, directory_.path("link") + "/sub \n");
+}
+
+TEST_F(FindTest, LinksThatLeadThroughEachOtherEnd) {
+    directory_.directory("d");
+    fs::create_symlink(".", directory_.path("d/here"));
+    fs::create_symlink("here/here", directory_.path("d/twice"));
+    fs::create_symlink("here/../d", directory_.path("d/round"));
+    directory_.file("d/f", "");
+    COMMAND_OPTION = kFindFollow;
+    EXPECT_EQ(find(directory_.path("d")).output, directory_.path("d") + "/f \n");
+    fake_.volume.add_link("/m/d/here", ".");
+    fake_.volume.add_link("/m/d/round", "../d");
+    fake_.volume.add_link("/m/d/self", "self");
+    EXPECT_EQ(find("/m/d").status, 4u);
+    EXPECT_THAT(trace_of("findfile"), testing::Contains("findfile /m/d/round leads back to /m/d and is not followed"));
+}
+
+TEST_F(FindTest, ALinkOnAServerLeadsToNoFileOfThisHost) {
+    directory_.file("f", "");
+    fake_.volume.add_link("/m/d/out", directory_.path());
+    COMMAND_OPTION = kFindFollow;
+    EXPECT_EQ(find("/m/d").output, "/m/d/out not a directory");
+    EXPECT_EQ(trace_of("findfile").back(),
+              "findfile /m/d/out leads to " + directory_.path() + ", which is on no mount: Invalid cross-device link");
 }
 
 TEST_F(FindTest, ALinkIsReportedUnlessItIsFollowed) {

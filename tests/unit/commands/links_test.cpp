@@ -30,6 +30,15 @@ TEST_F(LinksTest, ARelativeTargetStartsAtTheLinksOwnDirectory) {
     EXPECT_EQ(target_.view(), directory_.path("file"));
 }
 
+TEST_F(LinksTest, ATargetThatGoesUpStartsWhereTheLinkReallyIs) {
+    directory_.directory("elsewhere/deep");
+    directory_.file("elsewhere/target", "");
+    std::filesystem::create_symlink("elsewhere/deep", directory_.path("through"));
+    std::filesystem::create_symlink("../target", directory_.path("elsewhere/deep/link"));
+    EXPECT_EQ(read_link(directory_.path("through/link").c_str(), target_), 0u);
+    EXPECT_EQ(target_.view(), directory_.path("elsewhere/target"));
+}
+
 TEST_F(LinksTest, ARemoteTargetIsNormalisedToo) {
     fake_.volume.add_link("/m/d/link", "../other");
     EXPECT_EQ(read_link("/m/d/link", target_), 0u);

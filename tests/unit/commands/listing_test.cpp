@@ -9,6 +9,7 @@
 
 #include "tests/support/allocation_faults.h"
 #include "tests/unit/commands/command_fixture.h"
+#include "tslwnfs/frontend/executor.h"
 
 namespace {
 
@@ -367,6 +368,19 @@ TEST_F(ListingTest, ATreeIsListedDirectoryByDirectory) {
                                             " \n/m/d/a not a directory" + "DIR: /m/d/.sub \n" + padded("b") +
                                             " \n/m/d/.sub/b not a directory" + "DIR: /m/d/z \n" + padded("c") +
                                             " \n/m/d/z/c not a directory");
+}
+
+TEST_F(ListingTest, TheContentBehindALinkToADirectoryIsListed) {
+    directory_.directory("real");
+    directory_.file("real/f", "");
+    std::filesystem::create_symlink("real", directory_.path("link"));
+    run([&] { return list_content(directory_.path("link").c_str(), names_); });
+    EXPECT_THAT(names_, ElementsAre("f"));
+    const std::string pattern = directory_.path("link/*");
+    commandtype = kList;
+    EXPECT_EQ(run([&] { return exec_command(pattern.c_str(), nullptr); }).status, 0u);
+    run([&] { return list_content(directory_.file("f", "").c_str(), names_); });
+    EXPECT_THAT(names_, IsEmpty());
 }
 
 TEST_F(ListingTest, ATreeUsesListedNamesAsTheyAre) {

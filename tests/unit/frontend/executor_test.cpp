@@ -348,6 +348,42 @@ TEST_F(Executor, RefusesAListedNameThatLeadsElsewhere) {
     EXPECT_THAT(trace(), testing::HasSubstr("exec_command /d/../a is no entry of a directory"));
 }
 
+TEST_F(Executor, MovesOneFileOnlyToEachDestination) {
+    recorder().listing = {"one", "two", "once"};
+    EXPECT_EQ(execute(kMove, "/s/*", "/d/new"), 1u);
+    EXPECT_THAT(calls(), ElementsAre("read_dir(/s, 0)", "movefile(/s/one, /d/new)"));
+    // What the pattern leaves of a name may be the same for several.
+    recorder().listing = {"two", "six", "three"};
+    EXPECT_EQ(execute(kMove, "/s/*", "/d/one*"), 1u);
+    EXPECT_THAT(calls(), ElementsAre("read_dir(/s, 0)", "movefile(/s/two, /d/one)", "movefile(/s/three, /d/oneee)"));
+    recorder().listing = {"A", "b", "a"};
+    EXPECT_EQ(execute(kMove, "/s/*", "/d/*"), 1u);
+    EXPECT_THAT(calls(), ElementsAre("read_dir(/s, 0)", "movefile(/s/a, /d/a)", "movefile(/s/b, /d/b)"));
+}
+
+TEST_F(Executor, CopiesOneOfTheNamesThatDifferByCaseOnly) {
+    trace_errors();
+    recorder().listing = {"A", "b", "a"};
+    EXPECT_EQ(execute(kCopy, "/s/*", "/d/*"), 1u);
+    EXPECT_THAT(calls(), ElementsAre("read_dir(/s, 0)", "copyfile(/s/a, /d/a)", "copyfile(/s/b, /d/b)"));
+    EXPECT_THAT(trace(), testing::HasSubstr("exec_command /d/a already took another file"));
+    recorder().listing = {"a", "b"};
+    EXPECT_EQ(execute(kCopy, "/s/*", "/d/new"), 0u);
+    EXPECT_EQ(calls().size(), 3u);
+}
+
+TEST_F(Executor, NeverDeletesTheRootOrADirectoryThatIsNamedByItsDots) {
+    recorder().listing = {"a"};
+    for (const char *operand : {"/", "//", "///", "/.", "/./", "/x/..", ".", "./", "/d/.", "/d/.."}) {
+        EXPECT_EQ(execute(kDelete, operand), 4u) << operand;
+        EXPECT_EQ(printed_, kUnusable) << operand;
+        EXPECT_THAT(calls(), IsEmpty()) << operand;
+    }
+    EXPECT_EQ(execute(kDelete, "./*"), 0u);
+    EXPECT_EQ(execute(kDelete, "/d/.x"), 0u);
+    EXPECT_EQ(execute(kList, "/d/."), 0u);
+}
+
 TEST_F(Executor, CanRunFromWithinACommand) {
     // A recursive command calls back with a pattern; nothing of the outer run may be lost.
     recorder().listing = {"a"};
