@@ -74,14 +74,19 @@ uint32_t copy_directory(const PathBuffer &source, const PathBuffer &destination,
     return 0;
 }
 
+// Only in a typed path is a backslash a separator.
+std::string_view copied_name(std::string_view path, const Operand &operand) {
+    return operand.is_typed() ? base_name(path) : path.substr(path.rfind('/') + 1);
+}
+
 // Inside a directory the copy keeps the source's name. A special file takes what was named by itself, on this host.
 bool name_destination(const SourceFile &source, const Operand &operand, DestinationFile &destination) {
     AttrResult attributes;
     const Kind kind = destination_kind(destination.path, attributes);
     if (kind == Kind::special) return is_stream_allowed(destination.path, kind, attributes, operand, kRecords);
     if (kind != Kind::directory) return true;
-    return extend_path(kRecords.function, destination.path, "/") &&
-           extend_path(kRecords.function, destination.path, base_name(source.path.view()));
+    const PathBuffer directory = destination.path;
+    return join_path(kRecords.function, directory, copied_name(source.path.view(), operand), destination.path);
 }
 
 uint32_t copy_file(SourceFile &source, const Operand &operand, DestinationFile &destination, RequestSlots &requests) {

@@ -169,8 +169,8 @@ class FileRun {
         lower_drive_path(source);
         lower_drive_path(destination);
         print_banner(source.c_str(), destination.c_str());
-        const bool refused =
-            (!typed && !is_entry(source, name)) || !fits(source) || !fits(destination) || is_taken(name, destination);
+        const bool usable = typed || (is_entry(source, name) && leads_to_entry(destination));
+        const bool refused = !usable || !fits(source) || !fits(destination) || is_taken(name, destination);
         const Operand from = typed ? Operand(source.c_str()) : Operand::ready(source.c_str());
         const Operand to = command_.names_destination ? Operand::ready(destination.c_str()) : destination.c_str();
         keep(give_verdict(refused ? 1 : command_.run(from, to)));
@@ -180,6 +180,11 @@ class FileRun {
         if (is_entry_name(name)) return true;
         trace_failure(kFunction, "%s is no entry of a directory", path.c_str());
         return false;
+    }
+
+    // A pattern may leave nothing of a listed name but dots.
+    bool leads_to_entry(const std::string &destination) const {
+        return !command_.names_destination || is_entry(destination, destination.substr(destination.rfind('/') + 1));
     }
 
     std::string destination_for(const std::string &source_name) const {

@@ -573,6 +573,15 @@ TEST_F(CopyTest, ADirectoryThatIsExchangedForALinkIsNotReadThrough) {
     EXPECT_EQ(fake_.volume.content("/m/dst/sub/f"), "theirs");
 }
 
+TEST_F(CopyTest, AWildcardsNamesStayWholeInADirectory) {
+    fake_.volume.add_file("/m/src/a\\f", "one");
+    fake_.volume.add_file("/m/src/b\\f", "two");
+    const std::string destination = directory_.directory("dst");
+    EXPECT_EQ(run([&] { return exec_command("/m/src/*", destination.c_str()); }).status, 0u);
+    EXPECT_EQ(read_file(destination + "/a\\f"), "one");
+    EXPECT_EQ(read_file(destination + "/b\\f"), "two");
+}
+
 TEST_F(CopyTest, EveryEntryOfATreeReportsForItself) {
     COMMAND_OPTION = kFileRecursive;
     fake_.volume.add_file("/m/src/a", "");

@@ -346,6 +346,9 @@ TEST_F(Executor, RefusesAListedNameThatLeadsElsewhere) {
     EXPECT_THAT(calls(), ElementsAre("read_dir(/d, 0)", "delfile(/d/..\\a)"));
     EXPECT_THAT(printed_, testing::HasSubstr("DEL /d/../a : \n" + failure(1)));
     EXPECT_THAT(trace(), testing::HasSubstr("exec_command /d/../a is no entry of a directory"));
+    recorder().listing = {"x."};
+    EXPECT_EQ(execute(kCopy, "/s/*", "/d/.?"), 1u);
+    EXPECT_THAT(calls(), ElementsAre("read_dir(/s, 0)"));
 }
 
 TEST_F(Executor, MovesOneFileOnlyToEachDestination) {
