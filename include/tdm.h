@@ -132,8 +132,11 @@ typedef struct TdmAttributes {
     uint32_t library_word;
     uint64_t size; /* bytes */
     uint64_t used; /* bytes on disk */
-    uint64_t library_words[3];
-    uint64_t file_id;
+    /* What tells the object from others. Each is 0 when the library does not know it; then the object may be any. */
+    uint64_t server;         /* which block of the configuration: two blocks may still lead to one server */
+    uint64_t handle_digest;  /* of the name that the server itself has for the object, on this mount */
+    uint64_t file_system_id; /* of the server's file system; may be 0 where server is not */
+    uint64_t file_id;        /* within the file system; given out again when the object is gone */
     uint64_t library_time;
     uint64_t access_seconds; /* since the epoch, as all times here */
     uint32_t access_nanoseconds;
@@ -241,7 +244,8 @@ uint32_t tdm_commit(void *ctx, uint64_t file);
 /* Closes a file, after bringing its accepted writes to stable storage. */
 uint32_t tdm_unidentify(void *ctx, uint64_t file);
 
-/* Path operations; each sets *location. The last component is not followed by tdm_delete, tdm_getattr, tdm_readlink. */
+/* Path operations; each sets *location. Of server and handle_digest only tdm_getattr tells. The last component is not
+ * followed by tdm_delete, tdm_getattr, tdm_readlink. */
 uint32_t tdm_delete(void *ctx, const char *path, uint32_t *location);
 uint32_t tdm_getattr(void *ctx, const char *path, TdmAttributes *attributes, uint32_t *location);
 uint32_t tdm_setattr(void *ctx, const char *path, const TdmSetAttributes *attributes, uint32_t *location);
@@ -263,7 +267,8 @@ uint32_t tdm_fsstat(void *ctx, const char *path, TdmFsStat *stat, uint32_t *loca
  * every request of the reap list has completed, with 0 at once; *count is set to the number collected and left alone by
  * a call that only submits. When a collected request failed, its status word says so and the call's status is that
  * number too. With nothing to submit and nothing to reap the call is a barrier: it returns when every accepted write is
- * on stable storage, with the first failure there was. The wait list is not used; minreap is 0.
+ * on stable storage, with the first failure there was, and what is asked after it is asked of the server, whatever the
+ * library has kept of earlier answers. The wait list is not used; minreap is 0.
  */
 uint32_t tdm_io(void *ctx, TdmIoRequest *const *submit, uint32_t nsubmit, TdmIoRequest *const *wait, uint32_t nwait,
                 TdmIoRequest *const *reap, uint32_t nreap, uint32_t minreap, uint32_t timeout, uint32_t *count);

@@ -46,6 +46,9 @@ class MountedVolume {
     // take: the operations of one command must not each wait for a server that is down.
     Result<FileHandle> root();
 
+    // Where the server's block stands in tslnfstab: no other block has the number.
+    unsigned server_line() const { return server_.line; }
+
     // What is below needs a handle, and so a contact that succeeded.
     Volume &volume() { return *volume_; }
     EventLoop &loop() { return loop_; }

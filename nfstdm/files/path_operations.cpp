@@ -45,9 +45,10 @@ Result<Location> PathOperations::at_name(std::string_view path, const Operation 
     });
 }
 
-Result<Location> PathOperations::get_attributes(std::string_view path, Attributes &attributes) {
-    return at_object(path, LastLink::keep, [&attributes](const Place &place) -> Status {
+Result<Location> PathOperations::get_attributes(std::string_view path, Attributes &attributes, ObjectName *name) {
+    return at_object(path, LastLink::keep, [&attributes, name](const Place &place) -> Status {
         attributes = place.object->attributes;
+        if (name != nullptr) *name = {place.mount->server_line(), place.object->handle};
         return {};
     });
 }

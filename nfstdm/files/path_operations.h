@@ -17,6 +17,12 @@ namespace nfstdm {
 
 enum class Location { remote, local };
 
+// By what a server knows an object.
+struct ObjectName {
+    unsigned server = 0;  // the line of its block in tslnfstab
+    FileHandle handle;
+};
+
 class PathOperations {
   public:
     // directory_mode: permission bits of directories made here. The mounts must outlive the object.
@@ -24,7 +30,8 @@ class PathOperations {
 
     // Each says where the path lies; of a local one nothing else is touched. Only set_permissions, list and fsinfo
     // follow a link that the path ends in.
-    Result<Location> get_attributes(std::string_view path, Attributes &attributes);
+    // name: filled, too, when it is given.
+    Result<Location> get_attributes(std::string_view path, Attributes &attributes, ObjectName *name = nullptr);
     Result<Location> set_permissions(std::string_view path, uint32_t mode);
     Result<Location> make_directory(std::string_view path);
     Result<Location> remove_directory(std::string_view path);

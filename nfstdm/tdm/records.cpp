@@ -20,6 +20,7 @@ TdmAttributes to_record(const Attributes &attributes) {
     record.gid = attributes.gid;
     record.size = attributes.size;
     record.used = attributes.used;
+    record.file_system_id = attributes.fsid;
     record.file_id = attributes.fileid;
     record.access_seconds = attributes.access.seconds;
     record.access_nanoseconds = attributes.access.nanoseconds;
@@ -27,6 +28,13 @@ TdmAttributes to_record(const Attributes &attributes) {
     record.modification_nanoseconds = attributes.modification.nanoseconds;
     record.change_seconds = attributes.change.seconds;
     record.change_nanoseconds = attributes.change.nanoseconds;
+    return record;
+}
+
+TdmAttributes to_record(const Attributes &attributes, const ObjectName &name) {
+    TdmAttributes record = to_record(attributes);
+    record.server = name.server;
+    record.handle_digest = std::max<uint64_t>(1, FileHandleHash{}(name.handle));
     return record;
 }
 

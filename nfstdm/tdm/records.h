@@ -8,11 +8,13 @@
 #include "include/tdm.h"
 #include "nfstdm/files/directory_stream.h"
 #include "nfstdm/files/open_files.h"
+#include "nfstdm/files/path_operations.h"
 #include "nfstdm/protocol/volume.h"
 
 namespace nfstdm {
 
 TdmAttributes to_record(const Attributes &attributes);
+TdmAttributes to_record(const Attributes &attributes, const ObjectName &name);
 TdmFsInfo to_record(const FsInfoReply &info);
 TdmFsStat to_record(const FsStatReply &stat);
 TdmFileInfo to_record(const OpenedFile &file, uint32_t block_size);

@@ -22,6 +22,12 @@ Session::Session(Result<Tslnfstab> servers, VolumeFactory open_volume, uint32_t 
       paths_(mounts_, kDirectoryMode & ~umask),
       io_(loop_, files_) {}
 
+Status Session::barrier() {
+    Status first = files_.flush_all();
+    mounts_.forget_handles();
+    return first;
+}
+
 // Requests may wait for a server that never answers, so the volumes are left before they are waited for: that completes
 // them with a failure.
 Status Session::finish() {

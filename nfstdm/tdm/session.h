@@ -24,6 +24,10 @@ class Session {
     PathOperations &paths() { return paths_; }
     IoQueue &io() { return io_; }
 
+    // Brings every accepted write to stable storage and gives the first failure. What others did meanwhile shows
+    // afterwards: nothing that was learnt before is used again.
+    Status barrier();
+
     // Brings every accepted write to stable storage, completes every request and leaves every server. Gives the first
     // failure; the session can only be destroyed afterwards.
     Status finish();

@@ -180,8 +180,9 @@ uint32_t tdm_delete(void *ctx, const char *path, uint32_t *location) {
 uint32_t tdm_getattr(void *ctx, const char *path, TdmAttributes *record, uint32_t *location) {
     return path_operation("tdm_getattr", ctx, path, record, location, [path, record](Session &session) {
         Attributes attributes;
-        auto where = session.paths().get_attributes(path, attributes);
-        if (where.ok() && where.value() == Location::remote) *record = to_record(attributes);
+        ObjectName name;
+        auto where = session.paths().get_attributes(path, attributes, &name);
+        if (where.ok() && where.value() == Location::remote) *record = to_record(attributes, name);
         return where;
     });
 }
@@ -265,7 +266,7 @@ uint32_t tdm_io(void *ctx, TdmIoRequest *const *submit, uint32_t nsubmit, TdmIoR
     return with_session("tdm_io", ctx, {}, [&](Session &session) -> Status {
         if ((submit == nullptr && nsubmit != 0) || (reap == nullptr && nreap != 0)) return missing("requests");
         if (nreap != 0 && count == nullptr) return missing("place for the count");
-        if (nsubmit == 0 && nreap == 0) return session.files().flush_all();
+        if (nsubmit == 0 && nreap == 0) return session.barrier();
         if (Status refusal = session.io().submit({submit, nsubmit}); !refusal.ok()) return refusal;
         if (nreap == 0) return {};
         return session.io().reap({reap, nreap}, timeout, *count);

@@ -360,6 +360,31 @@ TEST_F(TdmTest, AttributesFillTheirRecord) {
     EXPECT_EQ(server_.at("/f").attributes.mode, 0400U);
 }
 
+TEST_F(TdmTest, AttributesTellOneObjectFromAnother) {
+    std::ofstream(home_ + "/dbs/tslnfstab", std::ios::app) << "server: two\nexport: /e mount: /mnt/two\n";
+    open();
+    server_.add_file("/f");
+    server_.at("/f").attributes.fsid = 17;
+    const auto look = [this](const char *path) {
+        EXPECT_EQ(tdm_getattr(ctx_, path, &attributes_, &location_), 0U);
+        return attributes_;
+    };
+    const TdmAttributes one = look("/mnt/one/f");
+    EXPECT_EQ(one.file_system_id, 17U);
+    EXPECT_EQ(one.file_id, server_.find("/f"));
+    EXPECT_NE(one.handle_digest, 0U);
+    const TdmAttributes two = look("/mnt/two/f");
+    EXPECT_NE(one.server, 0U);
+    EXPECT_NE(two.server, 0U);
+    EXPECT_NE(one.server, two.server);
+    EXPECT_EQ(look("/mnt/one").server, one.server);
+    EXPECT_NE(look("/mnt/one").handle_digest, one.handle_digest);
+    server_.make_handles_stale();
+    EXPECT_EQ(barrier(), 0U);
+    EXPECT_NE(look("/mnt/one/f").handle_digest, one.handle_digest);
+    EXPECT_EQ(look("/mnt/one/f").file_id, one.file_id);
+}
+
 TEST_F(TdmTest, DirectoriesAreMadeListedAndRemoved) {
     open();
     EXPECT_EQ(tdm_mkdir(ctx_, "/mnt/one/d", &location_), 0U);
@@ -550,6 +575,18 @@ TEST_F(TdmTest, TheBarrierBringsEveryAcceptedWriteToStableStorage) {
     EXPECT_TRUE(server_.at("/f").stable.empty());
     EXPECT_EQ(barrier(), 0U);
     EXPECT_EQ(server_.at("/f").stable, data);
+}
+
+TEST_F(TdmTest, BehindTheBarrierTheServerIsAskedAndNoCache) {
+    open();
+    server_.add_file("/f", pattern(3));
+    EXPECT_EQ(tdm_getattr(ctx_, "/mnt/one/f", &attributes_, &location_), 0U);
+    server_.at("/f").attributes.size = 8;
+    EXPECT_EQ(tdm_getattr(ctx_, "/mnt/one/f", &attributes_, &location_), 0U);
+    EXPECT_EQ(attributes_.size, 3U);
+    EXPECT_EQ(barrier(), 0U);
+    EXPECT_EQ(tdm_getattr(ctx_, "/mnt/one/f", &attributes_, &location_), 0U);
+    EXPECT_EQ(attributes_.size, 8U);
 }
 
 TEST_F(TdmTest, RequestsThatMakeNoSenseAreRefusedAndNeverComplete) {
