@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // copy: a file from anywhere to anywhere, and with -r a tree.
-#include <sys/stat.h>
-
 #include <optional>
 #include <string>
 
@@ -12,6 +10,7 @@
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/storage/held_directory.h"
+#include "tslwnfs/storage/identity.h"
 #include "tslwnfs/storage/resolve.h"
 #include "tslwnfs/terminal/reasons.h"
 
@@ -23,27 +22,6 @@ constexpr TransferRecords kRecords = {.function = "copyfile",
                                       .source_reidentified_level = 3,
                                       .created_level = 3,
                                       .committed_level = 1};
-
-bool is_below(std::string_view path, std::string_view directory) {
-    return path == directory || (path.starts_with(directory) && path[directory.size()] == '/');
-}
-
-// The text tells unless a link leads into the source; for a local source every parent of the destination is compared
-// with it.
-bool lies_inside(const PathBuffer &destination, const PathBuffer &source, const AttrResult &source_attributes) {
-    if (is_below(destination.view(), source.view())) return true;
-    if (!source_attributes.local) return false;
-    std::string parent(destination.view());
-    while (!parent.empty()) {
-        struct stat status;
-        if (stat(parent.c_str(), &status) == 0 && status.st_dev == source_attributes.local->st_dev &&
-            status.st_ino == source_attributes.local->st_ino) {
-            return true;
-        }
-        parent.erase(parent.find_last_of('/') == std::string::npos ? 0 : parent.find_last_of('/'));
-    }
-    return false;
-}
 
 bool is_local(const PathBuffer &path) {
     AttrResult attributes;
@@ -58,7 +36,7 @@ uint32_t copy_directory(const PathBuffer &source, const PathBuffer &destination,
         terminal::note_failure(std::string(source.view()) + " is a directory; with -r it is copied, too");
         return 1;
     }
-    if (lies_inside(destination, source, source_attributes)) {
+    if (lies_inside(std::string(destination.view()), std::string(source.view()))) {
         trace_failure(kRecords.function, "%s lies inside %s", destination.c_str(), source.c_str());
         return 1;
     }
@@ -91,7 +69,7 @@ bool name_destination(const SourceFile &source, const Operand &operand, Destinat
 
 uint32_t copy_file(SourceFile &source, const Operand &operand, DestinationFile &destination, RequestSlots &requests) {
     if (!open_source(source, kRecords) || !name_destination(source, operand, destination)) return 1;
-    switch (open_destination(destination, source, kRecords)) {
+    switch (open_destination(destination, source, WhenRefused::write_local_file, kRecords)) {
         case Opened::refused:
             // Whoever declines gets no clean-up: the source stays as long as it was made.
             source.extended = false;

@@ -5,12 +5,14 @@
 
 #include <array>
 #include <cerrno>
+#include <string>
 
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/storage/identify.h"
+#include "tslwnfs/storage/identity.h"
 #include "tslwnfs/terminal/reasons.h"
 
 namespace {
@@ -20,17 +22,21 @@ bool asks_before_overwriting() {
     return (commandtype == kCopy || commandtype == kMove) && (COMMAND_OPTION & kFileInteractive) != 0;
 }
 
-bool is_same_local_file(FILE *stream, const PathBuffer &path) {
-    struct stat one;
-    struct stat other;
-    return fstat(fileno(stream), &one) == 0 && stat(path.c_str(), &other) == 0 && one.st_dev == other.st_dev &&
-           one.st_ino == other.st_ino;
+bool is_stream_of(FILE *stream, const struct stat &file) {
+    struct stat status;
+    return fstat(fileno(stream), &status) == 0 && status.st_dev == file.st_dev && status.st_ino == file.st_ino;
 }
 
 bool is_same_file(const SourceFile &source, const DestinationFile &destination, bool exists_remotely) {
     if (source.path.view() == destination.path.view()) return true;
-    if (source.local) return is_same_local_file(source.stream.get(), destination.path);
-    return exists_remotely && source.info.file == destination.info.file;
+    if (!exists_remotely) {
+        struct stat there;
+        if (stat(destination.path.c_str(), &there) != 0) return false;
+        if (source.local) return is_stream_of(source.stream.get(), there);
+    } else if (!source.local && source.info.file == destination.info.file) {
+        return true;
+    }
+    return is_one_object(std::string(source.path.view()), std::string(destination.path.view()));
 }
 
 }  // namespace
@@ -77,7 +83,8 @@ bool confirm_overwrite(const PathBuffer &path) {
     return true;
 }
 
-Opened open_destination(DestinationFile &destination, const SourceFile &source, const TransferRecords &records) {
+Opened open_destination(DestinationFile &destination, const SourceFile &source, WhenRefused when_refused,
+                        const TransferRecords &records) {
     const Identification found = identify(destination.path, destination.info);
     const bool exists = found.status == 0 && found.code == TDM_IDENTIFIED_REMOTE;
     if (!exists) {
@@ -86,7 +93,15 @@ Opened open_destination(DestinationFile &destination, const SourceFile &source, 
     if (is_source_itself(source, destination, exists, records)) return Opened::failed;
     if (exists) return confirm_overwrite(destination.path) ? Opened::ready : Opened::refused;
     if (create_destination(destination, source.total(), records)) return Opened::ready;
+    const bool is_local_path = !found.failed() && found.code == TDM_IDENTIFIED_LOCAL;
+    if (when_refused == WhenRefused::fail && !is_local_path) return Opened::failed;
     return open_local_destination(destination, records);
+}
+
+bool close_destination(DestinationFile &destination, const TransferRecords &records) {
+    if (close_stream(destination.stream)) return true;
+    trace_message(records.function, Message::file_unopenable, destination.path.c_str());
+    return false;
 }
 
 bool resize_destination(const DestinationFile &destination, uint64_t size, const TransferRecords &records) {

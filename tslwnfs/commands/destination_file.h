@@ -21,10 +21,13 @@ struct DestinationFile {
 
 enum class Opened : uint8_t { ready, failed, refused };
 
+// What becomes of a path that a server is to have when the server does not take it.
+enum class WhenRefused : uint8_t { write_local_file, fail };
+
 // Opens destination.path, resolved: an existing remote file as it is, else a new one of source.total() bytes, else,
-// when it cannot be created on a server, a local file. Existing files are announced and, with -i, asked about. A
-// destination that is the source itself is refused before anything is opened for writing.
-[[nodiscard]] Opened open_destination(DestinationFile &destination, const SourceFile &source,
+// when it cannot be created on a server, a local file, if that may be. Existing files are announced and, with -i, asked
+// about. A destination that is the source itself is refused before anything is opened for writing.
+[[nodiscard]] Opened open_destination(DestinationFile &destination, const SourceFile &source, WhenRefused when_refused,
                                       const TransferRecords &records);
 
 // The steps of open_destination():
@@ -34,13 +37,17 @@ enum class Opened : uint8_t { ready, failed, refused };
 [[nodiscard]] bool is_source_itself(const SourceFile &source, const DestinationFile &destination, bool exists_remotely,
                                     const TransferRecords &records);
 
-// Makes the remote file, of size bytes. A failure is traced and means that the destination is a local file.
+// Makes the remote file, of size bytes. A failure is traced and means that the destination is a local file, if it may
+// be one.
 [[nodiscard]] bool create_destination(DestinationFile &destination, uint64_t size, const TransferRecords &records);
 
 [[nodiscard]] Opened open_local_destination(DestinationFile &destination, const TransferRecords &records);
 
 // The announcement of an existing file and the question. Returns false when the user declined.
 [[nodiscard]] bool confirm_overwrite(const PathBuffer &path);
+
+// Closes the stream of a local destination. Traces and returns false when written data was lost.
+[[nodiscard]] bool close_destination(DestinationFile &destination, const TransferRecords &records);
 
 // Gives a remote destination its size, with a level-1 record.
 [[nodiscard]] bool resize_destination(const DestinationFile &destination, uint64_t size,

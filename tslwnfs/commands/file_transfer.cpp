@@ -53,9 +53,7 @@ bool transfer_data(const SourceFile &source, const DestinationFile &destination,
 
 bool close_streams(SourceFile &source, DestinationFile &destination, const TransferRecords &records) {
     const bool read = close_stream(source.stream);
-    const bool written = close_stream(destination.stream);
-    if (!written) trace_message(records.function, Message::file_unopenable, destination.path.c_str());
-    return read && written;
+    return close_destination(destination, records) && read;
 }
 
 bool finish_transfer(SourceFile &source, const DestinationFile &destination, uint64_t size,

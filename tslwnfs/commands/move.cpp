@@ -94,7 +94,7 @@ uint32_t finish(const SourceFile &source, const DestinationFile &destination) {
 uint32_t move_file(SourceFile &source, DestinationFile &destination, RequestSlots &requests) {
     if (!open_source(source, kRecords)) return 1;
     if (!takes_file(destination.path)) return 1;
-    switch (open_destination(destination, source, kRecords)) {
+    switch (open_destination(destination, source, WhenRefused::write_local_file, kRecords)) {
         case Opened::refused:
             // Whoever declines gets no clean-up: the source stays as long as it was made.
             source.extended = false;

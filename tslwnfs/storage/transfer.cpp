@@ -101,6 +101,11 @@ std::size_t writelocfile(RequestSlots &requests, std::size_t index, FILE *stream
     return std::fwrite(requests[index].buffer, 1, count, stream);
 }
 
+uint32_t storage_barrier() {
+    uint32_t count = 0;
+    return tdm_io(ctx, nullptr, 0, nullptr, 0, nullptr, 0, 0, TDM_WAIT_FOREVER, &count);
+}
+
 void readnfsfile(RequestSlots &requests, std::size_t index, uint32_t initial_count) {
     carry_out("readnfsfile", requests, index, initial_count, Reported::completion_count);
 }

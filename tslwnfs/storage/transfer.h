@@ -76,6 +76,10 @@ class TransferBuffer {
 std::size_t readlocfile(RequestSlots &requests, std::size_t index, FILE *stream, std::size_t count);
 std::size_t writelocfile(RequestSlots &requests, std::size_t index, FILE *stream, std::size_t count);
 
+// Waits until every write that the library accepted is on stable storage, and makes what is asked next be asked of the
+// servers. Returns the status of the first write that failed.
+[[nodiscard]] uint32_t storage_barrier();
+
 // Carry out the request in one slot and wait for it. initial_count seeds the completion count. A request that
 // completes with a status is traced (message 65065) and counted, and the call returns; when the library refuses the
 // submission (65070) or the completion (65065), the process ends with exit status 1.

@@ -63,13 +63,14 @@ std::string file_content(const fs::path &path) {
 
 TdmAttributes FakeNode::current_attributes() const {
     TdmAttributes current = attributes;
-    current.size = is_directory() ? 4096 : data.size();
+    if (!is_directory()) current.size = data.size();
     return current;
 }
 
 FakeVolume::FakeVolume(std::string prefix) : prefix_(std::move(prefix)), root_(std::make_shared<FakeNode>()) {
     root_->attributes.type = TDM_TYPE_DIRECTORY;
     root_->attributes.permissions = 0755;
+    root_->attributes.size = 4096;
 }
 
 bool FakeVolume::serves(std::string_view path) const {
@@ -112,7 +113,9 @@ FakeNodePointer FakeVolume::add_file(std::string_view path, std::string content)
 }
 
 FakeNodePointer FakeVolume::add_directory(std::string_view path) {
-    return add(path, TDM_TYPE_DIRECTORY, 0755);
+    FakeNodePointer node = add(path, TDM_TYPE_DIRECTORY, 0755);
+    if (node->attributes.size == 0) node->attributes.size = 4096;
+    return node;
 }
 
 FakeNodePointer FakeVolume::add_link(std::string_view path, std::string target) {

@@ -12,7 +12,7 @@
 #include "include/tdm.h"
 
 struct FakeNode {
-    TdmAttributes attributes = {};  // type, permissions, owner and times; size follows data
+    TdmAttributes attributes = {};  // type, permissions, owner and times; a file's size follows data
     std::string data;               // content of a file, target of a link
     std::vector<std::pair<std::string, std::shared_ptr<FakeNode>>> entries;  // of a directory, in the server's order
 
