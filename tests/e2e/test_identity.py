@@ -4,6 +4,7 @@ server's own folder beside a mount of it. Nothing is copied or moved onto itself
 import os
 
 import pytest
+from files import make_file
 
 import client
 import servers
@@ -122,3 +123,21 @@ def test_a_tree_that_is_copied_into_an_export_inside_it_ends(nested):
     nested.run("cp", "-r", nested.mount / "all/tree", nested.mount / "inside/copy")
     assert (nested.inside / "copy" / "f").read_bytes() == DATA
     assert not (nested.inside / "copy" / "inside").exists()
+
+
+@pytest.mark.parametrize("down", [False, True], ids=["read-only", "down"])
+def test_a_move_that_its_server_refuses_leaves_nothing_on_the_local_disk(nested, tmp_path, down):
+    source = make_file(tmp_path / "source", 1000)
+    sent = source.read_bytes()
+    (nested.mount / "ro").mkdir(parents=True)
+    if down:
+        nested.daemon.kill()
+    trace = tmp_path / "trace"
+    words = ["-trace", trace, "-level", "3", "3", "3", "3", "mv", source, nested.mount / "ro" / "f"]
+    done = nested.run(*words, env={"TSLWNFS_TERMINAL": "always"})
+    assert (done.status, source.read_bytes() == sent) == (1, True)
+    assert list((nested.mount / "ro").iterdir()) == []
+    assert "TWNFS-65029" in trace.read_text()
+    assert b"server nested" in done.err
+    if down:
+        nested.daemon.start_again()

@@ -2,6 +2,8 @@
 whole file, and a move that failed has left the source or the destination whole. What counts is what is on the server's
 disk: it keeps uncommitted data to itself and loses it when it is killed."""
 
+import os
+
 import pytest
 from client import finish
 from files import content, make_file
@@ -117,6 +119,58 @@ def test_a_move_keeps_its_source_when_the_export_turns_read_only(stand_still):
     assert whole
     # Only what reads alone can still be done; nothing that failed may look like a success.
     assert run.status == 1 or whole == ["two"]
+
+
+def append(path):
+    with open(path, "ab") as file:
+        file.write(b"more")
+
+
+def replace(path):
+    new = path.with_name("new")
+    new.write_bytes(b"another file")
+    new.rename(path)
+
+
+# A call that a move makes while it still copies.
+COPYING = pytest.mark.parametrize("direction, procedure", [("up", "COMMIT"), ("down", "READ"), ("across", "COMMIT")])
+
+
+@COPYING
+@pytest.mark.parametrize("change", [append, replace])
+def test_a_source_that_is_changed_while_it_is_moved_is_kept(faulty, tmp_path, direction, procedure, change):
+    server = faulty()
+    move = Move(server, tmp_path, direction)
+    server.fault(f"status={procedure}:JUKEBOX:*")
+    process = server.start(*move.words)
+    server.await_count("fault.status", 1, process)
+    change(move.source)
+    changed = move.source.read_bytes()
+    server.tell("clear status")
+    assert finish(process).status == 1
+    assert move.source.read_bytes() == changed
+
+
+@pytest.mark.parametrize("direction", ["up", "across"])
+@pytest.mark.parametrize("lose", ["rename", "replace", "cut"])
+def test_a_source_is_kept_when_the_destination_is_lost_behind_the_servers_back(faulty, tmp_path, direction, lose):
+    server = faulty()
+    move = Move(server, tmp_path, direction)
+    server.fault("status=COMMIT:JUKEBOX:*")
+    process = server.start(*move.words)
+    server.await_count("fault.status", 1, process)
+    if lose == "rename":
+        move.destination.rename(move.destination.with_name("elsewhere"))
+    elif lose == "replace":
+        replace(move.destination)
+    server.tell("clear status")
+    if lose == "cut":
+        server.fault("status=LOOKUP:JUKEBOX:*")
+        server.await_count("LOOKUP", server.count("LOOKUP") + 1, process)
+        os.truncate(move.destination, 1)
+        server.tell("clear status")
+    assert finish(process).status == 1
+    assert move.source.read_bytes() == DATA
 
 
 @pytest.mark.parametrize("lost", ["REMOVE", "COMMIT", "WRITE", "SETATTR", "CREATE"])

@@ -2,8 +2,12 @@
 // move: a copy, then the deletion of the source. Nothing is ever renamed.
 //
 // The source is deleted before the destination gets its size and is committed. So nothing may be deleted before the
-// destination's bytes are safe: tdm_delete brings a remote destination's accepted writes to stable storage by itself,
-// everything else is seen to here.
+// destination's bytes are safe, and found again under its name; nor when something else than what was copied has the
+// source's name by now.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <optional>
 #include <string>
 
 #include "tslwnfs/commands/attributes.h"
@@ -13,6 +17,7 @@
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/storage/identity.h"
 #include "tslwnfs/storage/resolve.h"
 #include "tslwnfs/terminal/reasons.h"
 
@@ -25,32 +30,91 @@ constexpr TransferRecords kRecords = {.function = "movefile",
                                       .created_level = 1,
                                       .committed_level = 1};
 
-// Waits until every write that the library accepted is on stable storage.
-bool wait_for_remote_writes() {
-    uint32_t count = 0;
-    const uint32_t status = tdm_io(ctx, nullptr, 0, nullptr, 0, nullptr, 0, 0, TDM_WAIT_FOREVER, &count);
+// Both ends of a move, and what was opened there.
+struct Move {
+    SourceFile source;
+    DestinationFile destination;
+    std::optional<FileIdentity> has_source_name;  // a link itself, where that has it
+    std::optional<FileIdentity> written;          // the file, in whatever state
+};
+
+std::optional<FileIdentity> identity_of(FILE *stream) {
+    struct stat status;
+    return fstat(fileno(stream), &status) == 0 ? std::optional(identity_of(status)) : std::nullopt;
+}
+
+bool open_source_to_move(Move &move) {
+    const std::string path(move.source.path.view());
+    move.has_source_name = look_at(path, LastLink::keep);
+    if (!open_source(move.source, kRecords)) return false;
+    const bool link = move.has_source_name && move.has_source_name->link;
+    if (move.source.local && !link) move.has_source_name = identity_of(move.source.stream.get());
+    // Growing it changed it.
+    if (move.source.extended) move.has_source_name = look_at(path, LastLink::keep);
+    return true;
+}
+
+Opened open_destination_to_move(Move &move) {
+    DestinationFile &destination = move.destination;
+    const Opened opened = open_destination(destination, move.source, WhenRefused::fail, kRecords);
+    if (opened != Opened::ready) return opened;
+    move.written = destination.local ? identity_of(destination.stream.get())
+                                     : look_at(std::string(destination.path.view()), LastLink::follow);
+    return opened;
+}
+
+bool keep(const SourceFile &source, const std::string &why) {
+    trace_failure(kRecords.function, "%s is kept: %s", source.path.c_str(), why.c_str());
+    return false;
+}
+
+// Brings the destination to stable storage. What is looked at afterwards is as it is now.
+bool settle(const SourceFile &source, const DestinationFile &destination) {
+    if (destination.local && !synchronize_stream(destination.stream.get(), destination.path.c_str())) {
+        trace_message(kRecords.function, Message::file_unopenable, destination.path.c_str());
+        return false;
+    }
+    if (destination.local && source.local) return true;
+    const uint32_t status = storage_barrier();
     if (status != 0) trace_message(kRecords.function, Message::request_incomplete, status);
     return status == 0;
 }
 
+uint64_t size_written(const SourceFile &source, const DestinationFile &destination) {
+    if (destination.local) return source.size;
+    return destination.created ? source.total() : std::max(destination.info.size, source.total());
+}
+
+bool is_destination_in_place(const Move &move) {
+    const std::string path(move.destination.path.view());
+    const auto now = look_at(path, LastLink::follow);
+    const bool in_place =
+        now && move.written && now->is_still(*move.written) && now->size == size_written(move.source, move.destination);
+    return in_place || keep(move.source, path + " is not the file that was written");
+}
+
+bool is_source_unchanged(const Move &move) {
+    const auto now = look_at(std::string(move.source.path.view()), LastLink::keep);
+    return (now && now == move.has_source_name) || keep(move.source, "it was changed or replaced while it was moved");
+}
+
 // Returns false when the destination may lack something of the source.
-bool is_destination_safe(const SourceFile &source, const DestinationFile &destination, const RequestSlots &requests) {
-    if (requests.failures() != 0) {
-        trace_failure(kRecords.function, "%s is kept: %llu requests failed", source.path.c_str(),
-                      static_cast<unsigned long long>(requests.failures()));
-        return false;
-    }
-    if (!destination.local) return !source.local || wait_for_remote_writes();
-    if (synchronize_stream(destination.stream.get(), destination.path.c_str())) return true;
-    trace_message(kRecords.function, Message::file_unopenable, destination.path.c_str());
-    return false;
+bool is_destination_safe(Move &move, const RequestSlots &requests) {
+    if (requests.failures() != 0) return keep(move.source, std::to_string(requests.failures()) + " requests failed");
+    return settle(move.source, move.destination) && close_destination(move.destination, kRecords) &&
+           is_destination_in_place(move) &&
+           !is_source_itself(move.source, move.destination, !move.destination.local, kRecords);
 }
 
-bool delete_local(const PathBuffer &path) {
-    return check_deletable(kRecords.function, path) && delete_local_file(kRecords.function, path);
+bool delete_local(const Move &move) {
+    const PathBuffer &path = move.source.path;
+    return check_deletable(kRecords.function, path) && is_source_unchanged(move) &&
+           delete_local_file(kRecords.function, path);
 }
 
-bool delete_remote(const PathBuffer &path) {
+bool delete_remote(const Move &move) {
+    if (!is_source_unchanged(move)) return false;
+    const PathBuffer &path = move.source.path;
     uint32_t location = 0;
     const uint32_t status = tdm_delete(ctx, path.c_str(), &location);
     if (status == 0 && location == TDM_LOCATION_REMOTE) return true;
@@ -91,10 +155,12 @@ uint32_t finish(const SourceFile &source, const DestinationFile &destination) {
     return 0;
 }
 
-uint32_t move_file(SourceFile &source, DestinationFile &destination, RequestSlots &requests) {
-    if (!open_source(source, kRecords)) return 1;
+uint32_t move_file(Move &move, RequestSlots &requests) {
+    SourceFile &source = move.source;
+    const DestinationFile &destination = move.destination;
+    if (!open_source_to_move(move)) return 1;
     if (!takes_file(destination.path)) return 1;
-    switch (open_destination(destination, source, WhenRefused::write_local_file, kRecords)) {
+    switch (open_destination_to_move(move)) {
         case Opened::refused:
             // Whoever declines gets no clean-up: the source stays as long as it was made.
             source.extended = false;
@@ -105,9 +171,8 @@ uint32_t move_file(SourceFile &source, DestinationFile &destination, RequestSlot
             break;
     }
     if (!transfer_data(source, destination, requests, kRecords)) return 1;
-    if (!is_destination_safe(source, destination, requests)) return 1;
-    if (!close_streams(source, destination, kRecords)) return 1;
-    if (!(source.local ? delete_local(source.path) : delete_remote(source.path))) return 1;
+    if (!is_destination_safe(move, requests)) return 1;
+    if (!(source.local ? delete_local(move) : delete_remote(move))) return 1;
     // Deleted as it was: there is nothing left to cut back.
     source.extended = false;
     return finish(source, destination);
@@ -119,11 +184,10 @@ uint32_t movefile(const Operand &source, const Operand &destination) {
     if (!check_operands(source, destination, kRecords)) return 1;
     RequestSlots requests;
     if (!requests.allocate(kRecords.function)) return 1;
-    SourceFile from;
-    DestinationFile to;
-    if (!resolve_operand(kRecords.function, source, from.path)) return 1;
-    if (!resolve_operand(kRecords.function, destination, to.path)) return 1;
+    Move move;
+    if (!resolve_operand(kRecords.function, source, move.source.path)) return 1;
+    if (!resolve_operand(kRecords.function, destination, move.destination.path)) return 1;
 
-    if (!is_movable(from.path)) return 1;
-    return move_file(from, to, requests);
+    if (!is_movable(move.source.path)) return 1;
+    return move_file(move, requests);
 }

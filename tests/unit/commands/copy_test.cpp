@@ -156,7 +156,7 @@ TEST_F(CopyTest, AnExistingLocalFileIsAnnounced) {
                 ElementsAre("copyfile TWNFS-65036: Identification of " + source + " returned code 2.",
                             "copyfile TWNFS-65036: Identification of " + destination + " returned code 2.",
                             "copyfile TWNFS-65029: " + destination +
-                                " could not be created on the server (status 95); it is treated as a local file."));
+                                " could not be created on the server (status 95); it may be treated as a local file."));
     turn_log_on();
     outcome = copy(source, destination);
     EXPECT_EQ(outcome.output, "");
@@ -257,9 +257,10 @@ TEST_F(CopyTest, TheServersRefusalToCreateMakesTheDestinationALocalFile) {
     fake_.answer("create", 1, {.status = 30, .location = {}});
     EXPECT_EQ(copy(source, destination).status, 0u);
     EXPECT_EQ(read_file(destination), "text");
-    EXPECT_EQ(trace_of("copyfile").back(), "copyfile TWNFS-65029: " + destination +
-                                               " could not be created on the server (status 30); it is treated as a "
-                                               "local file.");
+    EXPECT_EQ(trace_of("copyfile").back(),
+              "copyfile TWNFS-65029: " + destination +
+                  " could not be created on the server (status 30); it may be treated as a "
+                  "local file.");
 }
 
 TEST_F(CopyTest, ACreationIsTriedForALocalPathToo) {

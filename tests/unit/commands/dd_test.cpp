@@ -672,7 +672,7 @@ TEST_F(DdTest, AServersRefusalToCreateMakesTheOutputALocalFile) {
     EXPECT_EQ(dd(elsewhere.file("src", "text"), local("dst")).status, 0u);
     EXPECT_EQ(read_file(local("dst")), "text");
     EXPECT_EQ(trace_of("ddfile").back(), "ddfile TWNFS-65029: " + local("dst") +
-                                             " could not be created on the server (status 30); it is treated as a "
+                                             " could not be created on the server (status 30); it may be treated as a "
                                              "local file.");
 }
 
