@@ -435,6 +435,26 @@ TEST_F(CopyTest, ADirectoryIsNotCopiedIntoItself) {
     EXPECT_EQ(trace().back(), "copyfile /m/d/sub lies inside /m/d");
 }
 
+TEST_F(CopyTest, AFileIsNotCopiedOntoItselfThroughAnotherMount) {
+    const FakeNodePointer file = fake_.volume.add_file("/m/a/f", "text");
+    fake_.volume.add_directory("/m/b")->entries.emplace_back("f", file);
+    file->attributes.file_system_id = 7;
+    EXPECT_EQ(copy("/m/a/f", "/m/b/f").status, 1u);
+    EXPECT_EQ(trace().back(), "copyfile /m/a/f and /m/b/f are the same file");
+    EXPECT_EQ(fake_.volume.content("/m/a/f"), "text");
+    EXPECT_THAT(fake_.calls_of({"submit"}), IsEmpty());
+}
+
+TEST_F(CopyTest, ADirectoryIsNotCopiedIntoItselfThroughAnotherMount) {
+    COMMAND_OPTION = kFileRecursive;
+    const FakeNodePointer tree = fake_.volume.add_directory("/m/a/tree");
+    tree->attributes.file_system_id = 7;
+    fake_.volume.add_directory("/m/b")->entries.emplace_back("tree", tree);
+    EXPECT_EQ(copy("/m/a/tree", "/m/b/tree/sub").status, 1u);
+    EXPECT_EQ(trace().back(), "copyfile /m/b/tree/sub lies inside /m/a/tree");
+    EXPECT_THAT(fake_.calls_of({"mkdir"}), IsEmpty());
+}
+
 TEST_F(CopyTest, ADestinationDirectoryThatCannotBeMadeFails) {
     COMMAND_OPTION = kFileRecursive | kFileInteractive;  // asking is not making parents
     const std::string source = directory_.directory("src");
