@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/stream.h"
 
+#include <cerrno>
 #include <string>
+
+#include "platform/write_errors.h"
 
 Stream open_stream(const char *path, const char *mode) {
     return Stream(std::fopen(path, std::string(mode).append("e").c_str()));
@@ -13,6 +16,9 @@ void write_through(FILE *stream) {
 
 bool close_stream(Stream &stream) {
     if (!stream) return true;
-    const bool failed_before = std::ferror(stream.get()) != 0;
-    return std::fclose(stream.release()) == 0 && !failed_before;
+    const bool arrived = flush_stream(stream.get());
+    const int error = take_write_error(stream.get());
+    if (std::fclose(stream.release()) != 0) return false;
+    errno = error;
+    return arrived;
 }

@@ -18,5 +18,5 @@ Stream open_stream(const char *path, const char *mode);
 void write_through(FILE *stream);
 
 // Flushes and closes. Returns true when everything ever written arrived, and for a stream that is not open; otherwise
-// errno tells why, when the system did.
+// errno tells why, or is 0 when nobody took note.
 [[nodiscard]] bool close_stream(Stream &stream);

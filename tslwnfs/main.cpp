@@ -5,6 +5,8 @@
 #include <new>
 #include <span>
 
+#include "platform/standard_descriptors.h"
+#include "tslwnfs/frontend/command_table.h"
 #include "tslwnfs/frontend/startup.h"
 #include "tslwnfs/frontend/streams.h"
 #include "tslwnfs/terminal/screen.h"
@@ -24,8 +26,10 @@ int run(std::span<char *> arguments) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    if (!take_standard_descriptors()) return EXIT_FAILURE;
     std::setlocale(LC_ALL, "");
     terminal::open();
     if (std::atexit(finish_output_at_exit) != 0) return 1;
-    return finish_output(run({argv, static_cast<std::size_t>(argc)}));
+    const int status = run({argv, static_cast<std::size_t>(argc)});
+    return finish_output(status, prints_result() ? LostOutput::fails : LostOutput::keeps_status);
 }

@@ -2,7 +2,10 @@
 
 import os
 import re
+import shlex
 import socket
+
+import pytest
 
 from files import content, make_file
 from texts import SUCCEEDED, banner, copy_banner, exists, failed, message
@@ -105,3 +108,71 @@ def test_nfsids_tells_the_identity_presented(local, tmp_path):
     log = tmp_path / "log.txt"
     assert local.ok("-log", log, "nfsids") == b""
     assert log.read_text() == "\nCOMPUTER NAME:  %s\nUID:              %d\nGID:              %d\n" % identity
+
+
+def run_in_shell(client, redirection, *words):
+    """Runs a command with the redirection of a shell behind it."""
+    line = shlex.join([str(client.home / "bin" / "tslwnfs"), *map(str, words)])
+    return client.run("-c", f"exec {line} {redirection}", program="/bin/sh")
+
+
+CLOSED = ["<&- >&-", ">&-", "2>&-", "<&- >&- 2>&-"]
+
+
+@pytest.mark.parametrize("redirection", CLOSED)
+def test_closed_standard_streams_get_into_no_connection_and_no_file(server, place, tmp_path, redirection):
+    source = make_file(tmp_path / "source", 3_000_000)
+    assert run_in_shell(server.client, redirection, "cp", source, place / "up").status == 0
+    assert (place.files / "up").read_bytes() == source.read_bytes()
+    assert run_in_shell(server.client, redirection, "cp", place / "up", tmp_path / "down").status == 0
+    assert (tmp_path / "down").read_bytes() == source.read_bytes()
+    shown = run_in_shell(server.client, redirection, "cat", place / "up")
+    assert shown.status == (1 if ">&-" in redirection.replace("2>&-", "") else 0)
+    assert (place.files / "up").read_bytes() == source.read_bytes()
+
+
+# Commands whose result is what they print, and commands that do something. {0} is a file, {1} a directory of its own.
+PRINTING = ["ls {1}", "ls -R {1}", "find {1}", "cat {0}", "getattr {1}", "stat {1}", "fsstat {1}", "nfsids", "get_ip_subnet"]
+DOING = ["mkdir {1}/new", "cp {0} {1}/new", "rm {0}", "mv {0} {1}/new"]
+
+
+def fill(words, tmp_path):
+    """The words of a command over a file and a directory of its own."""
+    file, directory = make_file(tmp_path / "a" / "file", 5), tmp_path / "b"
+    directory.mkdir(exist_ok=True)
+    (directory / "x").touch()
+    return words.format(file, directory).split()
+
+
+@pytest.fixture
+def two(tmp_path):
+    (tmp_path / "a").mkdir()
+    return tmp_path
+
+
+@pytest.mark.parametrize("redirection", [">/dev/full", ">&-"])
+@pytest.mark.parametrize("words", PRINTING + DOING)
+def test_a_lost_standard_output_fails_what_only_prints(server, place, two, words, redirection):
+    words = words.replace("stat {1}", "stat " + place.remote)
+    done = run_in_shell(server.client, redirection, *fill(words, two))
+    lost = any(words.split()[0] == each.split()[0] for each in PRINTING)
+    assert (done.status, done.err) == (1 if lost else 0, b"")
+
+
+@pytest.mark.parametrize("words", PRINTING + DOING)
+def test_a_lost_log_fails_what_only_prints(server, place, two, words):
+    words = words.replace("stat {1}", "stat " + place.remote)
+    done = server.client.run("-log", "/dev/full", *fill(words, two))
+    lost = any(words.split()[0] == each.split()[0] for each in PRINTING)
+    assert (done.status, done.err) == (1 if lost else 0, b"")
+
+
+def test_a_lost_output_is_told_at_a_terminal_with_its_reason(server, place, two):
+    for words in ("cat {0}", "ls {1}", "find {1}"):
+        line = shlex.join([str(server.client.home / "bin" / "tslwnfs"), *fill(words, two)])
+        done = server.client.run(
+            "-c", f"exec {line} >/dev/full", program="/bin/sh", env={"TSLWNFS_TERMINAL": "always"}
+        )
+        assert done.status == 1
+        assert b"No space left on device" in done.err and b"Success" not in done.err, done.err
+        assert b"could not be opened" not in done.err, done.err

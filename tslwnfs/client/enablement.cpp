@@ -20,6 +20,7 @@
 #include "tslwnfs/config/whole_file.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/output.h"
 
 namespace {
 
@@ -61,7 +62,7 @@ std::optional<LibraryCopy> library_copy() {
 }
 
 uint32_t copy_library(const LibraryCopy &copy) {
-    static_cast<void>(std::fflush(nullptr));
+    flush_output();
     if (copy.command && std::system(copy.command->c_str()) == 0) return 0;
     trace_message(kEnableFunction, Message::library_not_copied, copy.name.c_str());
     return 1;

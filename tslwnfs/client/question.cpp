@@ -3,8 +3,10 @@
 
 #include <cstdio>
 
+#include "tslwnfs/frontend/output.h"
+
 bool ask_once(const std::string &question) {
-    static_cast<void>(std::fputs(question.c_str(), stdout));
-    static_cast<void>(std::fflush(nullptr));
+    lwrf("%s", question.c_str());
+    flush_output();
     return std::getchar() == 'y';
 }

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // cat: the content of one file to the command's output.
+#include <cerrno>
+
 #include "platform/stream.h"
 #include "tslwnfs/commands/files.h"
 #include "tslwnfs/commands/source_file.h"
@@ -9,6 +11,7 @@
 #include "tslwnfs/storage/resolve.h"
 #include "tslwnfs/storage/transfer.h"
 #include "tslwnfs/terminal/progress.h"
+#include "tslwnfs/terminal/reasons.h"
 #include "tslwnfs/terminal/screen.h"
 
 namespace {
@@ -31,7 +34,8 @@ bool print_content(const SourceFile &source, RequestSlots &requests) {
         // Not sooner: a remark without a line feed may still be in the buffer, and the reason of a failure must not end
         // up behind it.
         if (pieces.offset() == 0) write_through(output_stream());
-        if (std::fwrite(buffer.data(), 1, pieces.payload(), output_stream()) != pieces.payload()) {
+        if (!print_bytes(buffer.data(), pieces.payload())) {
+            terminal::note_system_failure("The content could not be written", errno);
             trace_message(kRecords.function, Message::file_unopenable, source.path.c_str());
             return false;
         }

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "include/tdm.h"
+#include "platform/write_errors.h"
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/dd_batch.h"
 #include "tslwnfs/commands/dd_input.h"
@@ -88,8 +89,8 @@ uint64_t read_size() {
 
 // A question, hence on standard output in any case.
 uint64_t ask_size() {
-    std::fputs("enter the maximum  file size You want \n", stdout);
-    std::fflush(nullptr);
+    lwrf("enter the maximum  file size You want \n");
+    flush_output();
     const uint64_t size = read_size();
     print("Enter Ctrl+c after input completes\n");
     return size;
@@ -234,8 +235,8 @@ bool copy_data(Run &run) {
 
 bool finish_output(Run &run) {
     if (offound == 0) {
-        if (std::fflush(stdout) == 0) return true;
-        trace_message(kFunction, Message::file_unopenable, "stdout");
+        if (flush_stream(stdout)) return true;
+        trace_unwritten(kFunction, "stdout");
         return false;
     }
     return close_streams(run.source, run.destination, kDdRecords);

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "platform/write_errors.h"
 #include "tslwnfs/commands/dd_records.h"
 #include "tslwnfs/frontend/messages.h"
 
@@ -44,8 +45,8 @@ bool DdOutput::write_piece(std::span<const std::byte> piece) {
     if (destination_ != nullptr && !destination_->local) return write_remote(piece);
     FILE *const stream = destination_ == nullptr ? stdout : destination_->stream.get();
     if (std::fwrite(piece.data(), 1, piece.size(), stream) == piece.size()) return true;
-    trace_message(kDdRecords.function, Message::file_unopenable,
-                  destination_ == nullptr ? "stdout" : destination_->path.c_str());
+    note_write(stream);
+    trace_unwritten(kDdRecords.function, destination_ == nullptr ? "stdout" : destination_->path.c_str());
     return false;
 }
 

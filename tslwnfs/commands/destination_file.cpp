@@ -100,7 +100,7 @@ Opened open_destination(DestinationFile &destination, const SourceFile &source, 
 
 bool close_destination(DestinationFile &destination, const TransferRecords &records) {
     if (close_stream(destination.stream)) return true;
-    trace_message(records.function, Message::file_unopenable, destination.path.c_str());
+    trace_unwritten(records.function, destination.path.c_str());
     return false;
 }
 

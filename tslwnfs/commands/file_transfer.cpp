@@ -18,7 +18,7 @@ bool write_piece(const DestinationFile &destination, const Pieces &pieces, Reque
         return true;
     }
     if (writelocfile(requests, slot, destination.stream.get(), pieces.payload()) == pieces.payload()) return true;
-    trace_message(records.function, Message::file_unopenable, destination.path.c_str());
+    trace_unwritten(records.function, destination.path.c_str());
     return false;
 }
 

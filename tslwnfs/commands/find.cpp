@@ -11,6 +11,7 @@
 #include "tslwnfs/commands/listing.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/output.h"
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/frontend/wildcard.h"
 #include "tslwnfs/storage/real_path.h"
@@ -96,13 +97,13 @@ void run_command(const std::string &path) {
         return;
     }
     // What was printed so far comes before what the command prints.
-    std::fflush(nullptr);
+    flush_output();
     [[maybe_unused]] const int ignored = std::system(command.c_str());  // NOLINT(cert-env33-c): the option's purpose
 }
 
 void report_match(const std::string &path) {
     // Matches are data for another program: they go to standard output, log or not.
-    if (!option(kFindExec) || option(kFindPrint)) std::printf("%s \n", path.c_str());
+    if (!option(kFindExec) || option(kFindPrint)) lwrf("%s \n", path.c_str());
     if (option(kFindExec)) run_command(path);
 }
 

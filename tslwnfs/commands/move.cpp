@@ -71,7 +71,7 @@ bool keep(const SourceFile &source, const std::string &why) {
 // Brings the destination to stable storage. What is looked at afterwards is as it is now.
 bool settle(const SourceFile &source, const DestinationFile &destination) {
     if (destination.local && !synchronize_stream(destination.stream.get(), destination.path.c_str())) {
-        trace_message(kRecords.function, Message::file_unopenable, destination.path.c_str());
+        trace_unwritten(kRecords.function, destination.path.c_str());
         return false;
     }
     if (destination.local && source.local) return true;

@@ -117,7 +117,7 @@ bool read_piece(const SourceFile &source, const Pieces &pieces, RequestSlots &re
     }
     const std::size_t length = readlocfile(requests, slot, source.stream.get(), pieces.count());
     if (length < pieces.payload()) {
-        trace_message(records.function, Message::file_unopenable, source.path.c_str());
+        trace_unread(records.function, source.path.c_str());
         return false;
     }
     // What lies behind the file's end goes to the server with the padded piece: it must not be stale memory.

@@ -35,12 +35,16 @@ struct Command {
     bool banner_on_terminal = false;  // to standard output even when there is a log
     bool names_destination = false;   // the second operand gives each file its destination
     bool words_ignore_case = false;
+    bool prints_result = false;  // what it prints is all that it does
 };
 
 std::span<const Command> command_table();
 
 // The row that the command line's word names; null for none.
 const Command *find_command(std::string_view word);
+
+// True when what the run prints is all that it does, as the option state says: it failed when that is lost.
+bool prints_result();
 
 // The row that runs a code; null for codes that nothing runs.
 const Command *command_of(int32_t code);

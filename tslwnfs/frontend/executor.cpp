@@ -211,7 +211,7 @@ class FileRun {
     void print_banner(const char *source, const char *destination) const {
         if (command_.banner == nullptr) return;
         if (command_.banner_on_terminal) {
-            static_cast<void>(std::fputs(command_.banner, stdout));
+            lwrf("%s", command_.banner);
         } else {
             print(command_.banner, source, destination);
         }

@@ -13,6 +13,7 @@
 #include "tslwnfs/frontend/message_reasons.h"
 #include "tslwnfs/frontend/output.h"
 #include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -208,7 +209,7 @@ bool text_fits(std::string_view text, std::string_view arguments) {
 void get_message(uint32_t number, char *buffer) {
     const std::string *text = messages_catalogue().text(static_cast<int>(number));
     if (text == nullptr) {
-        std::fputs("error in getting message from message file\n", stdout);
+        lwrf("error in getting message from message file\n");
         return;
     }
     if (is_usage_line(number)) {
@@ -254,4 +255,15 @@ void trace_message(const char *function, Message message, MessageArgument first)
 void trace_message(const char *function, Message message, MessageArgument first, MessageArgument second) {
     const MessageArgument arguments[] = {first, second};
     trace_text(function, message, arguments);
+}
+
+void trace_unwritten(const char *function, const char *path) {
+    terminal::note_system_failure("The file " + std::string(path) + " could not be written", errno);
+    trace_message(function, Message::file_unopenable, path);
+}
+
+void trace_unread(const char *function, const char *path) {
+    const char *what = errno == 0 ? " ended while it was read" : " could not be read";
+    terminal::note_system_failure("The file " + std::string(path) + what, errno);
+    trace_message(function, Message::file_unopenable, path);
 }

@@ -134,3 +134,8 @@ void print_message(Message message, MessageArgument first, MessageArgument secon
 void trace_message(const char *function, Message message);
 void trace_message(const char *function, Message message, MessageArgument first);
 void trace_message(const char *function, Message message, MessageArgument first, MessageArgument second);
+
+// Message 65061 about a file that was opened well, as it is used for a write or a read that failed too: the trace has
+// the message, and the terminal tells what happened. errno is that of the call that failed, or 0.
+void trace_unwritten(const char *function, const char *path);
+void trace_unread(const char *function, const char *path);

@@ -3,6 +3,7 @@
 
 #include <cstdarg>
 
+#include "platform/write_errors.h"
 #include "tslwnfs/frontend/options.h"
 
 bool output_is_log() {
@@ -17,21 +18,35 @@ void print(const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
     static_cast<void>(std::vfprintf(output_stream(), format, arguments));
+    note_write(output_stream());
     va_end(arguments);
+}
+
+bool print_bytes(const void *bytes, std::size_t size) {
+    const bool taken = std::fwrite(bytes, 1, size, output_stream()) == size;
+    if (!taken) note_write(output_stream());
+    return taken;
 }
 
 int32_t lwrf(const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
     static_cast<void>(std::vfprintf(stdout, format, arguments));
+    note_write(stdout);
     va_end(arguments);
     return 0;
 }
 
+void flush_output() {
+    flush_stream(stdout);
+    if (octx.log_stream != nullptr) flush_stream(octx.log_stream);
+    if (octx.trace_stream != nullptr) flush_stream(octx.trace_stream);
+}
+
 Answer ask_yes_no(const char *format, const char *subject) {
     for (;;) {
-        static_cast<void>(std::fprintf(stdout, format, subject));
-        static_cast<void>(std::fflush(nullptr));
+        lwrf(format, subject);
+        flush_output();
         char word[10] = {};
         if (std::scanf("%9s", word) != 1) return Answer::end_of_input;
         if (word[0] == 'y') return Answer::yes;

@@ -2,6 +2,7 @@
 // Where a command's output goes, and how a question is asked.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
@@ -14,8 +15,14 @@ FILE *output_stream();
 // Formatted text to output_stream().
 void print(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
-// Usage and help text: to standard output, log or not. Returns 0.
+// Bytes to output_stream(). False, with errno set, when not all of them were taken.
+[[nodiscard]] bool print_bytes(const void *bytes, std::size_t size);
+
+// Formatted text to standard output, log or not: usage, questions, and what is meant for another program. Returns 0.
 int32_t lwrf(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+// Brings what was printed so far to where it goes, ahead of what somebody else prints there.
+void flush_output();
 
 // Prints a question ("%s" in it is subject) on standard output, log or not, flushes it, and reads one word of at most
 // nine characters from standard input; the rest of a longer word answers the next question. Only a lower-case "y" or

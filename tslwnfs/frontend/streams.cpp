@@ -6,9 +6,13 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string>
 
 #include "platform/stream.h"
+#include "platform/write_errors.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/terminal/screen.h"
 
 namespace {
 
@@ -31,8 +35,12 @@ void keep_name(char (&field)[TDM_STREAM_NAME_SIZE], const char *name) {
     std::snprintf(field, sizeof field, "%s", name);
 }
 
-void complain(const char *what) {
-    static_cast<void>(std::fprintf(stderr, "tslwnfs: %s: %s\n", what, std::strerror(errno)));
+// error: 0 when nobody took note of it.
+void complain(const char *what, int error) {
+    std::string text = std::string(what) + " is not complete";
+    if (error != 0) text = text + ": " + std::strerror(error);
+    tslwnfswrf(3, "main", "%s\n", text.c_str());
+    terminal::say(text);
 }
 
 bool close_trace() {
@@ -41,13 +49,13 @@ bool close_trace() {
     return close_stream(trace_owner);
 }
 
-// False when something printed to standard output was lost. A standard output that was closed from the start had
-// nobody to lose it.
-bool flush_standard_output() {
-    const bool failed_before = std::ferror(stdout) != 0;
-    errno = 0;
-    const bool flushed = std::fflush(stdout) == 0;
-    return (flushed && !failed_before) || fcntl(STDOUT_FILENO, F_GETFD) < 0;
+// A command that did something is not asked about a standard output that was closed from the start.
+bool flush_standard_output(LostOutput lost) {
+    if (flush_stream(stdout)) return true;
+    const int error = take_write_error(stdout);
+    if (lost == LostOutput::keeps_status && error == EBADF) return true;
+    complain("standard output", error);
+    return false;
 }
 
 }  // namespace
@@ -84,13 +92,14 @@ bool close_log() {
     return close_stream(log_owner);
 }
 
-int finish_output(int status) {
+int finish_output(int status, LostOutput lost) {
     finished = true;
-    if (!close_trace()) complain("the trace is not complete");
-    if (!close_log()) complain("the log file is not complete");
-    if (flush_standard_output()) return status;
-    complain("standard output is not complete");
-    return status == 0 ? 1 : status;
+    const bool shown = flush_standard_output(lost);
+    const bool logged = close_log();
+    if (!logged) complain("the log file", errno);
+    if (!close_trace()) complain("the trace", errno);
+    const bool fails = lost == LostOutput::fails && !(shown && logged);
+    return status == 0 && fails ? 1 : status;
 }
 
 void finish_output_at_exit() {

@@ -10,9 +10,12 @@
 // Closes the log and switches it off. False when not everything written to it arrived.
 bool close_log();
 
-// Closes both streams and flushes standard output; what did not arrive is told on standard error. Returns status, or 1
-// in place of 0 when standard output lost something. Trouble with the trace and the log never changes the status.
-int finish_output(int status);
+// What becomes of a run whose standard output or log did not arrive.
+enum class LostOutput : bool { fails, keeps_status };
+
+// Closes both streams and flushes standard output; what did not arrive is traced and told at a terminal. Returns
+// status, or 1 in place of 0 when what was lost makes the run fail. An incomplete trace never does.
+int finish_output(int status, LostOutput lost = LostOutput::fails);
 
 // The same for exit(), which some commands call in the middle of a transfer.
 void finish_output_at_exit();

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "platform/clock.h"
+#include "platform/write_errors.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/terminal/reasons.h"
 
@@ -30,7 +31,7 @@ void tslwnfswrf(uint32_t level, const char *function, const char *format, ...) {
         tsltrc_wrf("%s", "Above message is truncated since it is greater than SSTMXFNM.\n");
     }
     // What a run traced before it died is what the trace is for.
-    static_cast<void>(std::fflush(octx.trace_stream));
+    flush_stream(octx.trace_stream);
 }
 
 void trace_failure(const char *function, const char *format, ...) {
@@ -58,6 +59,7 @@ int32_t tsltrc_wrf(const char *format, ...) {
 int32_t tsltrc_tslprintf(const char *format, va_list arguments) {
     if (octx.trace_on == 1 && octx.trace_stream != nullptr) {
         static_cast<void>(std::vfprintf(octx.trace_stream, format, arguments));
+        note_write(octx.trace_stream);
     }
     return 0;
 }

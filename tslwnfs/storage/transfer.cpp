@@ -8,6 +8,7 @@
 
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/output.h"
 #include "tslwnfs/terminal/reasons.h"
 
 namespace {
@@ -17,7 +18,7 @@ enum class Reported : uint8_t { completion_count, status };
 
 [[noreturn]] void end_process() {
     terminal::tell_reason();
-    std::fflush(nullptr);
+    flush_output();
     std::exit(EXIT_FAILURE);
 }
 

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/environment.h"
+#include "platform/write_errors.h"
 #include "tslwnfs/terminal/text.h"
 
 namespace terminal {
@@ -48,7 +49,7 @@ void say(std::string_view line) {
     if (!opened) return;
     erase();
     // An unfinished line stays in the buffer of a standard output that is a terminal, so this gets a line of its own.
-    if (isatty(STDOUT_FILENO) == 0) static_cast<void>(std::fflush(stdout));
+    if (isatty(STDOUT_FILENO) == 0) flush_stream(stdout);
     write("tslwnfs: " + printable(line) + "\n");
 }
 

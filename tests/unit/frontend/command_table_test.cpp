@@ -104,6 +104,23 @@ TEST_F(CommandTable, RunsRowsOfOneCodeAlike) {
     }
 }
 
+TEST_F(CommandTable, KnowsWhichCommandsOnlyPrint) {
+    const std::set<int> print = {3, 4, 9, 11, 12, 13, 14, 15, 19, 24, 30, 31, 34, 36, 37, 38, 39, 40, 41};
+    for (const Command &command : command_table()) {
+        EXPECT_EQ(command.prints_result, print.contains(command.code)) << command.code;
+        reset_options();
+        commandtype = command.code;
+        EXPECT_EQ(prints_result(), command.prints_result || command.code == kDd) << command.code;
+    }
+    commandtype = kDd;
+    EXPECT_TRUE(prints_result());
+    offound = 1;
+    EXPECT_FALSE(prints_result());
+    reset_options();
+    id_enabled = 1;
+    EXPECT_TRUE(prints_result());
+}
+
 TEST_F(CommandTable, AsksForTheOperandsEachCodeNeeds) {
     const std::set<int> both = {1, 5, 15, 16, 26};
     const std::set<int> first = {2, 3, 4, 7, 8, 9, 10, 11, 12, 13, 14, 17, 25, 28, 29, 32, 33, 34, 35, 36};

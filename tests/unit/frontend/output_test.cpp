@@ -3,7 +3,11 @@
 
 #include <fcntl.h>
 
+#include <cerrno>
+
 #include "front_end_fixture.h"
+#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/terminal/screen.h"
 
 namespace {
 
@@ -75,27 +79,109 @@ TEST_F(Output, AsksOnStandardOutputEvenWithALog) {
     EXPECT_EQ(read_file(directory_ / "log"), "");
 }
 
-TEST_F(Output, ThatIsLostFailsTheRunAndIsToldOnStandardError) {
+// Standard output leads to a full disk while one lives.
+class FullDisk {
+  public:
+    FullDisk() : saved_(dup(STDOUT_FILENO)) {
+        std::fflush(stdout);
+        const int full = open("/dev/full", O_WRONLY);
+        dup2(full, STDOUT_FILENO);
+        close(full);
+    }
+    ~FullDisk() {
+        dup2(saved_, STDOUT_FILENO);
+        close(saved_);
+        std::clearerr(stdout);
+    }
+    FullDisk(const FullDisk &) = delete;
+    FullDisk &operator=(const FullDisk &) = delete;
+
+  private:
+    int saved_;
+};
+
+// A person who looks at standard error.
+class Onlooker {
+  public:
+    Onlooker() { terminal::open(); }
+    ~Onlooker() { terminal::close(); }
+    Onlooker(const Onlooker &) = delete;
+    Onlooker &operator=(const Onlooker &) = delete;
+
+  private:
+    ScopedEnvironment always_{"TSLWNFS_TERMINAL", "always"};
+};
+
+TEST_F(Output, ThatIsLostFailsARunWhoseResultItWasAndNoOther) {
     CapturedOutput errors(STDERR_FILENO);
-    const int full = open("/dev/full", O_WRONLY);
-    const int saved = dup(STDOUT_FILENO);
-    dup2(full, STDOUT_FILENO);
-    std::fputs("lost", stdout);
+    const FullDisk full;
+    lwrf("lost");
     EXPECT_EQ(finish_output(0), 1);
+    lwrf("lost");
     EXPECT_EQ(finish_output(3), 3);
-    dup2(saved, STDOUT_FILENO);
-    std::clearerr(stdout);
-    close(full);
-    close(saved);
-    EXPECT_THAT(errors.text(), testing::HasSubstr("tslwnfs: standard output is not complete: "));
+    lwrf("lost");
+    EXPECT_EQ(finish_output(0, LostOutput::keeps_status), 0);
+    EXPECT_EQ(errors.text(), "");
 }
 
-TEST_F(Output, ThatTheLogLostIsToldButLeavesTheStatus) {
+TEST_F(Output, ThatIsLostIsToldAtATerminalWithTheReasonOfTheWriteThatFailed) {
     CapturedOutput errors(STDERR_FILENO);
-    ASSERT_TRUE(open_log_file("/dev/full"));
-    print("lost");
+    const Onlooker onlooker;
+    const FullDisk full;
+    lwrf("lost");
+    flush_output();  // after this the stream holds nothing that could fail again
+    errno = EACCES;
+    EXPECT_EQ(finish_output(0), 1);
+    EXPECT_EQ(errors.text(), "tslwnfs: standard output is not complete: No space left on device\n");
+}
+
+TEST_F(Output, ThatTheLogLostFailsARunWhoseResultItWas) {
+    CapturedOutput errors(STDERR_FILENO);
+    const Onlooker onlooker;
+    for (const auto &[lost, status] : {std::pair{LostOutput::fails, 1}, std::pair{LostOutput::keeps_status, 0}}) {
+        ASSERT_TRUE(open_log_file("/dev/full"));
+        print("%s", std::string(100'000, 'x').c_str());
+        errno = EACCES;
+        EXPECT_EQ(finish_output(0, lost), status);
+    }
+    const std::string told = "tslwnfs: the log file is not complete: No space left on device\n";
+    EXPECT_EQ(errors.text(), told + told);
+}
+
+TEST_F(Output, ThatIsLostIsTraced) {
+    ASSERT_TRUE(open_trace_file((directory_ / "trace").c_str()));
+    tslwnfs_trace = 3;
+    const FullDisk full;
+    lwrf("lost");
+    EXPECT_EQ(finish_output(0), 1);
+    EXPECT_EQ(trace(), "[n],main standard output is not complete: No space left on device\n");
+}
+
+TEST_F(Output, OfATraceThatWasLostIsToldAndLeavesTheStatus) {
+    CapturedOutput errors(STDERR_FILENO);
+    const Onlooker onlooker;
+    ASSERT_TRUE(open_trace_file("/dev/full"));
+    tslwnfs_trace = 3;
+    tslwnfswrf(3, "main", "%s\n", "lost");
+    errno = EACCES;
     EXPECT_EQ(finish_output(0), 0);
-    EXPECT_EQ(errors.text(), "tslwnfs: the log file is not complete: No space left on device\n");
+    EXPECT_EQ(errors.text(), "tslwnfs: the trace is not complete: No space left on device\n");
+}
+
+TEST_F(Output, ThatHadNowhereToGoFailsOnlyARunWhoseResultItWas) {
+    CapturedOutput errors(STDERR_FILENO);
+    const Onlooker onlooker;
+    const int saved = dup(STDOUT_FILENO);
+    close(STDOUT_FILENO);
+    lwrf("lost");
+    EXPECT_EQ(finish_output(0, LostOutput::keeps_status), 0);
+    std::clearerr(stdout);
+    lwrf("lost");
+    EXPECT_EQ(finish_output(0), 1);
+    dup2(saved, STDOUT_FILENO);
+    close(saved);
+    std::clearerr(stdout);
+    EXPECT_EQ(errors.text(), "tslwnfs: standard output is not complete: Bad file descriptor\n");
 }
 
 TEST_F(Output, StandardErrorCanTakeTheTrace) {
