@@ -1,8 +1,11 @@
 """cp: bytes arrive whole in every direction, and the output is the same to the byte."""
 
+import os
+
 import pytest
+from client import finish
 from files import content, digest, make_file
-from texts import SUCCEEDED, copy_banner, exists, failed, not_a_directory
+from texts import SUCCEEDED, banner, copy_banner, exists, failed, not_a_directory
 
 SIZES = [0, 1, 511, 512, 32767, 32768, 32769, 1048575, 1048577, 10_000_000, pytest.param(100_000_000, marks=pytest.mark.slow)]
 
@@ -146,3 +149,39 @@ def test_relative_operands_are_taken_from_the_working_directory(server, place, t
     server.ok("cp", "here", place / "up", cwd=tmp_path)
     server.ok("cp", place / "up", "down", cwd=tmp_path)
     assert digest(tmp_path / "down") == digest(source)
+
+
+# Around the pieces that a transfer is made of.
+STREAMED = [0, 1, 32767, 32768, 32769, 65536, 1_000_000]
+
+
+@pytest.mark.parametrize("size", STREAMED)
+def test_a_pipe_is_copied_until_its_end(server, place, size):
+    server.ok("cp", "/dev/stdin", place / "copy", stdin=content(size))
+    assert (place.files / "copy").read_bytes() == content(size)
+
+
+@pytest.mark.parametrize("size", STREAMED)
+def test_a_pipe_is_copied_to_a_local_file(local, tmp_path, size):
+    local.ok("cp", "/dev/stdin", tmp_path / "copy", stdin=content(size))
+    assert (tmp_path / "copy").read_bytes() == content(size)
+
+
+def test_a_pipe_takes_the_place_of_a_longer_file(server, place):
+    make_file(place.files / "copy", 100_000)
+    server.ok("cp", "/dev/stdin", place / "copy", stdin=content(40_000))
+    assert (place.files / "copy").read_bytes() == content(40_000)
+
+
+def test_a_file_that_says_it_is_empty_is_copied(server, place):
+    server.ok("cp", "/proc/version", place / "version")
+    with open("/proc/version", "rb") as version:
+        assert (place.files / "version").read_bytes() == version.read()
+
+
+def test_a_pipe_with_a_name_is_printed(local, tmp_path):
+    os.mkfifo(tmp_path / "pipe")
+    process = local.start("cat", tmp_path / "pipe")
+    (tmp_path / "pipe").write_bytes(content(100_000))
+    run = finish(process)
+    assert (run.status, run.out) == (0, banner("CAT", tmp_path / "pipe") + content(100_000) + SUCCEEDED)

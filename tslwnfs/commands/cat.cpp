@@ -31,6 +31,7 @@ bool print_content(const SourceFile &source, RequestSlots &requests) {
     do {
         progress.at(pieces.offset());
         if (!read_piece(source, pieces, requests, buffer, kRecords)) return false;
+        if (pieces.is_beyond_end()) break;
         // Not sooner: a remark without a line feed may still be in the buffer, and the reason of a failure must not end
         // up behind it.
         if (pieces.offset() == 0) write_through(output_stream());

@@ -36,7 +36,7 @@ bool check_operands(const Operand &source, const Operand &destination, const Tra
     return true;
 }
 
-bool transfer_data(const SourceFile &source, const DestinationFile &destination, RequestSlots &requests,
+bool transfer_data(SourceFile &source, const DestinationFile &destination, RequestSlots &requests,
                    const TransferRecords &records) {
     TransferBuffer buffer;
     if (!buffer.allocate(records.function, TransferBuffer::size_for(static_cast<std::size_t>(bsize)))) return false;
@@ -46,8 +46,10 @@ bool transfer_data(const SourceFile &source, const DestinationFile &destination,
     do {
         progress.at(pieces.offset());
         if (!read_piece(source, pieces, requests, buffer, records)) return false;
+        if (pieces.is_beyond_end()) break;
         if (!write_piece(destination, pieces, requests, buffer, records)) return false;
     } while (pieces.advance());
+    source.size = pieces.size();
     return true;
 }
 

@@ -10,9 +10,10 @@
 #include "tslwnfs/storage/operand.h"
 #include "tslwnfs/storage/transfer.h"
 
-// Copies the whole source into the destination. Traces and returns false for a short read or write of a local file and
-// when there is no memory; failing remote requests end the process.
-[[nodiscard]] bool transfer_data(const SourceFile &source, const DestinationFile &destination, RequestSlots &requests,
+// Copies the whole source into the destination; the size of one that was read until its end is known then. Traces and
+// returns false for a short read or write of a local file and when there is no memory; failing remote requests end the
+// process.
+[[nodiscard]] bool transfer_data(SourceFile &source, const DestinationFile &destination, RequestSlots &requests,
                                  const TransferRecords &records);
 
 // Closes the local streams. Returns false when written data was lost.

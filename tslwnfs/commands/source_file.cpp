@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/commands/source_file.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <string>
 
@@ -17,10 +19,19 @@ constexpr const char *kResized = "tdm_resize successful:source \n";
 constexpr const wchar_t *kResizedWide = L"tdm_resize successful:source \n";
 constexpr const char *kReidentified = "tdm_reidentify successful:source \n";
 
+// A pipe has no size, and the files of /proc say 0 whatever they hold.
+bool is_regular(FILE *stream) {
+    struct stat status;
+    return fstat(fileno(stream), &status) == 0 && S_ISREG(status.st_mode);
+}
+
 bool open_local(SourceFile &source, const TransferRecords &records) {
     source.local = true;
     source.stream = open_local_source(source.path.c_str(), source.size);
-    if (source.stream != nullptr) return true;
+    if (source.stream != nullptr) {
+        source.until_end = source.size == 0 || !is_regular(source.stream.get());
+        return true;
+    }
     trace_message(records.function, Message::file_unopenable, source.path.c_str());
     return false;
 }
@@ -107,7 +118,7 @@ void release_file(const PathBuffer &path, const TdmFileInfo &info, const Transfe
     if (status != 0) trace_message(records.function, Message::unidentify_failed, path.c_str(), status);
 }
 
-bool read_piece(const SourceFile &source, const Pieces &pieces, RequestSlots &requests, const TransferBuffer &buffer,
+bool read_piece(const SourceFile &source, Pieces &pieces, RequestSlots &requests, const TransferBuffer &buffer,
                 const TransferRecords &records) {
     const std::size_t slot = pieces.slot();
     requests.fill(slot, IoOperation::read, source.info.file, pieces.offset(), buffer.data(), pieces.count());
@@ -116,6 +127,8 @@ bool read_piece(const SourceFile &source, const Pieces &pieces, RequestSlots &re
         return true;
     }
     const std::size_t length = readlocfile(requests, slot, source.stream.get(), pieces.count());
+    const bool ended = !pieces.end_is_known() && length < pieces.count() && std::ferror(source.stream.get()) == 0;
+    if (ended) pieces.end_at(pieces.offset() + length);
     if (length < pieces.payload()) {
         trace_unread(records.function, source.path.c_str());
         return false;
@@ -127,15 +140,23 @@ bool read_piece(const SourceFile &source, const Pieces &pieces, RequestSlots &re
 }
 
 uint32_t Pieces::count() const {
+    if (until_end_) return static_cast<uint32_t>(bsize);
     return static_cast<uint32_t>(std::min<uint64_t>(static_cast<uint64_t>(bsize), total_ - offset_));
 }
 
 uint32_t Pieces::payload() const {
+    if (until_end_) return count();
     return static_cast<uint32_t>(std::min<uint64_t>(count(), size_ - std::min(size_, offset_)));
 }
 
 bool Pieces::advance() {
     offset_ += count();
     slot_ = (slot_ + 1) % RequestSlots::kRound;
-    return offset_ < total_;
+    return until_end_ || offset_ < total_;
+}
+
+void Pieces::end_at(uint64_t size) {
+    size_ = size;
+    total_ = size + padding_for(size);
+    until_end_ = false;
 }

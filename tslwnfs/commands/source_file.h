@@ -39,11 +39,12 @@ struct SourceFile {
 
     PathBuffer path;
     bool local = false;
-    FileStream stream;      // of a local file, while it is open
-    TdmFileInfo info = {};  // of a remote file
-    uint64_t size = 0;      // bytes
-    uint64_t padding = 0;   // bytes
-    bool extended = false;  // longer on the server than size
+    FileStream stream;       // of a local file, while it is open
+    TdmFileInfo info = {};   // of a remote file
+    uint64_t size = 0;       // bytes
+    uint64_t padding = 0;    // bytes
+    bool until_end = false;  // a local one whose size tells nothing: it is read until its end
+    bool extended = false;   // longer on the server than size
 };
 
 // Whether a command may read what a path leads to: no directory, and a special file (a pipe, a socket, a device) only
@@ -67,7 +68,8 @@ void release_file(const PathBuffer &path, const TdmFileInfo &info, const Transfe
 // one, empty for an empty file.
 class Pieces {
   public:
-    explicit Pieces(const SourceFile &source) : size_(source.size), total_(source.total()) {}
+    explicit Pieces(const SourceFile &source)
+        : size_(source.size), total_(source.total()), until_end_(source.until_end) {}
 
     std::size_t slot() const { return slot_; }
     uint64_t offset() const { return offset_; }
@@ -75,14 +77,22 @@ class Pieces {
     uint32_t payload() const;  // bytes of these that belong to the file, not to its padding
     [[nodiscard]] bool advance();
 
+    // While the end is not known every piece is a whole one. It is found by a read that gives less.
+    bool end_is_known() const { return !until_end_; }
+    void end_at(uint64_t size);
+    uint64_t size() const { return size_; }  // bytes of the file, once the end is known
+    // The end was found behind a whole piece: there is nothing more to write.
+    bool is_beyond_end() const { return offset_ != 0 && count() == 0; }
+
   private:
     uint64_t size_;
     uint64_t total_;
+    bool until_end_;
     uint64_t offset_ = 0;
     std::size_t slot_ = 0;
 };
 
 // Reads one piece into buffer; what a local file does not fill of it is zeroed. Traces and returns false when a local
-// file ends too early.
-[[nodiscard]] bool read_piece(const SourceFile &source, const Pieces &pieces, RequestSlots &requests,
+// file ends too early or cannot be read.
+[[nodiscard]] bool read_piece(const SourceFile &source, Pieces &pieces, RequestSlots &requests,
                               const TransferBuffer &buffer, const TransferRecords &records);

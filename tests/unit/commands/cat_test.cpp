@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <sys/stat.h>
+
+#include <cstdlib>
 #include <filesystem>
 
 #include "tests/support/allocation_faults.h"
@@ -113,6 +116,24 @@ TEST_F(CatTest, TheLogGetsTheContent) {
     const Outcome outcome = cat("/m/f");
     EXPECT_EQ(outcome.output, "");
     EXPECT_EQ(outcome.log, remark("/m/f") + "content");
+}
+
+// The write end is filled by a program, since a pipe holds less than the larger texts.
+TEST_F(CatTest, APipeIsReadUntilItsEnd) {
+    for (const std::size_t size : {0, 1, 32767, 32768, 32769, 65536, 200000}) {
+        const std::string text = sample_text(size), source = directory_.file("f", text), pipe = directory_.path("pipe");
+        ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+        ASSERT_EQ(std::system(("cat " + source + " > " + pipe + " &").c_str()), 0);
+        const Outcome outcome = cat(pipe);
+        EXPECT_EQ(outcome.status, 0u) << size;
+        EXPECT_EQ(outcome.output, text) << size;
+        std::filesystem::remove(pipe);
+    }
+}
+
+TEST_F(CatTest, AFileThatSaysItIsEmptyIsReadUntilItsEnd) {
+    EXPECT_EQ(cat("/proc/version").output, read_file("/proc/version"));
+    EXPECT_NE(read_file("/proc/version"), "");
 }
 
 TEST_F(CatTest, ADirectoryFailsSilently) {
