@@ -18,6 +18,7 @@ void note_write(FILE *stream) {
 }
 
 int take_write_error(FILE *stream) {
+    std::clearerr(stream);
     const auto noted = write_errors().extract(stream);
     return noted.empty() ? 0 : noted.mapped();
 }

@@ -8,7 +8,7 @@
 // is gone from the stream's buffer, so that a later flush succeeds and knows nothing of it.
 void note_write(FILE *stream);
 
-// The error number that note_write() remembers of a stream, 0 for none; forgets it.
+// The error number that note_write() remembers of a stream, 0 for none; the stream and this forget it.
 int take_write_error(FILE *stream);
 
 // Flushes, and takes note of a failure. Returns true when nothing written was lost so far.

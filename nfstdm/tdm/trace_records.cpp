@@ -88,10 +88,12 @@ bool TraceRecords::wants(TraceLevel level) const {
 
 void TraceRecords::write(const char *name, std::string_view text) const noexcept {
     if (context_ == nullptr || context_->trace_on != 1 || context_->trace_stream == nullptr) return;
-    const auto shown = text.substr(0, kTextMaximum);
-    std::fprintf(context_->trace_stream, "[%u],%s %.*s\n", clock_value(), name, static_cast<int>(shown.size()),
-                 shown.data());
-    if (shown.size() < text.size())
+    // A line feed that a name brings in does not begin another record.
+    char shown[kTextMaximum + 1] = {};
+    const std::size_t length = text.copy(shown, kTextMaximum);
+    std::replace(shown, shown + length, '\n', '?');
+    std::fprintf(context_->trace_stream, "[%u],%s %s\n", clock_value(), name, shown);
+    if (length < text.size())
         std::fputs("Above message is truncated since it is greater than SSTMXFNM.\n", context_->trace_stream);
 }
 

@@ -256,6 +256,65 @@ def test_names_cannot_command_the_terminal(faulty):
     assert "/a?[2Jb: " in said
 
 
+HOSTILE = "a\33[m\nb\x07\u009bc"
+SHOWN = "a?[m?b??c"
+
+
+@pytest.mark.parametrize(
+    "words", [["ls", "{0}"], ["ls", "-C", "{0}"], ["ls", "-l", "{0}"], ["ls", "-R", "{0}"], ["find", "{0}"],
+              ["cat", "{0}/*"], ["cp", "{0}/*", "{1}/*"], ["stat", "-c", "%n", "{0}/" + HOSTILE]]
+)  # fmt: skip
+def test_names_from_a_server_cannot_command_the_terminal(faulty, tmp_path, words):
+    server = faulty()
+    (server.files / HOSTILE).write_bytes(b"content")
+    words = [word.format(server.remote, tmp_path) for word in words]
+    shown = Terminal(server.client).run(*words)
+    assert shown.status == 0
+    assert "\33" not in shown.sent and "\x07" not in shown.sent and "\u009b" not in shown.sent
+    assert SHOWN in shown.sent
+    piped = server.client.run(*words)
+    assert HOSTILE.encode() in piped.out
+    log, trace = tmp_path / "log", tmp_path / "trace"
+    server.client.run("-trace", trace, "-level", "1", "1", "1", "1", "-log", log, *words)
+    lines = log.read_bytes() + trace.read_bytes()
+    assert b"a\33[m?b" in lines
+    assert b"[m\n" not in lines
+
+
+def test_a_question_about_a_name_cannot_command_the_terminal(faulty):
+    server = faulty()
+    (server.files / HOSTILE).write_bytes(b"content")
+    terminal = Terminal(server.client)
+    process = terminal.start("rm", "-i", server / "a*c")
+    process.expect_exact(SHOWN + "? y/n : ")
+    process.sendline("n")
+    shown = terminal.finish(process, process.before + process.after)
+    assert "\33" not in shown.sent
+    (said,) = shown.said
+    assert said == f"tslwnfs: {server.remote}/{SHOWN} stays as it is: the answer was no"
+    assert (server.files / HOSTILE).exists()
+
+
+@pytest.mark.parametrize("where", ["remote", "local"])
+def test_a_declined_question_is_the_reason(faulty, tmp_path, where):
+    server = faulty()
+    (server.files if where == "remote" else tmp_path).joinpath("there").write_bytes(b"there")
+    there = f"{server.remote}/there" if where == "remote" else tmp_path / "there"
+    terminal = Terminal(server.client)
+    process = terminal.start("cp", "-i", "/etc/hostname", there)
+    process.expect_exact("y/n : ")
+    process.sendline("n")
+    shown = terminal.finish(process, process.before + process.after)
+    assert shown.said == [f"tslwnfs: {there} stays as it is: the answer was no"]
+
+
+def test_a_trace_of_everything_is_no_trouble_with_the_configuration(faulty, tmp_path):
+    server = faulty()
+    shown = Terminal(server.client).run("-trace", tmp_path / "t", "-level", "1", "1", "1", "1", "cat", server / "none")
+    (said,) = shown.said
+    assert "no such file" in said
+
+
 def without_clocks(trace):
     return re.sub(rb"\[\d+\]", b"[n]", trace)
 

@@ -22,7 +22,7 @@ uint32_t remote_type(const PathBuffer &path, AttrResult &result, std::unique_ptr
     result.is_local = 0;
     result.remote = std::move(attributes);
     const uint32_t type = result.remote->type;
-    if (type != TDM_TYPE_DIRECTORY) print("%s not a directory", path.c_str());
+    if (type != TDM_TYPE_DIRECTORY) print("%s not a directory", shown_name(path.view()).c_str());
     if (type == TDM_TYPE_LINK) return kTypeLink;
     if (type == TDM_TYPE_REGULAR) return kTypeRegular;
     if (print_block != 0) print_remote_block(*result.remote);

@@ -69,7 +69,7 @@ Described describe_remote(const PathBuffer &path, const TdmFsStat &figures) {
     if (option(kStatFigures)) print_figures(figures);
     if (option(kStatFormat)) {
         const char *format = stat_fmtptr == nullptr ? "" : stat_fmtptr;
-        print("%s", format_remote(format, path.view(), figures.attributes).c_str());
+        print("%s", format_remote(format, shown_name(path.view()), figures.attributes).c_str());
     } else if (!option(kStatFigures)) {
         print_remote_block(figures.attributes);
     }
@@ -82,7 +82,7 @@ Described describe_local(const PathBuffer &path) {
     if (S_ISLNK(status.st_mode) && option(kStatFollow)) return Described::follow;
     if (option(kStatFormat)) {
         const char *format = stat_fmtptr == nullptr ? "" : stat_fmtptr;
-        print("%s", format_local(format, path.view(), status).c_str());
+        print("%s", format_local(format, shown_name(path.view()), status).c_str());
     } else {
         print_local(status);
     }

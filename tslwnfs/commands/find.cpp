@@ -103,7 +103,7 @@ void run_command(const std::string &path) {
 
 void report_match(const std::string &path) {
     // Matches are data for another program: they go to standard output, log or not.
-    if (!option(kFindExec) || option(kFindPrint)) lwrf("%s \n", path.c_str());
+    if (!option(kFindExec) || option(kFindPrint)) lwrf("%s \n", shown_name(path, stdout).c_str());
     if (option(kFindExec)) run_command(path);
 }
 

@@ -61,7 +61,7 @@ uint32_t list_content(const Operand &path, NameList &names) {
 
 uint32_t read_dirlist(const Operand &path, int32_t depth) {
     if (depth >= kTreeDepth) return 1;
-    print("DIR: %s \n", path.shown());
+    print("DIR: %s \n", shown_name(path.shown()).c_str());
     NameList names;
     PathBuffer resolved;
     Listed listed = Listed::directory;

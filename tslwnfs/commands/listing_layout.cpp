@@ -55,7 +55,7 @@ std::vector<Entry> shown_entries(const PathBuffer &path, const NameList &names, 
         Entry entry;
         if (needs_attributes() && !fetch_attributes(path, name, listed, entry.attributes)) continue;
         if (DIR_SHOWDOT == 0 && name.starts_with('.')) continue;
-        entry.shown = padded(name);
+        entry.shown = padded(shown_name(name));
         entries.push_back(std::move(entry));
     }
     if (option(kListReverse)) std::reverse(entries.begin(), entries.end());

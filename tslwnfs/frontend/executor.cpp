@@ -213,7 +213,7 @@ class FileRun {
         if (command_.banner_on_terminal) {
             lwrf("%s", command_.banner);
         } else {
-            print(command_.banner, source, destination);
+            print(command_.banner, shown_name(source).c_str(), shown_name(destination).c_str());
         }
     }
 

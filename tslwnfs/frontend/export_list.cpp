@@ -60,8 +60,9 @@ void print_groups(ReplyWords &words) {
     while (words.word().value_or(0) != 0) {
         const auto group = words.counted_string();
         if (!group) break;
-        if (first) print("%s ", group->c_str());
-        print(",%s ", group->c_str());
+        const std::string shown = shown_name(*group);
+        if (first) print("%s ", shown.c_str());
+        print(",%s ", shown.c_str());
         first = false;
     }
     if (first) print("%s", "(everyone)");
@@ -74,7 +75,7 @@ int32_t tslwnfs_expout(std::span<const uint8_t> reply) {
     while (words.word().value_or(0) != 0) {
         const auto directory = words.counted_string();
         if (!directory) break;
-        print("%-34s ", directory->c_str());
+        print("%-34s ", shown_name(*directory).c_str());
         print_groups(words);
         print("\n");
     }

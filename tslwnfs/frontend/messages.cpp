@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <optional>
+#include <vector>
 
 #include "platform/catalogue.h"
 #include "tslwnfs/frontend/catalogue_access.h"
@@ -172,8 +173,17 @@ constexpr bool is_usage_line(uint32_t number) {
            number <= static_cast<uint32_t>(Message::usage_network);
 }
 
-void print_text(const std::string &text) {
-    print("%s", text.c_str());
+// Prints a message with its names as the output shows them.
+void print_text(Message message, MessageArguments given) {
+    std::vector<std::string> names;
+    names.reserve(given.size());
+    std::vector<MessageArgument> arguments(given.begin(), given.end());
+    for (auto &argument : arguments) {
+        if (argument.kind == MessageArgument::Kind::text) {
+            argument = names.emplace_back(shown_name(shown(argument))).c_str();
+        }
+    }
+    print("%s", message_text(message, arguments).c_str());
 }
 
 // The record's level is that of every error; a remark beside an error has the same.
@@ -232,16 +242,16 @@ std::string message_text(Message message, MessageArguments arguments) {
 }
 
 void print_message(Message message) {
-    print_text(message_text(message));
+    print_text(message, {});
 }
 
 void print_message(Message message, MessageArgument first) {
-    print_text(message_text(message, {&first, 1}));
+    print_text(message, {&first, 1});
 }
 
 void print_message(Message message, MessageArgument first, MessageArgument second) {
     const MessageArgument arguments[] = {first, second};
-    print_text(message_text(message, arguments));
+    print_text(message, arguments);
 }
 
 void trace_message(const char *function, Message message) {

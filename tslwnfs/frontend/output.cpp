@@ -1,10 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/frontend/output.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdarg>
 
 #include "platform/write_errors.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/terminal/reasons.h"
+#include "tslwnfs/terminal/text.h"
+
+namespace {
+
+// Nearly every name, and worth no question to the system.
+bool is_plain(std::string_view name) {
+    return std::all_of(name.begin(), name.end(), [](char c) { return c >= ' ' && c <= '~'; });
+}
+
+// Whoever declined knows why; who finds out from a script's log does not.
+void note_refusal(const char *subject, const char *why) {
+    if (subject[0] != '\0') terminal::note_failure(std::string(subject) + " stays as it is: " + why);
+}
+
+}  // namespace
 
 bool output_is_log() {
     return octx.log_on == 1 && octx.log_stream != nullptr;
@@ -20,6 +39,14 @@ void print(const char *format, ...) {
     static_cast<void>(std::vfprintf(output_stream(), format, arguments));
     note_write(output_stream());
     va_end(arguments);
+}
+
+std::string shown_name(std::string_view name, FILE *stream) {
+    if (is_plain(name)) return std::string(name);
+    if (isatty(fileno(stream)) != 0) return terminal::printable(name);
+    std::string shown(name);
+    if (stream == octx.log_stream) std::replace(shown.begin(), shown.end(), '\n', '?');
+    return shown;
 }
 
 bool print_bytes(const void *bytes, std::size_t size) {
@@ -45,11 +72,17 @@ void flush_output() {
 
 Answer ask_yes_no(const char *format, const char *subject) {
     for (;;) {
-        lwrf(format, subject);
+        lwrf(format, shown_name(subject, stdout).c_str());
         flush_output();
         char word[10] = {};
-        if (std::scanf("%9s", word) != 1) return Answer::end_of_input;
+        if (std::scanf("%9s", word) != 1) {
+            note_refusal(subject, "the question got no answer");
+            return Answer::end_of_input;
+        }
         if (word[0] == 'y') return Answer::yes;
-        if (word[0] == 'n') return Answer::no;
+        if (word[0] == 'n') {
+            note_refusal(subject, "the answer was no");
+            return Answer::no;
+        }
     }
 }

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <string>
+#include <string_view>
 
 // True while results, banners and printed messages go to the log file instead of standard output.
 bool output_is_log();
@@ -14,6 +16,10 @@ FILE *output_stream();
 
 // Formatted text to output_stream().
 void print(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+// A name as a stream may show it. Names come from servers and may hold anything: a terminal gets question marks for
+// what it does not print, the log for line feeds, and every other stream the bytes.
+std::string shown_name(std::string_view name, FILE *stream = output_stream());
 
 // Bytes to output_stream(). False, with errno set, when not all of them were taken.
 [[nodiscard]] bool print_bytes(const void *bytes, std::size_t size);
@@ -26,6 +32,7 @@ void flush_output();
 
 // Prints a question ("%s" in it is subject) on standard output, log or not, flushes it, and reads one word of at most
 // nine characters from standard input; the rest of a longer word answers the next question. Only a lower-case "y" or
-// "n" in front counts; anything else asks again. The end of the input is a refusal.
+// "n" in front counts; anything else asks again. The end of the input is a refusal. A refusal is the reason why the
+// subject, if there is one, stays as it is.
 enum class Answer : uint8_t { yes, no, end_of_input };
 Answer ask_yes_no(const char *format, const char *subject);

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/frontend/trace.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
+#include <string_view>
 
 #include "platform/clock.h"
 #include "platform/write_errors.h"
@@ -12,6 +14,11 @@
 namespace {
 constexpr std::size_t kRecordSize = 512;    // bytes of a record's text with its terminator
 constexpr std::size_t kFailureSize = 4096;  // holds two paths and what is said of them
+// A record is a line: a line feed that a name brings in does not begin another one.
+void keep_to_one_line(std::string_view text, char *record) {
+    const std::size_t end = text.find_last_not_of('\n');
+    if (end != std::string_view::npos) std::replace(record, record + end, '\n', '?');
+}
 }  // namespace
 
 void tslwnfswrf(uint32_t level, const char *function, const char *format, ...) {
@@ -24,6 +31,7 @@ void tslwnfswrf(uint32_t level, const char *function, const char *format, ...) {
     const int length = std::vsnprintf(record, sizeof record, format, arguments);
     va_end(arguments);
     if (length < 0) record[0] = '\0';
+    keep_to_one_line(record, record);
     tsltrc_wrf("[%u],%s ", platform_clock(), function);
     tsltrc_wrf("%s", record);
     // A text of exactly 512 characters loses its last one without a note: the note begins behind the buffer's size.

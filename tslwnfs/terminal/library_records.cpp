@@ -91,7 +91,7 @@ void take_library_record(std::string_view record) {
     constexpr std::string_view kStatus = "status ";
     if (!text.starts_with(kStatus)) {
         if (name == "tdm_init" && is_about_capitals(text)) return say("warning: " + std::string(text));
-        if (name == "tdm_init") note_configuration_trouble(text);
+        if (name == "tdm_init" && !text.starts_with("begins")) note_configuration_trouble(text);
         return;
     }
     text.remove_prefix(kStatus.size());

@@ -2,11 +2,15 @@
 #include "tslwnfs/frontend/output.h"
 
 #include <fcntl.h>
+#include <pty.h>
 
 #include <cerrno>
 
 #include "front_end_fixture.h"
+#include "platform/stream.h"
+#include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/terminal/reasons.h"
 #include "tslwnfs/terminal/screen.h"
 
 namespace {
@@ -112,6 +116,42 @@ class Onlooker {
     ScopedEnvironment always_{"TSLWNFS_TERMINAL", "always"};
 };
 
+TEST_F(Output, ShowsTheBytesOfANameInAFileAndNoLineFeedOfItInTheLog) {
+    const std::string name = "a\nb\33[2J\xff";
+    EXPECT_EQ(shown_name(name, stdout), name);
+    ASSERT_TRUE(open_log_file((directory_ / "log").c_str()));
+    EXPECT_EQ(shown_name(name), "a?b\33[2J\xff");
+    print_message(Message::file_exists, "a\nb");
+    ASSERT_TRUE(close_log());
+    EXPECT_EQ(read_file(directory_ / "log"), "TWNFS-65018: The file a?b already exists.\n");
+}
+
+TEST_F(Output, ShowsATerminalNothingOfANameThatCouldCommandIt) {
+    int leader = -1, follower = -1;
+    ASSERT_EQ(openpty(&leader, &follower, nullptr, nullptr, nullptr), 0);
+    Stream terminal(fdopen(follower, "w"));
+    EXPECT_EQ(shown_name("a\nb\33[2J\x9b"
+                         "c",
+                         terminal.get()),
+              "a?b?[2J?c");
+    EXPECT_EQ(shown_name("plain name", terminal.get()), "plain name");
+    close(leader);
+}
+
+TEST_F(Output, NotesARefusalAsTheReason) {
+    CapturedOutput errors(STDERR_FILENO);
+    const Onlooker onlooker;
+    for (const char *answer : {"n", ""}) {
+        const ScopedInput input(answer);
+        CapturedOutput captured;
+        ask();
+        terminal::tell_reason();
+    }
+    EXPECT_EQ(errors.text(),
+              "tslwnfs: /a stays as it is: the answer was no\n"
+              "tslwnfs: /a stays as it is: the question got no answer\n");
+}
+
 TEST_F(Output, ThatIsLostFailsARunWhoseResultItWasAndNoOther) {
     CapturedOutput errors(STDERR_FILENO);
     const FullDisk full;
@@ -151,9 +191,11 @@ TEST_F(Output, ThatTheLogLostFailsARunWhoseResultItWas) {
 TEST_F(Output, ThatIsLostIsTraced) {
     ASSERT_TRUE(open_trace_file((directory_ / "trace").c_str()));
     tslwnfs_trace = 3;
-    const FullDisk full;
-    lwrf("lost");
-    EXPECT_EQ(finish_output(0), 1);
+    {
+        const FullDisk full;
+        lwrf("lost");
+        static_cast<void>(finish_output(0));
+    }
     EXPECT_EQ(trace(), "[n],main standard output is not complete: No space left on device\n");
 }
 

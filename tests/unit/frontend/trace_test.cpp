@@ -26,6 +26,16 @@ TEST_F(Trace, RecordHasClockFunctionAndText) {
     EXPECT_EQ(trace(), "[n],catfile text 7\n");
 }
 
+TEST_F(Trace, RecordIsOneLineWhateverNamesBringIn) {
+    tslwnfswrf(3, "catfile", "%s\n", "a\n[1],main forged");
+    trace_message("catfile", Message::file_unopenable, "a\nb");
+    tslwnfswrf(3, "catfile", "%s", "\n\n");
+    EXPECT_EQ(trace(),
+              "[n],catfile a?[n],main forged\n"
+              "[n],catfile TWNFS-65061: The file a?b could not be opened.\n"
+              "[n],catfile \n\n");
+}
+
 TEST_F(Trace, IsClosedAtLevelZero) {
     tslwnfs_trace = 0;
     EXPECT_EQ(traced(4), "");
