@@ -6,8 +6,11 @@
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/file_transfer.h"
 #include "tslwnfs/commands/files.h"
+#include "tslwnfs/commands/listing.h"
+#include "tslwnfs/commands/modes.h"
 #include "tslwnfs/frontend/executor.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/strict.h"
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/identity.h"
@@ -29,8 +32,20 @@ bool is_local(const PathBuffer &path) {
     return attributes.local != nullptr;
 }
 
-// Copies what the directory holds, through the executor. The entries report for themselves, so a failure among them
-// does not fail the directory.
+// Copies what the directory holds, through the executor, and gives its status.
+uint32_t copy_content(const PathBuffer &source, const PathBuffer &destination, const AttrResult &source_attributes) {
+    PathBuffer content = source;
+    PathBuffer copies = destination;
+    if (!extend_path(kRecords.function, content, "/*") || !extend_path(kRecords.function, copies, "/*")) return 1;
+    std::optional<HeldDirectory> held_source;
+    std::optional<HeldDirectory> held_destination;
+    if (source_attributes.local) held_source.emplace(source);
+    if (is_local(destination)) held_destination.emplace(destination, HeldDirectory::LastLink::followed);
+    return exec_command(content, copies);
+}
+
+// Copies a tree. What it holds reports for itself, so a failure there does not fail the directory, unless the status is
+// to tell of it.
 uint32_t copy_directory(const PathBuffer &source, const PathBuffer &destination, const AttrResult &source_attributes) {
     if (commandtype != kCopy || (COMMAND_OPTION & kFileRecursive) == 0) {
         terminal::note_failure(std::string(source.view()) + " is a directory; with -r it is copied, too");
@@ -40,16 +55,14 @@ uint32_t copy_directory(const PathBuffer &source, const PathBuffer &destination,
         trace_failure(kRecords.function, "%s lies inside %s", destination.c_str(), source.c_str());
         return 1;
     }
-    if (!is_directory_destination(destination) && makedir(destination) != 0) return 1;
-    PathBuffer content = source;
-    PathBuffer copies = destination;
-    if (!extend_path(kRecords.function, content, "/*") || !extend_path(kRecords.function, copies, "/*")) return 1;
-    std::optional<HeldDirectory> held_source;
-    std::optional<HeldDirectory> held_destination;
-    if (source_attributes.local) held_source.emplace(source);
-    if (is_local(destination)) held_destination.emplace(destination, HeldDirectory::LastLink::followed);
-    exec_command(content, copies);
-    return 0;
+    const bool is_new = !is_directory_destination(destination);
+    if (is_new && makedir(destination) != 0) return 1;
+    const bool is_empty = is_empty_directory(source);
+    const uint32_t inside = copy_content(source, destination, source_attributes);
+    // Last, since the mode may forbid what was made in it.
+    const auto mode = is_new ? mode_for_copy(source_attributes) : std::nullopt;
+    if (mode && !set_mode(kRecords.function, destination, *mode)) return 1;
+    return is_strict(Strict::status) && !is_empty ? inside : 0;
 }
 
 // Only in a typed path is a backslash a separator.
@@ -79,9 +92,12 @@ uint32_t copy_file(SourceFile &source, const Operand &operand, DestinationFile &
         case Opened::ready:
             break;
     }
+    const auto mode = mode_for_copy(kRecords.function, source);
+    if (mode && !prepare_mode(kRecords.function, destination, *mode)) return 1;
     if (!transfer_data(source, destination, requests, kRecords)) return 1;
     if (!close_streams(source, destination, kRecords)) return 1;
-    return finish_transfer(source, destination, source.size, kRecords) ? 0 : 1;
+    if (!finish_transfer(source, destination, source.size, kRecords)) return 1;
+    return !mode || finish_mode(kRecords.function, destination, *mode) ? 0 : 1;
 }
 
 }  // namespace

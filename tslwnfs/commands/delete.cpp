@@ -7,10 +7,12 @@
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/deletion.h"
 #include "tslwnfs/commands/files.h"
+#include "tslwnfs/commands/listing.h"
 #include "tslwnfs/frontend/executor.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
+#include "tslwnfs/frontend/strict.h"
 #include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/identify.h"
 #include "tslwnfs/storage/resolve.h"
@@ -37,13 +39,15 @@ uint32_t delete_directory(const PathBuffer &path, const AttrResult &attributes) 
     }
     PathBuffer content = path;
     if (!extend_path(kFunction, content, "/*")) return 1;
+    const bool is_empty = is_empty_directory(path);
+    uint32_t inside = 0;
     {
         std::optional<HeldDirectory> held;
         if (attributes.local) held.emplace(path);
-        exec_command(content, nullptr);
+        inside = exec_command(content, nullptr);
     }
-    if (!confirm(path)) return 1;
-    return removedir(path) == 0 ? 0 : 1;
+    if (!confirm(path) || removedir(path) != 0) return 1;
+    return is_strict(Strict::status) && !is_empty ? inside : 0;
 }
 
 uint32_t delete_local(const PathBuffer &path) {

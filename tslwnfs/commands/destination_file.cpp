@@ -10,6 +10,7 @@
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
+#include "tslwnfs/frontend/strict.h"
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/storage/identify.h"
 #include "tslwnfs/storage/identity.h"
@@ -64,6 +65,7 @@ bool create_destination(DestinationFile &destination, uint64_t size, const Trans
 }
 
 Opened open_local_destination(DestinationFile &destination, const TransferRecords &records) {
+    if (destination.refused && is_strict(Strict::location)) return Opened::failed;
     destination.local = true;
     const bool exists = is_readable(destination.path.c_str());
     if (exists && !confirm_overwrite(destination.path)) return Opened::refused;
@@ -72,7 +74,11 @@ Opened open_local_destination(DestinationFile &destination, const TransferRecord
         trace_message(records.function, Message::file_unopenable, destination.path.c_str());
         return Opened::failed;
     }
-    if (destination.refused) terminal::tell_consequence("it goes to the local disk instead, under the mount point");
+    if (destination.refused) {
+        terminal::tell_consequence(
+            "TSLWNFS_STRICT=location would keep it from the local disk; it goes to the local disk instead, under the "
+            "mount point");
+    }
     return Opened::ready;
 }
 

@@ -9,6 +9,7 @@
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
+#include "tslwnfs/frontend/strict.h"
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/storage/resolve.h"
 
@@ -46,6 +47,11 @@ uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names) {
     if (!resolve_operand("read_dir", path, resolved) || !list(resolved, names, listed)) return 1;
     if (print_names != 0) print_listing(resolved, names, listed);
     return 0;
+}
+
+bool is_empty_directory(const PathBuffer &path) {
+    NameList names;
+    return is_strict(Strict::status) && read_dir(path, names, 0) == 0 && names.empty();
 }
 
 uint32_t list_content(const Operand &path, NameList &names) {

@@ -20,6 +20,10 @@ uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names);
 constexpr uint32_t kNoDirectory = 2;
 uint32_t list_content(const Operand &path, NameList &names);
 
+// For a directory whose content is about to be copied or deleted, when the status is to tell of failures in it: an
+// empty one is none.
+bool is_empty_directory(const PathBuffer &path);
+
 // Lists a tree, a directory at a time, 50 levels deep at most. Returns 0 or 1.
 uint32_t read_dirlist(const Operand &path, int32_t depth);
 

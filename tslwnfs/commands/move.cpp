@@ -14,6 +14,7 @@
 #include "tslwnfs/commands/deletion.h"
 #include "tslwnfs/commands/file_transfer.h"
 #include "tslwnfs/commands/files.h"
+#include "tslwnfs/commands/modes.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/trace.h"
@@ -170,12 +171,15 @@ uint32_t move_file(Move &move, RequestSlots &requests) {
         case Opened::ready:
             break;
     }
+    const auto mode = mode_for_copy(kRecords.function, source);
+    if (mode && !prepare_mode(kRecords.function, destination, *mode)) return 1;
     if (!transfer_data(source, destination, requests, kRecords)) return 1;
     if (!is_destination_safe(move, requests)) return 1;
     if (!(source.local ? delete_local(move) : delete_remote(move))) return 1;
     // Deleted as it was: there is nothing left to cut back.
     source.extended = false;
-    return finish(source, destination);
+    if (finish(source, destination) != 0) return 1;
+    return !mode || finish_mode(kRecords.function, destination, *mode) ? 0 : 1;
 }
 
 }  // namespace

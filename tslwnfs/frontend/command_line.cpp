@@ -12,6 +12,7 @@
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
 #include "tslwnfs/frontend/streams.h"
+#include "tslwnfs/frontend/strict.h"
 
 namespace {
 
@@ -84,7 +85,9 @@ ParseOutcome take_command(Words &words) {
     const Command *command = word != nullptr ? find_command(word) : nullptr;
     if (command == nullptr) return ParseOutcome::usage;
     commandtype = command->code;
-    return command->grammar(words);
+    const ParseOutcome outcome = command->grammar(words);
+    if (!words.done()) object_to(words.current(), "is one word too many");
+    return outcome == ParseOutcome::accepted && has_objection() ? ParseOutcome::usage : outcome;
 }
 
 }  // namespace

@@ -2,13 +2,16 @@
 // The options of dd. Numbers are added to what the option has already, digit by digit, in 32 bits that wrap: "-bs 1 -bs
 // 2" means 12, and a size that does not fit means whatever is left of it.
 #include <algorithm>
+#include <charconv>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "tslwnfs/frontend/grammar.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
+#include "tslwnfs/frontend/strict.h"
 
 namespace {
 
@@ -68,17 +71,38 @@ bool refuse_hyphen(const DdOption &option) {
     return false;
 }
 
+// Digits that may not appear in numbers are taken all the same, and what does not fit wraps, unless that is objected
+// to. unit: what the number counts in.
+void check_number(std::string_view value, std::size_t digits, uint64_t unit) {
+    int32_t number = 0;
+    const auto read = std::from_chars(value.data(), value.data() + digits, number);
+    const bool whole = read.ec == std::errc() && read.ptr == value.data() + digits;
+    if (!whole || static_cast<uint64_t>(number) * unit > INT32_MAX) object_to(value, "is no number, or too large");
+}
+
+// The first letter of a suffix decides, whatever follows it.
+void check_suffix(std::string_view value, std::string_view suffix) {
+    const bool pair = suffix.size() == 2 && factor_of(suffix) != factor_of(suffix.substr(0, 1));
+    if (suffix.size() > 1 && !pair) object_to(value, "has an unknown suffix");
+}
+
 bool take_size(const DdOption &option, const char *value) {
     if (value[0] == '-') return refuse_hyphen(option);
     const char *c = value;
     for (; *c != '\0' && !is_letter(*c); ++c)
         add_digit(*option.number, *c);
-    if (*c == '\0') return true;
+    const auto digits = static_cast<std::size_t>(c - value);
+    if (*c == '\0') {
+        check_number(value, digits, 1);
+        return true;
+    }
     const uint32_t factor = factor_of(c);
     if (factor == 0) {
         print_message(Message::unknown_suffix);
         return false;
     }
+    check_number(value, digits, factor);
+    check_suffix(value, c);
     *option.number = times(*option.number, factor);
     return true;
 }
@@ -100,6 +124,7 @@ bool take_offset(const DdOption &option, const char *value) {
         }
         add_digit(*option.number, *c);
     }
+    check_number(value, std::strlen(value), static_cast<uint32_t>(*option.block));
     *option.number = times(*option.number, static_cast<uint32_t>(*option.block));
     return true;
 }
@@ -126,6 +151,7 @@ bool take_parallel(const DdOption &, const char *value) {
         }
         add_digit(parallel, *c);
     }
+    check_number(value, std::strlen(value), 1);
     nios = parallel;
     return true;
 }
@@ -159,6 +185,7 @@ bool take_option(Words &words) {
                                      [&](const auto &one) { return words.is(one.lower) || words.is(one.upper); });
     words.take();
     if (option == std::end(kOptions) || words.done()) return false;
+    if ((COMMAND_OPTION & option->bit) != 0) object_to(option->lower, "is given twice");
     if (!option->take(*option, words.take())) return false;
     COMMAND_OPTION |= option->bit;
     return true;

@@ -16,6 +16,7 @@
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
+#include "tslwnfs/frontend/strict.h"
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/frontend/wildcard.h"
 #include "tslwnfs/storage/resolve.h"
@@ -62,6 +63,11 @@ std::string lowered(std::string text) {
     return text;
 }
 
+// What names that are built are built from.
+std::string as_built(const std::string &text) {
+    return is_strict(Strict::names) ? text : lowered(text);
+}
+
 bool has_wildcard(const std::string &text) {
     return text.find_first_of("*?") != std::string::npos;
 }
@@ -70,6 +76,7 @@ bool has_wildcard(const std::string &text) {
 // and protects the path.
 void lower_drive_path(std::string &path) {
     if (path.size() < 2 || std::isalpha(static_cast<unsigned char>(path[0])) == 0 || path[1] != ':') return;
+    if (is_strict(Strict::names)) return;
     if (path.find(':', 2) == std::string::npos || lowered(path).find("nfs:") != std::string::npos) return;
     tolower_string(path.data());
 }
@@ -145,15 +152,20 @@ class FileRun {
     }
 
     // Every name of the source's directory that the pattern matches, case left aside, in the order of the listing. The
-    // names go on in lower case.
+    // names go on in lower case, unless they are to keep it.
     void run_on_matches() {
         NameList names;
         if (source_->directory.empty() || !list_source(names)) return;
         const std::string pattern = lowered(source_->name);
-        for (auto &name : names) {
-            tolower_string(name.data());
-            if (strwildcmp(pattern.c_str(), name.c_str()) == 0) continue;
-            run_on(source_->directory + "/" + name, name, false);
+        for (const auto &name : names) {
+            const std::string lower = lowered(name);
+            if (strwildcmp(pattern.c_str(), lower.c_str()) == 0) continue;
+            if (is_strict(Strict::names)) {
+                run_on(source_->directory + "/" + name, name, false);
+            } else {
+                if (lower != name) terminal::note_hint("its name holds capitals; TSLWNFS_STRICT=names keeps them");
+                run_on(source_->directory + "/" + lower, lower, false);
+            }
         }
     }
 
@@ -189,7 +201,7 @@ class FileRun {
 
     std::string destination_for(const std::string &source_name) const {
         char name[PathBuffer::kSize] = {};
-        strwildmatch(lowered(destination_->name).c_str(), lowered(source_name).c_str(), name, sizeof name);
+        strwildmatch(as_built(destination_->name).c_str(), as_built(source_name).c_str(), name, sizeof name);
         return destination_->directory + "/" + name;
     }
 

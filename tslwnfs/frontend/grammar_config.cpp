@@ -11,6 +11,7 @@
 #include "tslwnfs/frontend/grammar.h"
 #include "tslwnfs/frontend/option_words.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/strict.h"
 #include "tslwnfs/terminal/screen.h"
 
 namespace {
@@ -99,8 +100,16 @@ constexpr SettingOption kServerOptions[] = {
     {"-lp", true, add_pairs},
     {"-em", true, add_exports},
     {"-v", true, [](const char *value) { tab_info.version = value; }},
-    {"-t", true, [](const char *value) { tab_info.mnt_timeout = value; }},
-    {"-r", true, [](const char *value) { tab_info.rdmaport = value; }},
+    {"-t", true,
+     [](const char *value) {
+         unsigned_decimal(value);
+         tab_info.mnt_timeout = value;
+     }},
+    {"-r", true,
+     [](const char *value) {
+         unsigned_decimal(value);
+         tab_info.rdmaport = value;
+     }},
     {"-c", true, [](const char *value) { tab_info.community = value; }},
     {"-sd", true, [](const char *value) { tab_info.security_default = value; }},
     {"-m", true, [](const char *value) { tab_info.management = value; }},
@@ -115,8 +124,12 @@ ParseOutcome take_script_values(Words &words, std::span<const ValueOption> optio
         for (const auto &option : options) {
             if (words.is(option.word)) known = &option;
         }
-        words.take();
-        if (known != nullptr && !words.done()) *known->target = words.take();
+        const char *word = words.take();
+        if (known == nullptr) {
+            object_to(word, "is no option of this command");
+        } else if (!words.done()) {
+            *known->target = words.take();
+        }
     }
     for (const auto &option : options) {
         if (*option.target == nullptr) return ParseOutcome::usage;

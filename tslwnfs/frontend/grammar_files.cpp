@@ -1,14 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 // Grammars of the commands on files and directories, but for dd's (dd_options.cpp).
 #include <cstring>
+#include <string>
+#include <string_view>
 
 #include "tslwnfs/frontend/grammar.h"
 #include "tslwnfs/frontend/option_words.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/strict.h"
 
 namespace {
 
-void file_letter(char letter) {
+bool file_letter(char letter) {
     switch (letter) {
         case 'i':
         case 'I':
@@ -19,12 +22,13 @@ void file_letter(char letter) {
             COMMAND_OPTION |= kFileRecursive;
             break;
         default:
-            break;
+            return false;
     }
+    return true;
 }
 
 // Case matters in a listing's letters; the last of contradicting ones counts.
-void list_letter(char letter) {
+bool list_letter(char letter) {
     switch (letter) {
         case '1':
         case 'B':
@@ -68,8 +72,9 @@ void list_letter(char letter) {
             COMMAND_OPTION |= kListSize;
             break;
         default:
-            break;
+            return false;
     }
+    return true;
 }
 
 // One option word of stat. "c" takes the next word as the format, and the rest of its own word is not looked at.
@@ -86,11 +91,15 @@ void take_stat_option(Words &words) {
                 break;
             case 'c':
             case 'C':
-                if (words.done()) break;
+                if (words.done()) {
+                    object_to("-c", "lacks its value");
+                    break;
+                }
                 COMMAND_OPTION |= kStatFormat;
                 stat_fmtptr = words.take();
                 return;
             default:
+                object_to_letter(*letter);
                 break;
         }
     }
@@ -100,7 +109,11 @@ void take_stat_option(Words &words) {
 void set_find_size(const char *value) {
     const bool has_sign = value[0] == '+' || value[0] == '-';
     const uint32_t factor = std::strchr(value, 'k') != nullptr ? 1024 : 1;
-    const auto size = static_cast<int32_t>(static_cast<uint32_t>(decimal(value + (has_sign ? 1 : 0))) * factor);
+    const std::string_view text = value + (has_sign ? 1 : 0);
+    const bool counts_units = text.ends_with('k');
+    const int32_t number = decimal(counts_units ? std::string(text.substr(0, text.size() - 1)).c_str() : text.data());
+    if (number > INT32_MAX / static_cast<int32_t>(factor)) object_to(value, "is too large");
+    const auto size = static_cast<int32_t>(static_cast<uint32_t>(number) * factor);
     if (value[0] == '+') {
         COMMAND_OPTION |= kFindSizeAtLeast;
         find_size_gsize = size;
@@ -131,6 +144,8 @@ constexpr SettingOption kFindOptions[] = {
      [](const char *value) {
          COMMAND_OPTION |= kFindType;
          find_type_c = value[0];
+         const std::string_view type = value;
+         if (type != "f" && type != "d") object_to(type, "is no type, f or d");
      }},
     {"-print", false, [](const char *) { COMMAND_OPTION |= kFindPrint; }},
 };
@@ -167,8 +182,11 @@ ParseOutcome parse_one_path(Words &words) {
 
 ParseOutcome parse_mkdir(Words &words) {
     while (words.at_option()) {
-        if (words.is("-p") || words.is("-P")) COMMAND_OPTION |= kMkdirParents;
-        words.take();
+        if (words.take_if("-p") || words.take_if("-P")) {
+            COMMAND_OPTION |= kMkdirParents;
+        } else {
+            object_to(words.take(), "is no option of this command");
+        }
     }
     return take_operands(words, 1);
 }

@@ -2,20 +2,42 @@
 #include "tslwnfs/frontend/option_words.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cstdlib>
+#include <string_view>
 
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/strict.h"
 
-void take_letters(Words &words, void (*examine)(char letter)) {
+namespace {
+
+constexpr std::string_view kUnknown = "is no option of this command";
+
+template <class Number>
+void check_number(std::string_view text) {
+    Number number = 0;
+    const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (read.ec != std::errc() || read.ptr != text.data() + text.size()) object_to(text, "is no number, or too large");
+}
+
+}  // namespace
+
+void object_to_letter(char letter) {
+    object_to({std::array{'-', letter}.data(), 2}, kUnknown);
+}
+
+void take_letters(Words &words, bool (*examine)(char letter)) {
     while (words.at_option()) {
-        for (const char *letter = words.take() + 1; *letter != '\0'; ++letter)
-            examine(*letter);
+        for (const char *letter = words.take() + 1; *letter != '\0'; ++letter) {
+            if (!examine(*letter)) object_to_letter(*letter);
+        }
     }
 }
 
 void skip_options(Words &words) {
     while (words.at_option())
-        words.take();
+        object_to(words.take(), kUnknown);
 }
 
 ParseOutcome take_operands(Words &words, int maximum) {
@@ -28,8 +50,11 @@ ParseOutcome take_value_options(Words &words, std::span<const ValueOption> optio
     while (words.at_option()) {
         const auto known =
             std::find_if(options.begin(), options.end(), [&](const auto &option) { return words.is(option.word); });
-        words.take();
-        if (known == options.end()) continue;
+        const char *word = words.take();
+        if (known == options.end()) {
+            object_to(word, kUnknown);
+            continue;
+        }
         if (words.done() || words.at_option()) return ParseOutcome::usage;
         *known->target = words.take();
     }
@@ -39,16 +64,19 @@ ParseOutcome take_value_options(Words &words, std::span<const ValueOption> optio
 void take_setting(Words &words, std::span<const SettingOption> options) {
     const auto known =
         std::find_if(options.begin(), options.end(), [&](const auto &option) { return words.is(option.word); });
-    words.take();
-    if (known == options.end()) return;
+    const char *word = words.take();
+    if (known == options.end()) return object_to(word, kUnknown);
     const char *value = known->has_value ? words.take() : nullptr;
-    if (value != nullptr || !known->has_value) known->set(value);
+    if (value == nullptr && known->has_value) return object_to(word, "lacks its value");
+    known->set(value);
 }
 
 int32_t decimal(const char *text) {
+    check_number<int32_t>(text);
     return static_cast<int32_t>(std::strtol(text, nullptr, 10));
 }
 
 uint32_t unsigned_decimal(const char *text) {
+    check_number<uint32_t>(text);
     return static_cast<uint32_t>(std::strtoul(text, nullptr, 10));
 }

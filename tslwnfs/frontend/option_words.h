@@ -7,8 +7,12 @@
 
 #include "tslwnfs/frontend/words.h"
 
-// Shows every letter of the option words at hand to examine; the words themselves are taken.
-void take_letters(Words &words, void (*examine)(char letter));
+// Shows every letter of the option words at hand to examine, which tells whether it knows the letter; the words
+// themselves are taken.
+void take_letters(Words &words, bool (*examine)(char letter));
+
+// A letter that no option has.
+void object_to_letter(char letter);
 
 // Takes the option words at hand, which mean nothing.
 void skip_options(Words &words);
@@ -36,6 +40,7 @@ struct SettingOption {
 // Takes the option word at hand. One whose value is missing, and an unknown one, is skipped.
 void take_setting(Words &words, std::span<const SettingOption> options);
 
-// Decimal conversions as the C library makes them, leading digits only, cut to 32 bits.
+// Decimal conversions as the C library makes them, leading digits only, cut to 32 bits. A text that is no such number
+// is objected to.
 int32_t decimal(const char *text);
 uint32_t unsigned_decimal(const char *text);

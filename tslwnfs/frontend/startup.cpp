@@ -15,6 +15,7 @@
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/streams.h"
+#include "tslwnfs/frontend/strict.h"
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/frontend/usage.h"
 #include "tslwnfs/terminal/library_records.h"
@@ -131,6 +132,7 @@ int run_session() {
 }
 
 int run_words(std::span<char *> words) {
+    read_strictness();
     if (UserInTSLDBA() == 0) {
         static_cast<void>(std::fputs(message_text(Message::not_administrator).c_str(), stderr));
         return 1;

@@ -4,16 +4,28 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "platform/paths.h"
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
+#include "tslwnfs/frontend/strict.h"
 #include "tslwnfs/frontend/trace.h"
 
 namespace {
 
 bool first_operand_holds_question_mark() {
     return fname != nullptr && std::strchr(fname, '?') != nullptr;
+}
+
+// Whether a path lacks nothing but its last component, so that what realpath leaves is all of it.
+bool has_parent(std::string_view path) {
+    while (path.size() > 1 && path.ends_with('/'))
+        path.remove_suffix(1);
+    const std::size_t separator = path.rfind('/');
+    const std::string parent(separator == std::string_view::npos ? "." : path.substr(0, separator + 1));
+    char system_path[PATH_MAX] = {};
+    return realpath(parent.c_str(), system_path) != nullptr;
 }
 
 // On failure realpath leaves the path up to the first component that is missing. That text is what a command goes on
@@ -23,6 +35,7 @@ void resolve_by_system(uint32_t *status, const char *path, PathBuffer &resolved)
     *status = 1;
     if (realpath(path, system_path) != nullptr) return;
     if (system_path[0] == '\0' || !resolved.assign(system_path)) return;
+    if (is_strict(Strict::location) && !has_parent(path)) return;
     *status = 0;
 }
 

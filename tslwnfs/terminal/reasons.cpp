@@ -21,6 +21,7 @@ struct Reason {
 Reason library;       // what the library said since the last note
 Reason failure;       // the first one
 Reason remark;        // the last one
+std::string hint;     // what may be behind it
 std::string trouble;  // with tslnfstab
 
 // What a line of prose does without.
@@ -71,12 +72,13 @@ std::string advice(const Reason &reason) {
 }
 
 std::string with_advice(const Reason &reason) {
-    const std::string more = advice(reason);
+    const std::string more = hint.empty() ? advice(reason) : hint;
     return more.empty() ? reason.text : reason.text + "; " + more;
 }
 
 void forget() {
     library = failure = remark = {};
+    hint.clear();
 }
 
 }  // namespace
@@ -105,6 +107,10 @@ void note_remark(std::string_view what, int error) {
     } else if (!what.empty()) {
         remark = system_reason(what, error);
     }
+}
+
+void note_hint(std::string_view what) {
+    hint = what;
 }
 
 void note_configuration_trouble(std::string_view what) {

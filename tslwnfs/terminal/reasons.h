@@ -21,6 +21,9 @@ void note_library_failure(std::string_view what);
 // one, than what and the error number.
 void note_remark(std::string_view what, int error = 0);
 
+// What may be behind a failure of what is at hand, if it fails: told with its reason.
+void note_hint(std::string_view what);
+
 // Something is wrong with tslnfstab: told once, after the first failure.
 void note_configuration_trouble(std::string_view what);
 
