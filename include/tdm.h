@@ -96,6 +96,15 @@ typedef struct TdmProductContext {
     int32_t log_on;
 } TdmProductContext;
 
+/* A program that is to know why calls fail, traced or not, defines this variable and sets it before tdm_tslinit: the
+ * function gets every record of a failure as it would stand in the trace, "[clock],name text", without the line end. It
+ * is called in the middle of a call and may not call the library. A program without it lacks nothing. */
+typedef void TdmFailureListener(const char *record);
+#if defined(__GNUC__)
+__attribute__((visibility("default")))
+#endif
+extern TdmFailureListener *tdm_failure_listener;
+
 /* One I/O request, 256 bytes. The bytes not named belong to the library from submission to completion. */
 typedef struct TdmIoRequest {
     uint32_t library_head;

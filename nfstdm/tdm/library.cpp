@@ -52,10 +52,11 @@ void *Library::open_session() {
 
 void Library::trace_settings(const Result<Tslnfstab> &servers) const {
     if (!trace_.wants(TraceLevel::failure)) return;
-    if (!block_size().valid) trace_.write("tdm_init", "NFSTDM_BLOCK_SIZE is no positive number and is ignored");
-    if (!servers.ok()) return trace_.write("tdm_init", servers.status().text());
+    if (!block_size().valid)
+        trace_.write(TraceLevel::failure, "tdm_init", "NFSTDM_BLOCK_SIZE is no positive number and is ignored");
+    if (!servers.ok()) return trace_.write(TraceLevel::failure, "tdm_init", servers.status().text());
     for (const std::string &remark : servers.value().remarks)
-        trace_.write("tdm_init", "tslnfstab, " + remark);
+        trace_.write(TraceLevel::failure, "tdm_init", "tslnfstab, " + remark);
 }
 
 Session *Library::session(const void *handle) const {

@@ -57,20 +57,21 @@ template <class Body>
 uint32_t guarded(const char *name, std::string_view subject, Body &&body) noexcept {
     const TraceRecords &trace = Library::instance().trace();
     try {
-        if (trace.wants(TraceLevel::detail)) trace.write(name, "begins: " + std::string(subject));
+        if (trace.wants(TraceLevel::detail)) trace.write(TraceLevel::detail, name, "begins: " + std::string(subject));
         const Status status = body();
         if (!status.ok() && trace.wants(TraceLevel::failure))
-            trace.write(name, "status " + std::to_string(public_number(status)) + ": " + status.text());
+            trace.write(TraceLevel::failure, name,
+                        "status " + std::to_string(public_number(status)) + ": " + status.text());
         else if (trace.wants(TraceLevel::detail))
-            trace.write(name, "status " + std::to_string(public_number(status)));
+            trace.write(TraceLevel::detail, name, "status " + std::to_string(public_number(status)));
         return public_number(status);
     } catch (const std::bad_alloc &) {
-        trace.write(name, "out of memory");
+        trace.write(TraceLevel::failure, name, "out of memory");
         return ENOMEM;
     } catch (const std::exception &failure) {
-        trace.write(name, failure.what());
+        trace.write(TraceLevel::failure, name, failure.what());
     } catch (...) {
-        trace.write(name, "failed");
+        trace.write(TraceLevel::failure, name, "failed");
     }
     return EIO;
 }

@@ -11,6 +11,7 @@
 namespace nfstdm {
 
 // A record is written while the context traces and the level set for its component is neither 0 nor above the record's.
+// The program's listener, if there is one, gets the failures in any case.
 class TraceRecords {
   public:
     TraceRecords() = default;
@@ -18,7 +19,7 @@ class TraceRecords {
     TraceRecords &operator=(const TraceRecords &) = delete;
 
     // Null: nothing is written. The context must outlive the session.
-    void set_context(const TdmProductContext *context) { context_ = context; }
+    void set_context(const TdmProductContext *context);
 
     // event: one of TDM_TRACE_...; level 0 to 4. The mask is a set of TraceComponent bits, 0 = all. False for others.
     bool set(uint32_t event, uint32_t level);
@@ -28,12 +29,13 @@ class TraceRecords {
 
     // For the entry points, whose records carry their function's name.
     bool wants(TraceLevel level) const;
-    void write(const char *name, std::string_view text) const noexcept;
+    void write(TraceLevel level, const char *name, std::string_view text) const noexcept;
 
   private:
     void configure();
     uint32_t level_of(TraceComponent component) const;
     bool lets_through(TraceLevel level, TraceComponent component) const;
+    void deliver(TraceLevel level, TraceComponent component, const char *name, std::string_view text) const noexcept;
 
     const TdmProductContext *context_ = nullptr;
     uint32_t session_level_ = 0;   // TDM_TRACE_KGTDM: entry points and files

@@ -308,6 +308,16 @@ def test_a_declined_question_is_the_reason(faulty, tmp_path, where):
     assert shown.said == [f"tslwnfs: {there} stays as it is: the answer was no"]
 
 
+def test_a_trace_without_levels_takes_no_reason_away(faulty, tmp_path):
+    server = faulty()
+    trace = tmp_path / "trace"
+    shown = Terminal(server.client).run("-trace", trace, "mkdir", server / "none/new")
+    assert shown.status == 1
+    (said,) = shown.said
+    assert "server faulty: " in said
+    assert trace.read_bytes() == b""
+
+
 def test_a_trace_of_everything_is_no_trouble_with_the_configuration(faulty, tmp_path):
     server = faulty()
     shown = Terminal(server.client).run("-trace", tmp_path / "t", "-level", "1", "1", "1", "1", "cat", server / "none")

@@ -77,18 +77,8 @@ bool succeeded(uint32_t status, Message failure) {
     return false;
 }
 
-// What a person reads at the terminal when nothing is traced.
-void ask_library_for_failures() {
-    constexpr uint32_t kFailures = 3;  // the level of the gravest records
-    tdm_trace(TDM_TRACE_KGTDM, kFailures);
-    tdm_trace(TDM_TRACE_SNFCORE, kFailures);
-}
-
 void set_library_trace() {
-    if (octx.trace_on != 1) {
-        if (terminal::is_open()) ask_library_for_failures();
-        return;
-    }
+    if (octx.trace_on != 1) return;
     tdm_trace(TDM_TRACE_KGTDM, kgtdm_trace);
     tdm_trace(TDM_TRACE_NFCORE, nfcore_trace);
     tdm_trace(TDM_TRACE_SNFCORE, snfcore_trace);
@@ -117,7 +107,8 @@ int run_session() {
     // A trace at the terminal tells it all.
     if (octx.trace_to_stderr == 1) terminal::close();
     if (!look_up_homes()) return 1;
-    tdm_tslinit(terminal::listen_to_library(octx));
+    terminal::listen_to_library();
+    tdm_tslinit(&octx);
     if (octx.trace_on == 1) log_enabled = trace_enabled = 1;
     apply_dd_defaults();
     if (!check_operands()) return 1;

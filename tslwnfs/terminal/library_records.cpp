@@ -1,58 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/terminal/library_records.h"
 
+#include <algorithm>
 #include <charconv>
-#include <cstdio>
-#include <string>
+#include <cstdint>
 
-#include "platform/stream.h"
+#include "include/tdm.h"
 #include "tslwnfs/terminal/reasons.h"
 #include "tslwnfs/terminal/screen.h"
 
+TdmFailureListener *tdm_failure_listener = nullptr;
+
 namespace terminal {
 namespace {
-
-struct Listener {
-    TdmProductContext context = {};
-    const TdmProductContext *passed_on_to = nullptr;
-    Stream stream;
-    std::string line;
-
-    Listener() = default;
-    Listener(const Listener &) = delete;
-    Listener &operator=(const Listener &) = delete;
-    ~Listener() {
-        context.trace_on = 0;
-        context.trace_stream = nullptr;
-    }
-};
-
-Listener &listener() {
-    static Listener one;
-    return one;
-}
-
-void pass_on(std::string_view bytes) {
-    const TdmProductContext *target = listener().passed_on_to;
-    if (target->trace_on != 1 || target->trace_stream == nullptr) return;
-    static_cast<void>(std::fwrite(bytes.data(), 1, bytes.size(), target->trace_stream));
-    static_cast<void>(std::fflush(target->trace_stream));
-}
-
-ssize_t take_bytes(void *, const char *data, std::size_t size) {
-    const std::string_view bytes(data, size);
-    pass_on(bytes);
-    std::string &line = listener().line;
-    for (const char byte : bytes) {
-        if (byte != '\n') {
-            line += byte;
-            continue;
-        }
-        take_library_record(line);
-        line.clear();
-    }
-    return static_cast<ssize_t>(size);
-}
 
 // A record that tells how it is going with a server, worth being read at once.
 bool is_about_silence(std::string_view name, std::string_view text) {
@@ -67,17 +27,8 @@ bool is_about_capitals(std::string_view text) {
 
 }  // namespace
 
-TdmProductContext *listen_to_library(TdmProductContext &context) {
-    if (!is_open()) return &context;
-    Listener &it = listener();
-    const cookie_io_functions_t functions = {nullptr, take_bytes, nullptr, nullptr};
-    it.stream.reset(fopencookie(nullptr, "w", functions));
-    if (it.stream == nullptr) return &context;
-    std::setvbuf(it.stream.get(), nullptr, _IOLBF, BUFSIZ);
-    it.passed_on_to = &context;
-    it.context.trace_on = 1;
-    it.context.trace_stream = it.stream.get();
-    return &it.context;
+void listen_to_library() {
+    tdm_failure_listener = is_open() ? +[](const char *record) { take_library_record(record); } : nullptr;
 }
 
 void take_library_record(std::string_view record) {

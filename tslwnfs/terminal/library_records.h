@@ -5,13 +5,10 @@
 
 #include <string_view>
 
-#include "include/tdm.h"
-
 namespace terminal {
 
-// Gives the context to start the library with: one that passes every record on to context while that traces, and takes
-// note of the failures among them. Both last as long as the process; context itself when nobody listens.
-TdmProductContext *listen_to_library(TdmProductContext &context);
+// From the library's start on, takes note of its failures, traced or not; does nothing where nobody looks.
+void listen_to_library();
 
 // One record without its line end, "[clock],name text".
 void take_library_record(std::string_view record);

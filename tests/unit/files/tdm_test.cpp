@@ -29,6 +29,8 @@ extern "C" mode_t umask(mode_t mask) noexcept {
     return static_cast<mode_t>(::syscall(SYS_umask, mask));
 }
 
+TdmFailureListener *tdm_failure_listener = nullptr;
+
 namespace nfstdm {
 namespace {
 
@@ -688,6 +690,29 @@ TEST_F(TraceTest, NothingIsWrittenWhileTheCallersTraceIsOff) {
     context_.trace_on = 0;
     tdm_trace(TDM_TRACE_KGTDM, 1);
     open();
+    EXPECT_EQ(traced(), "");
+}
+
+std::vector<std::string> heard;
+
+TEST_F(TraceTest, AListenerHearsFailuresWhateverIsTraced) {
+    heard.clear();
+    tdm_failure_listener = [](const char *record) { heard.emplace_back(record); };
+    for (const int32_t trace_on : {0, 1}) {
+        context_.trace_on = trace_on;
+        tdm_tslinit(&context_);
+        open();
+        identify("/local");
+        identify("/mnt/one/f\n");
+        protocol_trace->write(TraceLevel::notice, TraceComponent::rpc, [] { return std::string("of no weight"); });
+        protocol_trace->write(TraceLevel::failure, TraceComponent::rpc, [] { return std::string("silent"); });
+    }
+    tdm_failure_listener = nullptr;
+    tdm_tslinit(&context_);
+    identify("/mnt/one/f");
+    const auto failed = MatchesRegex("\\[[0-9]+\\],tdm_identify status 2: /mnt/one/f\\?: [^\n]*");
+    const auto silent = MatchesRegex("\\[[0-9]+\\],rpc silent");
+    EXPECT_THAT(heard, ElementsAre(failed, silent, failed, silent));
     EXPECT_EQ(traced(), "");
 }
 

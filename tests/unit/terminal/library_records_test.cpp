@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/terminal/library_records.h"
 
+#include "include/tdm.h"
 #include "tests/unit/terminal/open_screen.h"
 
 namespace terminal {
@@ -35,30 +36,14 @@ TEST_F(LibraryRecords, KeepsWhatIsWrongWithTheConfiguration) {
     EXPECT_EQ(told(), "tslwnfs: it failed\ntslwnfs: warning: tslnfstab, line 3: unknown key \"bogus\"\n");
 }
 
-TEST_F(LibraryRecords, PassesEveryRecordOnToTheTraceAsItStands) {
-    FILE *trace = std::tmpfile();
-    TdmProductContext context = {};
-    context.trace_on = 1;
-    context.trace_stream = trace;
-    TdmProductContext *given = listen_to_library(context);
-    ASSERT_NE(given, &context);
-    ASSERT_EQ(given->trace_on, 1);
-    std::fprintf(given->trace_stream, "[%u],tdm_create %s\n", 7U, "status 5: why");
-    context.trace_on = 0;  // the trace is closed
-    std::fprintf(given->trace_stream, "[8],tdm_create lost\n");
-
-    char text[200] = {};
-    std::rewind(trace);
-    EXPECT_GT(std::fread(text, 1, sizeof text - 1, trace), 0U);
-    std::fclose(trace);
-    EXPECT_STREQ(text, "[7],tdm_create status 5: why\n");
+TEST_F(LibraryRecords, ListensOnlyWhereSomebodyLooks) {
+    listen_to_library();
+    ASSERT_NE(tdm_failure_listener, nullptr);
+    tdm_failure_listener("[7],tdm_create status 5: why");
     EXPECT_EQ(told(), "tslwnfs: why\n");
-}
-
-TEST_F(LibraryRecords, LeavesTheContextAloneWhereNobodyListens) {
     terminal::close();
-    TdmProductContext context = {};
-    EXPECT_EQ(listen_to_library(context), &context);
+    listen_to_library();
+    EXPECT_EQ(tdm_failure_listener, nullptr);
 }
 
 }  // namespace
