@@ -52,9 +52,10 @@ std::optional<uint32_t> mode_for_copy(const char *function, const SourceFile &so
 }
 
 std::optional<uint32_t> mode_for_copy(const AttrResult &source_directory) {
-    if (!is_strict(Strict::modes) || source_directory.empty()) return std::nullopt;
-    return without_masked(source_directory.is_local != 0 ? source_directory.local->st_mode
-                                                         : source_directory.remote->permissions);
+    if (!is_strict(Strict::modes)) return std::nullopt;
+    if (source_directory.local) return without_masked(source_directory.local->st_mode);
+    if (source_directory.remote) return without_masked(source_directory.remote->permissions);
+    return std::nullopt;
 }
 
 bool set_mode(const char *function, const PathBuffer &path, uint32_t mode) {
