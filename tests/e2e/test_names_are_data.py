@@ -65,6 +65,16 @@ def test_an_odd_name_moves_by_a_wildcard(server, place, tmp_path):
     assert content(tmp_path / "to") == {name: name for name in ODD}
 
 
+def test_a_chain_of_links_without_end_fits_a_small_stack(local, tmp_path):
+    for i in range(1200):
+        (tmp_path / f"d{i}").mkdir()
+        (tmp_path / f"d{i}" / "next").symlink_to(f"../d{i + 1}")
+    (tmp_path / "d1000" / "found").touch()
+    limited = [f"--stack={STACK_KIB * 1024}", local.home / "bin" / "tslwnfs"]
+    done = local.run(*limited, "find", tmp_path / "d0", "-follow", program=PRLIMIT)
+    assert f"{tmp_path}/d1000/found \n".encode() in done.out
+
+
 # A command, and the levels that it reaches: operands shorter than 260 characters, paths of 512, and a listing's 50.
 DEEP = [(["ls", "-R"], 50), (["find", "-maxdepth", "-1"], 200), (["cp", "-r"], 80), (["rm", "-r"], 80)]
 

@@ -24,8 +24,8 @@ constexpr const char *kFunction = "findfile";
 enum FindResult : uint32_t { kMatched = 0, kFailed = 1, kNothing = 4 };
 
 // Directories nested in each other, by links or by names. The default depth ends long before; what it does not bound
-// are links from directory to directory, and a negative depth.
-constexpr std::size_t kNestingMaximum = 2048;
+// are links from directory to directory, and a negative depth. So many fit a stack of 1 MiB.
+constexpr std::size_t kNestingMaximum = 1024;
 
 // Links that lead to links. A ring of them has no other end.
 constexpr int kLinkMaximum = 40;
@@ -109,7 +109,7 @@ void report_match(const std::string &path) {
 
 // Lists a directory and gives its resolved path. Stands apart, as link_target() does, so that no path buffer lies on
 // the stack while the walk goes deeper.
-FindResult list_directory(const Operand &path, NameList &names, std::string &resolved_path) {
+[[gnu::noinline]] FindResult list_directory(const Operand &path, NameList &names, std::string &resolved_path) {
     const uint32_t listed = list_content(path, names);
     if (listed == kNoDirectory) return kNothing;
     if (listed != 0) {
@@ -134,14 +134,14 @@ std::string real_path(const std::string &path, bool is_local) {
     return is_local ? real_local_path(path + "/.") : real_remote_path(path, LastComponent::followed);
 }
 
-std::string start_of(const std::string &path) {
+[[gnu::noinline]] std::string start_of(const std::string &path) {
     AttrResult attributes;
     kind_of(Operand::ready(path.c_str()), attributes);
     return real_path(path, attributes.local != nullptr);
 }
 
 // The directory that a link leads to, over further links if need be. Its path is empty when there is none.
-Visited directory_behind(const std::string &path) {
+[[gnu::noinline]] Visited directory_behind(const std::string &path) {
     PathBuffer link;
     if (!link.assign(path)) return {};
     for (int links = 0; links < kLinkMaximum; ++links) {

@@ -408,7 +408,7 @@ TEST_F(FindTest, AnEndlessChainEndsBeforeTheStackDoes) {
         fake_.volume.add_link("/m/d" + std::to_string(link) + "/next", "/m/d" + std::to_string(link + 1));
     }
     EXPECT_EQ(find("/m/d0").status, 4u);
-    EXPECT_THAT(trace_of("findfile"), ElementsAre("findfile /m/d2048 is nested too deeply"));
+    EXPECT_THAT(trace_of("findfile"), ElementsAre("findfile /m/d1024 is nested too deeply"));
 }
 
 TEST_F(FindTest, APathThatIsTooLongIsSkipped) {
