@@ -32,8 +32,7 @@ class Listing : public std::enable_shared_from_this<Listing> {
         }
         host_ = parsed.value().host;
         if (parsed.value().port != 0) return ask(parsed.value().port);
-        portmapper_ = std::make_unique<rpc::Client>(
-            loop_, portmap::client_config(server_, {{host_, portmap::kPort, {}}}, {}), trace_);
+        portmapper_ = new_client(portmap::client_config(server_, {{host_, portmap::kPort, {}}}, {}));
         portmap::get_port(*portmapper_, this, left(), kProgram, kVersion, [this](Result<uint16_t> port) {
             if (!port.ok()) return finish(port.status());
             ask(port.value());
@@ -52,8 +51,13 @@ class Listing : public std::enable_shared_from_this<Listing> {
         return identity.ok() ? rpc::auth_sys_credential(identity.value()) : rpc::auth_none_credential();
     }
 
+    std::unique_ptr<rpc::Client> new_client(rpc::ClientConfig config) const {
+        config.addresses = addresses_;
+        return std::make_unique<rpc::Client>(loop_, std::move(config), trace_);
+    }
+
     void ask(uint16_t port) {
-        mounter_ = std::make_unique<rpc::Client>(loop_, client_config(server_, {{host_, port, {}}}, {}), trace_);
+        mounter_ = new_client(client_config(server_, {{host_, port, {}}}, {}));
         auto request = std::make_unique<rpc::Request>();
         request->name = "EXPORT";
         request->head = mounter_->begin(static_cast<uint32_t>(Procedure::export_list), credential()).take();
@@ -82,6 +86,7 @@ class Listing : public std::enable_shared_from_this<Listing> {
     Completion<std::vector<std::byte>> done_;
     const EventLoop::Clock::time_point deadline_;
     const Trace trace_;
+    const std::shared_ptr<rpc::AddressBook> addresses_ = std::make_shared<rpc::AddressBook>();
     std::string host_;
     std::unique_ptr<rpc::Client> portmapper_;
     std::unique_ptr<rpc::Client> mounter_;

@@ -31,9 +31,7 @@ void Contact::start() {
 
 // Both questions at once: the connection is worth it.
 void Contact::ask_ports() {
-    portmapper_ = std::make_unique<rpc::Client>(
-        server_.loop(), portmap::client_config(server_.name(), server_.portmapper_paths(), server_.timing()),
-        server_.trace());
+    portmapper_ = server_.new_portmap_client();
     const auto ask = [this](uint16_t &port, uint32_t program, uint32_t version) {
         if (port != 0) return;
         ++questions_;

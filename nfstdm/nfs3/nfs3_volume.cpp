@@ -218,8 +218,8 @@ void Nfs3Volume::begin_contact() {
     if (share_.export_path.size() > mount3::kPathMaximum)
         return attach_ended(in_context({ENAMETOOLONG, "the export's path is too long"}));
     credential_ = std::move(credential.value());
-    const seconds limit(std::max(1U, server_->config().contact_timeout_seconds));
-    contact_ = std::make_unique<Contact>(*server_, share_.export_path, credential_, EventLoop::Clock::now() + limit,
+    const auto deadline = EventLoop::Clock::now() + server_->contact_limit();
+    contact_ = std::make_unique<Contact>(*server_, share_.export_path, credential_, deadline,
                                          [this](Result<Contacted> result) { contacted(std::move(result)); });
     contact_->start();
 }
@@ -295,9 +295,9 @@ void Nfs3Volume::close(const Status &why) {
 }
 
 void Nfs3Volume::detach(DoneCompletion done) {
-    const bool was_attached = state_ == State::attached;
+    const bool reachable = state_ == State::attached && client_->answering();
     close(in_context({ECANCELED, "the export is no longer used"}));
-    if (!was_attached) {
+    if (!reachable) {
         loop().soon([done = std::move(done)] { done({}); });
         return;
     }

@@ -8,6 +8,7 @@
 
 #include "nfstdm/mount3/mount.h"
 #include "nfstdm/nfs3/constants.h"
+#include "nfstdm/portmap/portmap.h"
 #include "nfstdm/rpc/address.h"
 #include "nfstdm/rpc/identity.h"
 
@@ -90,8 +91,21 @@ std::vector<rpc::Path> Server::program_paths(uint16_t port) const {
     return paths;
 }
 
+std::chrono::seconds Server::contact_limit() const {
+    return std::chrono::seconds(std::max(1U, config_.contact_timeout_seconds));
+}
+
+std::unique_ptr<rpc::Client> Server::new_client(rpc::ClientConfig config) {
+    config.addresses = addresses_;
+    return std::make_unique<rpc::Client>(loop_, std::move(config), trace_);
+}
+
+std::unique_ptr<rpc::Client> Server::new_portmap_client() {
+    return new_client(portmap::client_config(name(), portmapper_paths(), timing_.within(contact_limit())));
+}
+
 std::unique_ptr<rpc::Client> Server::new_mount_client(uint16_t port) {
-    return std::make_unique<rpc::Client>(loop_, mount3::client_config(name(), program_paths(port), timing_), trace_);
+    return new_client(mount3::client_config(name(), program_paths(port), timing_.within(contact_limit())));
 }
 
 rpc::Client &Server::use_nfs(uint16_t port) {
@@ -104,8 +118,8 @@ rpc::Client &Server::use_nfs(uint16_t port) {
         config.version = kVersion;
         config.paths = std::move(paths);
         config.connections_per_path = std::clamp(config_.connections_per_path, 1U, kConnectionsMaximum);
-        config.timing = timing_;
-        nfs_ = std::make_unique<rpc::Client>(loop_, std::move(config), trace_);
+        config.timing = timing_.within(std::chrono::seconds(config_.io_timeout_seconds));
+        nfs_ = new_client(std::move(config));
     }
     ++users_;
     return *nfs_;

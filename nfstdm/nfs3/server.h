@@ -3,6 +3,7 @@
 // program.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -33,6 +34,7 @@ class Server {
     const Trace &trace() const { return trace_; }
     const ServerConfig &config() const { return config_; }
     const rpc::Timing &timing() const { return timing_; }
+    std::chrono::seconds contact_limit() const;
     const std::string &name() const { return config_.name; }
 
     // Why nothing on this server can be used, whatever the export: its block, its version or one of its paths.
@@ -49,7 +51,9 @@ class Server {
     // The hosts whose portmapper can be asked.
     std::vector<rpc::Path> portmapper_paths() const;
 
-    // Clients of the two programs. ports may be 0 where the block needs none; paths without a port are left out then.
+    // Clients of the programs, which share what they learn about the hosts' addresses. ports may be 0 where the block
+    // needs none; paths without a port are left out then.
+    std::unique_ptr<rpc::Client> new_portmap_client();
     std::unique_ptr<rpc::Client> new_mount_client(uint16_t port);
     // The one client of the NFS program that all exports share. Every use ends with release_nfs(), and by then the user
     // has no request there; with the last one the connections are closed.
@@ -61,11 +65,13 @@ class Server {
 
   private:
     std::vector<rpc::Path> program_paths(uint16_t port) const;
+    std::unique_ptr<rpc::Client> new_client(rpc::ClientConfig config);
 
     EventLoop &loop_;
     const ServerConfig config_;
     const Trace &trace_;
     const rpc::Timing timing_;
+    const std::shared_ptr<rpc::AddressBook> addresses_ = std::make_shared<rpc::AddressBook>();
     std::vector<rpc::Path> paths_;  // port 0 = the program's
     Status problem_;
     std::unique_ptr<rpc::Client> nfs_;

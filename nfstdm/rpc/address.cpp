@@ -2,6 +2,7 @@
 #include "nfstdm/rpc/address.h"
 
 #include <netdb.h>
+#include <netinet/in.h>
 
 #include <algorithm>
 #include <array>
@@ -70,6 +71,20 @@ Result<std::vector<Address>> resolve(const std::string &host, uint16_t port) {
     }
     if (addresses.empty()) return Status{EHOSTUNREACH, "the name " + host + " has no usable address"};
     return addresses;
+}
+
+void set_port(Address &address, uint16_t port) {
+    if (address.family() == AF_INET6)
+        reinterpret_cast<sockaddr_in6 *>(&address.storage)->sin6_port = htons(port);
+    else
+        reinterpret_cast<sockaddr_in *>(&address.storage)->sin_port = htons(port);
+}
+
+bool is_same_host(const Address &one, const Address &other) {
+    Address first = one, second = other;
+    set_port(first, 0);
+    set_port(second, 0);
+    return first.length == second.length && std::memcmp(&first.storage, &second.storage, first.length) == 0;
 }
 
 std::string to_text(const Address &address) {

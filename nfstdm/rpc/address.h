@@ -34,6 +34,12 @@ struct Address {
 // block for as long as that waits for its name servers; an address written in digits never does.
 Result<std::vector<Address>> resolve(const std::string &host, uint16_t port);
 
+// Of an IPv4 or IPv6 address.
+void set_port(Address &address, uint16_t port);
+
+// Whether two addresses differ in their port at most.
+bool is_same_host(const Address &one, const Address &other);
+
 // "192.0.2.1:2049" or "[2001:db8::1]:2049".
 std::string to_text(const Address &address);
 

@@ -7,8 +7,13 @@
 
 namespace nfstdm::rpc {
 
-Channel::Channel(EventLoop &loop, ChannelOwner &owner, ChannelConfig config)
-    : owner_(owner), config_(std::move(config)), connection_(loop, *this), timer_(loop) {}
+Channel::Channel(EventLoop &loop, ChannelOwner &owner, AddressBook &book, ChannelConfig config)
+    : owner_(owner),
+      book_(book),
+      config_(std::move(config)),
+      dialer_(loop, config_.timing),
+      connection_(loop, *this),
+      timer_(loop) {}
 
 std::string Channel::where() const {
     const Path &path = config_.path;
@@ -22,55 +27,37 @@ void Channel::wake() {
 
 void Channel::close() {
     timer_.cancel();
+    dialer_.cancel();
     connection_.close();
     static_cast<void>(connection_.take_all());
     state_ = State::idle;
     attempts_ = 0;
     unreachable_ = false;
-    probing_ = false;
+    probe_bytes_ = 0;
 }
 
-// One round tries every address once. A name that was found is not asked for again: the resolver may block, and other
-// channels have work to do meanwhile.
 void Channel::begin_round() {
     state_ = State::connecting;
-    next_address_ = 0;
-    timed_out_ = false;
-    if (addresses_.empty()) {
-        auto resolved = resolve(config_.path.host, config_.path.port);
-        if (resolved.ok())
-            addresses_ = std::move(resolved.value());
-        else
-            last_failure_ = resolved.status();
-    }
-    connect_next();
-}
-
-void Channel::connect_next() {
-    while (next_address_ < addresses_.size()) {
-        const Address &address = addresses_[next_address_++];
-        const Status started = connection_.open(address, config_.path.local, config_.source);
-        if (started.ok()) {
-            timer_.after(config_.timing.connect, [this] {
-                connection_.close();
-                timed_out_ = true;
-                last_failure_ = {ETIMEDOUT, where() + ": no answer to the connection request"};
-                connect_next();
-            });
-            return;
-        }
-        last_failure_ = started.in(where());
-    }
+    auto addresses = book_.find(config_.path.host, config_.path.port);
+    if (addresses.ok())
+        return dialer_.dial(std::move(addresses.value()), config_.path.local, config_.source,
+                            [this](Dialled result) { dialled(std::move(result)); });
     // From the loop, never from inside the submission that woke the channel.
-    timer_.after(Duration::zero(), [this] { lost(last_failure_, false); });
+    timer_.after(Duration::zero(), [this, failure = addresses.status()] { dialled({{}, {}, failure, false}); });
 }
 
-void Channel::connection_opened() {
-    timer_.cancel();
+void Channel::dialled(Dialled result) {
+    if (!result.socket) {
+        unreachable_ = unreachable_ || !result.unanswered;
+        return lost(result.failure.in(where()), false);
+    }
+    address_ = result.address;
+    book_.prefer(config_.path.host, address_);
+    connection_.open(std::move(result.socket));
     proven_ = false;
     quiet_ = {};
     progress_ = connection_.progress();
-    if (!doubted_) return become_usable();
+    if (!doubted_ && !config_.one_of_several) return become_usable();
     state_ = State::proving;
     probe();
 }
@@ -81,19 +68,24 @@ void Channel::become_usable() {
     owner_.channel_usable();
 }
 
+void Channel::doubt() {
+    doubted_ = true;
+    if (connection_.is_open() && probe_bytes_ == 0) probe();
+}
+
 void Channel::probe() {
-    probing_ = true;
     auto null_call = owner_.new_probe();
     null_call->owner = this;
+    probe_bytes_ = null_call->head.size();
     connection_.send(std::move(null_call));
 }
 
 void Channel::connection_answered(std::unique_ptr<Request> request) {
     if (request->owner == this) {
-        probing_ = false;
+        probe_bytes_ = 0;
         doubted_ = false;
         if (state_ == State::proving) become_usable();
-        return;
+        return owner_.channel_proven();
     }
     proven_ = true;
     attempts_ = 0;
@@ -102,18 +94,12 @@ void Channel::connection_answered(std::unique_ptr<Request> request) {
 }
 
 void Channel::connection_closed(const Status &why, bool nonsense) {
-    timer_.cancel();
-    if (state_ == State::connecting) {
-        last_failure_ = why.in(where());
-        return connect_next();
-    }
     lost(why.in(where()), nonsense);
 }
 
 // The round or the connection is over.
 void Channel::lost(const Status &why, bool nonsense) {
-    unreachable_ = unreachable_ || (state_ == State::connecting && !timed_out_);
-    probing_ = false;
+    probe_bytes_ = 0;
     auto requests = connection_.take_all();
     std::erase_if(requests, [this](const auto &request) { return request->owner == this; });
     wait_and_retry();
@@ -136,19 +122,31 @@ void Channel::wait_and_retry() {
     });
 }
 
+// Whether bytes moved since the last look. That the peer's system took in a NULL call says nothing about the server.
+bool Channel::moved() {
+    const uint64_t progress = connection_.progress();
+    if (progress <= progress_ + probe_bytes_) return false;
+    progress_ = progress;
+    return true;
+}
+
+Duration Channel::silence_limit(bool alone) const {
+    const Timing &timing = config_.timing;
+    return alone ? timing.silence_alone * patience_ : std::min(timing.silence * patience_, timing.silence_most);
+}
+
 void Channel::tick(Duration elapsed, bool alone) {
     if (state_ != State::usable && state_ != State::proving) return;
-    const uint64_t progress = connection_.progress();
-    if (progress != std::exchange(progress_, progress) || connection_.idle()) {
+    if (moved() || connection_.idle()) {
         quiet_ = {};
         return;
     }
     quiet_ += elapsed;
-    if (quiet_ >= config_.timing.probe && !probing_) probe();
-    const Duration limit = (alone ? config_.timing.silence_alone : config_.timing.silence) * patience_;
-    if (quiet_ < limit || connection_.is_closed()) return;
+    if (quiet_ >= config_.timing.probe && probe_bytes_ == 0) probe();
+    if (quiet_ < silence_limit(alone) || !connection_.is_open()) return;
     patience_ = std::min(patience_ * 2, config_.timing.patience_maximum);
     doubted_ = true;
+    book_.avoid(config_.path.host, address_);
     connection_.close();
     lost({ETIMEDOUT, where() + ": the connection fell silent"}, false);
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// One way to the server that is kept usable: connects when there is work, tries a host's addresses in turn, waits
-// between attempts, notices silence, and proves a connection that follows a silent one before requests are trusted to
-// it.
+// One way to the server that is kept usable: connects when there is work, waits between attempts, notices silence, and
+// lets a connection prove itself before requests are trusted to it, where another could take them or the last one fell
+// silent.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,9 @@
 
 #include "nfstdm/protocol/event_loop.h"
 #include "nfstdm/protocol/scoped.h"
+#include "nfstdm/rpc/address_book.h"
 #include "nfstdm/rpc/connection.h"
+#include "nfstdm/rpc/dialer.h"
 #include "nfstdm/rpc/timing.h"
 
 namespace nfstdm::rpc {
@@ -34,6 +36,8 @@ class ChannelOwner {
     // Whether a channel that is not connected should try to be.
     virtual bool has_work() const = 0;
     virtual void channel_usable() = 0;
+    // Somebody is there: a NULL call was answered.
+    virtual void channel_proven() = 0;
     virtual void channel_answered(std::unique_ptr<Request> request) = 0;
     // The channel can not be used now and tries again by itself while there is work; requests is what was on it, in
     // order of submission. nonsense: because of what the server sent.
@@ -46,11 +50,13 @@ struct ChannelConfig {
     Path path;
     SourcePort source = SourcePort::reserved;
     Timing timing;
+    bool one_of_several = false;  // there are other ways to the server
 };
 
 class Channel : private ConnectionOwner {
   public:
-    Channel(EventLoop &loop, ChannelOwner &owner, ChannelConfig config);
+    // The book must outlive the channel, as must loop and owner.
+    Channel(EventLoop &loop, ChannelOwner &owner, AddressBook &book, ChannelConfig config);
 
     // There is work: connects unless that is done, under way, or put off.
     void wake();
@@ -64,6 +70,8 @@ class Channel : private ConnectionOwner {
     }
 
     bool usable() const { return state_ == State::usable; }
+    // Nobody has answered for long: asks at once whether anyone is there, and trusts no new connection before it did.
+    void doubt();
     // Every address was tried and refused or found to lead nowhere since the channel was last usable. One that merely
     // does not answer may be about to.
     bool unreachable() const { return unreachable_; }
@@ -81,42 +89,42 @@ class Channel : private ConnectionOwner {
   private:
     enum class State : uint8_t {
         idle,        // nothing to do, or not tried yet
-        connecting,  // to one of the addresses
+        connecting,  // to the host
         proving,     // connected, waiting for the answer to a NULL call
         usable,
         waiting,  // between attempts
     };
 
-    void connection_opened() override;
     void connection_answered(std::unique_ptr<Request> request) override;
     void connection_closed(const Status &why, bool nonsense) override;
 
     void begin_round();
-    void connect_next();
+    void dialled(Dialled result);
     void become_usable();
+    bool moved();
+    Duration silence_limit(bool alone) const;
     void probe();
     void lost(const Status &why, bool nonsense);
     void wait_and_retry();
 
     ChannelOwner &owner_;
+    AddressBook &book_;
     const ChannelConfig config_;
+    Dialer dialer_;
     Connection connection_;
     ScopedTimer timer_;
     State state_ = State::idle;
 
-    std::vector<Address> addresses_;
-    std::size_t next_address_ = 0;
-    Status last_failure_;
-    unsigned attempts_ = 0;   // in a row that brought no answer
-    bool proven_ = false;     // this connection has brought an answer
-    bool timed_out_ = false;  // some address of this round did not answer
+    Address address_;        // of the connection
+    unsigned attempts_ = 0;  // in a row that brought no answer
+    bool proven_ = false;    // this connection has brought an answer
     bool unreachable_ = false;
     bool doubted_ = false;  // the last connection fell silent
     unsigned patience_ = 1;
 
-    bool probing_ = false;   // a NULL call is outstanding
-    uint64_t progress_ = 0;  // of the connection, when last looked at
-    Duration quiet_{};       // since then
+    std::size_t probe_bytes_ = 0;  // of the NULL call that is outstanding; 0 = none
+    uint64_t progress_ = 0;        // of the connection, when last looked at
+    Duration quiet_{};             // since then
 };
 
 }  // namespace nfstdm::rpc

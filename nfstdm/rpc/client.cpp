@@ -25,12 +25,19 @@ uint64_t first_sequence() {
 }  // namespace
 
 Client::Client(EventLoop &loop, ClientConfig config, const Trace &trace)
-    : loop_(loop), config_(std::move(config)), trace_(trace), next_sequence_(first_sequence()), tick_timer_(loop) {
+    : loop_(loop),
+      config_(std::move(config)),
+      addresses_(config_.addresses != nullptr ? config_.addresses : std::make_shared<AddressBook>()),
+      trace_(trace),
+      next_sequence_(first_sequence()),
+      tick_timer_(loop) {
+    const bool several = config_.paths.size() > 1;
     // The first connection of every path comes before the second of any.
     for (unsigned i = 0; i < std::max(1U, config_.connections_per_path); ++i)
         for (const Path &path : config_.paths)
-            channels_.push_back(std::make_unique<Channel>(loop, static_cast<ChannelOwner &>(*this),
-                                                          ChannelConfig{path, config_.source, config_.timing}));
+            channels_.push_back(
+                std::make_unique<Channel>(loop, static_cast<ChannelOwner &>(*this), *addresses_,
+                                          ChannelConfig{path, config_.source, config_.timing, several}));
 }
 
 Client::~Client() = default;
@@ -52,9 +59,15 @@ void Client::submit(std::unique_ptr<Request> request) {
     request->faults = 0;
     request->landed = 0;
     request->submitted = clock_;
+    request->begun.reset();
     seal(*request);
     ++outstanding_;
     worked_ = true;
+    if (doubt_ && EventLoop::Clock::now() - last_tick_ > config_.timing.grace) {
+        // The application was away. What was answered meanwhile is still to be read.
+        doubt_.renew(clock_ + config_.timing.grace);
+    }
+    if (doubt_.settled(clock_)) return finish(std::move(request), doubtful());
     to_send_.push_back(std::move(request));
     begin_work();
     pump();
@@ -84,6 +97,7 @@ void Client::pump() {
         if (channel == nullptr || channel->weight() >= connection_bytes()) return;
         auto request = std::move(to_send_.front());
         to_send_.pop_front();
+        if (!request->begun) request->begun = clock_;
         channel->send(std::move(request));
     }
 }
@@ -93,7 +107,13 @@ void Client::channel_usable() {
     pump();
 }
 
+void Client::channel_proven() {
+    doubt_.end();
+    pump();
+}
+
 void Client::channel_answered(std::unique_ptr<Request> request) {
+    doubt_.end();
     last_answer_ = clock_;
     if (request->weight() >= kBulkBytes) prompt_ = clock_ - request->submitted < config_.timing.prompt;
     if (std::exchange(reported_, false))
@@ -181,6 +201,7 @@ void Client::drop(const void *owner) {
 
 void Client::close() {
     assert(outstanding_ == 0);
+    doubt_.end();
     tick_timer_.cancel();
     for (const auto &channel : channels_)
         channel->close();
@@ -231,7 +252,7 @@ void Client::tick() {
     const Duration elapsed = std::min<Duration>(now - std::exchange(last_tick_, now), 2 * config_.timing.tick);
     // The next request starts the clock again. Work that comes and goes between two ticks keeps it going: a connection
     // that is being tried again has a limit to wait for.
-    if (!std::exchange(worked_, false) && outstanding_ == 0) return;
+    if (!std::exchange(worked_, false) && !has_work()) return;
     clock_ += elapsed;
     tick_timer_.after(config_.timing.tick, [this] { tick(); });
     for (const auto &channel : channels_)
@@ -240,8 +261,10 @@ void Client::tick() {
     report_silence();
 }
 
+// Waiting behind others that are being answered is none of the time that the server may take.
 bool Client::expired(const Request &request) const {
-    return request.limit > Duration::zero() && clock_ - request.submitted >= request.limit;
+    if (request.limit <= Duration::zero()) return false;
+    return clock_ - request.begun.value_or(std::max(request.submitted, last_answer_)) >= request.limit;
 }
 
 void Client::expire() {
@@ -254,8 +277,30 @@ void Client::expire() {
         if (taken == nullptr) continue;
         std::string words = "no answer within " + seconds_text(taken->limit);
         if (!last_trouble_.ok()) words += " (" + last_trouble_.text() + ")";
+        begin_doubt(std::string(taken->name) + ": " + words);
         finish(std::move(taken), {ETIMEDOUT, std::move(words)});
     }
+    if (doubt_.settled(clock_)) fail_doubted();
+}
+
+void Client::begin_doubt(std::string why) {
+    if (doubt_) return;
+    doubt_.begin(std::move(why), clock_ + config_.timing.grace);
+    for (const auto &channel : channels_)
+        channel->doubt();
+}
+
+Status Client::doubtful() const {
+    return {ETIMEDOUT, "the server does not answer (" + doubt_.why() + ")"};
+}
+
+void Client::fail_doubted() {
+    std::vector<const Request *> waiting;
+    for_each([&](const Request &request) {
+        if (request.done) waiting.push_back(&request);  // a channel's NULL call goes on
+    });
+    for (const Request *request : waiting)
+        if (auto taken = withdraw(*request); taken != nullptr) finish(std::move(taken), doubtful());
 }
 
 void Client::report_silence() {

@@ -14,7 +14,9 @@
 #include "nfstdm/protocol/event_loop.h"
 #include "nfstdm/protocol/scoped.h"
 #include "nfstdm/protocol/trace.h"
+#include "nfstdm/rpc/address_book.h"
 #include "nfstdm/rpc/channel.h"
+#include "nfstdm/rpc/doubt.h"
 #include "nfstdm/rpc/request.h"
 #include "nfstdm/rpc/timing.h"
 #include "nfstdm/xdr/writer.h"
@@ -29,6 +31,7 @@ struct ClientConfig {
     unsigned connections_per_path = 1;
     SourcePort source = SourcePort::reserved;
     Timing timing;
+    std::shared_ptr<AddressBook> addresses;  // shared with other clients of the server; null = one of its own
 };
 
 // Every request submitted is given back exactly once, through its done function and from the loop, unless it is dropped
@@ -49,6 +52,10 @@ class Client : private ChannelOwner {
 
     // Forgets every request of an owner without a word: their buffers are not touched again, their done not called.
     void drop(const void *owner);
+
+    // False from when the time of a request was up until the server answers anything: what is submitted meanwhile fails
+    // at once, or after a moment's grace.
+    bool answering() const { return !doubt_; }
 
     // No request is to send or under way.
     bool idle() const { return outstanding_ == 0; }
@@ -76,8 +83,10 @@ class Client : private ChannelOwner {
     // A request on the wire of this many connections that ended in nonsense is what the nonsense answers.
     static constexpr unsigned kFaultsMaximum = 3;
 
-    bool has_work() const override { return outstanding_ > 0; }
+    // A server in doubt is asked until it answers, whether somebody waits or not.
+    bool has_work() const override { return outstanding_ > 0 || doubt_; }
     void channel_usable() override;
+    void channel_proven() override;
     void channel_answered(std::unique_ptr<Request> request) override;
     void channel_lost(std::vector<std::unique_ptr<Request>> requests, const Status &why, bool nonsense) override;
     std::unique_ptr<Request> new_probe() override;
@@ -94,6 +103,9 @@ class Client : private ChannelOwner {
 
     void tick();
     void expire();
+    void begin_doubt(std::string why);
+    void fail_doubted();
+    Status doubtful() const;
     void report_silence();
     bool expired(const Request &request) const;
     std::unique_ptr<Request> withdraw(const Request &request);
@@ -102,6 +114,7 @@ class Client : private ChannelOwner {
 
     EventLoop &loop_;
     const ClientConfig config_;
+    const std::shared_ptr<AddressBook> addresses_;
     const Trace &trace_;
     std::vector<std::unique_ptr<Channel>> channels_;
 
@@ -110,6 +123,7 @@ class Client : private ChannelOwner {
     std::size_t outstanding_ = 0;                   // requests to send and on channels
     uint64_t next_sequence_;
     Status last_trouble_;  // of any channel, to be named when time is up
+    Doubt doubt_;
 
     // The client's clock counts the time spent in the loop while requests were outstanding: an application that comes
     // back after a long pause finds its requests no older than it left them.

@@ -62,22 +62,17 @@ Status system_failure(const char *what, int number) {
 
 }  // namespace
 
-Status Connection::open(const Address &to, const std::string &local, SourcePort source) {
-    assert(is_closed() && idle());
-    auto socket = start_connect(to, local, source);
-    if (!socket.ok()) return socket.status();
-    socket_ = std::move(socket.value());
-    phase_ = Phase::connecting;
+void Connection::open(Descriptor connected) {
+    assert(!is_open() && idle());
+    socket_ = std::move(connected);
     receiver_.reset();
     record_maximum_ = 0;
     watched_ = 0;
     watch();
-    return {};
 }
 
 void Connection::close() {
-    if (phase_ == Phase::closed) return;
-    phase_ = Phase::closed;
+    if (!is_open()) return;
     loop_.forget(socket_.get());
     close_now(socket_);
     receiver_.reset();
@@ -99,7 +94,7 @@ void Connection::send(std::unique_ptr<Request> request) {
 }
 
 std::vector<std::unique_ptr<Request>> Connection::take_all() {
-    assert(is_closed());
+    assert(!is_open());
     std::vector<std::unique_ptr<Request>> all;
     all.reserve(sending_.size() + on_wire_.size());
     for (auto &[xid, request] : on_wire_)
@@ -139,22 +134,13 @@ uint64_t Connection::progress() const {
 }
 
 void Connection::watch() {
-    const bool writing = phase_ == Phase::connecting || !sending_.empty();
-    const short events = static_cast<short>(phase_ == Phase::connecting ? POLLOUT
-                                            : writing                   ? POLLIN | POLLOUT
-                                                                        : POLLIN);
+    const short events = static_cast<short>(sending_.empty() ? POLLIN : POLLIN | POLLOUT);
     if (events == watched_) return;
     watched_ = events;
     loop_.watch(socket_.get(), events, [this](short happened) { ready(happened); });
 }
 
 void Connection::ready(short events) {
-    if (phase_ == Phase::connecting) {
-        if (Status status = connect_result(socket_.get()); !status.ok()) return fail(status, false);
-        phase_ = Phase::open;
-        watch();
-        return owner_.connection_opened();
-    }
     if ((events & ~POLLOUT) != 0) receive();
     if (is_open() && (events & POLLOUT) != 0) flush();
 }

@@ -24,7 +24,6 @@ class ConnectionOwner {
   public:
     virtual ~ConnectionOwner() = default;
 
-    virtual void connection_opened() = 0;
     // reply, landed and, for a record that did not hold together, status of the request are filled in.
     virtual void connection_answered(std::unique_ptr<Request> request) = 0;
     // The connection is closed already; its requests wait for take_all(). nonsense: because of what the server sent.
@@ -38,15 +37,13 @@ class Connection : private RecordSink {
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
 
-    // Starts to connect, of which the owner hears in connection_opened() or connection_closed(). A failing status means
-    // that nothing was started.
-    Status open(const Address &to, const std::string &local, SourcePort source);
+    // Uses a connected socket from now on.
+    void open(Descriptor connected);
 
     // Closes without telling the owner.
     void close();
 
-    bool is_open() const { return phase_ == Phase::open; }
-    bool is_closed() const { return phase_ == Phase::closed; }
+    bool is_open() const { return static_cast<bool>(socket_); }
 
     // Takes an open connection. The request's head is sealed.
     void send(std::unique_ptr<Request> request);
@@ -74,8 +71,6 @@ class Connection : private RecordSink {
     uint64_t progress() const;
 
   private:
-    enum class Phase : uint8_t { closed, connecting, open };
-
     Request *expected(uint32_t xid) override;
     std::size_t record_maximum() const override { return record_maximum_; }
     void record_received(Request &request, bool whole) override;
@@ -89,7 +84,6 @@ class Connection : private RecordSink {
 
     EventLoop &loop_;
     ConnectionOwner &owner_;
-    Phase phase_ = Phase::closed;
     Descriptor socket_;
     short watched_ = 0;
 

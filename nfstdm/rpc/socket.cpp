@@ -40,13 +40,6 @@ Result<Descriptor> new_socket(int family) {
     return socket;
 }
 
-void set_port(Address &address, uint16_t port) {
-    if (address.family() == AF_INET6)
-        reinterpret_cast<sockaddr_in6 *>(&address.storage)->sin6_port = htons(port);
-    else
-        reinterpret_cast<sockaddr_in *>(&address.storage)->sin_port = htons(port);
-}
-
 // The address to bind: the one asked for, of the server's family, or any.
 Result<Address> local_address(int family, const std::string &local) {
     Address address;

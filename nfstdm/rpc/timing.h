@@ -12,7 +12,11 @@ struct Timing {
     // How often limits are looked at; every other duration is exact to this much.
     Duration tick = std::chrono::milliseconds(100);
 
-    // An address that does not take the connection by then is left for the next one.
+    // An address that has not taken the connection by then gets the host's next one tried beside it (RFC 8305 section
+    // 5, the recommended Connection Attempt Delay).
+    Duration stagger = std::chrono::milliseconds(250);
+
+    // When none has taken it by then, after the last was begun with, all are tried again later.
     Duration connect = std::chrono::seconds(5);
 
     // A connection with requests outstanding on which nothing moves for this long is asked whether anyone is there ...
@@ -24,6 +28,8 @@ struct Timing {
     // Each time in a row that a connection is left for silence the last two are doubled, so that a server which is
     // merely slow gets its answer through; at most this many times over.
     unsigned patience_maximum = 8;
+    // A connection that is not the only one is never given longer than this, whatever was doubled.
+    Duration silence_most = std::chrono::hours(1);
 
     // Between attempts to connect; doubled from attempt to attempt.
     Duration backoff_first = std::chrono::milliseconds(100);
@@ -32,12 +38,19 @@ struct Timing {
     // A server that answers nothing for this long is reported.
     Duration notice = std::chrono::seconds(10);
 
+    // After the time of a request was up, the server has so long to show that it is there.
+    Duration grace = std::chrono::milliseconds(500);
+
     // A bulk request that is answered by then was answered promptly: more of them may be outstanding at once.
     Duration prompt = std::chrono::seconds(1);
 
     // Between repetitions of a request that the server was not ready for (NFS3ERR_JUKEBOX); doubled each time.
     Duration jukebox_first = std::chrono::milliseconds(100);
     Duration jukebox_most = std::chrono::seconds(5);
+
+    // For requests that may take so long altogether; 0 = for ever. A path that fell silent is left early enough for the
+    // others to answer in time.
+    Timing within(Duration limit) const;
 };
 
 }  // namespace nfstdm::rpc

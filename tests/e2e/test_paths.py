@@ -50,6 +50,28 @@ def test_a_download_goes_over_the_other_path_and_comes_back(two_paths, tmp_path)
     assert digest(tmp_path / "copy") == digest(two_paths.files / "source")
 
 
+@pytest.mark.parametrize("silent", [1, 2])
+def test_a_path_that_is_silent_from_the_start_is_sent_nothing_but_a_question(faulty, tmp_path, silent):
+    server = faulty("--address", "127.0.0.1", "--address", "127.0.0.2", mnt_timeout=1)
+    server.fault(f"silent@{silent}")
+    make_file(server.files / "source", 5_000_000)
+    server.ok("cp", server / "source", tmp_path / "copy")
+    assert digest(tmp_path / "copy") == digest(server.files / "source")
+    assert server.count(f"path.{silent}") == 0
+
+
+def test_a_transfer_outlives_a_path_that_falls_silent_for_longer_than_it_may_take(faulty, tmp_path):
+    server = faulty("--address", "127.0.0.1", "--address", "127.0.0.2", io_timeout=5)
+    server.fault("rate=16M")
+    source = make_file(tmp_path / "source", SIZE)
+    process = server.start("cp", source, server / "copy")
+    server.await_count("path.2", MIB, process)
+    server.fault("silent@2")
+    run = finish(process)
+    assert (run.status, run.out[-len(SUCCEEDED) :]) == (0, SUCCEEDED)
+    assert digest(server.files / "copy") == digest(source)
+
+
 def test_a_path_that_leads_nowhere_from_the_start_hinders_nothing(faulty, tmp_path):
     server = faulty("--address", "127.0.0.1", "--address", "127.0.0.2")
     server.fault("silent@2")

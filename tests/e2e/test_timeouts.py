@@ -2,6 +2,7 @@
 and the trace tells meanwhile that it waits."""
 
 import namespace
+import pytest
 from client import finish
 from files import content, make_file
 from texts import failed
@@ -61,6 +62,22 @@ def test_a_transfer_whose_server_is_gone_ends_at_io_timeout(faulty, tmp_path):
     assert finish(process).status == 1
     assert "no answer within 2 seconds" in text_of(trace)
     server.start_again()
+
+
+@pytest.mark.parametrize("words", [["ls", "-l"], ["find"], ["ls", "-lR"], ["rm", "-f", "-r"]], ids=" ".join)
+def test_a_walk_over_many_entries_waits_for_the_server_once(faulty, tmp_path, words):
+    server = faulty("--fault", "no-readdirplus", io_timeout=2)
+    (server.files / "d").mkdir()
+    for number in range(1000):
+        make_file(server.files / "d" / f"f{number}", 0)
+    server.fault("delay=5")
+    trace = tmp_path / "trace"
+    process = start_traced(server, trace, *words, server / "d")
+    server.await_count("LOOKUP", 10, process)
+    server.fault("silent")
+    assert finish(process).status == 1
+    assert "no answer within 2 seconds" in text_of(trace)
+    assert "the server does not answer" in text_of(trace)
 
 
 def test_a_server_that_comes_back_in_time_is_no_failure(faulty, tmp_path):

@@ -161,12 +161,20 @@ class Walk {
   public:
     explicit Walk(std::string pattern) : pattern_(std::move(pattern)) {}
 
+    // Walks the tree. What could not be looked at may have been what somebody looks for: then the result is no answer.
+    uint32_t tree(const Operand &path, int32_t depth) {
+        const uint32_t result = directory(path, "", depth);
+        return incomplete_ ? static_cast<uint32_t>(kFailed) : result;
+    }
+
+  private:
     // Walks a directory; real tells where it is, and is empty for the first one.
     uint32_t directory(const Operand &path, std::string real, int32_t depth) {
         if (depth == maxdepth) return kFailed;
         NameList names;
         std::string resolved;
         const FindResult listed = list_directory(path, names, resolved);
+        if (listed == kFailed) incomplete_ = true;
         if (listed != kMatched) return listed;
         if (chain_.size() == kNestingMaximum) {
             trace_failure(kFunction, "%s is nested too deeply", resolved.c_str());
@@ -185,7 +193,6 @@ class Walk {
         return result;
     }
 
-  private:
     static bool is_usable(const std::string &directory, const std::string &name) {
         if (is_entry_name(name)) return true;
         trace_failure(kFunction, "%s lists a name that is none: %s", directory.c_str(), name.c_str());
@@ -198,6 +205,7 @@ class Walk {
         AttrResult attributes;
         Kind kind = kind_of(Operand::ready(path.c_str()), attributes);
         if (attributes.empty()) kind = Kind::missing;
+        if (kind == Kind::missing) incomplete_ = true;
         if (option(kFindFollow) && kind == Kind::link) {
             follow(path, depth);
             return kNothing;
@@ -221,6 +229,7 @@ class Walk {
     }
 
     std::string pattern_;
+    bool incomplete_ = false;
     std::vector<std::string> chain_;  // where the directories being walked are, the outermost first
 };
 
@@ -232,5 +241,5 @@ uint32_t findfile(const Operand &directory, const char *pattern, int32_t depth) 
         return kFailed;
     }
     Walk walk(pattern == nullptr ? "" : pattern);
-    return walk.directory(directory, "", depth);
+    return walk.tree(directory, depth);
 }

@@ -17,15 +17,22 @@ namespace {
 
 constexpr int32_t kTreeDepth = 50;
 
-// Lists what lies below, in the order the names were shown. What goes wrong deeper down has been reported there.
-void list_subdirectories(const PathBuffer &path, const NameList &names, int32_t depth) {
+// Lists what lies below, in the order the names were shown. Returns false when some of it could not be asked about or
+// listed; that has been reported there.
+bool list_subdirectories(const PathBuffer &path, const NameList &names, int32_t depth) {
+    if (depth + 1 == kTreeDepth) return true;
+    bool complete = true;
     for (const std::string &name : names) {
         PathBuffer full;
         if (!join_path("read_dirlist", path, name, full)) continue;
         AttrResult attributes;
-        if (kind_of(full, attributes) != Kind::directory || attributes.empty()) continue;
-        read_dirlist(full, depth + 1);
+        const Kind kind = kind_of(full, attributes);
+        if (kind == Kind::missing || attributes.empty())
+            complete = false;
+        else if (kind == Kind::directory && read_dirlist(full, depth + 1) != 0)
+            complete = false;
     }
+    return complete;
 }
 
 // Gives the names for a path, and tells whether they are its content.
@@ -45,8 +52,7 @@ uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names) {
     PathBuffer resolved;
     Listed listed = Listed::directory;
     if (!resolve_operand("read_dir", path, resolved) || !list(resolved, names, listed)) return 1;
-    if (print_names != 0) print_listing(resolved, names, listed);
-    return 0;
+    return print_names == 0 || print_listing(resolved, names, listed) ? 0 : 1;
 }
 
 bool is_empty_directory(const PathBuffer &path) {
@@ -75,9 +81,8 @@ uint32_t read_dirlist(const Operand &path, int32_t depth) {
         trace_message("read_dirlist", Message::directory_unlisted, path.shown());
         return 1;
     }
-    print_listing(resolved, names, listed);
-    if (listed == Listed::single_path) return 0;
+    const bool shown = print_listing(resolved, names, listed);
+    if (listed == Listed::single_path) return shown ? 0 : 1;
     if ((COMMAND_OPTION & kListReverse) != 0) std::reverse(names.begin(), names.end());
-    list_subdirectories(resolved, names, depth);
-    return 0;
+    return list_subdirectories(resolved, names, depth) && shown ? 0 : 1;
 }

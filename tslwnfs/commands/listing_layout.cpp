@@ -39,27 +39,31 @@ std::string padded(const std::string &name) {
     return shown.append(name).append(blanks, ' ');
 }
 
-// Returns false for a name that is not shown.
-bool fetch_attributes(const PathBuffer &path, const std::string &name, Listed listed, AttrResult &attributes) {
+// A path that is too long is as good as one that cannot be asked about.
+Kind fetch_attributes(const PathBuffer &path, const std::string &name, Listed listed, AttrResult &attributes) {
     PathBuffer full = path;
-    if (listed == Listed::directory && !join_path("read_dir", path, name, full)) return false;
+    if (listed == Listed::directory && !join_path("read_dir", path, name, full)) return Kind::missing;
     const Kind kind = kind_of(full, attributes);
-    if (kind == Kind::missing || attributes.empty()) return false;
-    return kind == Kind::directory || !option(kListDirectoriesOnly);
+    return attributes.empty() ? Kind::missing : kind;
 }
 
-std::vector<Entry> shown_entries(const PathBuffer &path, const NameList &names, Listed listed) {
-    std::vector<Entry> entries;
+// Returns false when some entry could not be asked about.
+bool collect_entries(const PathBuffer &path, const NameList &names, Listed listed, std::vector<Entry> &entries) {
+    bool complete = true;
     entries.reserve(names.size());
     for (const std::string &name : names) {
         Entry entry;
-        if (needs_attributes() && !fetch_attributes(path, name, listed, entry.attributes)) continue;
+        if (needs_attributes()) {
+            const Kind kind = fetch_attributes(path, name, listed, entry.attributes);
+            if (kind == Kind::missing) complete = false;
+            if (kind == Kind::missing || (kind != Kind::directory && option(kListDirectoriesOnly))) continue;
+        }
         if (DIR_SHOWDOT == 0 && name.starts_with('.')) continue;
         entry.shown = padded(shown_name(name));
         entries.push_back(std::move(entry));
     }
     if (option(kListReverse)) std::reverse(entries.begin(), entries.end());
-    return entries;
+    return complete;
 }
 
 void print_size(const AttrResult &attributes) {
@@ -145,8 +149,9 @@ void print_long(const std::vector<Entry> &entries, bool empty_directory) {
 
 }  // namespace
 
-void print_listing(const PathBuffer &path, const NameList &names, Listed listed) {
-    const std::vector<Entry> entries = shown_entries(path, names, listed);
+bool print_listing(const PathBuffer &path, const NameList &names, Listed listed) {
+    std::vector<Entry> entries;
+    const bool complete = collect_entries(path, names, listed, entries);
     switch (DIR_LTYPE) {
         case kNamePerLine:
             print_name_per_line(entries);
@@ -158,4 +163,5 @@ void print_listing(const PathBuffer &path, const NameList &names, Listed listed)
             print_long(entries, names.empty());
             break;
     }
+    return complete;
 }

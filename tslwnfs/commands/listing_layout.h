@@ -13,4 +13,5 @@ enum class Listed : uint8_t {
 
 // Prints names to the command's output as DIR_LTYPE, DIR_SHOWDOT, DIR_LTIMETYPE and the listing bits of COMMAND_OPTION
 // say. Attributes are fetched when the layout shows or needs them; names whose attributes cannot be had are left out.
-void print_listing(const PathBuffer &path, const NameList &names, Listed listed);
+// Returns whether there were none of those.
+bool print_listing(const PathBuffer &path, const NameList &names, Listed listed);

@@ -429,11 +429,11 @@ TEST_F(BulkRequests, AreFewOnASlowLine) {
 
 TEST_F(ClientTest, MovesRequestsFromASilentPathToAnother) {
     ScriptedServer silent(loop), alive(loop);
-    silent.silent = true;
     alive.on_call = answering(alive);
     open({path_to(silent), path_to(alive)});
     call();
     ASSERT_TRUE(test::run(loop, [&] { return client->usable_channels() == 2; }));
+    silent.silent = true;
     for (int i = 0; i < 7; ++i)
         call();
     ASSERT_TRUE(wait(8));
@@ -444,11 +444,11 @@ TEST_F(ClientTest, MovesRequestsFromASilentPathToAnother) {
 
 TEST_F(ClientTest, UsesASilentPathAgainOnlyOnceItAnswered) {
     ScriptedServer quiet(loop), alive(loop);
-    quiet.silent = true;
     alive.on_call = answering(alive);
     open({path_to(quiet), path_to(alive)});
     call();
     ASSERT_TRUE(test::run(loop, [&] { return client->usable_channels() == 2; }));
+    quiet.silent = true;
     for (int i = 0; i < 3; ++i)
         call();
     ASSERT_TRUE(wait(4));
@@ -468,6 +468,88 @@ TEST_F(ClientTest, UsesASilentPathAgainOnlyOnceItAnswered) {
     quiet.silent = false;
     quiet.on_call = answering(quiet);
     EXPECT_TRUE(test::run(loop, [&] { return quiet.calls().size() > before; }));
+}
+
+TEST_F(ClientTest, TrustsNoPathThatIsSilentFromTheStart) {
+    ScriptedServer silent(loop), alive(loop);
+    silent.silent = true;
+    alive.on_call = answering(alive);
+    timing.silence = seconds(3600);  // it never comes to that
+    open({path_to(silent), path_to(alive)});
+    for (int i = 0; i < 5; ++i)
+        call();
+    ASSERT_TRUE(wait(5));
+    EXPECT_TRUE(silent.calls().empty());
+    EXPECT_EQ(alive.calls().size(), 5U);
+}
+
+TEST_F(ClientTest, AsksTheOnlyPathThereIsWithoutAProof) {
+    ScriptedServer server(loop);
+    server.on_call = answering(server);
+    open(server);
+    call();
+    ASSERT_TRUE(wait());
+    EXPECT_EQ(server.null_calls(), 0U);
+}
+
+class DoubtTest : public ClientTest {
+  protected:
+    // The time of a request on a silent server is up.
+    void lose_a_request(ScriptedServer &server) {
+        server.silent = true;
+        timing.grace = milliseconds(20);
+        timing.silence_alone = seconds(3600);
+        open(server);
+        auto request = make();
+        request->limit = milliseconds(30);
+        client->submit(std::move(request));
+        ASSERT_TRUE(wait());
+        EXPECT_FALSE(client->answering());
+        call();  // would wait for ever
+        ASSERT_TRUE(wait(2));
+    }
+};
+
+TEST_F(DoubtTest, FailsWhatFollowsARequestWhoseTimeWasUp) {
+    ScriptedServer server(loop);
+    lose_a_request(server);
+    for (int i = 0; i < 100; ++i) {
+        call();
+        ASSERT_TRUE(wait(finished.size() + 1));
+        EXPECT_EQ(finished.back()->spent, Duration::zero());
+    }
+    EXPECT_EQ(server.calls().size(), 2U);
+    EXPECT_EQ(finished.back()->status.number(), static_cast<uint32_t>(ETIMEDOUT));
+    EXPECT_THAT(finished.back()->status.text(),
+                testing::StartsWith("server db1: CALL: the server does not answer (CALL: no answer within 1 second"));
+}
+
+TEST_F(DoubtTest, EndsWhenTheServerAnswersANullCall) {
+    ScriptedServer server(loop);
+    lose_a_request(server);
+    EXPECT_EQ(server.null_calls(), 1U);
+    server.silent = false;
+    server.on_call = answering(server);
+    server.cut(1);  // and the one it was asked with is not answered any more
+    ASSERT_TRUE(test::run(loop, [&] { return client->answering(); }));
+    call();
+    ASSERT_TRUE(wait(3));
+    EXPECT_TRUE(finished.back()->status.ok());
+}
+
+TEST_F(DoubtTest, GivesAServerThatIsThereTheChanceToSaySo) {
+    ScriptedServer server(loop);  // answers NULL and, of the rest, only what comes second
+    server.on_call = [&](const ReceivedCall &received) {
+        if (server.calls().size() == 2) server.send(received.connection, answer(received.xid));
+    };
+    open(server);
+    auto lost = make();
+    lost->limit = milliseconds(30);
+    client->submit(std::move(lost));
+    ASSERT_TRUE(wait());
+    call();
+    ASSERT_TRUE(wait(2));
+    EXPECT_TRUE(finished[1]->status.ok());
 }
 
 TEST_F(ClientTest, IsPatientWithASlowServerThatIsThere) {
