@@ -25,6 +25,20 @@ void Channel::wake() {
     if (state_ == State::idle) begin_round();
 }
 
+// Called when less is under way than before, and now and then.
+void Channel::measure() {
+    if (!meter_.busy()) return;
+    meter_.look(RateMeter::Clock::now(), connection_.progress(), connection_.weight() >= kBulkBytes);
+}
+
+void Channel::send(std::unique_ptr<Request> request) {
+    request->given = RateMeter::Clock::now();
+    // What the peer takes in while this is being sent counts.
+    if (!meter_.busy() && weight() + request->weight() >= kBulkBytes)
+        meter_.look(request->given, connection_.progress(), true);
+    connection_.send(std::move(request));
+}
+
 void Channel::close() {
     timer_.cancel();
     dialer_.cancel();
@@ -90,6 +104,8 @@ void Channel::connection_answered(std::unique_ptr<Request> request) {
     proven_ = true;
     attempts_ = 0;
     patience_ = 1;
+    if (request->weight() >= kBulkBytes) meter_.answered();
+    measure();
     owner_.channel_answered(std::move(request));
 }
 
@@ -100,6 +116,7 @@ void Channel::connection_closed(const Status &why, bool nonsense) {
 // The round or the connection is over.
 void Channel::lost(const Status &why, bool nonsense) {
     probe_bytes_ = 0;
+    meter_.look(RateMeter::Clock::now(), connection_.progress(), false);
     auto requests = connection_.take_all();
     std::erase_if(requests, [this](const auto &request) { return request->owner == this; });
     wait_and_retry();
@@ -136,6 +153,7 @@ Duration Channel::silence_limit(bool alone) const {
 }
 
 void Channel::tick(Duration elapsed, bool alone) {
+    measure();
     if (state_ != State::usable && state_ != State::proving) return;
     if (moved() || connection_.idle()) {
         quiet_ = {};

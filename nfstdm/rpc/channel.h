@@ -16,6 +16,7 @@
 #include "nfstdm/rpc/address_book.h"
 #include "nfstdm/rpc/connection.h"
 #include "nfstdm/rpc/dialer.h"
+#include "nfstdm/rpc/rate_meter.h"
 #include "nfstdm/rpc/timing.h"
 
 namespace nfstdm::rpc {
@@ -62,8 +63,10 @@ class Channel : private ConnectionOwner {
     void wake();
 
     // Takes a usable channel.
-    void send(std::unique_ptr<Request> request) { connection_.send(std::move(request)); }
+    void send(std::unique_ptr<Request> request);
     std::unique_ptr<Request> take(const Request &request) { return connection_.take(request); }
+    // Takes away a request that goes another way.
+    std::unique_ptr<Request> move(const Request &request) { return connection_.move(request); }
     template <class Visit>
     void for_each(Visit &&visit) const {
         connection_.for_each(visit);
@@ -76,6 +79,7 @@ class Channel : private ConnectionOwner {
     // does not answer may be about to.
     bool unreachable() const { return unreachable_; }
     std::size_t weight() const { return connection_.weight(); }
+    const RateMeter &meter() const { return meter_; }
     // Host and port, for texts.
     std::string where() const;
 
@@ -98,6 +102,7 @@ class Channel : private ConnectionOwner {
     void connection_answered(std::unique_ptr<Request> request) override;
     void connection_closed(const Status &why, bool nonsense) override;
 
+    void measure();
     void begin_round();
     void dialled(Dialled result);
     void become_usable();
@@ -112,6 +117,7 @@ class Channel : private ConnectionOwner {
     const ChannelConfig config_;
     Dialer dialer_;
     Connection connection_;
+    RateMeter meter_;  // of all its connections
     ScopedTimer timer_;
     State state_ = State::idle;
 

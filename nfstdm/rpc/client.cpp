@@ -60,6 +60,7 @@ void Client::submit(std::unique_ptr<Request> request) {
     request->landed = 0;
     request->submitted = clock_;
     request->begun.reset();
+    request->moved = false;
     seal(*request);
     ++outstanding_;
     worked_ = true;
@@ -84,21 +85,24 @@ void Client::begin_work() {
         channel->wake();
 }
 
-Channel *Client::lightest() const {
-    Channel *best = nullptr;
-    for (const auto &channel : channels_)
-        if (channel->usable() && (best == nullptr || channel->weight() < best->weight())) best = channel.get();
-    return best;
-}
-
 void Client::pump() {
     while (!to_send_.empty()) {
-        Channel *channel = lightest();
-        if (channel == nullptr || channel->weight() >= connection_bytes()) return;
+        Channel *channel = choose_channel(channels_, *to_send_.front(), connection_bytes());
+        if (channel == nullptr) return;
         auto request = std::move(to_send_.front());
         to_send_.pop_front();
         if (!request->begun) request->begun = clock_;
         channel->send(std::move(request));
+    }
+    move_reads();
+}
+
+void Client::move_reads() {
+    while (const auto move = find_move(channels_)) {
+        auto read = move->from->move(*move->request);
+        if (read == nullptr) return;
+        read->moved = true;
+        move->to->send(std::move(read));
     }
 }
 
@@ -257,6 +261,7 @@ void Client::tick() {
     tick_timer_.after(config_.timing.tick, [this] { tick(); });
     for (const auto &channel : channels_)
         channel->tick(elapsed, channel->usable() && usable_channels() == 1);
+    pump();
     expire();
     report_silence();
 }

@@ -16,6 +16,7 @@
 #include "nfstdm/protocol/trace.h"
 #include "nfstdm/rpc/address_book.h"
 #include "nfstdm/rpc/channel.h"
+#include "nfstdm/rpc/dispatch.h"
 #include "nfstdm/rpc/doubt.h"
 #include "nfstdm/rpc/request.h"
 #include "nfstdm/rpc/timing.h"
@@ -79,7 +80,6 @@ class Client : private ChannelOwner {
     // requests old, so it is for connections on which bulk requests are answered promptly.
     static constexpr std::size_t kConnectionBytes = std::size_t{8} << 20;
     static constexpr std::size_t kPromptConnectionBytes = std::size_t{32} << 20;
-    static constexpr std::size_t kBulkBytes = std::size_t{64} << 10;
     // A request on the wire of this many connections that ended in nonsense is what the nonsense answers.
     static constexpr unsigned kFaultsMaximum = 3;
 
@@ -93,7 +93,7 @@ class Client : private ChannelOwner {
 
     void begin_work();
     void pump();
-    Channel *lightest() const;
+    void move_reads();
     std::size_t connection_bytes() const { return prompt_ ? kPromptConnectionBytes : kConnectionBytes; }
     void seal(Request &request);
     void requeue(std::vector<std::unique_ptr<Request>> requests);
@@ -116,7 +116,7 @@ class Client : private ChannelOwner {
     const ClientConfig config_;
     const std::shared_ptr<AddressBook> addresses_;
     const Trace &trace_;
-    std::vector<std::unique_ptr<Channel>> channels_;
+    Channels channels_;
 
     std::deque<std::unique_ptr<Request>> to_send_;  // in order of submission
     std::deque<std::unique_ptr<Request>> done_;     // answered or given up, to be delivered from the loop

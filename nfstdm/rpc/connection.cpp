@@ -102,6 +102,7 @@ std::vector<std::unique_ptr<Request>> Connection::take_all() {
     for (auto &request : sending_)
         all.push_back(std::move(request));
     on_wire_.clear();
+    moved_.clear();
     sending_.clear();
     weight_ = 0;
     std::sort(all.begin(), all.end(), [](const auto &a, const auto &b) { return a->sequence < b->sequence; });
@@ -111,7 +112,7 @@ std::vector<std::unique_ptr<Request>> Connection::take_all() {
 std::unique_ptr<Request> Connection::take(const Request &request) {
     std::unique_ptr<Request> taken;
     if (const auto wired = on_wire_.find(request.xid()); wired != on_wire_.end()) {
-        receiver_.abandon(request);
+        static_cast<void>(receiver_.abandon(request));
         taken = std::move(wired->second);
         on_wire_.erase(wired);
         weight_ -= taken->weight();
@@ -126,6 +127,19 @@ std::unique_ptr<Request> Connection::take(const Request &request) {
     weight_ -= taken->weight();
     if (half_sent) fail({ECANCELED, "a request was given up while it was being sent"}, false);
     return taken;
+}
+
+std::unique_ptr<Request> Connection::move(const Request &request) {
+    const auto wired = on_wire_.find(request.xid());
+    if (wired == on_wire_.end()) return nullptr;
+    auto moved = std::move(wired->second);
+    on_wire_.erase(wired);
+    // An answer that has begun is not announced any more.
+    if (receiver_.abandon(request))
+        weight_ -= moved->weight();
+    else
+        moved_.emplace(moved->xid(), moved->weight());
+    return moved;
 }
 
 uint64_t Connection::progress() const {
@@ -204,7 +218,12 @@ void Connection::sent(std::size_t size) {
 
 Request *Connection::expected(uint32_t xid) {
     const auto found = on_wire_.find(xid);
-    return found == on_wire_.end() ? nullptr : found->second.get();
+    if (found != on_wire_.end()) return found->second.get();
+    if (const auto moved = moved_.find(xid); moved != moved_.end()) {
+        weight_ -= moved->second;
+        moved_.erase(moved);
+    }
+    return nullptr;
 }
 
 void Connection::record_received(Request &request, bool whole) {

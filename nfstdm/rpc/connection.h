@@ -55,6 +55,9 @@ class Connection : private RecordSink {
     // record can not be sent any more; the owner then hears of the closing.
     std::unique_ptr<Request> take(const Request &request);
 
+    // Takes away one request on the wire, whose answer still takes its time here; null when it is not on the wire.
+    std::unique_ptr<Request> move(const Request &request);
+
     // Visits every request, those to be sent first.
     template <class Visit>
     void for_each(Visit &&visit) const {
@@ -65,7 +68,7 @@ class Connection : private RecordSink {
     }
 
     bool idle() const { return sending_.empty() && on_wire_.empty(); }
-    // Sum of the weights of its requests.
+    // Sum of the weights of its requests, and of those that were moved away and are still answered here.
     std::size_t weight() const { return weight_; }
     // Grows with every byte received and with every byte that the peer acknowledged.
     uint64_t progress() const;
@@ -90,6 +93,7 @@ class Connection : private RecordSink {
     std::deque<std::unique_ptr<Request>> sending_;
     std::size_t cursor_ = 0;  // bytes of the first request to send that are sent
     std::unordered_map<uint32_t, std::unique_ptr<Request>> on_wire_;
+    std::unordered_map<uint32_t, std::size_t> moved_;  // weights, by xid
     std::size_t weight_ = 0;
 
     Receiver receiver_;

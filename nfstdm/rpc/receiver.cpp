@@ -216,13 +216,14 @@ Status Receiver::end_of_record() {
     return {};
 }
 
-void Receiver::abandon(const Request &request) {
-    if (request_ != &request) return;
+bool Receiver::abandon(const Request &request) {
+    if (request_ != &request) return false;
     request_ = nullptr;
     if (state_ == State::mark)
         resume_ = State::skip;
     else
         enter(State::skip);
+    return true;
 }
 
 }  // namespace nfstdm::rpc

@@ -51,8 +51,8 @@ class Receiver {
     // good for nothing.
     Status filled(std::size_t size);
 
-    // The request is being taken away; the rest of its record, if that is under way, is skipped.
-    void abandon(const Request &request);
+    // The request is being taken away; the rest of its record, if that is under way, is skipped. Says whether it is.
+    bool abandon(const Request &request);
 
     State state() const { return state_; }
 

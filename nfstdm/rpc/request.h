@@ -49,10 +49,12 @@ struct Request {
     Duration spent{};  // of the limit
 
     // The client's own.
-    uint64_t sequence = 0;          // order of submission; its low 32 bits are the xid
-    unsigned faults = 0;            // connections lost to nonsense while this was on the wire
-    Duration submitted{};           // on the client's clock
-    std::optional<Duration> begun;  // when it was first given to a connection
+    uint64_t sequence = 0;                        // order of submission; its low 32 bits are the xid
+    unsigned faults = 0;                          // connections lost to nonsense while this was on the wire
+    Duration submitted{};                         // on the client's clock
+    std::optional<Duration> begun;                // when it was first given to a connection
+    std::chrono::steady_clock::time_point given;  // when it was given to the one it is on
+    bool moved = false;                           // from a connection that was too slow
 
     uint32_t xid() const { return static_cast<uint32_t>(sequence); }
     std::span<const std::byte> results() const { return std::span{reply}.subspan(results_at); }

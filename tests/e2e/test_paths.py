@@ -60,6 +60,30 @@ def test_a_path_that_is_silent_from_the_start_is_sent_nothing_but_a_question(fau
     assert server.count(f"path.{silent}") == 0
 
 
+@pytest.mark.parametrize("direction", ["upload", "download"])
+@pytest.mark.parametrize("slow", [1, 2])
+def test_a_slow_path_gets_little_to_do(faulty, tmp_path, direction, slow):
+    server = faulty("--address", "127.0.0.1", "--address", "127.0.0.2")
+    server.fault(f"rate=1M@{slow}", f"rate=50M@{3 - slow}")
+    ours, theirs = make_file(tmp_path / "ours", SIZE), make_file(server.files / "theirs", SIZE)
+    if direction == "upload":
+        server.ok("cp", ours, server / "copy")
+        assert digest(server.files / "copy") == digest(ours)
+    else:
+        server.ok("cp", server / "theirs", tmp_path / "copy")
+        assert digest(tmp_path / "copy") == digest(theirs)
+    assert server.count(f"path.{slow}") < 8 * MIB
+    assert server.count(f"path.{3 - slow}") > SIZE - 8 * MIB
+
+
+def test_equal_paths_share_the_work(faulty, tmp_path):
+    server = faulty("--address", "127.0.0.1", "--address", "127.0.0.2")
+    server.fault("rate=50M")
+    source = make_file(tmp_path / "source", SIZE)
+    server.ok("cp", source, server / "copy")
+    assert min(server.count("path.1"), server.count("path.2")) > SIZE // 4
+
+
 def test_a_transfer_outlives_a_path_that_falls_silent_for_longer_than_it_may_take(faulty, tmp_path):
     server = faulty("--address", "127.0.0.1", "--address", "127.0.0.2", io_timeout=5)
     server.fault("rate=16M")

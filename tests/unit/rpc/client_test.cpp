@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <deque>
 #include <set>
 #include <thread>
 
@@ -490,6 +491,78 @@ TEST_F(ClientTest, AsksTheOnlyPathThereIsWithoutAProof) {
     call();
     ASSERT_TRUE(wait());
     EXPECT_EQ(server.null_calls(), 0U);
+}
+
+// One path answers bulk requests, the other takes them and answers NULL calls only.
+class UnequalPaths : public ClientTest {
+  protected:
+    static constexpr std::size_t kSize = std::size_t{1} << 20;
+
+    UnequalPaths() { timing.silence = timing.probe = seconds(3600); }
+    void connect() {
+        open({path_to(slow_), path_to(fast_)});
+        slow_.on_call = answering(slow_);
+        fast_.on_call = answering(fast_);
+        call();
+        ASSERT_TRUE(wait());
+        ASSERT_TRUE(test::run(loop, [&] { return client->usable_channels() == 2; }));
+        finished.clear();
+        slow_.on_call = nullptr;
+        fast_.on_call = [this](const ReceivedCall &received) { answer_with('f', fast_, received); };
+        slow_calls_ = slow_.calls().size();
+        fast_calls_ = fast_.calls().size();
+    }
+    void answer_with(char byte, ScriptedServer &server, const ReceivedCall &received) {
+        xdr::Writer reply = begin_reply(received.xid);
+        reply.put_string(std::string(kSize, byte));
+        server.reply(received.connection, reply);
+    }
+    void submit(bool read) {
+        auto request = make();
+        if (read) {
+            request->landing = landings_.emplace_back(kSize);
+            request->data_position = at_once;
+        } else {
+            request->data = data_;
+            request->results_maximum = kSize + 8;
+        }
+        request->owner = this;
+        client->submit(std::move(request));
+    }
+    std::size_t slow_calls() const { return slow_.calls().size() - slow_calls_; }
+    std::size_t fast_calls() const { return fast_.calls().size() - fast_calls_; }
+
+    ScriptedServer slow_{loop}, fast_{loop};
+    std::size_t slow_calls_ = 0, fast_calls_ = 0;
+    std::deque<Bytes> landings_;
+    const Bytes data_ = Bytes(kSize);
+};
+
+TEST_F(UnequalPaths, ShareAReadThatIsLongInComing) {
+    connect();
+    for (int i = 0; i < 4; ++i)
+        submit(true);
+    ASSERT_TRUE(wait(4));
+    EXPECT_EQ(slow_calls(), 1U);  // nothing more until it is known how fast it is
+    EXPECT_EQ(fast_calls(), 4U);
+    EXPECT_TRUE(std::all_of(finished.begin(), finished.end(), [](const auto &each) { return each->status.ok(); }));
+
+    answer_with('s', slow_, slow_.calls().back());  // late, and nobody's
+    test::run_for(loop, milliseconds(20));
+    EXPECT_TRUE(std::all_of(landings_.begin(), landings_.end(),
+                            [](const Bytes &each) { return each == Bytes(kSize, std::byte{'f'}); }));
+}
+
+TEST_F(UnequalPaths, DoNotShareAWrite) {
+    connect();
+    for (int i = 0; i < 4; ++i)
+        submit(false);
+    ASSERT_TRUE(wait(3));
+    test::run_for(loop, milliseconds(50));
+    EXPECT_EQ(slow_calls(), 1U);
+    EXPECT_EQ(fast_calls(), 3U);
+    EXPECT_EQ(finished.size(), 3U);
+    client->drop(this);
 }
 
 class DoubtTest : public ClientTest {
