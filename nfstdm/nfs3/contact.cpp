@@ -2,6 +2,7 @@
 #include "nfstdm/nfs3/contact.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <utility>
 
@@ -51,7 +52,7 @@ void Contact::port_known(uint16_t &port, const Result<uint16_t> &answer) {
     // Paths with a port of their own can do without a portmapper.
     const bool others = server_.portmapper_paths().size() < server_.path_count();
     if (port_failure_.ok() || others) return mount();
-    finish(port_failure_);
+    fail(port_failure_);
 }
 
 void Contact::mount() {
@@ -63,10 +64,22 @@ void Contact::mount() {
 void Contact::mounted(Result<mount3::MountReply> reply) {
     if (!reply.ok()) {
         server_.known_ports.reset();  // they may be why it failed
-        return finish(reply.status());
+        return fail(reply.status());
     }
     server_.known_ports = ports_;
     finish(Contacted{std::move(reply.value()), ports_});
+}
+
+// What there is of the server refuses, or lacks a program: perhaps it is a server of another kind.
+void Contact::fail(const Status &why) {
+    constexpr rpc::Duration kQuestionLimit = std::chrono::seconds(2);
+    if (why.number() != ECONNREFUSED && why.number() != EPROTONOSUPPORT) return finish(why);
+    version_question_ = std::make_unique<VersionQuestion>(
+        server_, ports_.nfs != 0 ? ports_.nfs : kPort, std::min(left(), kQuestionLimit), [this, why](bool v4_only) {
+            if (!v4_only) return finish(why);
+            const Status reason{EPROTONOSUPPORT, "it offers NFSv4 only, and this client speaks NFSv3 with it"};
+            finish(reason.in("server " + server_.name()));
+        });
 }
 
 // The owner may destroy the contact in done.

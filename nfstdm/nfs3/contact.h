@@ -10,6 +10,7 @@
 
 #include "nfstdm/mount3/mount.h"
 #include "nfstdm/nfs3/server.h"
+#include "nfstdm/nfs3/version_question.h"
 #include "nfstdm/rpc/client.h"
 #include "nfstdm/status.h"
 
@@ -37,6 +38,7 @@ class Contact {
     void port_known(uint16_t &port, const Result<uint16_t> &answer);
     void mount();
     void mounted(Result<mount3::MountReply> reply);
+    void fail(const Status &why);
     void finish(Result<Contacted> result);
 
     Server &server_;
@@ -49,6 +51,7 @@ class Contact {
     Status port_failure_;
     std::unique_ptr<rpc::Client> portmapper_;
     std::unique_ptr<rpc::Client> mounter_;
+    std::unique_ptr<VersionQuestion> version_question_;
 };
 
 }  // namespace nfstdm::nfs3

@@ -93,6 +93,31 @@ void agree(uint32_t &maximum, uint32_t &preferred) {
     preferred = preferred == 0 ? maximum : std::min(preferred, maximum);
 }
 
+// The names that tslnfstab gives security flavours (RFC 5531 section 8.2, RFC 2623 section 2.2.2).
+std::string flavour_name(uint32_t flavour) {
+    switch (flavour) {
+        case rpc::kAuthNone:
+            return "none";
+        case rpc::kAuthSys:
+            return "sys";
+        case 390003:
+            return "krb5";
+        case 390004:
+            return "krb5i";
+        case 390005:
+            return "krb5p";
+        default:
+            return "flavour " + std::to_string(flavour);
+    }
+}
+
+std::string flavour_names(const std::vector<uint32_t> &flavours) {
+    std::string names;
+    for (const uint32_t flavour : flavours)
+        names += (names.empty() ? "" : ", ") + flavour_name(flavour);
+    return names;
+}
+
 bool offers(const std::vector<uint32_t> &flavours, uint32_t wanted) {
     // An empty list names nothing to choose from; "none" in it says that the identity is not looked at.
     return flavours.empty() || std::any_of(flavours.begin(), flavours.end(), [wanted](uint32_t flavour) {
@@ -230,7 +255,8 @@ void Nfs3Volume::contacted(Result<Contacted> result) {
     const uint32_t wanted = security() == "none" ? rpc::kAuthNone : rpc::kAuthSys;
     if (!offers(found.export_reply.flavours, wanted))
         return attach_ended(
-            in_context({EACCES, "export " + share_.export_path + " is not offered with security " + security()}));
+            in_context({EACCES, "export " + share_.export_path + " is not offered with security " + security() +
+                                    ", only with " + flavour_names(found.export_reply.flavours)}));
     root_ = found.export_reply.root;
     mount_port_ = found.ports.mount;
     client_ = &server_->use_nfs(found.ports.nfs);
@@ -261,6 +287,8 @@ void Nfs3Volume::ask_limits() {
 // The last step of every attempt. A waiter may destroy the volume.
 void Nfs3Volume::attach_ended(Status status) {
     contact_.reset();
+    if (status.number() == ETIMEDOUT)
+        status = {ETIMEDOUT, status.text() + "; mnt_timeout is " + std::to_string(server_->contact_limit().count())};
     state_ = status.ok() ? State::attached : State::detached;
     if (!status.ok()) release_client();
     server_->trace().write(TraceLevel::notice, TraceComponent::mount, [&] {

@@ -108,6 +108,16 @@ std::unique_ptr<rpc::Client> Server::new_mount_client(uint16_t port) {
     return new_client(mount3::client_config(name(), program_paths(port), timing_.within(contact_limit())));
 }
 
+std::unique_ptr<rpc::Client> Server::new_version_client(uint16_t port, uint32_t version) {
+    rpc::ClientConfig config;
+    config.server = name();
+    config.program = kProgram;
+    config.version = version;
+    config.paths = program_paths(port);
+    config.timing = timing_.within(contact_limit());
+    return new_client(std::move(config));
+}
+
 rpc::Client &Server::use_nfs(uint16_t port) {
     auto paths = program_paths(port);
     // The port may be another one after a while without use, not while an export is in use.

@@ -55,6 +55,8 @@ class Server {
     // needs none; paths without a port are left out then.
     std::unique_ptr<rpc::Client> new_portmap_client();
     std::unique_ptr<rpc::Client> new_mount_client(uint16_t port);
+    // Of any version of the NFS program, for the first contact.
+    std::unique_ptr<rpc::Client> new_version_client(uint16_t port, uint32_t version);
     // The one client of the NFS program that all exports share. Every use ends with release_nfs(), and by then the user
     // has no request there; with the last one the connections are closed.
     rpc::Client &use_nfs(uint16_t port);

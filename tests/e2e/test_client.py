@@ -1,6 +1,7 @@
 """Enabling, disabling, saving and restoring the client, asking about its state, and showmount."""
 
 import re
+import socket
 
 import pytest
 import servers
@@ -179,6 +180,17 @@ def test_a_server_that_is_not_there_gives_different_numbers_on_the_two_outputs(o
     run = own.run("-log", log, "showmount", "127.0.0.1:1")
     assert (run.status, run.out) == (1, b"")
     assert log.read_bytes() == b"failed, error code:0\n" + failed(1)
+
+
+def test_showmount_waits_as_long_as_mnt_timeout_of_the_server_says(own, tmp_path):
+    with socket.socket() as silent:
+        silent.bind(("127.0.0.1", 0))
+        silent.listen()
+        address = "127.0.0.1:%d" % silent.getsockname()[1]
+        own.tslnfstab.write_text(servers.server_block("nas1", address, [("/e", "/m")], mnt_timeout=1))
+        trace = tmp_path / "trace"
+        assert own.run("-trace", trace, "-level", "1", "1", "1", "1", "showmount", address).status == 1
+    assert "EXPORT: no answer within 1 second" in trace.read_text()
 
 
 def test_showmount_without_a_server_fails(own):

@@ -45,6 +45,11 @@ bool is_about_mounting(const Reason &reason) {
     return reason.text.find(": MNT") != std::string::npos;
 }
 
+// Nothing to do with who asks, and the reason says it all.
+bool is_about_security(const Reason &reason) {
+    return reason.text.find(" with security ") != std::string::npos;
+}
+
 // What to try.
 std::string advice(const Reason &reason) {
     switch (reason.status) {
@@ -58,6 +63,7 @@ std::string advice(const Reason &reason) {
             return is_about_mounting(reason) ? "does the server export that? tslwnfs showmount -e SERVER lists it" : "";
         case EACCES:
         case EPERM:
+            if (is_about_security(reason)) return {};
             return is_about_mounting(reason) ? "does the server admit this host? tslwnfs showmount -e SERVER tells"
                                              : "the user and group that count are the caller's, unless tslnfstab "
                                                "names others for the server";

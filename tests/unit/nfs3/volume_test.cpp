@@ -274,11 +274,49 @@ TEST_F(VolumeTest, RefusesAnExportThatDoesNotTakeItsSecurity) {
     open(config_of(nfs));
     const auto root = attach();
     EXPECT_EQ(root.status().number(), static_cast<uint32_t>(EACCES));
-    EXPECT_THAT(root.status().text(), HasSubstr("not offered with security sys"));
+    EXPECT_THAT(root.status().text(), HasSubstr("not offered with security sys, only with krb5, krb5i"));
     for (const auto &flavours : {std::vector<uint32_t>{}, {390003, 1}, {0}}) {
         nfs.flavours = flavours;
         EXPECT_TRUE(attach().ok());
         EXPECT_TRUE(done([this](auto completion) { volume->detach(completion); }).ok());
+    }
+}
+
+TEST_F(VolumeTest, NamesTheSettingThatEndedTheFirstContact) {
+    FakeNfs nfs(loop);
+    nfs.server.silent = true;
+    ServerConfig config = config_of(nfs);
+    config.contact_timeout_seconds = 1;
+    open(config);
+    const auto root = attach();
+    EXPECT_EQ(root.status().number(), static_cast<uint32_t>(ETIMEDOUT));
+    EXPECT_THAT(root.status().text(), HasSubstr("; mnt_timeout is 1"));
+}
+
+TEST_F(VolumeTest, SaysThatAServerOffersAnotherVersionOnly) {
+    const auto refuse = [](ScriptedServer &server, const ReceivedCall &call, std::initializer_list<uint32_t> words) {
+        xdr::Writer reply;
+        for (const uint32_t word : {call.xid, rpc::kReply, rpc::kMessageAccepted, rpc::kAuthNone, 0U})
+            reply.put_u32(word);
+        for (const uint32_t word : words)
+            reply.put_u32(word);
+        server.reply(call.connection, reply);
+    };
+    FakeNfs nfs(loop);
+    nfs.server.on_call = [&](const ReceivedCall &call) { refuse(nfs.server, call, {1}); };
+    for (const bool v4_only : {true, false}) {
+        nfs.server.on_null = [&](const ReceivedCall &call) {
+            if (call.version == 4 || !v4_only)
+                nfs.server.reply(call.connection, test::begin_reply(call.xid));
+            else
+                refuse(nfs.server, call, {2, 4, 4});
+        };
+        open(config_of(nfs));
+        const auto root = attach();
+        EXPECT_EQ(root.status().number(), static_cast<uint32_t>(EPROTONOSUPPORT));
+        EXPECT_THAT(root.status().text(),
+                    HasSubstr(v4_only ? "server db1: it offers NFSv4 only"
+                                      : "server db1: MNT: the server does not offer the program"));
     }
 }
 

@@ -133,8 +133,9 @@ void ScriptedServer::handle(int connection, std::span<const std::byte> whole) {
     call.arguments.assign(arguments.begin(), arguments.end());
     if (call.procedure == 0) {
         ++null_calls_;
-        if (!silent) reply(connection, begin_reply(call.xid));
-        return;
+        if (silent) return;
+        if (on_null) return on_null(call);
+        return reply(connection, begin_reply(call.xid));
     }
     calls_.push_back(call);
     if (!silent && on_call) on_call(call);

@@ -58,6 +58,8 @@ class ScriptedServer {
 
     // Called for every call but the NULL procedure's, which is answered unless silent is set.
     std::function<void(const ReceivedCall &)> on_call;
+    // Answers NULL calls in place of the server.
+    std::function<void(const ReceivedCall &)> on_null;
     // Accepts and reads, and answers nothing by itself.
     bool silent = false;
     // Connections are closed as soon as they are accepted.

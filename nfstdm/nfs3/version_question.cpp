@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/nfs3/version_question.h"
+
+#include <cerrno>
+#include <utility>
+
+#include "nfstdm/nfs3/constants.h"
+#include "nfstdm/nfs3/server.h"
+#include "nfstdm/rpc/identity.h"
+
+namespace nfstdm::nfs3 {
+
+namespace {
+
+constexpr uint32_t kVersion4 = 4;
+
+}  // namespace
+
+VersionQuestion::VersionQuestion(Server &server, uint16_t port, rpc::Duration limit,
+                                 std::function<void(bool v4_only)> done)
+    : third_(server.new_version_client(port, kVersion)),
+      fourth_(server.new_version_client(port, kVersion4)),
+      done_(std::move(done)) {
+    ask(*third_, limit, with_third_);
+    ask(*fourth_, limit, with_fourth_);
+}
+
+void VersionQuestion::ask(rpc::Client &client, rpc::Duration limit, Status &answer) {
+    auto request = std::make_unique<rpc::Request>();
+    request->name = "NULL";
+    request->head = client.begin(0, rpc::auth_none_credential()).take();
+    request->limit = limit;
+    request->needs_contact = true;
+    request->done = [this, &answer](const std::unique_ptr<rpc::Request> &answered) {
+        answer = answered->status;
+        if (--open_ > 0) return;
+        const auto done = std::move(done_);
+        done(with_fourth_.ok() && with_third_.number() == EPROTONOSUPPORT);
+    };
+    client.submit(std::move(request));
+}
+
+}  // namespace nfstdm::nfs3
