@@ -116,7 +116,7 @@ void Channel::connection_closed(const Status &why, bool nonsense) {
 // The round or the connection is over.
 void Channel::lost(const Status &why, bool nonsense) {
     probe_bytes_ = 0;
-    meter_.look(RateMeter::Clock::now(), connection_.progress(), false);
+    meter_.forget();
     auto requests = connection_.take_all();
     std::erase_if(requests, [this](const auto &request) { return request->owner == this; });
     wait_and_retry();

@@ -117,7 +117,7 @@ class Channel : private ConnectionOwner {
     const ChannelConfig config_;
     Dialer dialer_;
     Connection connection_;
-    RateMeter meter_;  // of all its connections
+    RateMeter meter_;  // of the connection
     ScopedTimer timer_;
     State state_ = State::idle;
 

@@ -19,6 +19,8 @@ constexpr double kLongestLook = 0.2;
 // A trial of a slow connection takes the time of one bulk request, a mebibyte at most.
 constexpr double kTrialBytes = 1 << 20;
 constexpr double kTrialShare = 20;
+// A connection that stood still for a while looks slower than anything real.
+constexpr double kLongestSeconds = 60;
 // A rate of nothing at all would never be tried again.
 constexpr double kLowestRate = 1 << 10;
 
@@ -41,7 +43,8 @@ void RateMeter::look(Clock::time_point now, uint64_t progress, bool busy) {
 
 bool RateMeter::known(Clock::time_point now) const {
     if (!trusted_ || seconds_ <= 0) return false;
-    return busy_ || Seconds(now - last_).count() < kTrialShare * kTrialBytes / rate();
+    const double valid = std::min(kTrialShare * kTrialBytes / rate(), kLongestSeconds);
+    return busy_ || Seconds(now - last_).count() < valid;
 }
 
 double RateMeter::rate() const {

@@ -23,6 +23,9 @@ class RateMeter {
     // A bulk request was answered: what is measured is more than what buffers on the way took in.
     void answered() { trusted_ = true; }
 
+    // The connection is another one from now on.
+    void forget() { *this = {}; }
+
     // Whether something is known, and recently enough: a slow connection is tried again at times, but so seldom that
     // this costs a twentieth of the time.
     bool known(Clock::time_point now) const;

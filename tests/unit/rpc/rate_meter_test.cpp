@@ -68,5 +68,19 @@ TEST_F(RateMeterTest, ForgetsASlowLineLaterThanAFastOne) {
     EXPECT_FALSE(meter_.known(now_ + seconds(30)));
 }
 
+TEST_F(RateMeterTest, TriesALineAgainThatStoodStill) {
+    for (int i = 0; i < 100; ++i)
+        move(0, milliseconds(100), i < 99);
+    EXPECT_TRUE(meter_.known(now_ + seconds(30)));
+    EXPECT_FALSE(meter_.known(now_ + seconds(61)));
+}
+
+TEST_F(RateMeterTest, KnowsNothingOfANewConnection) {
+    move(100'000, milliseconds(100));
+    meter_.forget();
+    EXPECT_FALSE(meter_.known(now_));
+    EXPECT_FALSE(meter_.busy());
+}
+
 }  // namespace
 }  // namespace nfstdm::rpc
