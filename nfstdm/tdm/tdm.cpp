@@ -235,7 +235,7 @@ uint32_t tdm_readdir(void *ctx, const char *path, TdmDirEntry *entries, TdmReadd
         reply->library_word = left_out == 0 ? 0 : TDM_NAMES_LEFT_OUT | std::min<std::size_t>(left_out, UINT32_MAX);
         if (left_out != 0 && Library::instance().trace().wants(TraceLevel::notice))
             Library::instance().trace().write(
-                "tdm_readdir",
+                TraceLevel::notice, "tdm_readdir",
                 std::string(path) + ": names left out that no path can hold: " + std::to_string(left_out));
         return where;
     });

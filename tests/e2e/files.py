@@ -36,10 +36,10 @@ def make_tree(root, directories, files_each):
     return root
 
 
-def grow_tree(folder, branches=20):
+def grow_tree(folder, branches=range(20)):
     """Three levels, 495 entries a branch (10,000 in all), of many sizes, with the letter x in every seventh name."""
     entries = 0
-    for i in range(branches):
+    for i in branches:
         for j in range(19):
             branch = folder / f"d{i}" / f"e{j}"
             branch.mkdir(parents=True)

@@ -48,7 +48,7 @@ def test_a_local_tree_gives_what_findutils_gives(local, tree, ours, theirs):
     assert matches(done.out) == findutils(tree, *theirs)
 
 
-@few_and_many("branches", 1, 20)
+@few_and_many("branches", (3, 19), range(20))
 def test_a_remote_tree_gives_what_findutils_gives(server, place, branches):
     grow_tree(place.files, branches)
     for ours, theirs in TESTS:

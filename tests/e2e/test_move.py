@@ -70,7 +70,7 @@ def test_a_source_that_may_not_be_deleted_stays_and_the_copy_too(server, place, 
     assert (tmp_path / "f").read_bytes() == DATA
 
 
-@few_and_many("branches", 1, 20)
+@few_and_many("branches", (3, 19), range(20))
 def test_a_tree_is_deleted_and_nothing_is_left(server, place, branches):
     grow_tree(place.files / "t", branches)
     (place.files / "outside").touch()

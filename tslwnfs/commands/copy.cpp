@@ -32,11 +32,12 @@ bool is_local(const PathBuffer &path) {
     return attributes.local != nullptr;
 }
 
-// Copies what the directory holds, through the executor, and gives its status.
-uint32_t copy_content(const PathBuffer &source, const PathBuffer &destination, const AttrResult &source_attributes) {
+// Copies what the directory holds, through the executor, and gives its status; nothing when the paths do not fit.
+std::optional<uint32_t> copy_content(const PathBuffer &source, const PathBuffer &destination,
+                                     const AttrResult &source_attributes) {
     PathBuffer content = source;
     PathBuffer copies = destination;
-    if (!extend_path(kRecords.function, content, "/*") || !extend_path(kRecords.function, copies, "/*")) return 1;
+    if (!extend_path(kRecords.function, content, "/*") || !extend_path(kRecords.function, copies, "/*")) return {};
     std::optional<HeldDirectory> held_source;
     std::optional<HeldDirectory> held_destination;
     if (source_attributes.local) held_source.emplace(source);
@@ -58,11 +59,12 @@ uint32_t copy_directory(const PathBuffer &source, const PathBuffer &destination,
     const bool is_new = !is_directory_destination(destination);
     if (is_new && makedir(destination) != 0) return 1;
     const bool is_empty = is_empty_directory(source);
-    const uint32_t inside = copy_content(source, destination, source_attributes);
+    const auto inside = copy_content(source, destination, source_attributes);
+    if (!inside) return 1;
     // Last, since the mode may forbid what was made in it.
     const auto mode = is_new ? mode_for_copy(source_attributes) : std::nullopt;
     if (mode && !set_mode(kRecords.function, destination, *mode)) return 1;
-    return is_strict(Strict::status) && !is_empty ? inside : 0;
+    return is_strict(Strict::status) && !is_empty ? *inside : 0;
 }
 
 // Only in a typed path is a backslash a separator.

@@ -7,13 +7,13 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/environment.h"
 #include "tslwnfs/config/config.h"
 #include "tslwnfs/config/server_deletion.h"
 #include "tslwnfs/config/tslnfstab_file.h"
 #include "tslwnfs/config/tslnfstab_lines.h"
 #include "tslwnfs/config/whole_file.h"
 #include "tslwnfs/frontend/output.h"
+#include "tslwnfs/frontend/strict.h"
 #include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/terminal/screen.h"
 
@@ -73,18 +73,11 @@ std::string consequence(const ServerDeletion &deletion, bool removes_something) 
            " is removed; tslnfstab.old is the file as it was";
 }
 
-// Whether whoever runs the command asked for errors where it would otherwise make the best of things.
-bool is_strict_about_options() {
-    constexpr std::size_t kMaximum = 1023;  // characters
-    const std::string words = "," + platform_environment("TSLWNFS_STRICT", kMaximum).value_or("") + ",";
-    return words.find(",options,") != std::string::npos || words.find(",all,") != std::string::npos;
-}
-
 // Whether what a deletion takes may go. What it was not meant to take is kept beside the file first, and told.
 bool may_go(TslnfstabRewrite &rewrite, const ServerDeletion &deletion, const char *server) {
     if (deletion.is_as_meant()) return true;
     const std::string what = surprise(deletion, server);
-    if (is_strict_about_options()) {
+    if (is_strict(Strict::options)) {
         trace_failure(kDeletion, "%s, so that nothing is changed", what.c_str());
         rewrite.delete_backup();
         return false;

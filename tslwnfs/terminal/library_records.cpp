@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <string>
 
 #include "include/tdm.h"
 #include "tslwnfs/terminal/reasons.h"

@@ -2,6 +2,7 @@
 #include <cerrno>
 
 #include "tests/support/command_fixture.h"
+#include "tests/support/strictness.h"
 #include "tslwnfs/config/config.h"
 #include "tslwnfs/config/server_block.h"
 #include "tslwnfs/config/server_deletion.h"
@@ -181,7 +182,7 @@ TEST_F(Servers, StayWhenTheOldFileCannotBeKept) {
 TEST_F(Servers, OfOthersStayWhereOptionsAreStrict) {
     const std::string before = "server: loose\n" + block("a") + block("b");
     for (const char *words : {"options", "names,options", "all"}) {
-        const ScopedEnvironment strict("TSLWNFS_STRICT", words);
+        const Strictness strict(words);
         write_file(tslnfstab(), before);
         EXPECT_EQ(remove("a"), (Outcome{1, ""}));
         EXPECT_EQ(trace(),
@@ -195,7 +196,7 @@ TEST_F(Servers, OfOthersStayWhereOptionsAreStrict) {
         EXPECT_FALSE(exists(old()));
         EXPECT_FALSE(exists(backup()));
     }
-    const ScopedEnvironment strict("TSLWNFS_STRICT", "names");
+    const Strictness strict("names");
     EXPECT_EQ(remove("a"), (Outcome{0, ""}));
 }
 
