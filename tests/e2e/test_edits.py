@@ -88,6 +88,7 @@ def test_a_change_waits_for_the_one_before(own):
     assert own.tslnfstab.read_text() == block("b") + block("a", PORT)
 
 
+@pytest.mark.slow
 def test_a_change_that_waits_in_vain_says_so(own):
     own.tslnfstab.write_text(block("a"))
     with_lock = os.open(own.tslnfstab.parent, os.O_RDONLY)

@@ -32,6 +32,7 @@ def follow(server, process):
     server.tell("clear rate")
 
 
+@pytest.mark.slow
 def test_an_upload_goes_over_the_other_path_and_comes_back(two_paths, tmp_path):
     source = make_file(tmp_path / "source", SIZE)
     process = two_paths.start("cp", source, two_paths / "copy")
@@ -84,6 +85,7 @@ def test_equal_paths_share_the_work(faulty, tmp_path):
     assert min(server.count("path.1"), server.count("path.2")) > SIZE // 4
 
 
+@pytest.mark.slow
 def test_a_transfer_outlives_a_path_that_falls_silent_for_longer_than_it_may_take(faulty, tmp_path):
     server = faulty("--address", "127.0.0.1", "--address", "127.0.0.2", io_timeout=5)
     server.fault("rate=16M")

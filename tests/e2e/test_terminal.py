@@ -195,6 +195,7 @@ def test_a_server_that_is_not_there_is_told(own, tmp_path):
     )
 
 
+@pytest.mark.slow
 def test_a_server_that_is_silent_is_told_while_the_command_waits(faulty):
     server = faulty(mnt_timeout=12)
     server.fault("silent")

@@ -25,6 +25,7 @@ def await_notice(process, trace):
     assert process.poll() is None
 
 
+@pytest.mark.slow
 def test_the_first_contact_ends_at_mnt_timeout(faulty, tmp_path):
     server = faulty(mnt_timeout=LIMIT)
     server.fault("silent")
@@ -36,6 +37,7 @@ def test_the_first_contact_ends_at_mnt_timeout(faulty, tmp_path):
     assert f"no answer within {LIMIT} seconds" in text_of(trace)
 
 
+@pytest.mark.slow
 def test_a_transfer_ends_at_io_timeout(faulty, tmp_path):
     server = faulty(io_timeout=LIMIT)
     source = make_file(tmp_path / "source", 50_000_000)
@@ -80,6 +82,7 @@ def test_a_walk_over_many_entries_waits_for_the_server_once(faulty, tmp_path, wo
     assert "the server does not answer" in text_of(trace)
 
 
+@pytest.mark.slow
 def test_a_server_that_comes_back_in_time_is_no_failure(faulty, tmp_path):
     server = faulty()
     source = make_file(tmp_path / "source", 50_000_000)
