@@ -3,6 +3,7 @@
 
 #include "tests/support/command_fixture.h"
 #include "tests/support/file_faults.h"
+#include "tests/support/file_size_limit.h"
 #include "tslwnfs/client/client.h"
 
 namespace {

@@ -5,6 +5,7 @@
 
 #include "tests/support/command_fixture.h"
 #include "tests/support/file_faults.h"
+#include "tests/support/file_size_limit.h"
 #include "tslwnfs/config/config.h"
 #include "tslwnfs/config/server_block.h"
 

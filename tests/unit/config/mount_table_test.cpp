@@ -6,6 +6,7 @@
 
 #include "tests/support/command_fixture.h"
 #include "tests/support/file_faults.h"
+#include "tests/support/file_size_limit.h"
 
 namespace {
 

@@ -10,6 +10,7 @@
 #include "platform/descriptor.h"
 #include "tests/support/command_fixture.h"
 #include "tests/support/file_faults.h"
+#include "tests/support/file_size_limit.h"
 #include "tslwnfs/config/config.h"
 #include "tslwnfs/config/tslnfstab_file.h"
 

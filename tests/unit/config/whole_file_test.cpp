@@ -14,6 +14,7 @@
 
 #include "platform/descriptor.h"
 #include "tests/support/file_faults.h"
+#include "tests/support/file_size_limit.h"
 #include "tests/support/temporary_directory.h"
 
 namespace {
