@@ -156,7 +156,7 @@ _tslwnfs_offer() {
         directory) compopt -o dirnames ;;
         file) compopt -o default ;;
         file_type) _tslwnfs_offer_words 'd f' "$2" ;;
-        version) _tslwnfs_offer_words nfsv3 "$2" ;;
+        version) _tslwnfs_offer_words 'nfsv3 nfsv4 nfsv4.1 nfsv4.2' "$2" ;;
         exec) mapfile -t COMPREPLY < <(compgen -c -- "$2") ;;
     esac
 }

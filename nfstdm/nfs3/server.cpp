@@ -9,6 +9,7 @@
 #include "nfstdm/mount3/mount.h"
 #include "nfstdm/nfs3/constants.h"
 #include "nfstdm/portmap/portmap.h"
+#include "nfstdm/protocol/version.h"
 #include "nfstdm/rpc/address.h"
 #include "nfstdm/rpc/identity.h"
 
@@ -33,9 +34,8 @@ Result<std::vector<rpc::Path>> parse_paths(const ServerConfig &config) {
 
 Status find_problem(const ServerConfig &config) {
     if (!config.problem.empty()) return {EINVAL, config.problem};
-    if (!config.version.empty() && config.version != "nfsv3")
-        return {EPROTONOSUPPORT, "version " + config.version + " is not supported, nfsv3 is"};
-    return {};
+    if (config.version.empty()) return {};
+    return parse_version(config.version).status();
 }
 
 // A configured user or group presents itself alone: the process's groups are not its.
@@ -118,19 +118,27 @@ std::unique_ptr<rpc::Client> Server::new_version_client(uint16_t port, uint32_t 
     return new_client(std::move(config));
 }
 
+std::unique_ptr<rpc::Client> Server::new_nfs_client(std::vector<rpc::Path> paths, uint32_t version) {
+    rpc::ClientConfig config;
+    config.server = name();
+    config.program = kProgram;
+    config.version = version;
+    config.paths = std::move(paths);
+    config.connections_per_path = std::clamp(config_.connections_per_path, 1U, kConnectionsMaximum);
+    config.timing = timing_.within(std::chrono::seconds(config_.io_timeout_seconds));
+    return new_client(std::move(config));
+}
+
+std::unique_ptr<rpc::Client> Server::new_nfs4_client() {
+    constexpr uint32_t kVersion4 = 4;
+    return new_nfs_client(program_paths(config_.nfs_port != 0 ? config_.nfs_port : kPort), kVersion4);
+}
+
 rpc::Client &Server::use_nfs(uint16_t port) {
     auto paths = program_paths(port);
     // The port may be another one after a while without use, not while an export is in use.
-    if (nfs_ == nullptr || (users_ == 0 && nfs_->config().paths != paths)) {
-        rpc::ClientConfig config;
-        config.server = name();
-        config.program = kProgram;
-        config.version = kVersion;
-        config.paths = std::move(paths);
-        config.connections_per_path = std::clamp(config_.connections_per_path, 1U, kConnectionsMaximum);
-        config.timing = timing_.within(std::chrono::seconds(config_.io_timeout_seconds));
-        nfs_ = new_client(std::move(config));
-    }
+    if (nfs_ == nullptr || (users_ == 0 && nfs_->config().paths != paths))
+        nfs_ = new_nfs_client(std::move(paths), kVersion);
     ++users_;
     return *nfs_;
 }

@@ -57,6 +57,8 @@ class Server {
     std::unique_ptr<rpc::Client> new_mount_client(uint16_t port);
     // Of any version of the NFS program, for the first contact.
     std::unique_ptr<rpc::Client> new_version_client(uint16_t port, uint32_t version);
+    // For NFSv4, which has one port for everything; its owner shares it.
+    std::unique_ptr<rpc::Client> new_nfs4_client();
     // The one client of the NFS program that all exports share. Every use ends with release_nfs(), and by then the user
     // has no request there; with the last one the connections are closed.
     rpc::Client &use_nfs(uint16_t port);
@@ -68,6 +70,7 @@ class Server {
   private:
     std::vector<rpc::Path> program_paths(uint16_t port) const;
     std::unique_ptr<rpc::Client> new_client(rpc::ClientConfig config);
+    std::unique_ptr<rpc::Client> new_nfs_client(std::vector<rpc::Path> paths, uint32_t version);
 
     EventLoop &loop_;
     const ServerConfig config_;

@@ -205,9 +205,9 @@ class FaultyServer:
 
 
 GANESHA_CONFIGURATION = """
-NFS_CORE_PARAM {{ Protocols = 3; Enable_NLM = false; Enable_RQUOTA = false; }}
+NFS_CORE_PARAM {{ Protocols = {protocol}; Enable_NLM = false; Enable_RQUOTA = false; }}
 NFSV4 {{ Graceless = true; }}
-EXPORT_DEFAULTS {{ Protocols = 3; SecType = sys; Squash = No_Root_Squash; Attr_Expiration_Time = 0; }}
+EXPORT_DEFAULTS {{ Protocols = {protocol}; SecType = sys; Squash = No_Root_Squash; Attr_Expiration_Time = 0; }}
 EXPORT {{ Export_Id = 1; Path = {writable}; Pseudo = /rw; Access_Type = RW; FSAL {{ Name = VFS; }} }}
 EXPORT {{ Export_Id = 2; Path = {read_only}; Pseudo = /ro; Access_Type = RO; FSAL {{ Name = VFS; }} }}
 """
@@ -217,6 +217,8 @@ class Ganesha(Server):
     """nfs-ganesha on a memory file system, with rpcbind on its real port, in a namespace of its own."""
 
     name = "ganesha"
+    protocol = 3
+    programs = ((100003, 3), (100005, 3))
 
     def __init__(self, home, place):
         place.mkdir(parents=True)
@@ -238,18 +240,25 @@ class Ganesha(Server):
         self.client.enter = self.namespace.enter()
 
         configuration = self.client.home / "ganesha.conf"
-        configuration.write_text(GANESHA_CONFIGURATION.format(writable=place / "rw", read_only=place / "ro"))
+        configuration.write_text(
+            GANESHA_CONFIGURATION.format(protocol=self.protocol, writable=place / "rw", read_only=place / "ro")
+        )
         self._spawn("rpcbind", "-f", "-w")
         namespace.await_condition(lambda: self._answers(100000, 2), "rpcbind", self.processes[-1])
         self.start_again()
-        self.exports = [(place / "rw", READ_WRITE), (place / "ro", READ_ONLY)]
-        self.client.tslnfstab.write_text(server_block("ganesha", "127.0.0.1", self.exports))
+        self.exports = self._exports(place)
+        self.client.tslnfstab.write_text(server_block("ganesha", "127.0.0.1", self.exports, **self.settings))
+
+    settings = {}
+
+    def _exports(self, place):
+        return [(place / "rw", READ_WRITE), (place / "ro", READ_ONLY)]
 
     def start_again(self):
         configuration = self.client.home / "ganesha.conf"
         self._spawn("ganesha.nfsd", "-F", "-L", "STDOUT", "-f", configuration, "-p", "/run/ganesha.pid")
         namespace.await_condition(
-            lambda: self._answers(100003, 3) and self._answers(100005, 3), "nfs-ganesha", self.processes[-1]
+            lambda: all(self._answers(*program) for program in self.programs), "nfs-ganesha", self.processes[-1]
         )
 
     def kill(self):
@@ -286,7 +295,7 @@ class Ganesha(Server):
         return dict(self._registered())[100003]
 
     def block_through(self, port, **settings):
-        return server_block("ganesha", "127.0.0.1", self.exports, nfsport=port, **settings)
+        return server_block("ganesha", "127.0.0.1", self.exports, nfsport=port, **{**self.settings, **settings})
 
     def close(self):
         for process in reversed(self.processes):
@@ -303,4 +312,16 @@ class Ganesha(Server):
         return namespace.why_impossible()
 
 
-KINDS = {"loopnfsd": Loopnfsd, "ganesha": Ganesha}
+class Ganesha4(Ganesha):
+    """nfs-ganesha as a server that speaks NFSv4 only: no MOUNT, exports by their place below the server's root."""
+
+    name = "ganesha4"
+    protocol = 4
+    programs = ((100003, 4),)
+    settings = {"version": "nfsv4.1"}
+
+    def _exports(self, place):
+        return [("/rw", READ_WRITE), ("/ro", READ_ONLY)]
+
+
+KINDS = {"loopnfsd": Loopnfsd, "ganesha": Ganesha, "ganesha4": Ganesha4}

@@ -309,7 +309,7 @@ def test_server_names_are_asked_of_the_program(shell, words):
 
 def test_other_values_are_offered_by_their_kind(shell):
     assert shell.offers("find", "/tmp", "-type", "") == {"d", "f"}
-    assert shell.offers("createtslnfstab", "-v", "") == {"nfsv3"}
+    assert shell.offers("createtslnfstab", "-v", "") == {"nfsv3", "nfsv4", "nfsv4.1", "nfsv4.2"}
     assert shell.offers("stat", "-c", "") == set()
     assert shell.offers("dd", "-bs", "") == set()
 

@@ -122,7 +122,7 @@ FAILURES = {
     "directory without -r": (["cp", "{0}", "{2}/copy"], r"{0} is a directory; with -r it is copied, too"),
     "content of a directory": (["cat", "{0}"], r"{0} is a directory, not a file"),
     "read-only": (["mkdir", "{1}/new"], r"{1}/new: server \S+: MKDIR: .*read-only.*"),
-    "exists": (["mkdir", "{0}"], r"{0}: server \S+: MKDIR: the name exists already \(NFS3ERR_EXIST\)"),
+    "exists": (["mkdir", "{0}"], r"{0}: server \S+: MKDIR: the name exists already \(NFS[34]ERR_EXIST\)"),
     "nothing matches": (["rm", "{0}/*.none"], r"no name matches {0}/\*\.none"),
     "itself": (["cp", "{2}/file", "{2}/file"], r"{2}/file and {2}/file are the same file"),
     "no local file": (["cp", "{2}/none", "{0}/x"], r"The file {2}/none could not be opened: No such file or directory"),

@@ -249,12 +249,12 @@ TEST_F(VolumeTest, ReportsWhatIsWrongWithABlockWithoutContact) {
     open(config);
     EXPECT_THAT(attach().status().text(), HasSubstr("server db1: line 7"));
     config = config_of(nfs);
-    config.version = "nfsv4.1";
+    config.version = "nfsv4.0";
     config.line = 1;
     open(config);
     const auto version = attach();
     EXPECT_EQ(version.status().number(), static_cast<uint32_t>(EPROTONOSUPPORT));
-    EXPECT_THAT(version.status().text(), HasSubstr("nfsv4.1"));
+    EXPECT_THAT(version.status().text(), HasSubstr("nfsv4.0"));
     config = config_of(nfs);
     config.line = 2;
     open(config, "krb5p");

@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/nfs4/export_contact.h"
+
+#include <cerrno>
+#include <memory>
+#include <utility>
+
+#include "nfstdm/nfs4/arguments.h"
+#include "nfstdm/nfs4/replies.h"
+
+namespace nfstdm::nfs4 {
+
+namespace {
+
+constexpr uint32_t kListBytes = 16384;  // of names, to tell people
+constexpr std::size_t kNamesTold = 16;
+
+std::vector<std::string> split(std::string_view path) {
+    std::vector<std::string> components;
+    while (!path.empty()) {
+        const std::size_t end = std::min(path.find('/'), path.size());
+        if (end > 0) components.emplace_back(path.substr(0, end));
+        path.remove_prefix(std::min(end + 1, path.size()));
+    }
+    return components;
+}
+
+std::string join(const std::vector<std::string> &components, std::size_t count) {
+    std::string path;
+    for (std::size_t i = 0; i < count; ++i)
+        path += "/" + components[i];
+    return path;
+}
+
+}  // namespace
+
+ExportContact::ExportContact(std::string path, NewCall new_call, Start start, Done done)
+    : path_(std::move(path)),
+      components_(split(path_)),
+      new_call_(std::move(new_call)),
+      start_(std::move(start)),
+      done_(std::move(done)) {}
+
+void ExportContact::put_path(Compound &compound, std::size_t components) const {
+    put_plain(compound, Op::putrootfh);
+    for (std::size_t i = 0; i < components; ++i)
+        put_lookup(compound, components_[i]);
+}
+
+void ExportContact::begin() {
+    auto call = new_call_("LOOKUP");
+    call->put = [this](Compound &compound) {
+        put_path(compound, components_.size());
+        put_plain(compound, Op::getfh);
+        put_getattr(compound, limit_attributes());
+    };
+    call->read = [this](Results &results, const rpc::Request &) { return read(results); };
+    call->done = [this](const Status &status) { looked_up(status); };
+    start_(std::move(call));
+}
+
+bool ExportContact::read(Results &results) {
+    passed_ = 0;
+    if (!results.next(Op::putrootfh)) return false;
+    for (; passed_ < components_.size(); ++passed_)
+        if (!results.next(Op::lookup)) return false;
+    return results.next(Op::getfh) && get_handle(results.reader(), found_.root) && results.next(Op::getattr) &&
+           get_attributes(results.reader(), found_.values);
+}
+
+void ExportContact::looked_up(const Status &status) {
+    if (status.ok()) return finish(std::move(found_));
+    const bool absent = status.number() == ENOENT && passed_ < components_.size();
+    const Status named = status.in("export " + path_);
+    if (absent) return list(named);
+    finish(named);
+}
+
+// What there is instead, to help whoever wrote the path.
+void ExportContact::list(const Status &failure) {
+    auto call = new_call_("READDIR");
+    auto reply = std::make_shared<DirectoryReply>();
+    call->put = [this](Compound &compound) {
+        put_path(compound, passed_);
+        put_readdir(compound, 0, 0, kListBytes, {Attribute::rdattr_error});
+        compound.expect(kListBytes);
+    };
+    call->read = [this, reply](Results &results, const rpc::Request &) {
+        *reply = {};
+        if (!results.next(Op::putrootfh)) return false;
+        for (std::size_t i = 0; i < passed_; ++i)
+            if (!results.next(Op::lookup)) return false;
+        return results.next(Op::readdir) && get_readdir(results.reader(), *reply);
+    };
+    call->done = [this, failure, reply](const Status &) {
+        const std::string where = passed_ == 0 ? "the server's root" : join(components_, passed_);
+        std::string names;
+        for (std::size_t i = 0; i < std::min(kNamesTold, reply->entries.size()); ++i)
+            names += (i == 0 ? "/" : ", /") + reply->entries[i].name;
+        if (reply->entries.size() > kNamesTold) names += ", ...";
+        finish(Status{failure.number(),
+                      failure.text() + "; " + where + (names.empty() ? " is empty" : " holds: " + names)});
+    };
+    start_(std::move(call));
+}
+
+// The owner may destroy the contact in done.
+void ExportContact::finish(Result<FoundExport> result) {
+    const auto done = std::move(done_);
+    done(std::move(result));
+}
+
+}  // namespace nfstdm::nfs4

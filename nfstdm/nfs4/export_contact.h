@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: Apache-2.0
+// The way to an export: its path is looked up from the root of the server, and what the server says about transfers is
+// asked for in the same question.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "nfstdm/nfs4/call.h"
+#include "nfstdm/nfs4/fields.h"
+#include "nfstdm/status.h"
+
+namespace nfstdm::nfs4 {
+
+struct FoundExport {
+    FileHandle root;
+    AttributeValues values;
+};
+
+// The call that finds an export by its path. done is called once with it, or with the reason why it is not found.
+// start sends a call; new_call makes one for the first contact.
+class ExportContact {
+  public:
+    using NewCall = std::function<std::unique_ptr<Call>(std::string_view name)>;
+    using Start = std::function<void(std::unique_ptr<Call>)>;
+    using Done = std::function<void(Result<FoundExport>)>;
+
+    ExportContact(std::string path, NewCall new_call, Start start, Done done);
+
+    void begin();
+
+  private:
+    void put_path(Compound &compound, std::size_t components) const;
+    bool read(Results &results);
+    void looked_up(const Status &status);
+    void list(const Status &failure);
+    void finish(Result<FoundExport> result);
+
+    const std::string path_;
+    const std::vector<std::string> components_;
+    const NewCall new_call_;
+    const Start start_;
+    Done done_;
+    std::size_t passed_ = 0;  // components that are there
+    FoundExport found_;
+};
+
+}  // namespace nfstdm::nfs4

@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/nfs4/opens.h"
+
+#include <utility>
+
+namespace nfstdm::nfs4 {
+
+namespace {
+
+// A call that opens a file by its handle; the state is put where it is told.
+void make_open(Call &call, const FileHandle &file, const OpenOwner &owner, uint32_t access, Claim claim,
+               const std::shared_ptr<StateId> &state) {
+    call.put = [file, owner, access, claim](Compound &compound) {
+        put_putfh(compound, file);
+        put_open_handle(compound, owner, access, claim);
+    };
+    call.read = [state](Results &results, const rpc::Request &) {
+        OpenReply reply;
+        if (!results.next(Op::putfh) || !results.next(Op::open) || !get_open(results.reader(), reply)) return false;
+        *state = reply.state;
+        return true;
+    };
+}
+
+}  // namespace
+
+void Opens::use(const FileHandle &file, uint32_t access, DoneCompletion ready) {
+    File &entry = files_[file];
+    if (entry.open && !entry.opening && (access & ~entry.access) == 0) return ready({});
+    entry.waiters.push_back({access, std::move(ready)});
+    if (!entry.opening) open(file, access | entry.access);
+}
+
+void Opens::open(const FileHandle &file, uint32_t access) {
+    File &entry = files_.at(file);
+    entry.opening = true;
+    // What is open already is opened for more under the same owner (RFC 8881 section 18.16.3).
+    if (!entry.open) entry.owner = session_.new_open_owner();
+    auto call = new_call_("OPEN");
+    auto state = std::make_shared<StateId>();
+    make_open(*call, file, entry.owner, access, Claim::file_handle, state);
+    call->done = [this, file, access, state](const Status &status) { open_ended(file, access, *state, status); };
+    session_.start(std::move(call));
+}
+
+void Opens::open_ended(const FileHandle &file, uint32_t access, const StateId &state, const Status &status) {
+    const auto found = files_.find(file);
+    if (found == files_.end()) {
+        // Nobody uses the file any more.
+        if (status.ok()) send_close(file, state);
+        return;
+    }
+    File &entry = found->second;
+    entry.opening = false;
+    const auto waiters = std::exchange(entry.waiters, {});
+    if (status.ok()) {
+        entry.open = true;
+        entry.state = state;
+        entry.access = access;
+    } else if (!entry.open) {
+        files_.erase(found);
+    }
+    for (const Waiter &waiter : waiters) {
+        if (status.ok())
+            use(file, waiter.access, waiter.ready);
+        else
+            waiter.ready(status);
+    }
+}
+
+StateId Opens::state(const FileHandle &file) const {
+    const auto found = files_.find(file);
+    return found != files_.end() && found->second.open ? found->second.state.latest() : StateId::anonymous();
+}
+
+void Opens::opened(const FileHandle &file, const OpenOwner &owner, uint32_t access, const StateId &state) {
+    File &entry = files_[file];
+    if (entry.open) send_close(file, entry.state);
+    entry.owner = owner;
+    entry.access = access;
+    entry.state = state;
+    entry.open = true;
+}
+
+void Opens::lost(const FileHandle &file, const StateId &state) {
+    const auto found = files_.find(file);
+    if (found == files_.end() || found->second.state.other != state.other) return;
+    found->second.open = false;
+}
+
+void Opens::close(const FileHandle &file) {
+    const auto found = files_.find(file);
+    if (found == files_.end()) return;
+    if (found->second.open) send_close(file, found->second.state);
+    files_.erase(found);
+}
+
+StateId Opens::take(const FileHandle &file) {
+    const StateId state = this->state(file);
+    files_.erase(file);
+    return state;
+}
+
+void Opens::send_close(const FileHandle &file, const StateId &state) {
+    auto call = new_call_("CLOSE");
+    call->put = [file, state](Compound &compound) {
+        put_putfh(compound, file);
+        put_close(compound, state.latest());
+    };
+    call->read = [](Results &results, const rpc::Request &) {
+        return results.next(Op::putfh) && results.next(Op::close) && get_close(results.reader());
+    };
+    // Whatever the server says: what it does not know is not open.
+    call->done = [this](const Status &) { close_answered(); };
+    ++closing_;
+    session_.start(std::move(call));
+}
+
+void Opens::close_answered() {
+    if (--closing_ > 0 || all_closed_ == nullptr) return;
+    std::exchange(all_closed_, nullptr)({});
+}
+
+void Opens::close_all(DoneCompletion done) {
+    for (const auto &[file, entry] : std::exchange(files_, {}))
+        if (entry.open) send_close(file, entry.state);
+    if (closing_ == 0) return done({});
+    all_closed_ = std::move(done);
+}
+
+void Opens::clear() {
+    files_.clear();
+    closing_ = 0;
+    all_closed_ = nullptr;
+}
+
+std::vector<std::unique_ptr<Call>> Opens::reclaim() {
+    std::vector<std::unique_ptr<Call>> calls;
+    for (auto &[file, entry] : files_) {
+        if (!std::exchange(entry.open, false)) continue;
+        auto call = new_call_("OPEN");
+        auto state = std::make_shared<StateId>();
+        make_open(*call, file, entry.owner, entry.access, Claim::previous, state);
+        call->done = [this, file = file, state](const Status &status) {
+            const auto found = files_.find(file);
+            if (found == files_.end() || !status.ok() || found->second.opening) return;
+            found->second.state = *state;
+            found->second.open = true;
+        };
+        calls.push_back(std::move(call));
+    }
+    return calls;
+}
+
+}  // namespace nfstdm::nfs4

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+// The files that an export holds open on its server: opened when they are first read or written, by handle, or as they
+// are made; closed when nobody uses them any more; asked for again when the server has lost them.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "nfstdm/nfs4/session.h"
+#include "nfstdm/protocol/volume.h"
+
+namespace nfstdm::nfs4 {
+
+class Opens : public StateHolder {
+  public:
+    using NewCall = std::function<std::unique_ptr<Call>(std::string_view name)>;
+
+    // session must outlive the object; new_call gives a call of the export with nothing in it yet.
+    Opens(Session &session, NewCall new_call) : session_(session), new_call_(std::move(new_call)) {}
+
+    // Calls back when the file is open for this access: at once, or from the loop. A failure says why it is not.
+    void use(const FileHandle &file, uint32_t access, DoneCompletion ready);
+    bool knows(const FileHandle &file) const { return files_.contains(file); }
+    // What an operation on the file presents; the anonymous state when it is not open.
+    StateId state(const FileHandle &file) const;
+
+    // The file was opened otherwise: by name, as it was made.
+    void opened(const FileHandle &file, const OpenOwner &owner, uint32_t access, const StateId &state);
+    // The server does not know this state of the file any more.
+    void lost(const FileHandle &file, const StateId &state);
+    // Nobody uses the file any more. It is closed without anyone waiting for it.
+    void close(const FileHandle &file);
+    // The caller closes the file itself, as part of something else.
+    StateId take(const FileHandle &file);
+
+    // Closes everything; done is called when the server has answered for all of them.
+    void close_all(DoneCompletion done);
+    // Forgets everything, without a word to the server. Who waits is not called.
+    void clear();
+
+    std::vector<std::unique_ptr<Call>> reclaim() override;
+
+  private:
+    struct Waiter {
+        uint32_t access;
+        DoneCompletion ready;
+    };
+    struct File {
+        OpenOwner owner;
+        uint32_t access = 0;  // what the server has granted
+        StateId state;
+        bool open = false;
+        bool opening = false;
+        std::vector<Waiter> waiters;
+    };
+
+    void open(const FileHandle &file, uint32_t access);
+    void open_ended(const FileHandle &file, uint32_t access, const StateId &state, const Status &status);
+    void send_close(const FileHandle &file, const StateId &state);
+    void close_answered();
+
+    Session &session_;
+    const NewCall new_call_;
+    std::unordered_map<FileHandle, File, FileHandleHash> files_;
+    unsigned closing_ = 0;  // CLOSEs under way
+    DoneCompletion all_closed_;
+};
+
+}  // namespace nfstdm::nfs4

@@ -1,0 +1,531 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/nfs4/session.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cassert>
+#include <cerrno>
+#include <chrono>
+#include <random>
+#include <utility>
+
+#include "nfstdm/nfs4/status_table.h"
+
+namespace nfstdm::nfs4 {
+
+namespace {
+
+// Room for 1 MiB of data and all that stands around it.
+constexpr uint32_t kChannelBytes = (uint32_t{1} << 20) + 4096;
+constexpr uint32_t kCachedBytes = 8192;
+constexpr uint32_t kOperations = 64;
+constexpr rpc::Duration kMoment = std::chrono::milliseconds(1);  // a limit of nothing would be none
+// A call that makes the session break each time it is sent.
+constexpr unsigned kRestartsMaximum = 32;
+constexpr unsigned kAttemptsMaximum = 16;  // to make a session that works
+// A farewell is a courtesy: the server would notice by itself, a lease later.
+constexpr rpc::Duration kFarewellLimit = std::chrono::seconds(2);
+
+uint64_t random_number() {
+    std::random_device random;
+    return uint64_t{random()} << 32 | random();
+}
+
+// Each process is a client of its own: what one does to its state is nothing to the others.
+std::string new_owner() {
+    std::array<char, 256> host{};
+    if (gethostname(host.data(), host.size() - 1) != 0) host[0] = '\0';
+    return "tslwnfs " + std::string(host.data()) + " " + std::to_string(getpid()) + " " +
+           std::to_string(random_number());
+}
+
+}  // namespace
+
+Session::Session(nfs3::Server &server, uint32_t minor_version)
+    : server_(server),
+      loop_(server.loop()),
+      highest_wanted_(minor_version == 0),
+      minor_(minor_version == 0 ? kHighestMinorVersion : minor_version),
+      client_(server.new_nfs4_client()),
+      owner_(new_owner()),
+      verifier_(random_number()),
+      timer_(loop_) {}
+
+Session::~Session() {
+    client_->drop(this);
+}
+
+rpc::Duration Session::limit() const {
+    if (contacted_) return std::chrono::seconds(server_.config().io_timeout_seconds);
+    return std::max<rpc::Duration>(deadline_ - EventLoop::Clock::now(), kMoment);
+}
+
+// --- making a session
+
+void Session::make() {
+    assert(state_ == State::down && !queue_.empty());
+    credential_.assign(queue_.front()->credential.begin(), queue_.front()->credential.end());
+    deadline_ = EventLoop::Clock::now() + std::chrono::seconds(std::max(1U, server_.config().contact_timeout_seconds));
+    if (attempts_ == 0) make_wait_ = server_.timing().jukebox_first;
+    const auto step = identified_ ? &Session::create : &Session::identify;
+    if (++attempts_ > 1) return make_later(step);
+    (this->*step)();
+}
+
+// Sends an operation that needs no session; what it is answered with goes to a step of the making.
+void Session::ask(Op op, const std::function<void(Compound &)> &put, std::function<void(Results &)> answered) {
+    Compound compound(client_->begin(kProcCompound, credential_), minor_);
+    put(compound);
+    auto request = std::make_unique<rpc::Request>();
+    request->name = row_of(op).name;
+    request->results_maximum = compound.results_maximum();
+    request->head = compound.take();
+    request->limit = farewells_ > 0 ? kFarewellLimit : limit();
+    request->needs_contact = !contacted_ || farewells_ > 0;
+    request->owner = this;
+    request->done = [this, answered = std::move(answered)](const std::unique_ptr<rpc::Request> &done) {
+        if (farewells_ == 0 && !done->status.ok()) return make_failed(done->status);
+        Results results(done->results());
+        answered(results);
+    };
+    client_->submit(std::move(request));
+}
+
+void Session::identify() {
+    state_ = State::identifying;
+    ask(
+        Op::exchange_id,
+        [this](Compound &compound) {
+            put_exchange_id(compound, {verifier_, owner_});
+        },
+        [this](Results &results) { identified(results); });
+}
+
+void Session::identified(Results &results) {
+    ExchangeReply reply;
+    if (!results.next(Op::exchange_id) || !get_exchange_id(results.reader(), reply)) {
+        const NfsStatus failure = results.failure();
+        if (failure == NfsStatus::minor_vers_mismatch && highest_wanted_ && minor_ > 1) {
+            --minor_;
+            return identify();
+        }
+        if (failure == NfsStatus::delay) return make_later(&Session::identify);
+        return make_failed(to_status(failure).in("EXCHANGE_ID").in("server " + server_.name()));
+    }
+    // A client id that is not confirmed yet is a new one, which has none of the state there was.
+    const bool is_new = (reply.flags & kFlagConfirmed) == 0;
+    state_lost_ = state_lost_ || is_new;
+    must_complete_ = must_complete_ || is_new;
+    client_id_ = reply.client;
+    create_sequence_ = reply.sequence;
+    identified_ = true;
+    create();
+}
+
+void Session::create() {
+    state_ = State::creating;
+    const ChannelSizes sizes{kChannelBytes, kChannelBytes, kCachedBytes, kOperations, kSlotsMaximum};
+    ask(
+        Op::create_session,
+        [&](Compound &compound) { put_create_session(compound, client_id_, create_sequence_, sizes); },
+        [this](Results &results) { created(results); });
+}
+
+void Session::created(Results &results) {
+    SessionReply reply;
+    if (!results.next(Op::create_session) || !get_create_session(results.reader(), reply)) {
+        const NfsStatus failure = results.failure();
+        if (failure == NfsStatus::delay) return make_later(&Session::create);
+        const bool unknown = failure == NfsStatus::stale_clientid || failure == NfsStatus::seq_misordered;
+        if (unknown && ++attempts_ <= kAttemptsMaximum) {
+            identified_ = false;
+            return make_later(&Session::identify);
+        }
+        return make_failed(to_status(failure).in("CREATE_SESSION").in("server " + server_.name()));
+    }
+    ++create_sequence_;
+    ++session_number_;
+    contacted_ = true;
+    session_ = reply.session;
+    sizes_ = reply.fore;
+    slots_.reset(std::clamp(sizes_.requests, 1U, kSlotsMaximum));
+    reclaim();
+}
+
+void Session::reclaim() {
+    state_ = State::reclaiming;
+    if (std::exchange(state_lost_, false)) {
+        for (StateHolder *user : users_)
+            for (auto &call : user->reclaim()) {
+                ++reclaiming_;
+                call->reclaims = true;
+                call->done = [this, number = session_number_, done = std::move(call->done)](Status status) {
+                    done(std::move(status));
+                    if (number != session_number_) return;
+                    --reclaiming_;
+                    reclaimed();
+                };
+                queue_.push_front(std::move(call));
+            }
+    }
+    reclaimed();
+}
+
+void Session::reclaimed() {
+    if (state_ == State::reclaiming && reclaiming_ == 0) state_ = State::up;
+    pump();
+}
+
+// The server is not ready, or wants to be asked otherwise.
+void Session::make_later(void (Session::*step)()) {
+    state_ = State::waiting;
+    timer_.after(make_wait_, [this, step] {
+        if (!contacted_ && EventLoop::Clock::now() >= deadline_)
+            return make_failed(
+                Status{ETIMEDOUT, "the server was not ready in all the time given"}.in("server " + server_.name()));
+        (this->*step)();
+    });
+    make_wait_ = std::min(make_wait_ * 2, server_.timing().jukebox_most);
+}
+
+void Session::make_failed(const Status &why) {
+    state_ = State::down;
+    attempts_ = 0;
+    const auto life = life_.watch();
+    for (auto &call : std::exchange(queue_, {})) {
+        call->done(why);
+        if (life.expired()) return;
+    }
+}
+
+// The server does not know the session any more. Its client id may still be good, and with it what is open.
+void Session::lose_session() {
+    if (state_ != State::up && state_ != State::reclaiming) return;
+    server_.trace().write(TraceLevel::notice, TraceComponent::nfs,
+                          [this] { return "server " + server_.name() + ": the session is lost, making another"; });
+    state_lost_ = state_lost_ || reclaiming_ > 0;
+    reclaiming_ = 0;
+    std::erase_if(queue_, [](const CallPointer &call) { return call->reclaims; });
+    state_ = State::down;
+}
+
+// --- calls
+
+void Session::start(std::unique_ptr<Call> call) {
+    call->wait = server_.timing().jukebox_first;
+    call->timer = std::make_unique<ScopedTimer>(loop_);
+    queue_.push_back(std::move(call));
+    pump();
+}
+
+bool Session::may_send() const {
+    if (state_ == State::reclaiming) return queue_.front()->reclaims;
+    // Until reclaiming is declared over the server may refuse everything else.
+    return state_ == State::up && (!must_complete_ || slots_.used() == 0);
+}
+
+void Session::pump() {
+    if (state_ == State::down && farewells_ == 0 && !queue_.empty()) return make();
+    while (!queue_.empty() && may_send()) {
+        const auto slot = slots_.take();
+        if (!slot) break;
+        auto call = std::move(queue_.front());
+        queue_.pop_front();
+        send(std::move(call), *slot);
+    }
+    if (state_ == State::up && !slots_.usable()) {
+        lose_session();
+        if (!queue_.empty()) make();
+    }
+}
+
+void Session::send(CallPointer pointer, uint32_t slot) {
+    Call &call = *pointer;
+    running_.push_back(std::move(pointer));
+    call.slot = slot;
+    call.holds_slot = true;
+    call.session = session_number_;
+    call.doubtful = false;
+    call.completes = must_complete_ && !call.reclaims;
+    Compound compound(client_->begin(kProcCompound, call.credential), minor_);
+    put_sequence(compound, {session_, slots_.sequence(slot), slot, slots_.highest(), false});
+    const std::size_t cache = compound.last_word();
+    if (call.completes) put_reclaim_complete(compound);
+    call.put(compound);
+    if (compound.changes() && !call.repeatable) compound.patch(cache, 1);
+    auto request = std::make_unique<rpc::Request>();
+    request->name = call.name;
+    request->data = call.data;
+    request->landing = call.landing;
+    if (!call.landing.empty()) request->data_position = read_data_position;
+    request->results_maximum = compound.results_maximum();
+    request->limit =
+        call.needs_contact ? std::max<rpc::Duration>(deadline_ - EventLoop::Clock::now(), kMoment) : call.limit;
+    request->needs_contact = call.needs_contact;
+    request->owner = call.owner;
+    const bool sound = compound.ok();
+    request->head = compound.take();
+    if (sound) return submit(call, std::move(request));
+    leave_slot(call, &Slots::refused);
+    call.timer->after({}, [this, &call] { finish(call, {ENAMETOOLONG, "a name is too long"}); });
+}
+
+void Session::submit(Call &call, std::unique_ptr<rpc::Request> request) {
+    request->done = [this, &call](std::unique_ptr<rpc::Request> done) { answered(call, std::move(done)); };
+    client_->submit(std::move(request));
+}
+
+void Session::answered(Call &call, std::unique_ptr<rpc::Request> request) {
+    const bool current = call.session == session_number_;
+    call.doubtful = call.doubtful || request->sends > 1;
+    if (!request->status.ok()) {
+        leave_slot(call, &Slots::lose);
+        // The context is in the status already.
+        auto ended = take(call);
+        const auto life = life_.watch();
+        ended->done(request->status);
+        if (!life.expired()) pump();
+        return;
+    }
+    Results results(request->results());
+    SequenceReply reply;
+    const bool done = results.next(Op::sequence);
+    if (!done && results.failure() != NfsStatus::ok) return refused(call, results.failure(), std::move(request));
+    if (!done || !get_sequence(results.reader(), reply) || (current && reply.slot != call.slot)) {
+        leave_slot(call, &Slots::lose);
+        return finish(call, {EIO, "the server's answer makes no sense"});
+    }
+    leave_slot(call, &Slots::executed);
+    if (current) {
+        slots_.set_target(reply.target_slot);
+        attempts_ = 0;
+        if ((reply.flags & kStatusRestartReclaimNeeded) != 0 && state_ == State::up && !call.completes) {
+            state_lost_ = must_complete_ = true;
+            reclaim();
+        }
+    }
+    spend(call, request->spent);
+    executed(call, results, *request);
+}
+
+// SEQUENCE itself failed: nothing of the compound was executed now.
+void Session::refused(Call &call, NfsStatus status, std::unique_ptr<rpc::Request> request) {
+    const bool current = call.session == session_number_;
+    spend(call, request->spent);
+    switch (status) {
+        case NfsStatus::delay:
+            // It is being executed, on another connection perhaps; the same request will find its answer.
+            call.doubtful = true;
+            call.delayed = std::move(request);
+            return wait(call, [this](Call &again) { send_again(again); });
+        case NfsStatus::conn_not_bound_to_session:
+            call.delayed = std::move(request);
+            return bind_connection(call);
+        case NfsStatus::badslot:
+        case NfsStatus::bad_high_slot:
+            leave_slot(call, &Slots::refused);
+            if (current) slots_.cut(std::max(1U, call.slot));
+            return restart(call);
+        case NfsStatus::seq_misordered:
+        case NfsStatus::seq_false_retry:
+        case NfsStatus::retry_uncached_rep:
+            leave_slot(call, &Slots::lose);
+            call.repeated = call.repeated || call.doubtful;
+            return restart(call);
+        case NfsStatus::badsession:
+        case NfsStatus::deadsession:
+        case NfsStatus::stale_clientid:
+        case NfsStatus::expired:
+            call.repeated = call.repeated || call.doubtful;
+            call.holds_slot = false;
+            if (current) lose_session();
+            return restart(call);
+        default:
+            leave_slot(call, &Slots::refused);
+            return finish(call, to_status(status));
+    }
+}
+
+void Session::executed(Call &call, Results &results, const rpc::Request &request) {
+    if (std::exchange(call.completes, false)) {
+        // Whatever it says: it is declared, now or before.
+        if (call.session == session_number_) must_complete_ = false;
+        if (!results.next(Op::reclaim_complete)) return requeue(call);
+    }
+    if (call.read(results, request) && results.finished()) return finish(call, {});
+    if (results.failure() != NfsStatus::ok) return failed(call, results.failure());
+    finish(call, {EIO, "the server's answer makes no sense"});
+}
+
+void Session::failed(Call &call, NfsStatus status) {
+    if (status == NfsStatus::delay || status == NfsStatus::grace) {
+        server_.trace().write(TraceLevel::detail, TraceComponent::nfs, [this, &call] {
+            return in_context(call, {EBUSY, "the server is not ready, asking again"}).text();
+        });
+        return wait(call, [this](Call &again) { requeue(again); });
+    }
+    // Executed on a connection that was lost, and the answer was none to be kept: what may be asked again is.
+    if (status == NfsStatus::retry_uncached_rep) {
+        call.repeated = true;
+        return call.doubtful ? requeue(call) : restart(call);
+    }
+    // The first request was executed and its answer lost with the session.
+    if (call.repeated && status == call.done_before) return finish(call, {});
+    if (call.rescue) {
+        auto taken = take(call);
+        const auto life = life_.watch();
+        const bool rescued = taken->rescue(status, taken);
+        if (life.expired()) return;
+        if (rescued) return pump();
+        running_.push_back(std::move(taken));
+    }
+    finish(call, to_status(status));
+}
+
+// A slot of an earlier session is nobody's any more.
+void Session::leave_slot(Call &call, void (Slots::*how)(uint32_t)) {
+    if (std::exchange(call.holds_slot, false) && call.session == session_number_) (slots_.*how)(call.slot);
+}
+
+// Takes time from a call's limit, of which a moment stays: a limit of nothing would be none.
+void Session::spend(Call &call, rpc::Duration spent) {
+    if (call.limit > rpc::Duration::zero()) call.limit = std::max(call.limit - spent, kMoment);
+}
+
+void Session::wait(Call &call, std::function<void(Call &)> then) {
+    const rpc::Duration delay = call.wait;
+    call.wait = std::min(delay * 2, server_.timing().jukebox_most);
+    if (call.limit > rpc::Duration::zero() && call.limit <= delay)
+        return finish(call, {ETIMEDOUT, "the server was not ready in all the time given"});
+    spend(call, delay);
+    call.timer->after(delay, [&call, then = std::move(then)] { then(call); });
+    pump();
+}
+
+// The same request in the same slot, unless the session went meanwhile.
+void Session::send_again(Call &call) {
+    if (call.session != session_number_ || state_ == State::down) {
+        call.delayed.reset();
+        call.holds_slot = false;
+        call.repeated = call.repeated || call.doubtful;
+        return restart(call);
+    }
+    auto request = std::move(call.delayed);
+    request->limit = call.limit;
+    submit(call, std::move(request));
+}
+
+// Because the session did not carry it, which may not go on for ever.
+void Session::restart(Call &call) {
+    if (++call.restarts > kRestartsMaximum) return finish(call, {EIO, "the server does not keep the session"});
+    requeue(call);
+}
+
+// As a new request, when its turn comes: in front of those that were asked later.
+void Session::requeue(Call &call) {
+    queue_.push_front(take(call));
+    pump();
+}
+
+// Some server wants a connection to be bound in words, although using it does so (RFC 8881 section 2.10.3.1).
+void Session::bind_connection(Call &call) {
+    if (++call.restarts > kRestartsMaximum) return finish(call, to_status(NfsStatus::conn_not_bound_to_session));
+    auto request = std::make_unique<rpc::Request>();
+    Compound compound(client_->begin(kProcCompound, call.credential), minor_);
+    put_bind_connection(compound, session_);
+    request->name = row_of(Op::bind_conn_to_session).name;
+    request->results_maximum = compound.results_maximum();
+    request->head = compound.take();
+    request->limit = call.limit;
+    request->owner = call.owner;
+    request->done = [this, &call](const std::unique_ptr<rpc::Request> &) { send_again(call); };
+    client_->submit(std::move(request));
+}
+
+Session::CallPointer Session::take(const Call &call) {
+    const auto place = std::find_if(running_.begin(), running_.end(),
+                                    [&call](const CallPointer &each) { return each.get() == &call; });
+    assert(place != running_.end());
+    auto taken = std::move(*place);
+    running_.erase(place);
+    return taken;
+}
+
+Status Session::in_context(const Call &call, const Status &status) const {
+    return status.in(std::string(call.name)).in("server " + server_.name());
+}
+
+// done may do anything, the end of the last user included.
+void Session::finish(Call &call, const Status &status) {
+    const auto ended = take(call);
+    const auto life = life_.watch();
+    ended->done(status.ok() ? Status{} : in_context(*ended, status));
+    if (!life.expired()) pump();
+}
+
+void Session::fail_all(const void *owner, const Status &status) {
+    client_->drop(owner);
+    std::vector<CallPointer> failed;
+    for (auto &call : queue_)
+        if (call->owner == owner) failed.push_back(std::move(call));
+    std::erase(queue_, nullptr);
+    for (auto &call : running_) {
+        if (call->owner != owner) continue;
+        leave_slot(*call, &Slots::lose);
+        failed.push_back(std::move(call));
+    }
+    std::erase(running_, nullptr);
+    for (const auto &call : failed)
+        call->timer->cancel();
+    for (const auto &call : failed)
+        call->done(status);
+}
+
+bool Session::busy() const {
+    return client_->busy() || (state_ == State::up && !slots_.any_free());
+}
+
+// --- the end
+
+void Session::remove_user(StateHolder &user, DoneCompletion done) {
+    users_.erase(&user);
+    if (!users_.empty() || state_ == State::down) {
+        if (users_.empty()) farewell_said();
+        return loop_.soon([done = std::move(done)] { done({}); });
+    }
+    say_farewell(std::move(done));
+}
+
+// Both at once: a server that meets the second first keeps the client id until its lease is over.
+void Session::say_farewell(DoneCompletion done) {
+    timer_.cancel();
+    client_->drop(this);
+    const bool has_session = state_ == State::up || state_ == State::reclaiming;
+    state_ = State::down;
+    farewell_ = std::move(done);
+    farewells_ = has_session ? 2 : 1;
+    const auto said = [this](Results &) {
+        if (--farewells_ == 0) farewell_said();
+    };
+    if (has_session)
+        ask(
+            Op::destroy_session, [this](Compound &compound) { put_destroy_session(compound, session_); }, said);
+    ask(
+        Op::destroy_clientid, [this](Compound &compound) { put_destroy_clientid(compound, client_id_); }, said);
+}
+
+void Session::farewell_said() {
+    client_->drop(this);
+    client_->close();
+    identified_ = false;
+    state_lost_ = must_complete_ = false;
+    attempts_ = 0;
+    contacted_ = false;
+    const auto life = life_.watch();
+    if (const auto done = std::exchange(farewell_, nullptr)) done({});
+    if (!life.expired()) pump();
+}
+
+}  // namespace nfstdm::nfs4

@@ -1,0 +1,113 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/nfs4/status_table.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <string>
+
+namespace nfstdm::nfs4 {
+
+namespace {
+
+// Where NFSv3 has the same status the number and the words are the same.
+constexpr auto kTable = std::to_array<StatusRow>({
+    {NfsStatus::perm, EPERM, "NFS4ERR_PERM", "only the owner may do that"},
+    {NfsStatus::noent, ENOENT, "NFS4ERR_NOENT", "no such file or directory"},
+    {NfsStatus::io, EIO, "NFS4ERR_IO", "the server's disk failed"},
+    {NfsStatus::nxio, ENXIO, "NFS4ERR_NXIO", "no such device"},
+    {NfsStatus::access, EACCES, "NFS4ERR_ACCESS", "permission denied"},
+    {NfsStatus::exist, EEXIST, "NFS4ERR_EXIST", "the name exists already"},
+    {NfsStatus::xdev, EXDEV, "NFS4ERR_XDEV", "not within one file system"},
+    {NfsStatus::notdir, ENOTDIR, "NFS4ERR_NOTDIR", "not a directory"},
+    {NfsStatus::isdir, EISDIR, "NFS4ERR_ISDIR", "it is a directory"},
+    {NfsStatus::inval, EINVAL, "NFS4ERR_INVAL", "an argument makes no sense to the server"},
+    {NfsStatus::fbig, EFBIG, "NFS4ERR_FBIG", "the file would be too large"},
+    {NfsStatus::nospc, ENOSPC, "NFS4ERR_NOSPC", "no space left on the server"},
+    {NfsStatus::rofs, EROFS, "NFS4ERR_ROFS", "the export is read-only"},
+    {NfsStatus::mlink, EMLINK, "NFS4ERR_MLINK", "too many links"},
+    {NfsStatus::nametoolong, ENAMETOOLONG, "NFS4ERR_NAMETOOLONG", "the name is too long"},
+    {NfsStatus::notempty, ENOTEMPTY, "NFS4ERR_NOTEMPTY", "the directory is not empty"},
+    {NfsStatus::dquot, EDQUOT, "NFS4ERR_DQUOT", "over quota on the server"},
+    {NfsStatus::stale, ESTALE, "NFS4ERR_STALE", "the file is gone from the server (stale handle)"},
+    {NfsStatus::badhandle, ESTALE, "NFS4ERR_BADHANDLE", "the server does not know the handle"},
+    {NfsStatus::bad_cookie, EBADE, "NFS4ERR_BAD_COOKIE", "the position in the directory is not valid any more"},
+    {NfsStatus::notsupp, ENOTSUP, "NFS4ERR_NOTSUPP", "the server does not do that"},
+    {NfsStatus::toosmall, EOVERFLOW, "NFS4ERR_TOOSMALL", "the answer does not fit what was asked for"},
+    {NfsStatus::serverfault, EREMOTEIO, "NFS4ERR_SERVERFAULT", "the server failed"},
+    {NfsStatus::badtype, EINVAL, "NFS4ERR_BADTYPE", "the server has no objects of that type"},
+    {NfsStatus::delay, EBUSY, "NFS4ERR_DELAY", "the server is not ready for it yet"},
+    {NfsStatus::same, EBADE, "NFS4ERR_SAME", "the object has not changed"},
+    {NfsStatus::denied, EACCES, "NFS4ERR_DENIED", "another client holds a lock"},
+    {NfsStatus::expired, EIO, "NFS4ERR_EXPIRED", "the server took the open file back: it did not hear of us for long"},
+    {NfsStatus::locked, EACCES, "NFS4ERR_LOCKED", "another client has locked the file"},
+    {NfsStatus::grace, EBUSY, "NFS4ERR_GRACE", "the server has restarted and is not ready yet"},
+    {NfsStatus::fhexpired, ESTALE, "NFS4ERR_FHEXPIRED", "the handle has expired"},
+    {NfsStatus::share_denied, EACCES, "NFS4ERR_SHARE_DENIED", "another client has opened the file for itself"},
+    {NfsStatus::wrongsec, EACCES, "NFS4ERR_WRONGSEC", "the server wants another security flavour here"},
+    {NfsStatus::clid_inuse, EBUSY, "NFS4ERR_CLID_INUSE", "another client has the same name"},
+    {NfsStatus::moved, EREMOTE, "NFS4ERR_MOVED", "the file system is on another server now"},
+    {NfsStatus::nofilehandle, EIO, "NFS4ERR_NOFILEHANDLE", "the server lost the object within one request"},
+    {NfsStatus::minor_vers_mismatch, EPROTONOSUPPORT, "NFS4ERR_MINOR_VERS_MISMATCH",
+     "the server does not offer this minor version of NFSv4"},
+    {NfsStatus::stale_clientid, EIO, "NFS4ERR_STALE_CLIENTID", "the server does not know this client any more"},
+    {NfsStatus::stale_stateid, EIO, "NFS4ERR_STALE_STATEID", "the server does not know the open file any more"},
+    {NfsStatus::old_stateid, EIO, "NFS4ERR_OLD_STATEID", "the open file has changed its state meanwhile"},
+    {NfsStatus::bad_stateid, EIO, "NFS4ERR_BAD_STATEID", "the server does not know the open file"},
+    {NfsStatus::bad_seqid, EIO, "NFS4ERR_BAD_SEQID", "the server and this client count differently"},
+    {NfsStatus::not_same, EBADE, "NFS4ERR_NOT_SAME", "the directory was changed meanwhile"},
+    {NfsStatus::symlink, ELOOP, "NFS4ERR_SYMLINK", "it is a link"},
+    {NfsStatus::lease_moved, EREMOTE, "NFS4ERR_LEASE_MOVED", "the file system is moving to another server"},
+    {NfsStatus::attrnotsupp, ENOTSUP, "NFS4ERR_ATTRNOTSUPP", "the server has no such attribute"},
+    {NfsStatus::no_grace, EIO, "NFS4ERR_NO_GRACE", "the server's time of grace is over"},
+    {NfsStatus::reclaim_bad, EIO, "NFS4ERR_RECLAIM_BAD", "the server does not give the open file back"},
+    {NfsStatus::reclaim_conflict, EIO, "NFS4ERR_RECLAIM_CONFLICT", "another client has the open file now"},
+    {NfsStatus::badxdr, EIO, "NFS4ERR_BADXDR", "the server could not read the request"},
+    {NfsStatus::openmode, EACCES, "NFS4ERR_OPENMODE", "the file is not open for that"},
+    {NfsStatus::badowner, EINVAL, "NFS4ERR_BADOWNER", "the server does not know the owner"},
+    {NfsStatus::badchar, EINVAL, "NFS4ERR_BADCHAR", "the server does not take a character of the name"},
+    {NfsStatus::badname, EINVAL, "NFS4ERR_BADNAME", "the server does not take the name"},
+    {NfsStatus::op_illegal, ENOTSUP, "NFS4ERR_OP_ILLEGAL", "the server does not know the operation"},
+    {NfsStatus::file_open, EBUSY, "NFS4ERR_FILE_OPEN", "the file is open elsewhere"},
+    {NfsStatus::admin_revoked, EIO, "NFS4ERR_ADMIN_REVOKED", "the server's administrator took the open file back"},
+    {NfsStatus::badsession, EIO, "NFS4ERR_BADSESSION", "the server does not know the session"},
+    {NfsStatus::badslot, EIO, "NFS4ERR_BADSLOT", "the server has fewer slots"},
+    {NfsStatus::complete_already, EIO, "NFS4ERR_COMPLETE_ALREADY", "reclaiming was over already"},
+    {NfsStatus::conn_not_bound_to_session, EIO, "NFS4ERR_CONN_NOT_BOUND_TO_SESSION",
+     "the server wants the connection to be bound to the session"},
+    {NfsStatus::seq_misordered, EIO, "NFS4ERR_SEQ_MISORDERED", "the server and this client count differently"},
+    {NfsStatus::sequence_pos, EIO, "NFS4ERR_SEQUENCE_POS", "the server wants SEQUENCE elsewhere"},
+    {NfsStatus::req_too_big, EMSGSIZE, "NFS4ERR_REQ_TOO_BIG", "the request is larger than the session allows"},
+    {NfsStatus::rep_too_big, EMSGSIZE, "NFS4ERR_REP_TOO_BIG", "the answer is larger than the session allows"},
+    {NfsStatus::rep_too_big_to_cache, EMSGSIZE, "NFS4ERR_REP_TOO_BIG_TO_CACHE",
+     "the answer is larger than the server keeps"},
+    {NfsStatus::retry_uncached_rep, EIO, "NFS4ERR_RETRY_UNCACHED_REP", "the server did not keep its answer"},
+    {NfsStatus::too_many_ops, EMSGSIZE, "NFS4ERR_TOO_MANY_OPS",
+     "the request has more operations than the server takes"},
+    {NfsStatus::op_not_in_session, EIO, "NFS4ERR_OP_NOT_IN_SESSION", "the server wants a session for it"},
+    {NfsStatus::clientid_busy, EBUSY, "NFS4ERR_CLIENTID_BUSY", "the client still has state on the server"},
+    {NfsStatus::seq_false_retry, EIO, "NFS4ERR_SEQ_FALSE_RETRY", "the server and this client count differently"},
+    {NfsStatus::bad_high_slot, EIO, "NFS4ERR_BAD_HIGH_SLOT", "the server has fewer slots"},
+    {NfsStatus::deadsession, EIO, "NFS4ERR_DEADSESSION", "the server has ended the session"},
+    {NfsStatus::not_only_op, EIO, "NFS4ERR_NOT_ONLY_OP", "the server wants the operation by itself"},
+    {NfsStatus::wrong_cred, EACCES, "NFS4ERR_WRONG_CRED", "the server knows this client under another identity"},
+    {NfsStatus::wrong_type, EINVAL, "NFS4ERR_WRONG_TYPE", "it is no object of the right type"},
+});
+
+}  // namespace
+
+std::span<const StatusRow> status_table() {
+    return kTable;
+}
+
+Status to_status(NfsStatus status) {
+    const auto row =
+        std::find_if(kTable.begin(), kTable.end(), [status](const StatusRow &each) { return each.status == status; });
+    if (row == kTable.end())
+        return {EIO, "the server answered with the unknown status " + std::to_string(static_cast<uint32_t>(status))};
+    std::string text(row->words);
+    text.append(" (").append(row->name).append(")");
+    return {static_cast<uint32_t>(row->number), std::move(text)};
+}
+
+}  // namespace nfstdm::nfs4

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+// An NFSv4.1 server as a script: sessions with slots and kept answers, opens that a restart loses, and whatever failure
+// a test wants.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "nfstdm/nfs4/constants.h"
+#include "nfstdm/nfs4/fields.h"
+#include "tests/unit/rpc/scripted_server.h"
+
+namespace nfstdm::nfs4::test {
+
+using nfstdm::test::Bytes;
+using nfstdm::test::ReceivedCall;
+
+class FakeNfs4 {
+  public:
+    explicit FakeNfs4(EventLoop &loop);
+
+    // The next executions of an operation fail, each with one of these.
+    void fail(Op op, NfsStatus status, int times = 1) { failures_[op].insert(failures_[op].end(), times, status); }
+    // The next compounds with an operation are executed, and the connection is cut instead of an answer.
+    void lose_answers(Op op, int times) { lost_[op] = times; }
+    // As a crash does: clients, sessions and opens are gone.
+    void restart();
+    // The sessions alone are gone.
+    void forget_sessions() { sessions_.clear(); }
+
+    int executed(Op op) const {
+        const auto found = executed_.find(op);
+        return found == executed_.end() ? 0 : found->second;
+    }
+    // The operations of each compound that was executed, "SEQUENCE PUTFH GETATTR".
+    const std::vector<std::string> &compounds() const { return compounds_; }
+    std::size_t open_files() const { return opens_.size(); }
+
+    nfstdm::test::ScriptedServer server;
+    std::string content = "content";    // of every file
+    std::map<std::string, char> names;  // of the only directory: 'd' a directory, 'f' a file
+    uint32_t slots = 4;
+    uint32_t minor_version_maximum = 2;
+    std::vector<std::pair<uint32_t, uint32_t>> sequences;  // slot and sequence number, as they came
+    int grants_without_reclaim = 0;
+
+  private:
+    struct Session {
+        uint64_t client = 0;
+        std::map<uint32_t, std::pair<uint32_t, Bytes>> answers;  // by slot: the sequence number and the answer to it
+    };
+    struct Compound {
+        explicit Compound(xdr::Reader reader) : arguments(reader) {}
+
+        xdr::Reader arguments;
+        xdr::Writer results;
+        StateId current;
+        std::string name;  // looked up last
+        std::string text;  // the operations
+        bool lose = false;
+        Session *session = nullptr;
+        uint32_t slot = 0;
+        uint32_t sequence = 0;
+        const Bytes *kept = nullptr;
+    };
+
+    void answer(const ReceivedCall &call);
+    NfsStatus execute(Op op, Compound &compound);
+    NfsStatus execute_session(Op op, Compound &compound);
+    NfsStatus execute_file(Op op, Compound &compound);
+    NfsStatus sequence(Compound &compound);
+    NfsStatus open(Compound &compound);
+    NfsStatus check(const StateId &state, const Compound &compound) const;
+    static SessionId session_id(uint32_t number);
+
+    std::map<Op, std::vector<NfsStatus>> failures_;
+    std::map<Op, int> lost_;
+    std::map<Op, int> executed_;
+    std::vector<std::string> compounds_;
+    std::map<uint64_t, bool> clients_;  // confirmed
+    std::map<SessionId, Session> sessions_;
+    std::map<uint8_t, bool> opens_;
+    uint64_t next_client_ = 100;
+    uint32_t next_session_ = 1;
+    uint8_t next_open_ = 1;
+};
+
+}  // namespace nfstdm::nfs4::test

@@ -1,0 +1,472 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <optional>
+
+#include "nfstdm/nfs4/nfs4_volume.h"
+#include "tests/unit/nfs4/fake_nfs4.h"
+
+namespace nfstdm::nfs4 {
+namespace {
+
+using std::chrono::milliseconds;
+using test::FakeNfs4;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+rpc::Timing quick() {
+    rpc::Timing timing;
+    timing.tick = milliseconds(2);
+    timing.backoff_first = milliseconds(2);
+    timing.backoff_most = milliseconds(10);
+    timing.jukebox_first = milliseconds(1);
+    timing.jukebox_most = milliseconds(4);
+    return timing;
+}
+
+FileHandle handle_of(std::string_view name) {
+    FileHandle handle;
+    handle.size = static_cast<uint8_t>(name.size());
+    std::copy(name.begin(), name.end(), handle.bytes.begin());
+    return handle;
+}
+
+class Nfs4VolumeTest : public testing::Test {
+  protected:
+    ServerConfig config() const {
+        ServerConfig result;
+        result.name = "db1";
+        result.paths = {{"", "127.0.0.1:" + std::to_string(nfs.server.port())}};
+        return result;
+    }
+    void open(const std::string &path = "/export", NfsVersion version = {4, 1, false}) {
+        volume = factory.open(config(), {path, "/mnt", {}}, version);
+    }
+
+    // Starts an operation through start(completion) and gives what it ends with.
+    template <class Reply, class Start>
+    Result<Reply> get(Start start) {
+        std::optional<Result<Reply>> result;
+        start([&result](Result<Reply> reply) {
+            EXPECT_FALSE(result.has_value());
+            result = std::move(reply);
+        });
+        EXPECT_FALSE(result.has_value()) << "completed inside the call";
+        if (!nfstdm::test::run(loop, [&] { return result.has_value(); })) return Status{EINTR, "no completion"};
+        return std::move(*result);
+    }
+    template <class Start>
+    Status end_of(Start start) {
+        std::optional<Status> result;
+        start([&result](Status status) { result = std::move(status); });
+        if (!nfstdm::test::run(loop, [&] { return result.has_value(); })) return {EINTR, "no completion"};
+        return *result;
+    }
+
+    Result<FileHandle> attach() {
+        return get<FileHandle>([this](auto done) { volume->attach(std::move(done)); });
+    }
+    Status detach() {
+        return end_of([this](auto done) { volume->detach(std::move(done)); });
+    }
+    Result<Attributes> getattr() {
+        return get<Attributes>([this](auto done) { volume->getattr(file, std::move(done)); });
+    }
+    // Not from the start, so that the file stays open.
+    Result<ReadReply> read(uint64_t offset = 1) {
+        return get<ReadReply>([&, this](auto done) { volume->read(file, offset, buffer, std::move(done)); });
+    }
+    Result<WriteReply> write(std::string_view text, Stability stability = Stability::unstable) {
+        return get<WriteReply>([&, this](auto done) {
+            volume->write(file, 0, std::as_bytes(std::span{text}), stability, std::move(done));
+        });
+    }
+    Status remove(const std::string &name) {
+        return end_of([&, this](auto done) { volume->remove(root, name, std::move(done)); });
+    }
+    Result<CreateReply> mkdir(const std::string &name) {
+        return get<CreateReply>([&, this](auto done) { volume->mkdir(root, name, 0755, std::move(done)); });
+    }
+    std::string text(std::size_t size) const { return {reinterpret_cast<const char *>(buffer.data()), size}; }
+
+    EventLoop loop;
+    Trace trace;
+    FakeNfs4 nfs{loop};
+    VolumeFactory factory{loop, trace, quick()};
+    std::unique_ptr<Volume> volume;
+    const FileHandle root = handle_of("export");
+    const FileHandle file = handle_of("file");
+    std::array<std::byte, 4> buffer{};
+};
+
+// --- the session
+
+TEST_F(Nfs4VolumeTest, IsAttachedInThreeQuestions) {
+    open();
+    const auto found = attach();
+    ASSERT_TRUE(found.ok()) << found.status().text();
+    EXPECT_EQ(found.value(), root);
+    EXPECT_THAT(nfs.compounds(), ElementsAre("EXCHANGE_ID", "CREATE_SESSION",
+                                             "SEQUENCE RECLAIM_COMPLETE PUTROOTFH LOOKUP GETFH GETATTR"));
+    EXPECT_EQ(volume->limits().read_maximum, 1U << 20);
+    EXPECT_EQ(volume->limits().write_maximum, 65536U);
+}
+
+TEST_F(Nfs4VolumeTest, SaysWhatThereIsWhenTheExportIsNot) {
+    open("/missing");
+    const auto found = attach();
+    EXPECT_EQ(found.status().number(), static_cast<uint32_t>(ENOENT));
+    EXPECT_THAT(found.status().text(), AllOf(HasSubstr("server db1"), HasSubstr("export /missing"),
+                                             HasSubstr("the server's root holds: /export, /file, /folder")));
+}
+
+TEST_F(Nfs4VolumeTest, TakesTheHighestMinorVersionThatBothSidesHave) {
+    nfs.minor_version_maximum = 1;
+    open("/export", {4, 0, false});
+    EXPECT_TRUE(attach().ok());
+}
+
+TEST_F(Nfs4VolumeTest, SaysThatDataGoesThroughTheServerWhereParallelNfsWasAskedFor) {
+    std::string told;
+    trace.set_sink([&told](TraceLevel, TraceComponent, std::string_view text) { told.append(text); });
+    open("/export", {4, 1, true});
+    EXPECT_THAT(told, HasSubstr("server db1: pNFS is not used"));
+    trace.set_sink({});
+}
+
+TEST_F(Nfs4VolumeTest, RefusesAMinorVersionThatTheServerDoesNotHave) {
+    nfs.minor_version_maximum = 1;
+    open("/export", {4, 2, false});
+    const auto found = attach();
+    EXPECT_EQ(found.status().number(), static_cast<uint32_t>(EPROTONOSUPPORT));
+    EXPECT_THAT(found.status().text(), HasSubstr("NFS4ERR_MINOR_VERS_MISMATCH"));
+}
+
+TEST_F(Nfs4VolumeTest, EndsItsSessionAndItsClientIdWhenItIsLeft) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    EXPECT_TRUE(detach().ok());
+    EXPECT_EQ(nfs.executed(Op::destroy_session), 1);
+    EXPECT_EQ(nfs.executed(Op::destroy_clientid), 1);
+    EXPECT_TRUE(attach().ok()) << "it can be attached again";
+}
+
+TEST_F(Nfs4VolumeTest, SharesTheSessionAmongTheExportsOfAServer) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    const auto first = std::move(volume);
+    open("/folder");
+    ASSERT_TRUE(attach().ok());
+    EXPECT_EQ(nfs.executed(Op::create_session), 1);
+    EXPECT_TRUE(detach().ok());
+    EXPECT_EQ(nfs.executed(Op::destroy_session), 0) << "somebody uses it still";
+}
+
+TEST_F(Nfs4VolumeTest, SendsARequestOfALostConnectionAgainInTheSameSlotWithTheSameNumber) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.lose_answers(Op::remove, 1);
+    const std::size_t before = nfs.sequences.size();
+    EXPECT_TRUE(remove("file").ok()) << "the server's own answer counts";
+    EXPECT_EQ(nfs.executed(Op::remove), 1);
+    ASSERT_EQ(nfs.sequences.size(), before + 2);
+    EXPECT_EQ(nfs.sequences[before], nfs.sequences[before + 1]);
+}
+
+TEST_F(Nfs4VolumeTest, NeverTakesARefusalForDoneBecauseAConnectionWasLost) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.lose_answers(Op::lookup, 1);
+    EXPECT_EQ(remove("missing").number(), static_cast<uint32_t>(ENOENT));
+    nfs.lose_answers(Op::create, 1);
+    EXPECT_EQ(mkdir("folder").status().number(), static_cast<uint32_t>(EEXIST));
+}
+
+TEST_F(Nfs4VolumeTest, TakesARefusalForDoneWhenTheSessionWentWithTheAnswer) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.lose_answers(Op::remove, 1);
+    const auto original = nfs.server.on_call;
+    std::size_t calls = 0;
+    nfs.server.on_call = [&](const auto &call) {
+        original(call);
+        if (++calls == 1) nfs.restart();
+    };
+    EXPECT_TRUE(remove("file").ok());
+    EXPECT_EQ(nfs.executed(Op::remove), 1);
+}
+
+TEST_F(Nfs4VolumeTest, MakesAnotherSessionWithTheSameClientIdWhenOnlyTheSessionIsGone) {
+    open();
+    ASSERT_TRUE(attach().ok() && read().ok());
+    nfs.forget_sessions();
+    EXPECT_TRUE(read().ok());
+    EXPECT_EQ(nfs.executed(Op::exchange_id), 1);
+    EXPECT_EQ(nfs.executed(Op::create_session), 2);
+    EXPECT_EQ(nfs.executed(Op::open), 1) << "what is open stays open";
+}
+
+class LostSession : public Nfs4VolumeTest, public testing::WithParamInterface<NfsStatus> {};
+
+TEST_P(LostSession, IsMadeAgainAndTheRequestSentInIt) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail(Op::sequence, GetParam());
+    EXPECT_TRUE(getattr().ok());
+    EXPECT_EQ(nfs.executed(Op::create_session), 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(Statuses, LostSession,
+                         testing::Values(NfsStatus::badsession, NfsStatus::deadsession, NfsStatus::stale_clientid));
+
+TEST_F(Nfs4VolumeTest, GivesAServerUpThatNeverKeepsASession) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail(Op::sequence, NfsStatus::badsession, 1000);
+    const auto reply = getattr();
+    EXPECT_EQ(reply.status().number(), static_cast<uint32_t>(EIO));
+    EXPECT_THAT(reply.status().text(), HasSubstr("does not keep the session"));
+}
+
+class LostSlot : public Nfs4VolumeTest, public testing::WithParamInterface<NfsStatus> {};
+
+TEST_P(LostSlot, IsLeftForAnother) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail(Op::sequence, GetParam());
+    EXPECT_TRUE(getattr().ok());
+    EXPECT_TRUE(getattr().ok());
+    EXPECT_EQ(nfs.executed(Op::create_session), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Statuses, LostSlot,
+                         testing::Values(NfsStatus::badslot, NfsStatus::bad_high_slot, NfsStatus::seq_misordered,
+                                         NfsStatus::seq_false_retry, NfsStatus::retry_uncached_rep));
+
+TEST_F(Nfs4VolumeTest, MakesAnotherSessionWhenEverySlotIsLost) {
+    nfs.slots = 1;
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail(Op::sequence, NfsStatus::seq_misordered);
+    EXPECT_TRUE(getattr().ok());
+    EXPECT_EQ(nfs.executed(Op::create_session), 2);
+}
+
+TEST_F(Nfs4VolumeTest, BindsAConnectionForAServerThatWantsItInWords) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail(Op::sequence, NfsStatus::conn_not_bound_to_session);
+    EXPECT_TRUE(getattr().ok());
+    EXPECT_EQ(nfs.executed(Op::bind_conn_to_session), 1);
+}
+
+TEST_F(Nfs4VolumeTest, IdentifiesItselfAnewWhenTheServerForgotTheClient) {
+    open();
+    nfs.fail(Op::create_session, NfsStatus::stale_clientid);
+    EXPECT_TRUE(attach().ok());
+    EXPECT_EQ(nfs.executed(Op::exchange_id), 2);
+}
+
+class NotReady : public Nfs4VolumeTest, public testing::WithParamInterface<std::pair<Op, NfsStatus>> {};
+
+TEST_P(NotReady, IsWaitedOut) {
+    nfs.fail(GetParam().first, GetParam().second, 3);
+    open();
+    ASSERT_TRUE(attach().ok());
+    EXPECT_TRUE(read().ok());
+}
+
+INSTANTIATE_TEST_SUITE_P(Operations, NotReady,
+                         testing::Values(std::pair{Op::exchange_id, NfsStatus::delay},
+                                         std::pair{Op::create_session, NfsStatus::delay},
+                                         std::pair{Op::sequence, NfsStatus::delay},
+                                         std::pair{Op::putrootfh, NfsStatus::delay},
+                                         std::pair{Op::open, NfsStatus::grace}, std::pair{Op::read, NfsStatus::delay}));
+
+// --- state
+
+TEST_F(Nfs4VolumeTest, ReadsAWholeSmallFileInOneQuestionAndLeavesNothingOpen) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    const auto reply = read(0);
+    ASSERT_TRUE(reply.ok()) << reply.status().text();
+    EXPECT_EQ(text(reply.value().count), "cont");
+    EXPECT_EQ(nfs.compounds().back(), "SEQUENCE PUTFH OPEN READ CLOSE");
+    EXPECT_EQ(nfs.open_files(), 0U);
+}
+
+TEST_F(Nfs4VolumeTest, OpensAFileOnceForAllItsReads) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    for (uint64_t offset = 1; offset < 4; ++offset)
+        EXPECT_EQ(text(read(offset).value().count), nfs.content.substr(offset, 4));
+    EXPECT_EQ(nfs.executed(Op::open), 1);
+    EXPECT_EQ(nfs.executed(Op::read), 3);
+}
+
+TEST_F(Nfs4VolumeTest, ClosesWhatIsOpenBeforeItIsLeft) {
+    open();
+    ASSERT_TRUE(attach().ok() && read().ok());
+    EXPECT_EQ(nfs.open_files(), 1U);
+    EXPECT_TRUE(detach().ok());
+    EXPECT_EQ(nfs.open_files(), 0U);
+}
+
+TEST_F(Nfs4VolumeTest, OpensAFileForMoreWhenItIsWrittenToo) {
+    open();
+    ASSERT_TRUE(attach().ok() && read().ok());
+    EXPECT_TRUE(write("CON").ok());
+    EXPECT_EQ(nfs.content, "CONtent");
+    EXPECT_EQ(nfs.executed(Op::open), 2);
+}
+
+TEST_F(Nfs4VolumeTest, WritesASmallFileToStableStorageAndClosesItInOneQuestion) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    const auto made = get<CreateReply>([this](auto done) {
+        volume->create(root, "file", {0644, uint64_t{0}}, std::move(done));
+    });
+    ASSERT_TRUE(made.ok() && made.value().handle);
+    EXPECT_EQ(nfs.compounds().back(), "SEQUENCE PUTFH OPEN GETFH GETATTR");
+    const auto reply = write("whole", Stability::file_sync);
+    ASSERT_TRUE(reply.ok()) << reply.status().text();
+    EXPECT_EQ(reply.value().committed, Stability::file_sync);
+    EXPECT_EQ(nfs.compounds().back(), "SEQUENCE PUTFH WRITE GETATTR CLOSE");
+    EXPECT_EQ(nfs.open_files(), 0U);
+}
+
+class LostState : public Nfs4VolumeTest, public testing::WithParamInterface<NfsStatus> {};
+
+TEST_P(LostState, IsAskedForAgain) {
+    open();
+    ASSERT_TRUE(attach().ok() && read().ok());
+    nfs.fail(Op::read, GetParam());
+    const auto reply = read();
+    ASSERT_TRUE(reply.ok()) << reply.status().text();
+    EXPECT_EQ(text(reply.value().count), "onte");
+    EXPECT_EQ(nfs.executed(Op::open), 2);
+    nfs.fail(Op::write, GetParam());
+    EXPECT_TRUE(write("CON").ok());
+    nfs.fail(Op::write, GetParam());
+    EXPECT_TRUE(write("con", Stability::file_sync).ok());
+    nfs.fail(Op::setattr, GetParam());
+    EXPECT_TRUE(end_of([this](auto done) { volume->setattr(file, {{}, uint64_t{3}}, std::move(done)); }).ok());
+}
+
+INSTANTIATE_TEST_SUITE_P(Statuses, LostState,
+                         testing::Values(NfsStatus::bad_stateid, NfsStatus::stale_stateid, NfsStatus::old_stateid,
+                                         NfsStatus::expired, NfsStatus::admin_revoked));
+
+TEST_F(Nfs4VolumeTest, GivesAFileUpWhoseStateIsLostEachTime) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail(Op::read, NfsStatus::expired, 100);
+    EXPECT_EQ(read().status().number(), static_cast<uint32_t>(EIO));
+}
+
+TEST_F(Nfs4VolumeTest, ReclaimsWhatIsOpenFromAServerThatRestarted) {
+    open();
+    ASSERT_TRUE(attach().ok() && read().ok());
+    nfs.restart();
+    const auto reply = read();
+    ASSERT_TRUE(reply.ok()) << reply.status().text();
+    const auto &seen = nfs.compounds();
+    EXPECT_THAT(std::vector(seen.end() - 5, seen.end()),
+                ElementsAre("CREATE_SESSION", "EXCHANGE_ID", "CREATE_SESSION", "SEQUENCE PUTFH OPEN",
+                            "SEQUENCE RECLAIM_COMPLETE PUTFH READ"));
+}
+
+TEST_F(Nfs4VolumeTest, OpensAnewWhatAServerThatRestartedDoesNotGiveBack) {
+    open();
+    ASSERT_TRUE(attach().ok() && read().ok());
+    nfs.restart();
+    nfs.fail(Op::open, NfsStatus::no_grace);
+    EXPECT_TRUE(read().ok());
+}
+
+TEST_F(Nfs4VolumeTest, RestartsWhatWasUnderWayWhenTheServerDid) {
+    open();
+    ASSERT_TRUE(attach().ok() && read().ok());
+    nfs.lose_answers(Op::write, 1);
+    const auto original = nfs.server.on_call;
+    bool restarted = false;
+    nfs.server.on_call = [&](const auto &call) {
+        original(call);
+        if (nfs.executed(Op::write) == 1 && !std::exchange(restarted, true)) nfs.restart();
+    };
+    EXPECT_TRUE(write("CON").ok());
+    EXPECT_EQ(nfs.executed(Op::write), 2);
+}
+
+// --- failures
+
+struct Refusal {
+    NfsStatus status;
+    int number;
+    const char *words;
+};
+
+class Refused : public Nfs4VolumeTest, public testing::WithParamInterface<Refusal> {};
+
+TEST_P(Refused, IsToldWithItsNumberAndItsReason) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail(Op::putfh, GetParam().status);
+    const auto reply = getattr();
+    EXPECT_EQ(reply.status().number(), static_cast<uint32_t>(GetParam().number));
+    EXPECT_THAT(reply.status().text(), AllOf(HasSubstr("server db1: GETATTR: "), HasSubstr(GetParam().words)));
+}
+
+INSTANTIATE_TEST_SUITE_P(Statuses, Refused,
+                         testing::Values(Refusal{NfsStatus::stale, ESTALE, "NFS4ERR_STALE"},
+                                         Refusal{NfsStatus::fhexpired, ESTALE, "NFS4ERR_FHEXPIRED"},
+                                         Refusal{NfsStatus::moved, EREMOTE, "on another server"},
+                                         Refusal{NfsStatus::wrongsec, EACCES, "another security flavour"},
+                                         Refusal{NfsStatus::access, EACCES, "permission denied"}));
+
+TEST_F(Nfs4VolumeTest, RemovesNoDirectoryAsAFileAndNoFileAsADirectory) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    EXPECT_EQ(remove("folder").number(), static_cast<uint32_t>(EISDIR));
+    const auto rmdir = [this](const std::string &name) {
+        return end_of([&, this](auto done) { volume->rmdir(root, name, std::move(done)); });
+    };
+    EXPECT_EQ(rmdir("file").number(), static_cast<uint32_t>(ENOTDIR));
+    EXPECT_EQ(nfs.executed(Op::remove), 0);
+    EXPECT_TRUE(rmdir("folder").ok());
+    EXPECT_TRUE(remove("file").ok());
+}
+
+TEST_F(Nfs4VolumeTest, RefusesWorkWhileItIsNotAttached) {
+    open();
+    EXPECT_EQ(getattr().status().number(), static_cast<uint32_t>(ENOTCONN));
+    EXPECT_EQ(read().status().number(), static_cast<uint32_t>(ENOTCONN));
+    EXPECT_EQ(write("x").status().number(), static_cast<uint32_t>(ENOTCONN));
+}
+
+TEST_F(Nfs4VolumeTest, EndsWhatIsUnderWayWhenItIsDestroyed) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.server.on_call = [](const auto &) {};
+    std::vector<uint32_t> ends;
+    volume->getattr(file, [&ends](const Result<Attributes> &reply) { ends.push_back(reply.status().number()); });
+    volume->read(file, 1, buffer, [&ends](const Result<ReadReply> &reply) { ends.push_back(reply.status().number()); });
+    volume.reset();
+    EXPECT_THAT(ends, ElementsAre(ECANCELED, ECANCELED));
+}
+
+TEST_F(Nfs4VolumeTest, ListsADirectoryWithHandlesAndAttributesInOneQuestion) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    const auto reply = get<DirectoryReply>([this](auto done) { volume->readdir(root, 0, 0, true, std::move(done)); });
+    ASSERT_TRUE(reply.ok()) << reply.status().text();
+    ASSERT_EQ(reply.value().entries.size(), 3U);
+    EXPECT_TRUE(reply.value().eof && reply.value().directory);
+    EXPECT_TRUE(reply.value().entries[0].handle && reply.value().entries[0].attributes);
+}
+
+}  // namespace
+}  // namespace nfstdm::nfs4
