@@ -32,6 +32,7 @@ OpenFile::OpenFile(const Place &place, FileResources &resources)
 
 OpenFile::~OpenFile() {
     unlist();
+    mount_.volume().release(handle());
 }
 
 OpenFile::Windows::Windows(const OpenFile &file, FileResources &resources)

@@ -116,6 +116,9 @@ class Nfs4Volume : public Volume {
     void write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
                Completion<WriteReply> done) override;
     void commit(const FileHandle &file, Completion<CommitReply> done) override;
+    void release(const FileHandle &file) override {
+        if (state_ == State::attached) opens_.close(file);
+    }
     void create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
                 Completion<CreateReply> done) override;
     void mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,

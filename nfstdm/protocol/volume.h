@@ -175,6 +175,10 @@ class Volume {
                        Completion<WriteReply> done) = 0;
     virtual void commit(const FileHandle &file, Completion<CommitReply> done) = 0;
 
+    // Nobody reads or writes the file any more for now: what the server keeps for it may be given back. What is asked
+    // of it later is served all the same. A protocol without state has nothing to do.
+    virtual void release(const FileHandle & /*file*/) {}
+
     // Makes the file or, when it exists, sets the attributes given (RFC 1813 section 3.3.8, UNCHECKED).
     virtual void create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
                         Completion<CreateReply> done) = 0;

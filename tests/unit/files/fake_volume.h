@@ -101,6 +101,7 @@ class FakeServer {
     uint32_t read_at_most = UINT32_MAX;
     uint32_t write_at_most = UINT32_MAX;
 
+    std::vector<uint64_t> released;  // files that nobody uses any more, in order
     std::map<Op, unsigned> calls;
     unsigned total_calls() const;
     std::vector<std::string> log;  // "WRITE 0+1000 unstable", "COMMIT", "REMOVE name", ...
@@ -133,6 +134,7 @@ class FakeVolume : public Volume {
     void write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
                Completion<WriteReply> done) override;
     void commit(const FileHandle &file, Completion<CommitReply> done) override;
+    void release(const FileHandle &file) override { server_.released.push_back(server_.id_of(file)); }
     void create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
                 Completion<CreateReply> done) override;
     void mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,

@@ -84,6 +84,16 @@ TEST_F(OpenFilesTest, AFileOpenedTwiceHasOneIdentifierAndStaysOpenUntilClosedTwi
     EXPECT_EQ(files_.close(identifier).number(), uint32_t{EBADF});
 }
 
+TEST_F(OpenFilesTest, AFileIsGivenBackToTheServerWhenItWasClosedAsOftenAsItWasOpened) {
+    const auto id = one_.add_file("/f");
+    identify("/mnt/one/f");
+    identify("/mnt/one/f");
+    ASSERT_TRUE(files_.close(opened_.identifier).ok());
+    EXPECT_TRUE(one_.released.empty());
+    ASSERT_TRUE(files_.close(opened_.identifier).ok());
+    EXPECT_THAT(one_.released, testing::ElementsAre(id));
+}
+
 TEST_F(OpenFilesTest, ANewFileIsEmptyAndHasThePermissionsAskedFor) {
     create("/mnt/one/new");
     EXPECT_EQ(opened_.size, 0U);

@@ -315,6 +315,16 @@ TEST_F(Nfs4VolumeTest, ClosesWhatIsOpenBeforeItIsLeft) {
     EXPECT_EQ(nfs.open_files(), 0U);
 }
 
+TEST_F(Nfs4VolumeTest, ClosesAFileThatNobodyUsesAnyMoreWithoutBeingWaitedFor) {
+    open();
+    ASSERT_TRUE(attach().ok() && read().ok());
+    volume->release(file);
+    EXPECT_TRUE(nfstdm::test::run(loop, [this] { return nfs.open_files() == 0; }));
+    EXPECT_EQ(nfs.compounds().back(), "SEQUENCE PUTFH CLOSE");
+    EXPECT_TRUE(read().ok()) << "it is opened again when it is used again";
+    EXPECT_EQ(nfs.executed(Op::open), 2);
+}
+
 TEST_F(Nfs4VolumeTest, OpensAFileForMoreWhenItIsWrittenToo) {
     open();
     ASSERT_TRUE(attach().ok() && read().ok());
