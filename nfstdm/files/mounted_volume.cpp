@@ -4,10 +4,20 @@
 #include <algorithm>
 #include <cerrno>
 #include <utility>
+#include <vector>
 
 #include "nfstdm/files/await.h"
 
 namespace nfstdm {
+
+namespace {
+
+// The portmapper, MOUNT or NFSv3 is not offered, or nobody listens where it should be.
+bool lacks_version3(const Status &failure) {
+    return failure.number() == EPROTONOSUPPORT || failure.number() == ECONNREFUSED;
+}
+
+}  // namespace
 
 MountedVolume::MountedVolume(EventLoop &loop, const ServerConfig &server, const ServerExport &exported,
                              const VolumeFactory &open_volume, TimeSource now)
@@ -27,9 +37,8 @@ Status MountedVolume::contact() {
     if (root_) return {};
     if (!server_.problem.empty()) return named({EINVAL, "tslnfstab, " + server_.problem});
     if (!contact_failure_.ok() && now_() < contact_again_) return contact_failure_;
-    if (!volume_) volume_ = open_volume_(loop_, server_, exported_);
-    if (!volume_) return named({EPROTONOSUPPORT, "there is no protocol to reach it with"});
-    auto attached = await<FileHandle>(loop_, [this](auto done) { volume_->attach(std::move(done)); });
+    auto attached = attach(server_);
+    if (server_.version.empty() && lacks_version3(attached.status())) attached = attach_with_version4(attached);
     contact_failure_ = attached.status();
     if (!attached.ok()) {
         contact_again_ = now_() + std::chrono::seconds(server_.contact_timeout_seconds);
@@ -37,6 +46,25 @@ Status MountedVolume::contact() {
     }
     root_ = attached.value();
     return {};
+}
+
+Result<FileHandle> MountedVolume::attach(const ServerConfig &server) {
+    if (!volume_) volume_ = open_volume_(loop_, server, exported_);
+    if (!volume_) return named({EPROTONOSUPPORT, "there is no protocol to reach it with"});
+    return await<FileHandle>(loop_, [this](auto done) { volume_->attach(std::move(done)); });
+}
+
+// A server that turns out to have no NFSv3 or no MOUNT is asked in NFSv4 at once. One that does not answer that either
+// is told of by the first answer, and asked for both again the next time.
+Result<FileHandle> MountedVolume::attach_with_version4(const Result<FileHandle> &first) {
+    ServerConfig server = server_;
+    server.version = "nfsv4";
+    volume_.reset();
+    auto attached = attach(server);
+    if (attached.ok()) return attached;
+    volume_.reset();
+    const bool no_answer = lacks_version3(attached.status()) || attached.status().number() == ETIMEDOUT;
+    return no_answer ? first : attached;
 }
 
 Result<FoundObject> MountedVolume::found(const FileHandle &directory, const std::string &name,
@@ -64,6 +92,29 @@ Result<FoundObject> MountedVolume::lookup(const FileHandle &directory, const std
     if (!reply.ok()) return reply.status();
     learn(directory, reply.value().directory);
     return found(directory, name, reply.value().handle, reply.value().attributes);
+}
+
+void MountedVolume::look_ahead(const FileHandle &directory, std::span<const std::string> names) {
+    FileHandle place = directory;
+    while (!names.empty()) {
+        const auto known = cache_.find_name(place, names.front());
+        if (known.known && !known.handle) return;
+        if (!known.handle) break;
+        place = *known.handle;
+        names = names.subspan(1);
+    }
+    const std::size_t count = std::min(names.size(), volume_->path_components_maximum());
+    if (count < 2) return;
+    const std::vector<std::string> asked(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(count));
+    const auto reply = await<PathReply>(loop_, [&](auto done) { volume_->lookup_path(place, asked, std::move(done)); });
+    if (!reply.ok()) return;
+    const auto &[found, failure] = reply.value();
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        cache_.put_name(place, asked[i], found[i].handle);
+        cache_.put_attributes(found[i].handle, found[i].attributes);
+        place = found[i].handle;
+    }
+    if (failure.number() == ENOENT && found.size() < count) cache_.put_name(place, asked[found.size()], std::nullopt);
 }
 
 Result<Attributes> MountedVolume::attributes(const FileHandle &object) {

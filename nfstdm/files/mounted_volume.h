@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -55,6 +56,9 @@ class MountedVolume {
     ObjectCache &cache() { return cache_; }
 
     Result<FoundObject> lookup(const FileHandle &directory, const std::string &name);
+    // Learns in one question, where the protocol can, what the lookups of several components one below the other would
+    // ask in as many. What it does not learn they ask.
+    void look_ahead(const FileHandle &directory, std::span<const std::string> names);
     Result<Attributes> attributes(const FileHandle &object);
     Result<std::string> read_link(const FileHandle &link);
     Status set_attributes(const FileHandle &object, const SetAttributes &set);
@@ -83,6 +87,8 @@ class MountedVolume {
 
   private:
     Status contact();
+    Result<FileHandle> attach(const ServerConfig &server);
+    Result<FileHandle> attach_with_version4(const Result<FileHandle> &first);
     Result<FoundObject> found(const FileHandle &directory, const std::string &name,
                               const std::optional<FileHandle> &handle, const std::optional<Attributes> &attributes);
     Result<FoundObject> with_attributes(const FileHandle &handle);

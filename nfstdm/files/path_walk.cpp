@@ -59,6 +59,8 @@ Result<Walk::Step> Walk::descend(MountedVolume &mount, std::size_t depth) {
     place_.mount = &mount;
     if (depth == path_.size()) return arrive_at_root(root.value());
     FileHandle directory = root.value();
+    const auto below = std::span(path_).subspan(depth);
+    mount.look_ahead(directory, below.first(static_cast<std::size_t>(std::ranges::find(below, "..") - below.begin())));
     for (std::size_t at = depth; at < path_.size(); ++at) {
         if (path_[at] == "..") {
             // Everything before is walked and no link, so it can be taken back by text.

@@ -110,6 +110,9 @@ class Nfs4Volume : public Volume {
     void getattr(const FileHandle &object, Completion<Attributes> done) override;
     void setattr(const FileHandle &object, const SetAttributes &set, DoneCompletion done) override;
     void lookup(const FileHandle &directory, std::string_view name, Completion<LookupReply> done) override;
+    std::size_t path_components_maximum() const override;
+    void lookup_path(const FileHandle &directory, const std::vector<std::string> &names,
+                     Completion<PathReply> done) override;
     void readlink(const FileHandle &link, Completion<std::string> done) override;
     void read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
               Completion<ReadReply> done) override;
@@ -406,6 +409,40 @@ void Nfs4Volume::lookup(const FileHandle &directory, std::string_view name, Comp
         [](Results &results, const rpc::Request &, LookupReply &reply) {
             return results.next(Op::putfh) && results.next(Op::lookup) &&
                    get_object(results, reply.handle, reply.attributes);
+        });
+}
+
+// As many as the server takes operations for: SEQUENCE, perhaps RECLAIM_COMPLETE, PUTFH, and three for each component.
+std::size_t Nfs4Volume::path_components_maximum() const {
+    constexpr uint32_t kInFront = 3;
+    constexpr uint32_t kEach = 3;
+    return std::max(1U, (std::max(session_.sizes().operations, kInFront) - kInFront) / kEach);
+}
+
+void Nfs4Volume::lookup_path(const FileHandle &directory, const std::vector<std::string> &names,
+                             Completion<PathReply> done) {
+    start<PathReply>(
+        "LOOKUP", std::move(done),
+        [directory, names](Compound &compound) {
+            put_putfh(compound, directory);
+            for (const std::string &name : names) {
+                put_lookup(compound, name);
+                put_object(compound);
+            }
+        },
+        [this, count = names.size()](Results &results, const rpc::Request &, PathReply &reply) {
+            if (!results.next(Op::putfh)) return false;
+            for (std::size_t i = 0; i < count; ++i) {
+                LookupReply found;
+                if (!results.next(Op::lookup)) break;
+                if (!get_object(results, found.handle, found.attributes)) return false;
+                reply.found.push_back(std::move(found));
+            }
+            // Where a lookup ends the question, what was found before it is the answer.
+            const bool ended = results.failure() == NfsStatus::noent || results.failure() == NfsStatus::symlink ||
+                               results.failure() == NfsStatus::notdir || results.failure() == NfsStatus::access;
+            if (ended) reply.failure = in_context(to_status(results.failure()).in("LOOKUP"));
+            return ended || results.failure() == NfsStatus::ok;
         });
 }
 

@@ -75,6 +75,12 @@ struct LookupReply {
     std::optional<Attributes> directory;   // of the directory searched
 };
 
+// As far as the server got along a path: an answer for each component that was found, and why the next one was not.
+struct PathReply {
+    std::vector<LookupReply> found;
+    Status failure;  // of the component behind those; success when all were found
+};
+
 // A made object. A server need not tell its handle; the caller then looks the name up.
 struct CreateReply {
     std::optional<FileHandle> handle;
@@ -165,6 +171,15 @@ class Volume {
     virtual void getattr(const FileHandle &object, Completion<Attributes> done) = 0;
     virtual void setattr(const FileHandle &object, const SetAttributes &set, DoneCompletion done) = 0;
     virtual void lookup(const FileHandle &directory, std::string_view name, Completion<LookupReply> done) = 0;
+    // Several components in one question, where the protocol can: at most this many.
+    virtual std::size_t path_components_maximum() const { return 1; }
+    virtual void lookup_path(const FileHandle &directory, const std::vector<std::string> &names,
+                             Completion<PathReply> done) {
+        lookup(directory, names.front(), [done = std::move(done)](const Result<LookupReply> &reply) {
+            if (reply.ok()) return done(PathReply{{reply.value()}, {}});
+            done(PathReply{{}, reply.status()});
+        });
+    }
     virtual void readlink(const FileHandle &link, Completion<std::string> done) = 0;
 
     // READ data lands straight in buffer, whose size is the count asked for (at most limits().read_maximum).

@@ -22,6 +22,7 @@ def pytest_addoption(parser):
 def pytest_configure(config):
     config.addinivalue_line("markers", "slow: takes over five seconds, or repeats a hundred times (in whole runs only)")
     config.addinivalue_line("markers", "large: slow, and moves gigabytes (not under the sanitizers, which slow every byte)")
+    config.addinivalue_line("markers", "kinds(names): is about these kinds of servers")
     config.addinivalue_line("markers", "plain: links the library to a program that has no sanitizer's runtime")
 
 
@@ -37,7 +38,8 @@ def pytest_generate_tests(metafunc):
     if "server" in metafunc.fixturenames:
         # The names of the table themselves: pytest keeps a server running for the tests that name the same object.
         wanted = metafunc.config.getoption("servers").split(",")
-        chosen = [name for name in servers.KINDS if name in wanted]
+        only = metafunc.definition.get_closest_marker("kinds")
+        chosen = [name for name in servers.KINDS if name in wanted and (only is None or name in only.args)]
         metafunc.parametrize("server", chosen, indirect=True, scope="session")
 
 

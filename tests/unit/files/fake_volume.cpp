@@ -213,6 +213,23 @@ void FakeVolume::lookup(const FileHandle &directory, std::string_view name, Comp
                        });
 }
 
+void FakeVolume::lookup_path(const FileHandle &directory, const std::vector<std::string> &names,
+                             Completion<PathReply> done) {
+    reply<PathReply>(Op::lookup_path, &directory, std::move(done), [this, names](uint64_t id) -> Result<PathReply> {
+        PathReply answer;
+        for (const std::string &name : names) {
+            const auto type = server_.node(id).attributes.type;
+            id = type == FileType::directory ? server_.child(id, name) : 0;
+            if (id == 0) {
+                answer.failure = {type == FileType::directory ? uint32_t{ENOENT} : uint32_t{ENOTDIR}, "no such name"};
+                break;
+            }
+            answer.found.push_back({server_.handle(id), server_.node(id).attributes, {}});
+        }
+        return answer;
+    });
+}
+
 void FakeVolume::readlink(const FileHandle &link, Completion<std::string> done) {
     reply<std::string>(Op::readlink, &link, std::move(done), [this](uint64_t id) { return server_.node(id).target; });
 }

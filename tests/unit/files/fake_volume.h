@@ -26,6 +26,7 @@ enum class Op {
     getattr,
     setattr,
     lookup,
+    lookup_path,
     readlink,
     read,
     write,
@@ -95,6 +96,7 @@ class FakeServer {
     std::set<uint64_t> bad_cookies;                 // refused once each
     std::map<uint64_t, uint64_t> cookie_overrides;  // cookie in an entry -> what is sent instead
     bool directories_end = true;
+    std::size_t path_components = 1;          // that one question looks up
     std::size_t makes_up_names = 0;           // bytes; directories go on with names of this length, for ever
     bool tells_attributes = true;             // with CREATE, LOOKUP and WRITE
     std::optional<uint64_t> write_size_told;  // instead of the true one
@@ -134,6 +136,9 @@ class FakeVolume : public Volume {
     void write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
                Completion<WriteReply> done) override;
     void commit(const FileHandle &file, Completion<CommitReply> done) override;
+    std::size_t path_components_maximum() const override { return server_.path_components; }
+    void lookup_path(const FileHandle &directory, const std::vector<std::string> &names,
+                     Completion<PathReply> done) override;
     void release(const FileHandle &file) override { server_.released.push_back(server_.id_of(file)); }
     void create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
                 Completion<CreateReply> done) override;

@@ -27,6 +27,7 @@ class MountedTest : public ::testing::Test {
               [this](EventLoop &loop, const ServerConfig &server, const ServerExport &) {
                   auto volume = std::make_unique<FakeVolume>(loop, server.name == "two" ? two_ : one_);
                   volumes_[server.name] = volume.get();
+                  versions_.push_back(server.version);
                   return volume;
               },
               [this] { return now_; }) {}
@@ -36,6 +37,7 @@ class MountedTest : public ::testing::Test {
     FakeServer one_;
     FakeServer two_;
     std::map<std::string, FakeVolume *> volumes_;  // those that were contacted
+    std::vector<std::string> versions_;            // that servers were asked in, in order
     MountSet mounts_;
 };
 

@@ -35,6 +35,31 @@ TEST_F(PathWalkTest, ComponentsAreLookedUpOneByOne) {
     EXPECT_EQ(one_.calls[Op::getattr], 0U) << "nothing is asked about the mount point, which only leads there";
 }
 
+TEST_F(PathWalkTest, ComponentsAreLookedUpTogetherWhereTheProtocolCan) {
+    one_.path_components = 3;
+    one_.add_directory("/a");
+    one_.add_directory("/a/b");
+    one_.add_directory("/a/b/c");
+    const auto id = one_.add_file("/a/b/c/f");
+    EXPECT_EQ(id_at("/mnt/one/a/b/c/f"), static_cast<int64_t>(id));
+    EXPECT_EQ(one_.calls[Op::lookup_path], 1U);
+    EXPECT_EQ(one_.calls[Op::lookup], 1U) << "what did not fit into the question";
+    EXPECT_EQ(id_at("/mnt/one/a/b/c/f"), static_cast<int64_t>(id));
+    EXPECT_EQ(failure_at("/mnt/one/a/none/f").number(), uint32_t{ENOENT});
+    EXPECT_EQ(one_.total_calls() - one_.calls[Op::attach], 3U) << "what is not there is learnt with the rest";
+}
+
+TEST_F(PathWalkTest, LinksAreFollowedInAPathThatIsLookedUpTogether) {
+    one_.path_components = 8;
+    one_.add_directory("/a");
+    one_.add_directory("/a/b");
+    const auto id = one_.add_file("/a/b/f");
+    one_.add_link("/l", "a/b");
+    EXPECT_EQ(id_at("/mnt/one/l/f"), static_cast<int64_t>(id));
+    EXPECT_EQ(id_at("/mnt/one/a/../l/f"), static_cast<int64_t>(id));
+    EXPECT_EQ(one_.calls[Op::lookup], 0U);
+}
+
 TEST_F(PathWalkTest, WhatIsKnownGrowsOldHoweverOftenItIsUsed) {
     one_.add_file("/f");
     id_at("/mnt/one/f");
@@ -54,6 +79,29 @@ TEST_F(PathWalkTest, NoServerIsContactedForALocalPathAndOnlyTheNeededOneForAnoth
     EXPECT_EQ(id_at("/mnt/two"), 1);
     EXPECT_EQ(volumes_.size(), 1U);
     EXPECT_EQ(one_.total_calls(), 0U);
+}
+
+TEST_F(PathWalkTest, AServerWithoutVersion3IsAskedInVersion4WithinTheSameContact) {
+    for (const uint32_t refusal : {EPROTONOSUPPORT, ECONNREFUSED}) {
+        versions_.clear();
+        mounts_.detach();
+        one_.fail_next(Op::attach, refusal);
+        EXPECT_EQ(id_at("/mnt/one"), 1);
+        EXPECT_THAT(versions_.back(), "nfsv4") << refusal;
+    }
+}
+
+TEST_F(PathWalkTest, AServerThatRefusesItsIdentityIsNotAskedInAnotherVersion) {
+    one_.fail_next(Op::attach, EACCES);
+    EXPECT_EQ(failure_at("/mnt/one").number(), uint32_t{EACCES});
+    EXPECT_THAT(versions_, ::testing::ElementsAre(""));
+}
+
+TEST_F(PathWalkTest, AServerThatAnswersInNoVersionIsToldOfByItsFirstAnswer) {
+    one_.fail_next(Op::attach, EPROTONOSUPPORT);
+    one_.fail_next(Op::attach, ECONNREFUSED);
+    EXPECT_EQ(failure_at("/mnt/one").number(), uint32_t{EPROTONOSUPPORT});
+    EXPECT_THAT(versions_, ::testing::ElementsAre("", "nfsv4"));
 }
 
 TEST_F(PathWalkTest, ParentsInThePathCannotLeaveAMountUnnoticed) {

@@ -468,6 +468,24 @@ TEST_F(Nfs4VolumeTest, EndsWhatIsUnderWayWhenItIsDestroyed) {
     EXPECT_THAT(ends, ElementsAre(ECANCELED, ECANCELED));
 }
 
+TEST_F(Nfs4VolumeTest, LooksSeveralComponentsUpInOneQuestionAndTellsHowFarItGot) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    const auto look_up = [this](const std::vector<std::string> &names) {
+        return get<PathReply>([&, this](auto done) { volume->lookup_path(root, names, std::move(done)); });
+    };
+    const auto all = look_up({"folder", "file"});
+    ASSERT_TRUE(all.ok()) << all.status().text();
+    EXPECT_TRUE(all.value().failure.ok());
+    ASSERT_EQ(all.value().found.size(), 2U);
+    EXPECT_EQ(all.value().found[1].handle, file);
+    EXPECT_EQ(nfs.compounds().back(), "SEQUENCE PUTFH LOOKUP GETFH GETATTR LOOKUP GETFH GETATTR");
+    const auto some = look_up({"folder", "missing", "file"});
+    ASSERT_TRUE(some.ok()) << some.status().text();
+    EXPECT_EQ(some.value().found.size(), 1U);
+    EXPECT_EQ(some.value().failure.number(), static_cast<uint32_t>(ENOENT));
+}
+
 TEST_F(Nfs4VolumeTest, ListsADirectoryWithHandlesAndAttributesInOneQuestion) {
     open();
     ASSERT_TRUE(attach().ok());
