@@ -111,7 +111,7 @@ void MountedVolume::look_ahead(const FileHandle &directory, std::span<const std:
     const auto &[found, failure] = reply.value();
     for (std::size_t i = 0; i < found.size(); ++i) {
         cache_.put_name(place, asked[i], found[i].handle);
-        cache_.put_attributes(found[i].handle, found[i].attributes);
+        learn(found[i].handle, found[i].attributes);
         place = found[i].handle;
     }
     if (failure.number() == ENOENT && found.size() < count) cache_.put_name(place, asked[found.size()], std::nullopt);

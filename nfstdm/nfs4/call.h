@@ -33,6 +33,8 @@ struct Call {
     // The failure of a repeated call that tells that an earlier execution did the work; ok where executing it twice
     // ends like executing it once.
     NfsStatus done_before = NfsStatus::ok;
+    // Told that it was met, and when the call was sent first: perhaps somebody else did the work.
+    std::function<void(EventLoop::Clock::time_point)> found_done;
     bool repeatable = false;  // executing it twice is as good as a long answer that the server would have to keep
     bool reclaims = false;    // may be sent while the server gives state back
 
@@ -43,8 +45,9 @@ struct Call {
     bool doubtful = false;   // the server may have executed it in its present session, unheard
     bool repeated = false;   // ... or in an earlier one, which took the answer with it
     bool completes = false;  // RECLAIM_COMPLETE was put in front
-    unsigned restarts = 0;   // because of the session, not of the operation
-    rpc::Duration wait{};    // the next one for a server that is not ready
+    EventLoop::Clock::time_point first_sent;
+    unsigned restarts = 0;  // because of the session, not of the operation
+    rpc::Duration wait{};   // the next one for a server that is not ready
     std::unique_ptr<ScopedTimer> timer;
     std::unique_ptr<rpc::Request> delayed;  // to be sent again as it is
 };

@@ -48,6 +48,8 @@ constexpr uint32_t kMultiple = 4096;  // what file systems like; NFSv4 servers d
 constexpr uint32_t kAroundData = 1024;
 // Data that is copied into a request so that more can be asked behind it.
 constexpr std::size_t kSmallWrite = std::size_t{64} << 10;
+// What is still open when the export is left is closed as a courtesy: nobody waits for it long.
+constexpr rpc::Duration kFarewellLimit = seconds(2);
 // How often an operation may meet a server that has lost its state.
 constexpr unsigned kRescuesMaximum = 8;
 
@@ -179,6 +181,7 @@ class Nfs4Volume : public Volume {
     std::vector<Completion<FileHandle>> attaching_;  // who waits for the attach under way
     std::unique_ptr<ExportContact> contact_;
     DoneCompletion detaching_;  // who waits for the detach under way
+    ScopedTimer farewell_timer_;
     Lifeline life_;
 };
 
@@ -186,7 +189,8 @@ Nfs4Volume::Nfs4Volume(std::shared_ptr<SharedServer> server, ServerExport share)
     : server_(std::move(server)),
       session_(server_->session()),
       share_(std::move(share)),
-      opens_(session_, [this](std::string_view name) { return new_call(name); }) {}
+      opens_(session_, [this](std::string_view name) { return new_call(name); }),
+      farewell_timer_(server_->server().loop()) {}
 
 Nfs4Volume::~Nfs4Volume() {
     close(in_context({ECANCELED, "the export is no longer used"}));
@@ -228,6 +232,7 @@ void Nfs4Volume::begin_contact() {
     const auto new_contact_call = [this](std::string_view name) {
         auto call = new_call(name);
         call->needs_contact = true;
+        call->limit = seconds(std::max(1U, server_->server().config().contact_timeout_seconds));
         return call;
     };
     contact_ = std::make_unique<ExportContact>(
@@ -272,7 +277,9 @@ void Nfs4Volume::close(const Status &why) {
     contact_.reset();
     const bool attaching = state_ == State::attaching;
     state_ = State::detached;
+    farewell_timer_.cancel();
     session_.fail_all(this, why);
+    session_.fail_all(&opens_, why);
     opens_.clear();
     leave();
     if (attaching && !attaching_.empty()) attach_ended(why);
@@ -290,8 +297,10 @@ void Nfs4Volume::detach(DoneCompletion done) {
     state_ = State::detached;
     session_.fail_all(this, why);
     detaching_ = std::move(done);
+    farewell_timer_.after(kFarewellLimit, [this, why] { session_.fail_all(&opens_, why); });
     life_.soon(loop(), [this] {
         opens_.close_all([this](const Status &) {
+            farewell_timer_.cancel();
             if (!std::exchange(joined_, false)) return;
             session_.remove_user(opens_, [life = life_.watch(), this](const Status &) {
                 if (!life.expired()) detached();
@@ -622,8 +631,13 @@ void Nfs4Volume::create(const FileHandle &directory, std::string_view name, cons
 
 void Nfs4Volume::mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
                        Completion<CreateReply> done) {
+    auto met = std::make_shared<std::optional<EventLoop::Clock::time_point>>();
     auto call = make<CreateReply>(
-        "MKDIR", std::move(done),
+        "MKDIR",
+        [met, done = std::move(done)](Result<CreateReply> result) {
+            if (result.ok()) result.value().maybe_made_since = *met;
+            done(std::move(result));
+        },
         [directory, name = std::string(name), mode](Compound &compound) {
             put_putfh(compound, directory);
             put_mkdir(compound, name, mode);
@@ -634,6 +648,7 @@ void Nfs4Volume::mkdir(const FileHandle &directory, std::string_view name, uint3
                    get_object(results, reply.handle.emplace(), reply.attributes);
         });
     call->done_before = NfsStatus::exist;
+    call->found_done = [met](EventLoop::Clock::time_point first_sent) { *met = first_sent; };
     send(std::move(call));
 }
 

@@ -103,6 +103,7 @@ StateId Opens::take(const FileHandle &file) {
 
 void Opens::send_close(const FileHandle &file, const StateId &state) {
     auto call = new_call_("CLOSE");
+    call->owner = this;
     call->put = [file, state](Compound &compound) {
         put_putfh(compound, file);
         put_close(compound, state.latest());

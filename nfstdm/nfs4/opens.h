@@ -32,7 +32,7 @@ class Opens : public StateHolder {
     void opened(const FileHandle &file, const OpenOwner &owner, uint32_t access, const StateId &state);
     // The server does not know this state of the file any more.
     void lost(const FileHandle &file, const StateId &state);
-    // Nobody uses the file any more. It is closed without anyone waiting for it.
+    // Nobody uses the file any more. It is closed without anyone waiting for it: the call's owner is this object.
     void close(const FileHandle &file);
     // The caller closes the file itself, as part of something else.
     StateId take(const FileHandle &file);

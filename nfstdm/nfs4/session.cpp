@@ -191,6 +191,7 @@ void Session::make_later(void (Session::*step)()) {
 }
 
 void Session::make_failed(const Status &why) {
+    timer_.cancel();
     state_ = State::down;
     attempts_ = 0;
     const auto life = life_.watch();
@@ -261,8 +262,7 @@ void Session::send(CallPointer pointer, uint32_t slot) {
     request->landing = call.landing;
     if (!call.landing.empty()) request->data_position = read_data_position;
     request->results_maximum = compound.results_maximum();
-    request->limit =
-        call.needs_contact ? std::max<rpc::Duration>(deadline_ - EventLoop::Clock::now(), kMoment) : call.limit;
+    request->limit = call.limit;
     request->needs_contact = call.needs_contact;
     request->owner = call.owner;
     const bool sound = compound.ok();
@@ -280,6 +280,7 @@ void Session::submit(Call &call, std::unique_ptr<rpc::Request> request) {
 void Session::answered(Call &call, std::unique_ptr<rpc::Request> request) {
     const bool current = call.session == session_number_;
     call.doubtful = call.doubtful || request->sends > 1;
+    if (call.first_sent == EventLoop::Clock::time_point{}) call.first_sent = request->first_sent;
     if (!request->status.ok()) {
         leave_slot(call, &Slots::lose);
         // The context is in the status already.
@@ -372,7 +373,10 @@ void Session::failed(Call &call, NfsStatus status) {
         return call.doubtful ? requeue(call) : restart(call);
     }
     // The first request was executed and its answer lost with the session.
-    if (call.repeated && status == call.done_before) return finish(call, {});
+    if (call.repeated && call.done_before != NfsStatus::ok && status == call.done_before) {
+        if (call.found_done) call.found_done(call.first_sent);
+        return finish(call, {});
+    }
     if (call.rescue) {
         auto taken = take(call);
         const auto life = life_.watch();
@@ -491,7 +495,8 @@ bool Session::busy() const {
 
 void Session::remove_user(StateHolder &user, DoneCompletion done) {
     users_.erase(&user);
-    if (!users_.empty() || state_ == State::down) {
+    if (!users_.empty() || state_ == State::down || !identified_) {
+        if (users_.empty()) make_failed({ECANCELED, "the server is no longer used"});
         if (users_.empty()) farewell_said();
         return loop_.soon([done = std::move(done)] { done({}); });
     }

@@ -9,6 +9,7 @@
 #include "nfstdm/nfs3/constants.h"
 #include "nfstdm/xdr/writer.h"
 #include "tests/unit/nfs3/samples.h"
+#include "tests/unit/nfs4/samples.h"
 
 namespace {
 
@@ -114,6 +115,73 @@ void write_replies(const Seeds &seeds) {
     seeds.write("nfs_reply", "mount", bytes({number++}), put_mount);
     seeds.write("nfs_reply", "export", bytes({number++}), put_exports);
     seeds.write("nfs_reply", "getport", bytes({number++}), [](Writer &w) { w.put_u32(2049); });
+}
+
+void put_result(Writer &writer, nfs4::Op op) {
+    writer.put_u32(static_cast<uint32_t>(op));
+    writer.put_u32(0);
+}
+
+void put_compound(Writer &writer, uint32_t operations) {
+    writer.put_u32(0);
+    writer.put_string("");
+    writer.put_u32(operations);
+    put_result(writer, nfs4::Op::sequence);
+    nfs4::samples::put_sequence(writer, {}, 1, 0, 64);
+    put_result(writer, nfs4::Op::putfh);
+}
+
+void put_found(Writer &writer) {
+    put_compound(writer, 5);
+    put_result(writer, nfs4::Op::lookup);
+    put_result(writer, nfs4::Op::getfh);
+    writer.put_string("handle");
+    put_result(writer, nfs4::Op::getattr);
+    nfs4::samples::put_attributes(writer, nfs4::object_attributes());
+}
+
+void put_entries(Writer &writer) {
+    writer.put_u64(9);
+    writer.put_bool(true);
+    writer.put_u64(3);
+    writer.put_string("name");
+    nfs4::samples::put_attributes(writer, {nfs4::Attribute::type, nfs4::Attribute::filehandle});
+    writer.put_bool(false);
+    writer.put_bool(true);
+}
+
+// In the order of the fuzzer's table.
+void write_version4(const Seeds &seeds) {
+    using namespace nfs4::samples;
+    const std::pair<const char *, Put> kinds[] = {
+        {"getattr", [](Writer &w) { nfs4::samples::put_attributes(w, nfs4::object_attributes()); }},
+        {"exchange", [](Writer &w) { put_exchange_id(w, 7, true); }},
+        {"session", [](Writer &w) { put_create_session(w, {}, 1 << 20, 64); }},
+        {"sequence", [](Writer &w) { put_sequence(w, {}, 1, 2, 64); }},
+        {"open", [](Writer &w) { put_open(w, state_id(1)); }},
+        {"readlink", [](Writer &w) { w.put_string("../target"); }},
+        {"write", [](Writer &w) { w.put_u32(10), w.put_u32(2), w.put_u64(99); }},
+        {"commit", [](Writer &w) { w.put_u64(99); }},
+        {"flavours", [](Writer &w) { w.put_u32(1), w.put_u32(6), w.put_string("oid"), w.put_u32(0), w.put_u32(1); }},
+        {"getfh", [](Writer &w) { w.put_string("handle"); }},
+        {"close", [](Writer &w) { nfs4::put_state_id(w, state_id(1)); }},
+        {"created", [](Writer &w) { put_change(w), w.put_u32(0); }},
+        {"set", [](Writer &w) { w.put_u32(1), w.put_u32(16); }},
+        {"removed", [](Writer &w) { put_change(w); }},
+        {"bound", [](Writer &w) { w.put_fixed(nfs4::SessionId{}), w.put_u32(1), w.put_u32(0); }},
+        {"readdir", put_entries},
+        {"read", [](Writer &w) { w.put_bool(true), w.put_string("data"); }},
+        {"found", put_found},
+    };
+    int number = 0;
+    for (const auto &[name, put] : kinds)
+        seeds.write("nfs4_reply", name, bytes({number++}), put);
+    seeds.write("nfs4_reply", "position", bytes({number++}), [](Writer &w) {
+        put_compound(w, 3);
+        put_result(w, nfs4::Op::read);
+        w.put_bool(true);
+        w.put_string("12345678");
+    });
 }
 
 // A record, in two fragments when the first has bytes; what is put is the reply behind its xid.
@@ -325,6 +393,7 @@ int main(int count, char **words) {
     seeds.write("export_list", "two-groups", "", put_exports);
     seeds.write("export_list", "many", "", put_many_exports);
     write_replies(seeds);
+    write_version4(seeds);
     write_streams(seeds);
     write_sessions(seeds);
     write_requests(seeds);

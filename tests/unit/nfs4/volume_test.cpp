@@ -185,18 +185,32 @@ TEST_F(Nfs4VolumeTest, NeverTakesARefusalForDoneBecauseAConnectionWasLost) {
     EXPECT_EQ(mkdir("folder").status().number(), static_cast<uint32_t>(EEXIST));
 }
 
-TEST_F(Nfs4VolumeTest, TakesARefusalForDoneWhenTheSessionWentWithTheAnswer) {
-    open();
-    ASSERT_TRUE(attach().ok());
-    nfs.lose_answers(Op::remove, 1);
-    const auto original = nfs.server.on_call;
-    std::size_t calls = 0;
-    nfs.server.on_call = [&](const auto &call) {
-        original(call);
-        if (++calls == 1) nfs.restart();
-    };
+// The server restarts between an execution and its answer.
+class LostWithTheSession : public Nfs4VolumeTest {
+  protected:
+    void lose(Op op) {
+        open();
+        ASSERT_TRUE(attach().ok());
+        nfs.lose_answers(op, 1);
+        nfs.server.on_call = [this, original = nfs.server.on_call, restarted = false](const auto &call) mutable {
+            original(call);
+            if (!std::exchange(restarted, true)) nfs.restart();
+        };
+    }
+};
+
+TEST_F(LostWithTheSession, ARemovalThatMeetsNothingIsDone) {
+    lose(Op::remove);
     EXPECT_TRUE(remove("file").ok());
     EXPECT_EQ(nfs.executed(Op::remove), 1);
+}
+
+TEST_F(LostWithTheSession, ADirectoryThatIsMetIsPerhapsOurs) {
+    lose(Op::create);
+    const auto made = mkdir("new");
+    ASSERT_TRUE(made.ok()) << made.status().text();
+    EXPECT_TRUE(made.value().maybe_made_since.has_value());
+    EXPECT_FALSE(made.value().handle.has_value());
 }
 
 TEST_F(Nfs4VolumeTest, MakesAnotherSessionWithTheSameClientIdWhenOnlyTheSessionIsGone) {
@@ -323,6 +337,22 @@ TEST_F(Nfs4VolumeTest, ClosesAFileThatNobodyUsesAnyMoreWithoutBeingWaitedFor) {
     EXPECT_EQ(nfs.compounds().back(), "SEQUENCE PUTFH CLOSE");
     EXPECT_TRUE(read().ok()) << "it is opened again when it is used again";
     EXPECT_EQ(nfs.executed(Op::open), 2);
+}
+
+TEST_F(Nfs4VolumeTest, LetsWhatIsBeingClosedEndWhenItIsLeft) {
+    open();
+    ASSERT_TRUE(attach().ok() && read().ok());
+    volume->release(file);
+    EXPECT_TRUE(detach().ok());
+    EXPECT_EQ(nfs.executed(Op::close), 1);
+    EXPECT_EQ(nfs.executed(Op::destroy_clientid), 1);
+}
+
+TEST_F(Nfs4VolumeTest, DoesNotWaitLongForAServerThatIsGoneWhenItIsLeft) {
+    open();
+    ASSERT_TRUE(attach().ok() && read().ok());
+    nfs.server.stop();
+    EXPECT_TRUE(detach().ok());
 }
 
 TEST_F(Nfs4VolumeTest, OpensAFileForMoreWhenItIsWrittenToo) {
