@@ -55,10 +55,6 @@ struct AttributeRow {
     bool (*get)(xdr::Reader &, Values &);
 };
 
-bool skip_u32(xdr::Reader &reader, Values &) {
-    return reader.skip(xdr::kWord);
-}
-
 template <uint64_t Values::*field>
 bool get_figure(xdr::Reader &reader, Values &values) {
     return reader.get_u64(values.*field);
@@ -71,7 +67,7 @@ constexpr auto kAttributes = std::to_array<AttributeRow>({
     {Attribute::size, [](xdr::Reader &r, Values &v) { return r.get_u64(v.object.size); }},
     {Attribute::fsid, [](xdr::Reader &r, Values &v) { return get_fsid(r, v.object.fsid); }},
     {Attribute::lease_time, [](xdr::Reader &r, Values &v) { return r.get_u32(v.lease_time); }},
-    {Attribute::rdattr_error, skip_u32},
+    {Attribute::rdattr_error, [](xdr::Reader &r, Values &v) { return r.get_u32(v.rdattr_error); }},
     {Attribute::filehandle, [](xdr::Reader &r, Values &v) { return get_handle(r, v.handle.emplace()); }},
     {Attribute::fileid, [](xdr::Reader &r, Values &v) { return r.get_u64(v.object.fileid); }},
     {Attribute::files_avail, get_figure<&Values::files_avail>},

@@ -72,6 +72,7 @@ struct AttributeValues {
     uint64_t space_avail = 0, space_free = 0, space_total = 0;
     uint64_t maxfilesize = 0, maxread = 0, maxwrite = 0;
     uint32_t lease_time = 0;
+    uint32_t rdattr_error = 0;  // why the others could not be had; a server may tell that there is no reason
 
     // The object's attributes, when at least its type came.
     std::optional<Attributes> attributes() const;

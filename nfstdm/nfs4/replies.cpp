@@ -74,7 +74,7 @@ bool get_entry(xdr::Reader &reader, DirectoryEntry &entry) {
     AttributeValues values;
     if (!reader.get_u64(entry.cookie) || !get_name(reader, entry.name) || !get_attributes(reader, values)) return false;
     entry.fileid = values.object.fileid;
-    if (values.given.has(Attribute::rdattr_error)) return true;
+    if (values.rdattr_error != 0) return true;
     entry.attributes = values.attributes();
     entry.handle = values.handle;
     return true;

@@ -3,7 +3,9 @@
 import pytest
 
 import client
+from namespace import await_condition
 from servers import READ_WRITE, server_block
+from test_wire import capture  # noqa: F401  (a fixture)
 from texts import SUCCEEDED
 
 pytestmark = pytest.mark.kinds("ganesha4")
@@ -74,3 +76,27 @@ def test_a_directory_is_not_removed_as_a_file_nor_a_file_as_a_directory(asked, p
     assert (place.files / "f").is_file()
     asked("rm", place / "d", version="nfsv4.1")
     assert (place.files / "d").is_dir()
+
+
+FIRST_CONTACT = 1  # the session's own two need no SEQUENCE
+
+
+@pytest.mark.parametrize(
+    "words, calls",
+    [
+        (("cat", "{place}/small"), 2),
+        (("cp", "{local}/small", "{place}/new"), 3),
+        (("ls", "-l", "{place}/many"), 4),
+    ],
+    ids=("cat of a small file", "a small file up", "ls -l of 1,000 entries"),
+)
+def test_a_command_needs_few_calls(server, place, tmp_path, capture, words, calls):  # noqa: F811
+    for folder in (place.files, tmp_path):
+        (folder / "small").write_bytes(b"x" * 4096)
+    (place.files / "many").mkdir()
+    for i in range(1000):
+        (place.files / "many" / f"entry{i}").touch()
+    server.ok(*(word.format(place=place.remote, local=tmp_path) for word in words))
+    await_condition(lambda: capture.matching("nfs.opcode == 57 && rpc.msgtyp == 0"), "the farewell")
+    asked = capture.matching("nfs.opcode == 53 && rpc.msgtyp == 0")
+    assert FIRST_CONTACT < len(asked) <= FIRST_CONTACT + calls

@@ -41,6 +41,7 @@ std::function<bool(xdr::Reader &)> into(bool (*get)(xdr::Reader &, Reply &)) {
 AttributeSet entry_attributes() {
     AttributeSet set = object_attributes();
     set.add(Attribute::filehandle);
+    set.add(Attribute::rdattr_error);
     return set;
 }
 

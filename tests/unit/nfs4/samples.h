@@ -41,6 +41,7 @@ inline void put_attributes(xdr::Writer &writer, const AttributeSet &wanted, uint
     put(Attribute::size, [&] { values.put_u64(size); });
     put(Attribute::fsid, [&] { values.put_u64(3), values.put_u64(4); });
     put(Attribute::lease_time, [&] { values.put_u32(90); });
+    put(Attribute::rdattr_error, [&] { values.put_u32(0); });
     put(Attribute::filehandle, [&] { values.put_string("entry"); });
     put(Attribute::fileid, [&] { values.put_u64(42); });
     put(Attribute::files_avail, [&] { values.put_u64(11); });
@@ -60,9 +61,7 @@ inline void put_attributes(xdr::Writer &writer, const AttributeSet &wanted, uint
     put(Attribute::time_access, [&] { put_time(values, 100); });
     put(Attribute::time_metadata, [&] { put_time(values, 300); });
     put(Attribute::time_modify, [&] { put_time(values, 200); });
-    AttributeSet given = wanted;
-    given.remove(Attribute::rdattr_error);
-    given.put(writer);
+    wanted.put(writer);
     writer.put_opaque(values.bytes());
 }
 
