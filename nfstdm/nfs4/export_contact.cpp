@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "nfstdm/nfs4/export_contact.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <utility>
@@ -73,7 +74,34 @@ void ExportContact::looked_up(const Status &status) {
     const bool absent = status.number() == ENOENT && passed_ < components_.size();
     const Status named = status.in("export " + path_);
     if (absent) return list(named);
+    if (status.number() == EREMOTE) return ask_where(named);
     finish(named);
+}
+
+Status with_locations(const Status &failure, const AttributeValues &values) {
+    std::string text = failure.text();
+    for (const std::string &location : values.locations)
+        text += (&location == values.locations.data() ? "; it is at " : ", ") + location;
+    return {failure.number(), std::move(text)};
+}
+
+// Where the export went. Of what is elsewhere this alone can be asked here (RFC 8881 section 11.3.1).
+void ExportContact::ask_where(const Status &failure) {
+    auto call = new_call_("GETATTR");
+    auto values = std::make_shared<AttributeValues>();
+    call->put = [this](Compound &compound) {
+        put_path(compound, components_.size());
+        put_getattr(compound, {Attribute::fs_locations});
+        compound.expect(kLocationsMaximum);
+    };
+    call->read = [this, values](Results &results, const rpc::Request &) {
+        if (!results.next(Op::putrootfh)) return false;
+        for (std::size_t i = 0; i < components_.size(); ++i)
+            if (!results.next(Op::lookup)) return false;
+        return results.next(Op::getattr) && get_attributes(results.reader(), *values);
+    };
+    call->done = [this, failure, values](const Status &) { finish(with_locations(failure, *values)); };
+    start_(std::move(call));
 }
 
 // What there is instead, to help whoever wrote the path.

@@ -20,6 +20,12 @@ struct FoundExport {
     AttributeValues values;
 };
 
+// A failure because the file system is elsewhere, with where that is as far as the server tells.
+Status with_locations(const Status &failure, const AttributeValues &values);
+
+// The bytes of attributes that tell where a file system is.
+constexpr std::size_t kLocationsMaximum = 16384;
+
 // The call that finds an export by its path. done is called once with it, or with the reason why it is not found.
 // start sends a call; new_call makes one for the first contact.
 class ExportContact {
@@ -37,6 +43,7 @@ class ExportContact {
     bool read(Results &results);
     void looked_up(const Status &status);
     void list(const Status &failure);
+    void ask_where(const Status &failure);
     void finish(Result<FoundExport> result);
 
     const std::string path_;

@@ -49,6 +49,39 @@ bool get_mode(xdr::Reader &reader, uint32_t &mode) {
     return true;
 }
 
+// pathname4: its components.
+bool get_path(xdr::Reader &reader, std::string &path) {
+    constexpr uint32_t kComponentsMaximum = 256;
+    uint32_t count = 0;
+    if (!reader.get_u32(count) || count > kComponentsMaximum) return false;
+    path = count == 0 ? "/" : "";
+    for (; count > 0; --count) {
+        std::string_view name;
+        if (!reader.get_string(name, kNameMaximum)) return false;
+        path.append("/").append(name);
+    }
+    return true;
+}
+
+// fs_locations4 (RFC 8881 section 11.16): every server of every place.
+bool get_locations(xdr::Reader &reader, std::vector<std::string> &locations) {
+    constexpr uint32_t kMaximum = 64;  // places, and servers of each
+    std::string path;
+    uint32_t places = 0;
+    if (!get_path(reader, path) || !reader.get_u32(places) || places > kMaximum) return false;
+    for (; places > 0; --places) {
+        std::vector<std::string> names;
+        uint32_t servers = 0;
+        if (!reader.get_u32(servers) || servers > kMaximum) return false;
+        for (; servers > 0; --servers)
+            if (!get_name(reader, names.emplace_back())) return false;
+        if (!get_path(reader, path)) return false;
+        for (const std::string &name : names)
+            locations.emplace_back(name).append(":").append(path);
+    }
+    return true;
+}
+
 using Values = AttributeValues;
 struct AttributeRow {
     Attribute attribute;
@@ -73,6 +106,7 @@ constexpr auto kAttributes = std::to_array<AttributeRow>({
     {Attribute::files_avail, get_figure<&Values::files_avail>},
     {Attribute::files_free, get_figure<&Values::files_free>},
     {Attribute::files_total, get_figure<&Values::files_total>},
+    {Attribute::fs_locations, [](xdr::Reader &r, Values &v) { return get_locations(r, v.locations); }},
     {Attribute::maxfilesize, get_figure<&Values::maxfilesize>},
     {Attribute::maxread, get_figure<&Values::maxread>},
     {Attribute::maxwrite, get_figure<&Values::maxwrite>},

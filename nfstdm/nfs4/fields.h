@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "nfstdm/nfs4/constants.h"
 #include "nfstdm/protocol/volume.h"
@@ -72,7 +73,8 @@ struct AttributeValues {
     uint64_t space_avail = 0, space_free = 0, space_total = 0;
     uint64_t maxfilesize = 0, maxread = 0, maxwrite = 0;
     uint32_t lease_time = 0;
-    uint32_t rdattr_error = 0;  // why the others could not be had; a server may tell that there is no reason
+    std::vector<std::string> locations;  // of a file system, "server:/path"
+    uint32_t rdattr_error = 0;           // why the others could not be had; a server may tell that there is no reason
 
     // The object's attributes, when at least its type came.
     std::optional<Attributes> attributes() const;

@@ -146,6 +146,7 @@ class Nfs4Volume : public Volume {
         send(make<Reply>(name, std::move(done), std::move(put), std::move(read)));
     }
     void send(std::unique_ptr<Call> call);
+    void ask_where(const Status &failure, const DoneCompletion &done);
     void unlink(std::string_view name, const FileHandle &directory, std::string_view entry, bool is_directory,
                 DoneCompletion done);
 
@@ -345,10 +346,32 @@ std::unique_ptr<Call> Nfs4Volume::make(std::string_view name, Completion<Reply> 
 }
 
 void Nfs4Volume::send(std::unique_ptr<Call> call) {
+    call->done = [this, done = std::move(call->done)](Status status) {
+        if (status.number() == EREMOTE && state_ == State::attached) return ask_where(status, done);
+        done(std::move(status));
+    };
     if (state_ == State::attached) return session_.start(std::move(call));
     const Status why = in_context({ENOTCONN, std::string(call->name) + ": the export is not attached"});
     std::shared_ptr<Call> kept = std::move(call);
     loop().soon([kept, why] { kept->done(why); });
+}
+
+// The file system is on another server now, and the one that had it may tell which.
+void Nfs4Volume::ask_where(const Status &failure, const DoneCompletion &done) {
+    auto call = make<AttributeValues>(
+        "GETATTR",
+        [failure, done](const Result<AttributeValues> &values) {
+            done(values.ok() ? with_locations(failure, values.value()) : failure);
+        },
+        [this](Compound &compound) {
+            put_putfh(compound, root_);
+            put_getattr(compound, {Attribute::fs_locations});
+            compound.expect(kLocationsMaximum);
+        },
+        [](Results &results, const rpc::Request &, AttributeValues &values) {
+            return results.next(Op::putfh) && results.next(Op::getattr) && get_attributes(results.reader(), values);
+        });
+    session_.start(std::move(call));
 }
 
 Completion<Nothing> without_reply(DoneCompletion done) {

@@ -20,6 +20,7 @@ constexpr std::size_t kStateId = kWord + kStateIdOtherSize;
 constexpr std::size_t kChange = kWord + 2 * kHyper;
 constexpr std::size_t kBitmap = kWord * 9;
 // Owners are the only attributes that are long.
+// (but for fs_locations, which is asked for by itself)
 constexpr std::size_t kAttributesMaximum = kBitmap + kWord + 512 + 2 * (kWord + kOpaqueMaximum);
 constexpr std::size_t kDelegationMaximum = 2048;
 constexpr std::size_t kOwnerMaximum = kHyper + kWord + kOpaqueMaximum;

@@ -81,9 +81,18 @@ TEST(AttributeValuesOfAnObject, AreRefusedWithValuesThatDoNotFillThem) {
     EXPECT_FALSE(get_attributes(reader, values));
 }
 
+TEST(AttributeValuesOfAnObject, NameEveryServerOfAFileSystem) {
+    xdr::Writer writer;
+    samples::put_attributes(writer, {Attribute::fs_locations});
+    AttributeValues values;
+    xdr::Reader reader(writer.bytes());
+    ASSERT_TRUE(get_attributes(reader, values) && reader.finished());
+    EXPECT_EQ(values.locations, (std::vector<std::string>{"nas7:/vol/data", "nas8:/vol/data"}));
+}
+
 TEST(AttributeValuesOfAnObject, AreRefusedWithAnAttributeWhoseLengthIsNotKnown) {
     xdr::Writer writer;
-    AttributeSet{Attribute::fs_locations}.put(writer);
+    AttributeSet{Attribute::supported}.put(writer);
     writer.put_u32(4);
     writer.put_u32(0);
     AttributeValues values;

@@ -47,6 +47,16 @@ inline void put_attributes(xdr::Writer &writer, const AttributeSet &wanted, uint
     put(Attribute::files_avail, [&] { values.put_u64(11); });
     put(Attribute::files_free, [&] { values.put_u64(12); });
     put(Attribute::files_total, [&] { values.put_u64(13); });
+    put(Attribute::fs_locations, [&] {
+        values.put_u32(0);
+        values.put_u32(1);
+        values.put_u32(2);
+        values.put_string("nas7");
+        values.put_string("nas8");
+        values.put_u32(2);
+        values.put_string("vol");
+        values.put_string("data");
+    });
     put(Attribute::maxfilesize, [&] { values.put_u64(uint64_t{1} << 62); });
     put(Attribute::maxread, [&] { values.put_u64(uint64_t{4} << 20); });
     put(Attribute::maxwrite, [&] { values.put_u64(65536); });

@@ -467,6 +467,23 @@ INSTANTIATE_TEST_SUITE_P(Statuses, Refused,
                                          Refusal{NfsStatus::wrongsec, EACCES, "another security flavour"},
                                          Refusal{NfsStatus::access, EACCES, "permission denied"}));
 
+TEST_F(Nfs4VolumeTest, TellsWhereAFileSystemHasMovedTo) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail(Op::getattr, NfsStatus::moved);
+    const auto reply = getattr();
+    EXPECT_EQ(reply.status().number(), static_cast<uint32_t>(EREMOTE));
+    EXPECT_THAT(reply.status().text(), HasSubstr("(NFS4ERR_MOVED); it is at nas7:/vol/data, nas8:/vol/data"));
+    nfs.fail(Op::getattr, NfsStatus::moved, 2);
+    EXPECT_THAT(getattr().status().text(), HasSubstr("NFS4ERR_MOVED")) << "the server need not tell";
+}
+
+TEST_F(Nfs4VolumeTest, TellsWhereAnExportIsThatIsOnAnotherServer) {
+    open();
+    nfs.fail(Op::getfh, NfsStatus::moved);
+    EXPECT_THAT(attach().status().text(), AllOf(HasSubstr("export /export"), HasSubstr("; it is at nas7:/vol/data")));
+}
+
 TEST_F(Nfs4VolumeTest, RemovesNoDirectoryAsAFileAndNoFileAsADirectory) {
     open();
     ASSERT_TRUE(attach().ok());
