@@ -233,7 +233,7 @@ void Nfs4Volume::begin_contact() {
     const auto new_contact_call = [this](std::string_view name) {
         auto call = new_call(name);
         call->needs_contact = true;
-        call->limit = seconds(std::max(1U, server_->server().config().contact_timeout_seconds));
+        call->limit = server_->server().contact_limit();
         return call;
     };
     contact_ = std::make_unique<ExportContact>(

@@ -67,7 +67,7 @@ rpc::Duration Session::limit() const {
 void Session::make() {
     assert(state_ == State::down && !queue_.empty());
     credential_.assign(queue_.front()->credential.begin(), queue_.front()->credential.end());
-    deadline_ = EventLoop::Clock::now() + std::chrono::seconds(std::max(1U, server_.config().contact_timeout_seconds));
+    deadline_ = EventLoop::Clock::now() + server_.contact_limit();
     if (attempts_ == 0) make_wait_ = server_.timing().jukebox_first;
     const auto step = identified_ ? &Session::create : &Session::identify;
     if (++attempts_ > 1) return make_later(step);

@@ -58,6 +58,7 @@ def test_version_4_0_is_refused_with_the_reason(asked, place):
 def test_version_3_is_not_replaced_when_it_was_asked_for(asked, place):
     run, trace = asked("ls", place.remote, version="nfsv3")
     assert run.status == 1
+    assert "it offers NFSv4 only" in trace
     assert "NFSv4.2" not in trace
 
 
