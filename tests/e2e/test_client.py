@@ -160,6 +160,7 @@ def test_a_list_of_many_exports_is_shown_whole(own, tmp_path):
 
 
 @pytest.mark.parametrize("address", ["127.0.0.1", "::1"])
+@pytest.mark.kinds("loopnfsd", "ganesha")
 def test_a_real_server_is_found_by_its_portmapper(server, tmp_path, address):
     if server.name != "ganesha":
         pytest.skip("loopnfsd is not registered with a portmapper")
