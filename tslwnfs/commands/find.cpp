@@ -210,10 +210,12 @@ class Walk {
             follow(path, depth);
             return kNothing;
         }
+        const std::string real = chain_.back() + "/" + name;
+        if (option(kFindFollow) && kind == Kind::directory && leads_back(real, path)) return kNothing;
         const bool matched = matches(pattern_, name) && kind != Kind::missing && passes_tests(kind, attributes, path);
         if (matched) report_match(path);
         if (kind != Kind::directory) return matched ? kMatched : kNothing;
-        const uint32_t below = directory(Operand::ready(path.c_str()), chain_.back() + "/" + name, depth + 1);
+        const uint32_t below = directory(Operand::ready(path.c_str()), real, depth + 1);
         return matched || below == kMatched ? kMatched : kNothing;
     }
 
@@ -221,11 +223,15 @@ class Walk {
     void follow(const std::string &path, int32_t depth) {
         const Visited target = directory_behind(path);
         if (target.path.empty()) return;
-        if (std::find(chain_.begin(), chain_.end(), target.real) != chain_.end()) {
-            trace_failure(kFunction, "%s leads back to %s and is not followed", path.c_str(), target.path.c_str());
-            return;
-        }
+        if (leads_back(target.real, path)) return;
         directory(Operand::ready(target.path.c_str()), target.real, depth);
+    }
+
+    // Whether a directory is one of those being walked. Its path may be without a link: one on the way led above it.
+    bool leads_back(const std::string &real, const std::string &path) const {
+        if (std::find(chain_.begin(), chain_.end(), real) == chain_.end()) return false;
+        trace_failure(kFunction, "%s leads back to %s and is not followed", path.c_str(), real.c_str());
+        return true;
     }
 
     std::string pattern_;

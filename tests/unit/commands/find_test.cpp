@@ -395,6 +395,21 @@ TEST_F(FindTest, ALinkThatLeadsBackIsNotFollowedAgain) {
                                                         directory_.path() + " and is not followed"));
 }
 
+TEST_F(FindTest, ATreeBelowALinkThatLedAboveItIsNotWalkedAgain) {
+    directory_.directory("top/a/b");
+    fs::create_symlink("..", directory_.path("top/a/up"));
+    fs::create_symlink("../..", directory_.path("top/a/b/upper"));
+    COMMAND_OPTION = kFindFollow;
+    const std::string top = directory_.path("top");
+    EXPECT_EQ(find(top + "/a/b").output, top + "/a \n");
+    EXPECT_THAT(trace_of("findfile"),
+                testing::Contains("findfile " + top + "/a/b leads back to " + top + "/a/b and is not followed"));
+    fake_.volume.add_directory("/m/top/a");
+    fake_.volume.add_directory("/m/top/beside");
+    fake_.volume.add_link("/m/top/a/up", "..");
+    EXPECT_EQ(find("/m/top/a").output, "/m/top/a/up not a directory/m/top/beside \n");
+}
+
 TEST_F(FindTest, AChainOfAThousandLinksIsFollowed) {
     COMMAND_OPTION = kFindFollow;
     for (int link = 0; link < 1000; ++link) {
