@@ -4,6 +4,7 @@ import os
 import socket
 
 import pytest
+from files import content
 from texts import SUCCEEDED, failed, not_a_directory
 
 
@@ -70,6 +71,17 @@ def test_local_devices_are_streams(server, place, tmp_path):
     server.ok("dd", "-if", "/dev/zero", "-of", place / "zeros", "-bs", "1k", stdin=b"10240\n")
     assert (place.files / "zeros").read_bytes() == bytes(10240)
     assert server.ok("ls", "/dev/null").startswith(b"DIR /dev/null : \n/dev/null ")
+
+
+def test_dd_reads_what_has_no_size_until_its_end(server, place, tmp_path):
+    data = content(300_001)
+    for number, output in enumerate((tmp_path / "out", place / "out")):
+        server.ok("dd", "-if", "/dev/stdin", "-of", output, "-bs", "4k", stdin=data)
+        assert (tmp_path / "out", place.files / "out")[number].read_bytes() == data
+        server.ok("dd", "-if", "/proc/version", "-of", output)
+        assert (tmp_path / "out", place.files / "out")[number].read_bytes() == open("/proc/version", "rb").read()
+        server.ok("dd", "-if", "/dev/zero", "-of", output, "-bs", "1k", "-count", "10k")
+        assert (tmp_path / "out", place.files / "out")[number].read_bytes() == bytes(10240)
 
 
 def test_remote_special_files_are_neither_read_nor_written_nor_moved(server, place, tmp_path):

@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // dd: a copy in blocks, from an offset to an offset, with standard input and output in place of either file.
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -33,8 +36,9 @@ struct Run {
     RequestSlots requests;
     SourceFile source;  // without a path when standard input is read
     DestinationFile destination;
-    uint64_t size = 0;   // bytes of the input: the file's, or what the user said
-    uint64_t start = 0;  // where a local input stands, in bytes
+    uint64_t size = 0;       // bytes of the input: the file's, or what the user said; 0 until the end has come
+    bool until_end = false;  // a local file whose size neither it nor the user tells
+    uint64_t start = 0;      // where a local input stands, in bytes
 };
 
 void announce_standard_streams() {
@@ -71,12 +75,14 @@ bool position(FILE *stream, const PathBuffer &path, int32_t offset) {
     return false;
 }
 
-// Reads a number and the line feed behind it, which is not part of the data. Without a number it is 0.
-uint64_t read_size() {
+// Reads a number and the line feed behind it, which is not part of the data. Something else counts as 0, and nothing at
+// all as no answer.
+std::optional<uint64_t> read_size() {
     int character = std::getchar();
     while (character != EOF && std::isspace(character) != 0) {
         character = std::getchar();
     }
+    if (character == EOF) return std::nullopt;
     uint64_t size = 0;
     while (character >= '0' && character <= '9') {
         const auto digit = static_cast<uint64_t>(character - '0');
@@ -87,13 +93,23 @@ uint64_t read_size() {
     return size;
 }
 
-// A question, hence on standard output in any case.
-uint64_t ask_size() {
+// True when a file is what standard input is, too: an answer would be taken out of the data.
+bool is_standard_input(const SourceFile &source) {
+    struct stat file, standard;
+    return source.stream != nullptr && fstat(fileno(source.stream.get()), &file) == 0 &&
+           fstat(STDIN_FILENO, &standard) == 0 && file.st_dev == standard.st_dev && file.st_ino == standard.st_ino;
+}
+
+// A question, hence on standard output in any case. A local file that was named needs no answer: it is read until its
+// end then.
+void ask_size(Run &run) {
     lwrf("enter the maximum  file size You want \n");
     flush_output();
-    const uint64_t size = read_size();
+    const bool is_data = iffound != 0 && is_standard_input(run.source);
+    const std::optional<uint64_t> size = is_data ? std::nullopt : read_size();
     print("Enter Ctrl+c after input completes\n");
-    return size;
+    run.size = size.value_or(0);
+    run.until_end = !size && run.source.until_end;
 }
 
 bool open_input_file(const Operand &input, Run &run) {
@@ -113,7 +129,7 @@ bool open_input(const Operand &input, Run &run) {
     } else if (!open_input_file(input, run)) {
         return false;
     }
-    if (run.size == 0) run.size = ask_size();
+    if (run.size == 0) ask_size(run);
     // Refused here, before the output loses what it holds.
     if (COUNT != 0 && COUNT < IBS) return refuse_count();
     if (!run.source.local && SKIP != 0 && static_cast<uint64_t>(SKIP) >= run.size) return refuse_skip();
@@ -198,7 +214,8 @@ bool copy_stream(DdInput &input, DdOutput &output) {
 // Nothing is shown between what the copy prints, nor between what a person types.
 void show_progress(const Run &run, bool prints, DdInput &input) {
     FILE *const printed = offound == 0 ? stdout : output_stream();
-    if (iffound != 0 && (!prints || terminal::leads_to_file(printed))) input.show_progress(run.source.path.view());
+    if (iffound != 0 && !run.until_end && (!prints || terminal::leads_to_file(printed)))
+        input.show_progress(run.source.path.view());
 }
 
 // Local data goes to a server in batches; everything else goes block by block.
@@ -220,7 +237,8 @@ bool copy_blocks(Run &run, DdInput &input) {
 bool copy_data(Run &run) {
     std::optional<InterruptAsEndOfInput> interrupt;
     if (iffound == 0) interrupt.emplace();
-    DdInput input(iffound == 0 ? nullptr : &run.source, run.size, run.start, run.requests);
+    const uint64_t size = run.until_end ? DdInput::kUntilEnd : run.size;
+    DdInput input(iffound == 0 ? nullptr : &run.source, size, run.start, run.requests);
     if (!input.allocate(static_cast<std::size_t>(IBS))) return false;
     if (SKIP != 0 && (iffound == 0 || input.is_remote())) input.discard(static_cast<uint64_t>(SKIP));
     if (input.is_remote()) SKIP = 0;

@@ -31,6 +31,8 @@ class InterruptAsEndOfInput {
 
 class DdInput {
   public:
+    static constexpr uint64_t kUntilEnd = UINT64_MAX;  // the size of a stream that is read until its end
+
     // Reads size bytes of a file, or of standard input when there is none. start is where a stream stands, in bytes
     // from the beginning of the input. The slots must outlive the input.
     DdInput(const SourceFile *source, uint64_t size, uint64_t start, RequestSlots &requests)
@@ -53,7 +55,7 @@ class DdInput {
 
     bool at_end() const { return offset_ >= end(); }
     // Bytes of the input; what was read, once a stream has ended before its size.
-    uint64_t size() const { return size_; }
+    uint64_t size() const { return size_ == kUntilEnd ? (end_ < offset_ ? end_ : offset_) : size_; }
 
     // Reads the next block of a remote file and gives what is wanted of it: with the padding behind the file when the
     // copy goes to its very end and with_padding says so. Valid until the next call.

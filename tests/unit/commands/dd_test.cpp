@@ -301,6 +301,21 @@ TEST_F(DdTest, AnInterruptEndsStandardInputAndWhatWasTypedReachesTheOutput) {
     EXPECT_EQ(read_file(local("dst")), "hello");
 }
 
+TEST_F(DdTest, ANamedInputWithoutASizeIsReadUntilItsEndWhenNobodySaysASize) {
+    const std::string whole = read_file("/proc/version");
+    for (const std::string &to : {local("dst"), std::string("/m/dst")}) {
+        set({16, 16});
+        EXPECT_EQ(dd("/proc/version", to).status, 0u);
+        EXPECT_EQ(to == "/m/dst" ? fake_.volume.content(to) : read_file(to), whole);
+        set({4, 4}, 0, 0, 8);
+        EXPECT_EQ(dd("/proc/version", to).status, 0u);
+        EXPECT_EQ(to == "/m/dst" ? fake_.volume.content(to) : read_file(to), whole.substr(0, 8));
+        set({4, 4});
+        EXPECT_EQ(dd("/proc/version", to, "6\n").status, 0u);
+        EXPECT_EQ(to == "/m/dst" ? fake_.volume.content(to) : read_file(to), whole.substr(0, 6));
+    }
+}
+
 // Outputs
 
 TEST_F(DdTest, AnExistingLocalOutputIsEmptiedWithoutAQuestion) {
