@@ -124,3 +124,23 @@ def test_a_local_directory_in_the_long_layout(local, tmp_path):
 
 def test_one_trailing_slash_is_dropped(local, tmp_path):
     assert local.ok("ls", f"{tmp_path}/") == local.ok("ls", tmp_path)
+
+
+@pytest.mark.plain  # a sanitizer wants far more address space than any limit here
+def test_a_listing_that_does_not_fit_in_memory_fails_with_a_verdict(local, tmp_path):
+    folder = tmp_path / "many"
+    folder.mkdir()
+    for number in range(20_000):
+        (folder / f"{number:0200}").touch()
+    program, statuses = local.home / "bin" / "tslwnfs", set()
+    for limit in range(6_000, 60_000, 2000):  # KiB of address space: from too little to start, to enough
+        trace = tmp_path / "trace"
+        words = f"{program} -trace {trace} -level 3 3 3 3"
+        if local.run("-c", f"ulimit -v {limit}; {words} ls {tmp_path}", program="/bin/sh").status != 0:
+            continue
+        run = local.run("-c", f"ulimit -v {limit}; exec {words} ls -1 {folder}", program="/bin/sh")
+        assert run.err == b"", limit
+        assert run.out.endswith(SUCCEEDED if run.status == 0 else failed(run.status)), (limit, run.status)
+        assert run.status == 0 or b"memory" in trace.read_bytes(), limit
+        statuses.add(run.status)
+    assert statuses == {0, 1}

@@ -1,6 +1,7 @@
 """What a person at a terminal sees beside the command's output: progress, reasons and warnings. Pipes, the log and the
 trace get none of it."""
 
+import os
 import re
 import socket
 
@@ -224,6 +225,18 @@ def test_a_file_that_misses_its_server_is_warned_of(faulty, tmp_path):
     assert said.startswith(f"tslwnfs: warning: {mount}/copy: server faulty: CREATE: the export is read-only")
     assert said.endswith("; it goes to the local disk instead, under the mount point")
     assert server.client.run("cp", source, mount / "copy").err == b""
+
+
+@pytest.mark.parametrize("side", ["local", "server"])
+def test_nothing_is_told_of_an_empty_directory(faulty, tmp_path, side):
+    server = faulty()
+    for folder in (tmp_path / "empty", server.files / "empty"):
+        (folder / "inner").mkdir(parents=True)
+    tree = tmp_path / "empty" if side == "local" else server / "empty"
+    for words in (["cp", "-r", tree, tmp_path / "copy"], ["cp", "-r", tree, server / "copy"], ["rm", "-r", "-f", tree]):
+        shown = Terminal(server.client).run(*words)
+        assert (shown.status, shown.said) == (0, []), words
+    assert os.listdir(tmp_path / "copy") == os.listdir(server.files / "copy") == ["inner"]
 
 
 def test_a_tree_that_was_copied_in_part_is_warned_of(faulty, tmp_path):

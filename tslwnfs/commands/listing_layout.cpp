@@ -2,13 +2,16 @@
 #include "tslwnfs/commands/listing_layout.h"
 
 #include <algorithm>
+#include <new>
 #include <string_view>
 #include <vector>
 
 #include "tslwnfs/commands/attribute_block.h"
 #include "tslwnfs/commands/attributes.h"
+#include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
+#include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/storage/resolve.h"
 
 namespace {
@@ -151,7 +154,14 @@ void print_long(const std::vector<Entry> &entries, bool empty_directory) {
 
 bool print_listing(const PathBuffer &path, const NameList &names, Listed listed) {
     std::vector<Entry> entries;
-    const bool complete = collect_entries(path, names, listed, entries);
+    bool complete = false;
+    try {
+        complete = collect_entries(path, names, listed, entries);
+    } catch (const std::bad_alloc &) {
+        std::vector<Entry>().swap(entries);
+        trace_message("read_dir", Message::out_of_memory, static_cast<unsigned long>(names.size() * sizeof(Entry)));
+        return false;
+    }
     switch (DIR_LTYPE) {
         case kNamePerLine:
             print_name_per_line(entries);

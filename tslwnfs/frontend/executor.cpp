@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <optional>
 #include <set>
 #include <string>
@@ -43,6 +44,23 @@ uint32_t give_verdict(uint32_t result) {
         terminal::tell_reason();
     }
     return result;
+}
+
+// What a directory without content gives; its reading and the look for it have left remarks of no consequence.
+uint32_t nothing_inside() {
+    print_message(Message::operands_unusable);
+    terminal::tell_warning();
+    return kUnusable;
+}
+
+// A command that wants more memory than there is has failed like any other.
+uint32_t run_command(const Command &command, const Operand &first, const Operand &second) {
+    try {
+        return command.run(first, second);
+    } catch (const std::bad_alloc &) {
+        trace_failure(kFunction, "%s: out of memory", first.shown());
+        return 1;
+    }
 }
 
 bool is_too_long(const Operand &operand) {
@@ -134,6 +152,7 @@ class FileRun {
             run_on(first_, source_->name, typed_);
         }
         // A directory that is walked may well be empty.
+        if (files_ == 0 && listed_ && !typed_) return nothing_inside();
         if (files_ == 0 && typed_) terminal::note_remark("no name matches " + first_);
         if (files_ == 0 || kept_ == kUnusable) return unusable();
         return kept_;
@@ -155,7 +174,8 @@ class FileRun {
     // names go on in lower case, unless they are to keep it.
     void run_on_matches() {
         NameList names;
-        if (source_->directory.empty() || !list_source(names)) return;
+        listed_ = !source_->directory.empty() && list_source(names);
+        if (!listed_) return;
         const std::string pattern = lowered(source_->name);
         for (const auto &name : names) {
             const std::string lower = lowered(name);
@@ -185,7 +205,7 @@ class FileRun {
         const bool refused = !usable || !fits(source) || !fits(destination) || is_taken(name, destination);
         const Operand from = typed ? Operand(source.c_str()) : Operand::ready(source.c_str());
         const Operand to = command_.names_destination ? Operand::ready(destination.c_str()) : destination.c_str();
-        keep(give_verdict(refused ? 1 : command_.run(from, to)));
+        keep(give_verdict(refused ? 1 : run_command(command_, from, to)));
     }
 
     static bool is_entry(const std::string &path, const std::string &name) {
@@ -239,6 +259,7 @@ class FileRun {
     std::string first_, second_;
     std::optional<SplitPath> source_, destination_;
     std::set<std::string> taken_;  // by the files of this run
+    bool listed_ = false;
     std::size_t files_ = 0;
     uint32_t kept_ = 0;
 };
