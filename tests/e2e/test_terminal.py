@@ -8,6 +8,7 @@ import socket
 import pyte
 import pytest
 
+import client
 import servers
 from files import digest, make_file
 from terminal import Terminal
@@ -254,6 +255,15 @@ def test_trouble_with_the_configuration_is_told_after_a_failure(own, tmp_path):
     own.tslnfstab.write_text("bogus: 1\n")
     shown = Terminal(own).run("cat", tmp_path / "none")
     assert shown.said[-1].startswith("tslwnfs: warning: tslnfstab, line 1: ")
+
+
+def test_a_home_whose_name_the_shell_would_split_is_told_as_such(own):
+    home = own.home.rename(own.home.parent / "home with blanks")
+    enabled = client.Client(home)
+    enabled.tslnfstab.write_text("server: kept\n")
+    shown = Terminal(enabled).run("wnfsenable", "-y")
+    assert (shown.status, enabled.tslnfstab.read_text()) == (1, "server: kept\n")
+    assert shown.said[-1].endswith("libnfstdm.so: the name holds a blank, or what else means something to the shell")
 
 
 def test_a_missing_home_is_told(own):

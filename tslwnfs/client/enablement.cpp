@@ -21,6 +21,7 @@
 #include "tslwnfs/frontend/messages.h"
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -64,6 +65,8 @@ std::optional<LibraryCopy> library_copy() {
 uint32_t copy_library(const LibraryCopy &copy) {
     flush_output();
     if (copy.command && std::system(copy.command->c_str()) == 0) return 0;
+    if (!copy.command)
+        terminal::note_failure(copy.name + ": the name holds a blank, or what else means something to the shell");
     trace_message(kEnableFunction, Message::library_not_copied, copy.name.c_str());
     return 1;
 }

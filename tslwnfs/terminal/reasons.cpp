@@ -45,6 +45,11 @@ bool is_about_mounting(const Reason &reason) {
     return reason.text.find(": MNT") != std::string::npos;
 }
 
+// Only a server is asked as somebody. The file that describes it is the caller's own affair.
+bool is_about_server(const Reason &reason) {
+    return reason.text.find("server ") != std::string::npos;
+}
+
 // Nothing to do with who asks, and the reason says it all.
 bool is_about_security(const Reason &reason) {
     return reason.text.find(" with security ") != std::string::npos;
@@ -63,7 +68,7 @@ std::string advice(const Reason &reason) {
             return is_about_mounting(reason) ? "does the server export that? tslwnfs showmount -e SERVER lists it" : "";
         case EACCES:
         case EPERM:
-            if (is_about_security(reason)) return {};
+            if (is_about_security(reason) || !is_about_server(reason)) return {};
             return is_about_mounting(reason) ? "does the server admit this host? tslwnfs showmount -e SERVER tells"
                                              : "the user and group that count are the caller's, unless tslnfstab "
                                                "names others for the server";

@@ -74,6 +74,7 @@ TEST_F(Reasons, AddsWhatToTry) {
              {ENOENT, "/m: server s: MNT of /e: no such", "; does the server export that?"},
              {EACCES, "/m: server s: MNT of /e: not allowed", "; does the server admit this host?"},
              {EACCES, "/m: server s: export /e is not offered with security sys, only with krb5", ""},
+             {EACCES, "/home/dbs/tslnfstab: Permission denied", ""},
              {EACCES, "/m/f: server s: CREATE: not allowed", "; the user and group that count are the caller's"},
              {ENOSPC, "/m/f: server s: WRITE: full", "; tslwnfs fsstat"},
              {70, "/m/f: server s: READ: stale", "; it was removed or replaced"},
