@@ -9,6 +9,13 @@
 #include "nfstdm/files/await.h"
 
 namespace nfstdm {
+namespace {
+
+DirectoryChange::State state_of(const Attributes &attributes) {
+    return {attributes.size, attributes.modification, attributes.change};
+}
+
+}  // namespace
 
 namespace {
 
@@ -141,26 +148,38 @@ void MountedVolume::learn(const FileHandle &object, const std::optional<Attribut
     cache_.put_attributes(object, attributes);
 }
 
-// What is known of a directory and of a name in it no longer holds.
-void MountedVolume::changed(const FileHandle &directory, const std::string &name) {
+// What is known of a directory and of a name in it will not hold much longer. Gives what was known of the directory.
+std::optional<Attributes> MountedVolume::forget(const FileHandle &directory, const std::string &name) {
+    auto known = cache_.attributes(directory);
     cache_.forget_attributes(directory);
     cache_.forget_name(directory, name);
+    return known;
+}
+
+// A directory that was in another state than known just before was changed by somebody else, too (RFC 1813 section
+// 2.6, wcc_data): its names may be others by now.
+void MountedVolume::learn(const FileHandle &directory, const std::optional<Attributes> &known,
+                          const DirectoryChange &change) {
+    if (known && change.before && *change.before != state_of(*known)) cache_.forget_names(directory);
+    learn(directory, change.after);
 }
 
 Result<FoundObject> MountedVolume::create(const FileHandle &directory, const std::string &name,
                                           const SetAttributes &set) {
-    changed(directory, name);
+    const auto known = forget(directory, name);
     auto reply = await<CreateReply>(loop_, [&](auto done) { volume_->create(directory, name, set, std::move(done)); });
     if (!reply.ok()) return reply.status();
+    learn(directory, known, reply.value().directory);
     if (reply.value().handle) cache_.forget_attributes(*reply.value().handle);
     return found(directory, name, reply.value().handle, reply.value().attributes);
 }
 
 Status MountedVolume::make_directory(const FileHandle &directory, const std::string &name, uint32_t mode,
                                      const std::optional<FoundObject> &known) {
-    changed(directory, name);
+    const auto directory_before = forget(directory, name);
     auto reply = await<CreateReply>(loop_, [&](auto done) { volume_->mkdir(directory, name, mode, std::move(done)); });
     if (!reply.ok()) return reply.status();
+    learn(directory, directory_before, reply.value().directory);
     if (const auto since = reply.value().maybe_made_since) return confirm_made(directory, name, known, *since);
     if (reply.value().handle) cache_.put_name(directory, name, *reply.value().handle);
     if (reply.value().handle) learn(*reply.value().handle, reply.value().attributes);
@@ -190,13 +209,21 @@ Result<bool> MountedVolume::is_empty(const FileHandle &directory) {
 }
 
 Status MountedVolume::remove(const FileHandle &directory, const std::string &name) {
-    changed(directory, name);
-    return await_done(loop_, [&](auto done) { volume_->remove(directory, name, std::move(done)); });
+    return remove_by(&Volume::remove, directory, name);
 }
 
 Status MountedVolume::remove_directory(const FileHandle &directory, const std::string &name) {
-    changed(directory, name);
-    return await_done(loop_, [&](auto done) { volume_->rmdir(directory, name, std::move(done)); });
+    return remove_by(&Volume::rmdir, directory, name);
+}
+
+Status MountedVolume::remove_by(void (Volume::*operation)(const FileHandle &, std::string_view,
+                                                          Completion<DirectoryChange>),
+                                const FileHandle &directory, const std::string &name) {
+    const auto known = forget(directory, name);
+    const auto reply = await<DirectoryChange>(
+        loop_, [&](auto done) { (volume_.get()->*operation)(directory, name, std::move(done)); });
+    if (reply.ok()) learn(directory, known, reply.value());
+    return reply.status();
 }
 
 Result<FsInfoReply> MountedVolume::fsinfo(const FoundObject &object) {

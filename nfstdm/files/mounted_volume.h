@@ -92,7 +92,10 @@ class MountedVolume {
     Result<FoundObject> found(const FileHandle &directory, const std::string &name,
                               const std::optional<FileHandle> &handle, const std::optional<Attributes> &attributes);
     Result<FoundObject> with_attributes(const FileHandle &handle);
-    void changed(const FileHandle &directory, const std::string &name);
+    std::optional<Attributes> forget(const FileHandle &directory, const std::string &name);
+    void learn(const FileHandle &directory, const std::optional<Attributes> &known, const DirectoryChange &change);
+    Status remove_by(void (Volume::*operation)(const FileHandle &, std::string_view, Completion<DirectoryChange>),
+                     const FileHandle &directory, const std::string &name);
     void learn(const FileHandle &object, const std::optional<Attributes> &attributes);
     Status confirm_made(const FileHandle &directory, const std::string &name, const std::optional<FoundObject> &known,
                         EventLoop::Clock::time_point since);

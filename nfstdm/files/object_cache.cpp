@@ -15,17 +15,26 @@ std::optional<Attributes> ObjectCache::attributes(const FileHandle &object) {
 void ObjectCache::put_name(const FileHandle &directory, std::string_view name,
                            const std::optional<FileHandle> &handle) {
     const std::chrono::seconds lifetime = handle ? kLifetime : kAbsentLifetime;
-    names_.put(key(directory, name), handle, now_() + lifetime);
+    names_.put(key(directory, name), {handle, ++names_put_}, now_() + lifetime);
 }
 
 ObjectCache::Answer ObjectCache::find_name(const FileHandle &directory, std::string_view name) {
-    const auto *found = names_.find(key(directory, name), now_());
-    return found == nullptr ? Answer{} : Answer{true, *found};
+    const Name *found = names_.find(key(directory, name), now_());
+    if (found == nullptr) return {};
+    const uint64_t *forgotten = forgotten_.find(directory, now_());
+    return forgotten != nullptr && found->number <= *forgotten ? Answer{} : Answer{true, found->handle};
+}
+
+// The names stay where they are, for their keys are not sorted by directory. What is put from now on counts, and by the
+// time that this is forgotten itself, all from before has expired.
+void ObjectCache::forget_names(const FileHandle &directory) {
+    forgotten_.put(directory, names_put_, now_() + kLifetime);
 }
 
 void ObjectCache::clear() {
     attributes_.clear();
     names_.clear();
+    forgotten_.clear();
 }
 
 // The size byte in front keeps handle and name apart.

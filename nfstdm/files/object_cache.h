@@ -36,16 +36,25 @@ class ObjectCache {
     };
     Answer find_name(const FileHandle &directory, std::string_view name);
     void forget_name(const FileHandle &directory, std::string_view name) { names_.erase(key(directory, name)); }
+    // All that a directory is known to have, and to lack.
+    void forget_names(const FileHandle &directory);
 
     void clear();
 
   private:
+    struct Name {
+        std::optional<FileHandle> handle;
+        uint64_t number = 0;  // in the order in which names were put
+    };
+
     const std::string &key(const FileHandle &directory, std::string_view name);
 
     TimeSource now_;
     ExpiringCache<FileHandle, Attributes, FileHandleHash> attributes_{kLimit};
-    ExpiringCache<std::string, std::optional<FileHandle>> names_{kLimit};
-    std::string key_;  // the latest made, for its memory
+    ExpiringCache<std::string, Name> names_{kLimit};
+    uint64_t names_put_ = 0;
+    ExpiringCache<FileHandle, uint64_t, FileHandleHash> forgotten_{kLimit};  // the last name not to be known any more
+    std::string key_;                                                        // the latest made, for its memory
 };
 
 }  // namespace nfstdm

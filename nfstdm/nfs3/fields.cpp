@@ -19,6 +19,11 @@ bool get_time(xdr::Reader &reader, Time &time) {
     return got;
 }
 
+// wcc_attr
+bool get_state(xdr::Reader &reader, DirectoryChange::State &state) {
+    return reader.get_u64(state.size) && get_time(reader, state.modification) && get_time(reader, state.change);
+}
+
 bool is_file_type(uint32_t type) {
     return type >= static_cast<uint32_t>(FileType::regular) && type <= static_cast<uint32_t>(FileType::fifo);
 }
@@ -62,10 +67,18 @@ bool get_post_handle(xdr::Reader &reader, std::optional<FileHandle> &handle) {
     return !follow || get_handle(reader, handle.emplace());
 }
 
+bool get_wcc(xdr::Reader &reader, DirectoryChange &change) {
+    bool follow = false;
+    change.before.reset();
+    if (!reader.get_bool(follow) || (follow && !get_state(reader, change.before.emplace()))) return false;
+    return get_post_attributes(reader, change.after);
+}
+
 bool get_wcc(xdr::Reader &reader, std::optional<Attributes> &after) {
-    bool before = false;
-    if (!reader.get_bool(before) || (before && !reader.skip(kPreAttributesSize))) return false;
-    return get_post_attributes(reader, after);
+    DirectoryChange change;
+    const bool got = get_wcc(reader, change);
+    after = change.after;
+    return got;
 }
 
 bool get_name(xdr::Reader &reader, std::string &name) {

@@ -32,7 +32,8 @@ bool get_handle(xdr::Reader &reader, FileHandle &handle);
 bool get_attributes(xdr::Reader &reader, Attributes &attributes);
 bool get_post_attributes(xdr::Reader &reader, std::optional<Attributes> &attributes);
 bool get_post_handle(xdr::Reader &reader, std::optional<FileHandle> &handle);
-// wcc_data, of which the state before the operation is not used.
+// wcc_data; of a file the state before the operation is not used.
+bool get_wcc(xdr::Reader &reader, DirectoryChange &change);
 bool get_wcc(xdr::Reader &reader, std::optional<Attributes> &after);
 bool get_name(xdr::Reader &reader, std::string &name);
 

@@ -148,8 +148,8 @@ class Nfs3Volume : public Volume {
                 Completion<CreateReply> done) override;
     void mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
                Completion<CreateReply> done) override;
-    void remove(const FileHandle &directory, std::string_view name, DoneCompletion done) override;
-    void rmdir(const FileHandle &directory, std::string_view name, DoneCompletion done) override;
+    void remove(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) override;
+    void rmdir(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) override;
     void readdir(const FileHandle &directory, uint64_t cookie, uint64_t verifier, bool plus,
                  Completion<DirectoryReply> done) override;
     void fsinfo(const FileHandle &object, Completion<FsInfoReply> done) override;
@@ -420,13 +420,13 @@ void Nfs3Volume::mkdir(const FileHandle &directory, std::string_view name, uint3
           [&](xdr::Writer &writer) { put_mkdir(writer, directory, name, mode); });
 }
 
-void Nfs3Volume::remove(const FileHandle &directory, std::string_view name, DoneCompletion done) {
-    start(Procedure::remove, get_changed, without_reply(std::move(done)),
+void Nfs3Volume::remove(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) {
+    start(Procedure::remove, get_removed, std::move(done),
           [&](xdr::Writer &writer) { put_entry(writer, directory, name); });
 }
 
-void Nfs3Volume::rmdir(const FileHandle &directory, std::string_view name, DoneCompletion done) {
-    start(Procedure::rmdir, get_changed, without_reply(std::move(done)),
+void Nfs3Volume::rmdir(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) {
+    start(Procedure::rmdir, get_removed, std::move(done),
           [&](xdr::Writer &writer) { put_entry(writer, directory, name); });
 }
 

@@ -67,9 +67,12 @@ bool get_commit(xdr::Reader &reader, CommitReply &reply) {
 }
 
 bool get_made(xdr::Reader &reader, CreateReply &reply) {
-    std::optional<Attributes> directory;
     return get_post_handle(reader, reply.handle) && get_post_attributes(reader, reply.attributes) &&
-           get_wcc(reader, directory);
+           get_wcc(reader, reply.directory);
+}
+
+bool get_removed(xdr::Reader &reader, DirectoryChange &reply) {
+    return get_wcc(reader, reply);
 }
 
 bool get_changed(xdr::Reader &reader, NoReply &) {

@@ -14,7 +14,7 @@
 
 namespace nfstdm::nfs3 {
 
-// SETATTR, REMOVE and RMDIR tell nothing that is used.
+// SETATTR tells nothing that is used.
 struct NoReply {};
 
 bool get_getattr(xdr::Reader &reader, Attributes &reply);
@@ -22,8 +22,9 @@ bool get_lookup(xdr::Reader &reader, LookupReply &reply);
 bool get_readlink(xdr::Reader &reader, std::string &reply);
 bool get_write(xdr::Reader &reader, WriteReply &reply);
 bool get_commit(xdr::Reader &reader, CommitReply &reply);
-bool get_made(xdr::Reader &reader, CreateReply &reply);  // CREATE and MKDIR
-bool get_changed(xdr::Reader &reader, NoReply &reply);   // SETATTR, REMOVE and RMDIR
+bool get_made(xdr::Reader &reader, CreateReply &reply);         // CREATE and MKDIR
+bool get_removed(xdr::Reader &reader, DirectoryChange &reply);  // REMOVE and RMDIR
+bool get_changed(xdr::Reader &reader, NoReply &reply);          // SETATTR
 bool get_readdir(xdr::Reader &reader, DirectoryReply &reply);
 bool get_readdirplus(xdr::Reader &reader, DirectoryReply &reply);
 bool get_fsstat(xdr::Reader &reader, FsStatReply &reply);

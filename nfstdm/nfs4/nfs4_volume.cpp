@@ -128,8 +128,8 @@ class Nfs4Volume : public Volume {
                 Completion<CreateReply> done) override;
     void mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
                Completion<CreateReply> done) override;
-    void remove(const FileHandle &directory, std::string_view name, DoneCompletion done) override;
-    void rmdir(const FileHandle &directory, std::string_view name, DoneCompletion done) override;
+    void remove(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) override;
+    void rmdir(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) override;
     void readdir(const FileHandle &directory, uint64_t cookie, uint64_t verifier, bool plus,
                  Completion<DirectoryReply> done) override;
     void fsinfo(const FileHandle &object, Completion<FsInfoReply> done) override;
@@ -148,7 +148,7 @@ class Nfs4Volume : public Volume {
     void send(std::unique_ptr<Call> call);
     void ask_where(const Status &failure, const DoneCompletion &done);
     void unlink(std::string_view name, const FileHandle &directory, std::string_view entry, bool is_directory,
-                DoneCompletion done);
+                Completion<DirectoryChange> done);
 
     void read_whole(const FileHandle &file, std::span<std::byte> buffer, Completion<ReadReply> done);
     void read_open(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer, Completion<ReadReply> done);
@@ -675,19 +675,19 @@ void Nfs4Volume::mkdir(const FileHandle &directory, std::string_view name, uint3
     send(std::move(call));
 }
 
-void Nfs4Volume::remove(const FileHandle &directory, std::string_view name, DoneCompletion done) {
+void Nfs4Volume::remove(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) {
     unlink("REMOVE", directory, name, false, std::move(done));
 }
 
-void Nfs4Volume::rmdir(const FileHandle &directory, std::string_view name, DoneCompletion done) {
+void Nfs4Volume::rmdir(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) {
     unlink("RMDIR", directory, name, true, std::move(done));
 }
 
 // NFSv4 has one operation for both, which takes away whatever has the name: what it is is verified in front.
 void Nfs4Volume::unlink(std::string_view name, const FileHandle &directory, std::string_view entry, bool is_directory,
-                        DoneCompletion done) {
-    auto call = make<Nothing>(
-        name, without_reply(std::move(done)),
+                        Completion<DirectoryChange> done) {
+    auto call = make<DirectoryChange>(
+        name, std::move(done),
         [directory, entry = std::string(entry), is_directory](Compound &compound) {
             put_putfh(compound, directory);
             put_lookup(compound, entry);
@@ -695,7 +695,7 @@ void Nfs4Volume::unlink(std::string_view name, const FileHandle &directory, std:
             put_putfh(compound, directory);
             put_remove(compound, entry);
         },
-        [is_directory](Results &results, const rpc::Request &, Nothing &) {
+        [is_directory](Results &results, const rpc::Request &, DirectoryChange &) {
             return results.next(Op::putfh) && results.next(Op::lookup) &&
                    results.next(is_directory ? Op::verify : Op::nverify) && results.next(Op::putfh) &&
                    results.next(Op::remove) && get_change(results.reader());

@@ -47,6 +47,7 @@ enum class FileType : uint32_t {
 struct Time {
     uint64_t seconds = 0;  // since the epoch
     uint32_t nanoseconds = 0;
+    bool operator==(const Time &) const = default;
 };
 
 struct Attributes {
@@ -81,6 +82,18 @@ struct PathReply {
     Status failure;  // of the component behind those; success when all were found
 };
 
+// What making or removing a name did to its directory. A server need not tell either.
+struct DirectoryChange {
+    struct State {
+        uint64_t size = 0;
+        Time modification;
+        Time change;
+        bool operator==(const State &) const = default;
+    };
+    std::optional<State> before;  // unless it is what is known, somebody else changed the directory, too
+    std::optional<Attributes> after;
+};
+
 // A made object. A server need not tell its handle; the caller then looks the name up.
 struct CreateReply {
     std::optional<FileHandle> handle;
@@ -88,6 +101,7 @@ struct CreateReply {
     // Of MKDIR that was sent more than once and met its name: when it was sent first. Whether that sending made the
     // directory, or somebody else did, is for the caller to find out.
     std::optional<std::chrono::steady_clock::time_point> maybe_made_since{};
+    DirectoryChange directory{};
 };
 
 struct ReadReply {
@@ -199,8 +213,8 @@ class Volume {
                         Completion<CreateReply> done) = 0;
     virtual void mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
                        Completion<CreateReply> done) = 0;
-    virtual void remove(const FileHandle &directory, std::string_view name, DoneCompletion done) = 0;
-    virtual void rmdir(const FileHandle &directory, std::string_view name, DoneCompletion done) = 0;
+    virtual void remove(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) = 0;
+    virtual void rmdir(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) = 0;
 
     // One batch of entries from cookie on (0 = the start). With plus the entries carry handles and attributes; a server
     // that lacks the operation fails it with ENOTSUP, and the caller goes on without.

@@ -43,13 +43,27 @@ def test_a_listing_needs_no_more_than_one_call_for_twenty_entries(counting, comm
     assert counting.calls_of(*command, f"{MOUNT}/many") <= 10000 / 20
 
 
-def test_a_small_file_among_many_goes_up_in_five_calls(counting, tmp_path):
+ONCE = 10  # calls for the contact, the directory itself and the good-bye
+
+
+def test_a_small_file_among_many_goes_up_in_three_calls(counting, tmp_path):
     source = tmp_path / "small"
     source.mkdir()
     for i in range(1000):
         (source / f"file{i}").write_bytes(os.urandom(4096))
-    assert counting.calls_of("cp", "-r", source, f"{MOUNT}/copied") <= 5 * 1000
+    assert counting.calls_of("cp", "-r", source, f"{MOUNT}/copied") <= 3 * 1000 + ONCE
     assert len(list((counting.folder / "copied").iterdir())) == 1000
+
+
+@pytest.mark.parametrize("words", [("rm", "-r", f"{MOUNT}/many"), ("rm", f"{MOUNT}/many/*")], ids=" ".join)
+def test_a_file_among_many_goes_away_in_one_call(counting, words):
+    many = counting.folder / "many"
+    many.mkdir()
+    for i in range(1000):
+        (many / f"entry{i}").touch()
+    entries_listed = 1000 / 20
+    assert counting.calls_of(*words) <= 1000 + entries_listed + ONCE
+    assert not many.exists() or not list(many.iterdir())
 
 
 def sparse(path, size):

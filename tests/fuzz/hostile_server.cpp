@@ -99,8 +99,12 @@ class ScriptedVolume : public Volume {
     void mkdir(const FileHandle &, std::string_view, uint32_t, Completion<CreateReply> done) override {
         reply(std::move(done), nfs3::get_made);
     }
-    void remove(const FileHandle &, std::string_view, DoneCompletion done) override { changed(std::move(done)); }
-    void rmdir(const FileHandle &, std::string_view, DoneCompletion done) override { changed(std::move(done)); }
+    void remove(const FileHandle &, std::string_view, Completion<DirectoryChange> done) override {
+        reply(std::move(done), nfs3::get_removed);
+    }
+    void rmdir(const FileHandle &, std::string_view, Completion<DirectoryChange> done) override {
+        reply(std::move(done), nfs3::get_removed);
+    }
     void readdir(const FileHandle &, uint64_t, uint64_t, bool plus, Completion<DirectoryReply> done) override {
         reply(std::move(done), plus ? nfs3::get_readdirplus : nfs3::get_readdir);
     }

@@ -131,6 +131,7 @@ constexpr std::array kProcedures = {
     mount,
     export_list,
     port,
+    results<DirectoryChange, nfs3::get_removed>,
 };
 
 }  // namespace

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Writes replies as a server would (RFC 1813 section 3.3), from what the client made of one. What the client does not
-// keep, such as a device number or the state before an operation, is written as zero or as absent.
+// keep, such as a device number or a file's state before an operation, is written as zero or as absent.
 #pragma once
 
 #include "nfstdm/mount3/mount.h"
@@ -27,6 +27,12 @@ inline void put(Writer &out, const nfstdm::Attributes &attributes) {
         put(out, time);
 }
 
+inline void put(Writer &out, const nfstdm::DirectoryChange::State &state) {
+    out.put_u64(state.size);
+    put(out, state.modification);
+    put(out, state.change);
+}
+
 inline void put(Writer &out, const nfstdm::FileHandle &handle) {
     nfstdm::nfs3::put_handle(out, handle);
 }
@@ -39,6 +45,11 @@ void put(Writer &out, const std::optional<Field> &field) {
 }
 
 // wcc_data.
+inline void put(Writer &out, const nfstdm::DirectoryChange &change) {
+    put(out, change.before);
+    put(out, change.after);
+}
+
 inline void put_wcc(Writer &out, const std::optional<nfstdm::Attributes> &after = {}) {
     out.put_bool(false);
     put(out, after);
@@ -70,7 +81,7 @@ inline void put(Writer &out, const nfstdm::CommitReply &reply) {
 inline void put(Writer &out, const nfstdm::CreateReply &reply) {
     put(out, reply.handle);
     put(out, reply.attributes);
-    put_wcc(out);
+    put(out, reply.directory);
 }
 
 inline void put(Writer &out, const nfstdm::nfs3::NoReply &) {

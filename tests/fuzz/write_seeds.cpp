@@ -115,6 +115,7 @@ void write_replies(const Seeds &seeds) {
     seeds.write("nfs_reply", "mount", bytes({number++}), put_mount);
     seeds.write("nfs_reply", "export", bytes({number++}), put_exports);
     seeds.write("nfs_reply", "getport", bytes({number++}), [](Writer &w) { w.put_u32(2049); });
+    seeds.write("nfs_reply", "removed", bytes({number++}), samples::put_wcc);
 }
 
 void put_result(Writer &writer, nfs4::Op op) {

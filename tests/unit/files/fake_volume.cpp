@@ -49,6 +49,7 @@ uint64_t FakeServer::child(uint64_t parent, const std::string &name) const {
 uint64_t FakeServer::add_child(uint64_t parent, const std::string &name, FileType type) {
     const uint64_t id = next_id_++;
     nodes_.at(parent).children.emplace_back(name, id);
+    ++nodes_.at(parent).attributes.change.nanoseconds;
     auto &attributes = nodes_[id].attributes;
     attributes.type = type;
     attributes.mode = 0644;
@@ -59,6 +60,7 @@ uint64_t FakeServer::add_child(uint64_t parent, const std::string &name, FileTyp
 }
 
 void FakeServer::remove_child(uint64_t parent, const std::string &name) {
+    ++nodes_.at(parent).attributes.change.nanoseconds;
     std::erase_if(nodes_.at(parent).children, [&](const auto &known) { return known.first == name; });
 }
 
@@ -284,10 +286,17 @@ void FakeVolume::commit(const FileHandle &file, Completion<CommitReply> done) {
     });
 }
 
+DirectoryChange FakeVolume::change_of(uint64_t directory, const Attributes &before) {
+    if (!server_.tells_directories) return {};
+    return {DirectoryChange::State{before.size, before.modification, before.change},
+            server_.node(directory).attributes};
+}
+
 void FakeVolume::create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
                         Completion<CreateReply> done) {
     reply<CreateReply>(Op::create, &directory, std::move(done),
                        [this, set, name = std::string(name)](uint64_t parent) -> Result<CreateReply> {
+                           const Attributes before = server_.node(parent).attributes;
                            uint64_t id = server_.child(parent, name);
                            if (id == 0) id = server_.add_child(parent, name, FileType::regular);
                            auto &node = server_.node(id);
@@ -296,42 +305,49 @@ void FakeVolume::create(const FileHandle &directory, std::string_view name, cons
                            node.stable = node.data;
                            node.attributes.size = node.data.size();
                            if (!server_.tells_attributes) return CreateReply{};
-                           return CreateReply{server_.handle(id), node.attributes};
+                           return CreateReply{server_.handle(id), node.attributes, {}, change_of(parent, before)};
                        });
 }
 
 void FakeVolume::mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
                        Completion<CreateReply> done) {
-    reply<CreateReply>(Op::mkdir, &directory, std::move(done),
-                       [this, mode, name = std::string(name)](uint64_t parent) -> Result<CreateReply> {
-                           const auto resent = std::exchange(server_.resent_mkdir, std::nullopt);
-                           if (resent && resent->done_first) server_.add_child(parent, name, FileType::directory);
-                           const bool exists = server_.child(parent, name) != 0;
-                           if (resent && exists) return CreateReply{{}, {}, resent->first_sent};
-                           if (exists) return Status{EEXIST, "exists"};
-                           const uint64_t id = server_.add_child(parent, name, FileType::directory);
-                           server_.node(id).attributes.mode = mode;
-                           return CreateReply{server_.handle(id), server_.node(id).attributes};
-                       });
+    reply<CreateReply>(
+        Op::mkdir, &directory, std::move(done),
+        [this, mode, name = std::string(name)](uint64_t parent) -> Result<CreateReply> {
+            const auto resent = std::exchange(server_.resent_mkdir, std::nullopt);
+            if (resent && resent->done_first) server_.add_child(parent, name, FileType::directory);
+            const bool exists = server_.child(parent, name) != 0;
+            if (resent && exists) return CreateReply{{}, {}, resent->first_sent, {}};
+            if (exists) return Status{EEXIST, "exists"};
+            const Attributes before = server_.node(parent).attributes;
+            const uint64_t id = server_.add_child(parent, name, FileType::directory);
+            server_.node(id).attributes.mode = mode;
+            return CreateReply{server_.handle(id), server_.node(id).attributes, {}, change_of(parent, before)};
+        });
 }
 
-void FakeVolume::remove(const FileHandle &directory, std::string_view name, DoneCompletion done) {
-    done_reply(Op::remove, directory, std::move(done), [this, name = std::string(name)](uint64_t parent) -> Status {
-        if (server_.child(parent, name) == 0) return {ENOENT, "no such name"};
-        server_.log.push_back("REMOVE " + name);
-        server_.remove_child(parent, name);
-        return {};
-    });
+void FakeVolume::remove(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) {
+    reply<DirectoryChange>(Op::remove, &directory, std::move(done),
+                           [this, name = std::string(name)](uint64_t parent) -> Result<DirectoryChange> {
+                               if (server_.child(parent, name) == 0) return Status{ENOENT, "no such name"};
+                               server_.log.push_back("REMOVE " + name);
+                               const Attributes before = server_.node(parent).attributes;
+                               server_.remove_child(parent, name);
+                               return change_of(parent, before);
+                           });
 }
 
-void FakeVolume::rmdir(const FileHandle &directory, std::string_view name, DoneCompletion done) {
-    done_reply(Op::rmdir, directory, std::move(done), [this, name = std::string(name)](uint64_t parent) -> Status {
-        const uint64_t id = server_.child(parent, name);
-        if (id == 0) return {ENOENT, "no such name"};
-        if (server_.node(id).attributes.type != FileType::directory) return {ENOTDIR, "not a directory"};
-        server_.remove_child(parent, name);
-        return {};
-    });
+void FakeVolume::rmdir(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) {
+    reply<DirectoryChange>(Op::rmdir, &directory, std::move(done),
+                           [this, name = std::string(name)](uint64_t parent) -> Result<DirectoryChange> {
+                               const uint64_t id = server_.child(parent, name);
+                               if (id == 0) return Status{ENOENT, "no such name"};
+                               if (server_.node(id).attributes.type != FileType::directory)
+                                   return Status{ENOTDIR, "not a directory"};
+                               const Attributes before = server_.node(parent).attributes;
+                               server_.remove_child(parent, name);
+                               return change_of(parent, before);
+                           });
 }
 
 // A cookie is the number of entries before it, or what the test puts in its place.

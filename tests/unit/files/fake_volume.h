@@ -99,6 +99,7 @@ class FakeServer {
     std::size_t path_components = 1;          // that one question looks up
     std::size_t makes_up_names = 0;           // bytes; directories go on with names of this length, for ever
     bool tells_attributes = true;             // with CREATE, LOOKUP and WRITE
+    bool tells_directories = true;            // with CREATE, MKDIR, REMOVE and RMDIR
     std::optional<uint64_t> write_size_told;  // instead of the true one
     uint32_t read_at_most = UINT32_MAX;
     uint32_t write_at_most = UINT32_MAX;
@@ -144,8 +145,8 @@ class FakeVolume : public Volume {
                 Completion<CreateReply> done) override;
     void mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
                Completion<CreateReply> done) override;
-    void remove(const FileHandle &directory, std::string_view name, DoneCompletion done) override;
-    void rmdir(const FileHandle &directory, std::string_view name, DoneCompletion done) override;
+    void remove(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) override;
+    void rmdir(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) override;
     void readdir(const FileHandle &directory, uint64_t cookie, uint64_t verifier, bool plus,
                  Completion<DirectoryReply> done) override;
     void fsinfo(const FileHandle &object, Completion<FsInfoReply> done) override;
@@ -174,6 +175,7 @@ class FakeVolume : public Volume {
     void reply(Op op, const FileHandle *handle, Completion<T> done, std::function<Result<T>(uint64_t id)> answer);
     void done_reply(Op op, const FileHandle &handle, DoneCompletion done, std::function<Status(uint64_t id)> answer);
     void later(Op op, uint64_t offset, std::size_t size, std::function<void()> answer);
+    DirectoryChange change_of(uint64_t directory, const Attributes &before);
     Result<DirectoryReply> list(uint64_t id, uint64_t cookie, bool plus);
 
     EventLoop &loop_;

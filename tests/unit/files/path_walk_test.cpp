@@ -419,6 +419,105 @@ TEST_F(PathOperationsTest, FsinfoIsAskedOnceAFileSystem) {
     EXPECT_EQ(one_.calls[Op::fsinfo], 2U);
 }
 
+// Making and removing names tells what became of their directory, so nobody asks.
+class DirectoryChangeTest : public PathOperationsTest {
+  protected:
+    DirectoryChangeTest() {
+        one_.add_directory("/d");
+        for (const char *name : {"/d/a", "/d/b", "/d/c", "/d/x"})
+            one_.add_file(name);
+        EXPECT_TRUE(paths_.get_attributes("/mnt/one/d", attributes_).ok());
+        DirectoryStream::Batch batch;
+        EXPECT_TRUE(paths_.list("/mnt/one/d", 0, 100, batch).ok());
+        one_.calls.clear();
+    }
+    Status remove(const std::string &path) {
+        return paths_.remove(path, [] { return Status{}; }).status();
+    }
+    // Another client puts another file into a place.
+    void replace(const std::string &name) {
+        one_.remove_child(one_.find("/d"), name);
+        one_.add_file("/d/" + name);
+    }
+    uint64_t id_of(const std::string &path) {
+        EXPECT_TRUE(paths_.get_attributes(path, attributes_).ok());
+        return attributes_.fileid;
+    }
+};
+
+TEST_F(DirectoryChangeTest, ANameThatWasListedIsRemovedInOneCall) {
+    for (const char *name : {"/mnt/one/d/a", "/mnt/one/d/b", "/mnt/one/d/c"})
+        EXPECT_TRUE(remove(name).ok());
+    EXPECT_EQ(one_.calls[Op::remove], 3U);
+    EXPECT_EQ(one_.total_calls(), 3U);
+}
+
+TEST_F(DirectoryChangeTest, DirectoriesAreMadeAndRemovedWithoutAskingForTheirParent) {
+    for (const char *path : {"/mnt/one/d/m", "/mnt/one/d/n"})
+        EXPECT_TRUE(paths_.make_directory(path).ok());
+    for (const char *path : {"/mnt/one/d/m", "/mnt/one/d/n"})
+        EXPECT_TRUE(paths_.remove_directory(path).ok());
+    EXPECT_EQ(one_.calls[Op::lookup], 2U) << "of the names that were not there";
+    EXPECT_EQ(one_.calls[Op::getattr], 0U);
+}
+
+TEST_F(DirectoryChangeTest, WhatIsToldOfTheDirectoryIsWhatIsShown) {
+    ASSERT_TRUE(remove("/mnt/one/d/a").ok());
+    ASSERT_TRUE(paths_.get_attributes("/mnt/one/d", attributes_).ok());
+    EXPECT_EQ(attributes_.change, one_.at("/d").attributes.change);
+    EXPECT_EQ(one_.calls[Op::getattr], 0U);
+}
+
+TEST_F(DirectoryChangeTest, AServerThatTellsNothingOfTheDirectoryIsAsked) {
+    one_.tells_directories = false;
+    ASSERT_TRUE(remove("/mnt/one/d/a").ok());
+    ASSERT_TRUE(paths_.get_attributes("/mnt/one/d", attributes_).ok());
+    EXPECT_EQ(attributes_.change, one_.at("/d").attributes.change);
+    EXPECT_EQ(one_.calls[Op::getattr], 1U);
+}
+
+TEST_F(DirectoryChangeTest, NamesAreLookedUpAnewOnceSomebodyElseChangedTheDirectory) {
+    replace("x");
+    ASSERT_TRUE(remove("/mnt/one/d/a").ok());
+    EXPECT_EQ(id_of("/mnt/one/d/x"), one_.find("/d/x"));
+    replace("x");
+    ASSERT_TRUE(paths_.make_directory("/mnt/one/d/m").ok());
+    EXPECT_EQ(id_of("/mnt/one/d/x"), one_.find("/d/x"));
+    replace("x");
+    ASSERT_TRUE(paths_.remove_directory("/mnt/one/d/m").ok());
+    EXPECT_EQ(id_of("/mnt/one/d/x"), one_.find("/d/x"));
+    replace("x");
+    auto place = walk_path(mounts_, "/mnt/one/d/new", LastLink::keep);
+    ASSERT_TRUE(place.ok() && place.value().directory);
+    ASSERT_TRUE(place.value().mount->create(*place.value().directory, "new", {}).ok());
+    EXPECT_EQ(id_of("/mnt/one/d/x"), one_.find("/d/x"));
+}
+
+TEST_F(DirectoryChangeTest, OwnChangesLeaveWhatIsKnownOfOtherNames) {
+    ASSERT_TRUE(remove("/mnt/one/d/a").ok());
+    ASSERT_TRUE(paths_.make_directory("/mnt/one/d/m").ok());
+    one_.calls.clear();
+    EXPECT_EQ(id_of("/mnt/one/d/x"), one_.find("/d/x"));
+    EXPECT_EQ(one_.total_calls(), 0U);
+}
+
+TEST(ObjectCache, TheNamesOfOneDirectoryAreForgottenTogether) {
+    EventLoop::Clock::time_point now{};
+    ObjectCache cache([&now] { return now; });
+    FileHandle one;
+    one.size = 4;
+    FileHandle other;
+    other.size = 8;
+    cache.put_name(one, "there", other);
+    cache.put_name(one, "absent", std::nullopt);
+    cache.put_name(other, "there", one);
+    cache.forget_names(one);
+    EXPECT_FALSE(cache.find_name(one, "there").known || cache.find_name(one, "absent").known);
+    EXPECT_TRUE(cache.find_name(other, "there").known);
+    cache.put_name(one, "there", other);
+    EXPECT_TRUE(cache.find_name(one, "there").known) << "it was put since";
+}
+
 TEST(ObjectCache, EntriesExpireAndWhatIsAbsentExpiresSooner) {
     EventLoop::Clock::time_point now{};
     ObjectCache cache([&now] { return now; });

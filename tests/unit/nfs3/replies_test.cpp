@@ -57,6 +57,7 @@ std::vector<Kind> kinds() {
          whole(get_commit)},
         {"CREATE", [](auto &w) { put_made(w); }, whole(get_made)},
         {"SETATTR", [](auto &w) { put_wcc(w); }, whole(get_changed)},
+        {"REMOVE", [](auto &w) { put_wcc(w); }, whole(get_removed)},
         {"READDIR", [](auto &w) { put_directory(w, false); }, whole(get_readdir)},
         {"READDIRPLUS", [](auto &w) { put_directory(w, true); }, whole(get_readdirplus)},
         {"FSSTAT", [](auto &w) { put_fsstat(w); }, whole(get_fsstat)},
@@ -135,6 +136,20 @@ TEST(Replies, CarryEveryAttribute) {
     EXPECT_EQ(reply.access.nanoseconds, 12U);
     EXPECT_EQ(reply.modification.seconds, 21U);
     EXPECT_EQ(reply.change.nanoseconds, 32U);
+}
+
+TEST(Replies, TellHowADirectoryWasBeforeAndAfter) {
+    const auto made = read_back(get_made, [](auto &w) { samples::put_made(w); });
+    const auto removed = read_back(get_removed, [](auto &w) { samples::put_wcc(w); });
+    for (const DirectoryChange &change : {made.directory, removed}) {
+        EXPECT_EQ(change.before, (DirectoryChange::State{999, {0, 1}, {0, 2}}));
+        EXPECT_EQ(change.after->fileid, 88U);
+    }
+    const auto untold = read_back(get_removed, [](auto &w) {
+        w.put_bool(false);
+        w.put_bool(false);
+    });
+    EXPECT_FALSE(untold.before || untold.after);
 }
 
 TEST(Replies, KnowNoOtherFileTypes) {

@@ -162,7 +162,7 @@ class VolumeTest : public testing::Test {
         return get<CreateReply>([this](auto completion) { volume->mkdir(handle, "d", 0755, completion); });
     }
     Status remove() {
-        return done([this](auto completion) { volume->remove(handle, "f", completion); });
+        return get<DirectoryChange>([this](auto completion) { volume->remove(handle, "f", completion); }).status();
     }
 
     EventLoop loop;
@@ -604,7 +604,7 @@ TEST_F(VolumeTest, RunsEveryOtherOperation) {
     EXPECT_EQ(get<CreateReply>([&](auto c) { volume->create(handle, "n", {}, c); }).value().handle->view(), "handle");
     EXPECT_TRUE(mkdir().ok());
     EXPECT_TRUE(remove().ok());
-    EXPECT_TRUE(done([&](auto c) { volume->rmdir(handle, "d", c); }).ok());
+    EXPECT_TRUE(get<DirectoryChange>([&](auto c) { volume->rmdir(handle, "d", c); }).ok());
     EXPECT_TRUE(done([&](auto c) { volume->setattr(handle, {0600, 5}, c); }).ok());
     EXPECT_EQ(get<std::string>([&](auto c) { volume->readlink(handle, c); }).value(), "/target");
     EXPECT_EQ(get<FsStatReply>([&](auto c) { volume->fsstat(handle, c); }).value().available_files, 100U);
@@ -649,7 +649,7 @@ TEST_F(VolumeTest, CountsWhatWasDoneBeforeAnAnswerWasLostAsDone) {
 
     nfs.lose_answers(Procedure::rmdir, 1);
     nfs.refuse(Procedure::rmdir, NfsStatus::noent);
-    EXPECT_TRUE(done([&](auto c) { volume->rmdir(handle, "d", c); }).ok());
+    EXPECT_TRUE(get<DirectoryChange>([&](auto c) { volume->rmdir(handle, "d", c); }).ok());
 }
 
 TEST_F(VolumeTest, TakesTheSameAnswersForFailuresTheFirstTime) {

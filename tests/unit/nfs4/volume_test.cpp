@@ -85,7 +85,7 @@ class Nfs4VolumeTest : public testing::Test {
         });
     }
     Status remove(const std::string &name) {
-        return end_of([&, this](auto done) { volume->remove(root, name, std::move(done)); });
+        return get<DirectoryChange>([&, this](auto done) { volume->remove(root, name, std::move(done)); }).status();
     }
     Result<CreateReply> mkdir(const std::string &name) {
         return get<CreateReply>([&, this](auto done) { volume->mkdir(root, name, 0755, std::move(done)); });
@@ -489,7 +489,7 @@ TEST_F(Nfs4VolumeTest, RemovesNoDirectoryAsAFileAndNoFileAsADirectory) {
     ASSERT_TRUE(attach().ok());
     EXPECT_EQ(remove("folder").number(), static_cast<uint32_t>(EISDIR));
     const auto rmdir = [this](const std::string &name) {
-        return end_of([&, this](auto done) { volume->rmdir(root, name, std::move(done)); });
+        return get<DirectoryChange>([&, this](auto done) { volume->rmdir(root, name, std::move(done)); }).status();
     };
     EXPECT_EQ(rmdir("file").number(), static_cast<uint32_t>(ENOTDIR));
     EXPECT_EQ(nfs.executed(Op::remove), 0);
