@@ -52,6 +52,8 @@ Status MountedVolume::contact() {
         return contact_failure_;
     }
     root_ = attached.value();
+    const auto told = volume_->root_info();
+    if (told && told->attributes) limits_[told->attributes->fsid] = told->limits;
     return {};
 }
 

@@ -133,6 +133,7 @@ class Nfs3Volume : public Volume {
     void attach(Completion<FileHandle> done) override;
     void detach(DoneCompletion done) override;
     const VolumeLimits &limits() const override { return limits_; }
+    std::optional<FsInfoReply> root_info() const override { return root_info_; }
     bool busy() const override;
 
     void getattr(const FileHandle &object, Completion<Attributes> done) override;
@@ -191,6 +192,7 @@ class Nfs3Volume : public Volume {
     State state_ = State::detached;
     FileHandle root_;
     VolumeLimits limits_;
+    std::optional<FsInfoReply> root_info_;
     uint32_t directory_bytes_ = kDirectoryBytes;
     std::vector<std::byte> credential_;
     rpc::Client *client_ = nullptr;  // the server's, while in use here
@@ -267,7 +269,8 @@ void Nfs3Volume::contacted(Result<Contacted> result) {
 void Nfs3Volume::ask_limits() {
     auto done = [this](Result<FsInfoReply> info) {
         if (!info.ok()) return attach_ended(info.status());
-        limits_ = info.value().limits;
+        root_info_ = info.value();
+        limits_ = root_info_->limits;
         agree(limits_.read_maximum, limits_.read_preferred);
         agree(limits_.write_maximum, limits_.write_preferred);
         if (const uint32_t least = std::min(limits_.read_maximum, limits_.write_maximum); least < kTransferMinimum)

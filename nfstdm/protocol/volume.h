@@ -179,6 +179,9 @@ class Volume {
     // Valid once attached.
     virtual const VolumeLimits &limits() const = 0;
 
+    // What the server told of the root's file system when it was attached, where it was asked: as it told it.
+    virtual std::optional<FsInfoReply> root_info() const { return std::nullopt; }
+
     // True while a number of operations is on the wire that one more bulk READ or WRITE would only queue behind.
     virtual bool busy() const = 0;
 

@@ -142,12 +142,16 @@ class CountingLoopnfsd(LoopnfsdProcess):
             [self.program, "--send", self.control, *words], check=True, capture_output=True, text=True
         ).stdout
 
-    def calls_of(self, action):
-        """The number of NFS and MOUNT calls that arrive while the action runs."""
+    def counts_of(self, action):
+        """The number of calls of each NFS and MOUNT procedure that arrive while the action runs."""
         self.send("reset-stats")
         action()
         counts = dict(pair.split("=") for pair in self.send("stats").split())
-        return sum(int(count) for name, count in counts.items() if name.isupper())
+        return {name: int(count) for name, count in counts.items() if name.isupper()}
+
+    def calls_of(self, action):
+        """The number of NFS and MOUNT calls that arrive while the action runs."""
+        return sum(self.counts_of(action).values())
 
 
 class FaultyServer:

@@ -43,6 +43,14 @@ def test_a_listing_needs_no_more_than_one_call_for_twenty_entries(counting, comm
     assert counting.calls_of(*command, f"{MOUNT}/many") <= 10000 / 20
 
 
+@pytest.mark.parametrize("words", [("ls",), ("find",), ("getattr",)], ids=" ".join)
+def test_a_file_system_is_asked_for_its_limits_once(counting, words):
+    (counting.folder / "d" / "e").mkdir(parents=True)
+    for path in (MOUNT, f"{MOUNT}/d"):
+        counts = counting.daemon.counts_of(lambda path=path: counting.client.ok(*words, path))
+        assert counts["FSINFO"] == 1, counts
+
+
 ONCE = 10  # calls for the contact, the directory itself and the good-bye
 
 

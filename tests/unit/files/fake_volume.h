@@ -89,6 +89,7 @@ class FakeServer {
     void fail_next(Op op, uint32_t number) { failures[op].push_back(number); }
 
     VolumeLimits limits{1 << 20, 1 << 20, 1, 1 << 20, 1 << 20, 1, 8192, UINT64_MAX};
+    std::optional<FsInfoReply> root_info;  // told when it is attached
     std::size_t entries_per_reply = 100;
     bool has_readdirplus = true;
     bool lists_dots = true;
@@ -128,6 +129,7 @@ class FakeVolume : public Volume {
     void attach(Completion<FileHandle> done) override;
     const VolumeLimits &limits() const override { return server_.limits; }
     bool busy() const override { return false; }
+    std::optional<FsInfoReply> root_info() const override { return server_.root_info; }
     void getattr(const FileHandle &object, Completion<Attributes> done) override;
     void setattr(const FileHandle &object, const SetAttributes &set, DoneCompletion done) override;
     void lookup(const FileHandle &directory, std::string_view name, Completion<LookupReply> done) override;

@@ -419,6 +419,29 @@ TEST_F(PathOperationsTest, FsinfoIsAskedOnceAFileSystem) {
     EXPECT_EQ(one_.calls[Op::fsinfo], 2U);
 }
 
+TEST_F(PathOperationsTest, WhatAttachingToldOfTheFileSystemIsNotAskedAgain) {
+    one_.add_directory("/other");
+    one_.at("/other").attributes.fsid = 7;
+    one_.root_info = FsInfoReply{one_.node(1).attributes, {}};
+    one_.root_info->limits.readdir_preferred = 4711;
+    one_.node(1).attributes.mode = 0700;
+    FsInfoReply info;
+    ASSERT_TRUE(paths_.fsinfo("/mnt/one", info).ok());
+    EXPECT_EQ(info.limits.readdir_preferred, 4711U);
+    EXPECT_EQ(info.attributes->mode, 0700U) << "attributes are as they are now";
+    EXPECT_EQ(one_.calls[Op::fsinfo], 0U);
+    ASSERT_TRUE(paths_.fsinfo("/mnt/one/other", info).ok());
+    EXPECT_EQ(info.limits.readdir_preferred, one_.limits.readdir_preferred);
+    EXPECT_EQ(one_.calls[Op::fsinfo], 1U);
+}
+
+TEST_F(PathOperationsTest, AFileSystemThatAttachingDidNotNameIsAskedAbout) {
+    one_.root_info = FsInfoReply{};
+    FsInfoReply info;
+    ASSERT_TRUE(paths_.fsinfo("/mnt/one", info).ok());
+    EXPECT_EQ(one_.calls[Op::fsinfo], 1U);
+}
+
 // Making and removing names tells what became of their directory, so nobody asks.
 class DirectoryChangeTest : public PathOperationsTest {
   protected:

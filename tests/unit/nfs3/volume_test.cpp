@@ -210,6 +210,17 @@ TEST_F(VolumeTest, UsesASizeThatWorksWhenTheServerNamesNone) {
     EXPECT_GT(volume->limits().read_preferred, 0U);
 }
 
+TEST_F(VolumeTest, KeepsWhatTheServerToldWhenItWasAttachedAsItWasTold) {
+    FakeNfs nfs(loop);
+    attach_to(nfs);
+    const auto told = volume->root_info();
+    ASSERT_TRUE(told && told->attributes);
+    EXPECT_EQ(told->attributes->fsid, 77U);
+    EXPECT_EQ(told->limits.read_maximum, 2U << 20) << "more than this client asks for at once";
+    EXPECT_EQ(told->limits.readdir_preferred, 4096U);
+    EXPECT_EQ(nfs.count(Procedure::fsinfo), 1U);
+}
+
 TEST_F(VolumeTest, RefusesAServerThatTakesNextToNothingAtOnce) {
     FakeNfs nfs(loop);
     open(config_of(nfs));
