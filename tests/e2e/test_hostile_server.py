@@ -14,6 +14,7 @@ from texts import SUCCEEDED, failed
 
 MOUNT = "/wnfs-hostile"
 SIZE = 10_000
+AT_TERMINAL = {"TSLWNFS_TERMINAL": "always"}
 EVER = ":1:*"  # from the first call on, without end
 
 
@@ -162,10 +163,24 @@ def test_a_directory_that_cannot_be_believed_is_an_error(hostile, fault):
 
 def test_a_name_that_no_path_can_hold_is_left_out_and_told(hostile):
     server = hostile("long-name")
-    run = server.client.run("ls", f"{MOUNT}/d", env={"TSLWNFS_TERMINAL": "always"})
+    run = server.client.run("ls", f"{MOUNT}/d", env=AT_TERMINAL)
     assert (run.status, run.out[-len(SUCCEEDED) :]) == (0, SUCCEEDED)
     assert {line.strip() for line in run.out.split(b"\n")} >= {b"f", b"g"}
     assert f"{MOUNT}/d: names left out that no path can hold: 1".encode() in run.err
+
+
+@pytest.mark.parametrize("fault", ["bad-names", "long-name"])
+def test_a_tree_with_such_names_is_neither_copied_nor_deleted_with_success(hostile, fault):
+    server = hostile(fault)
+    copied = server.client.run("cp", "-r", f"{MOUNT}/d", server.destination / "copy", env=AT_TERMINAL)
+    assert copied.status == 1
+    assert f"{MOUNT}/d: names left out that no path can hold: ".encode() in copied.err
+    assert {path.name for path in (server.destination / "copy").iterdir()} >= {"f", "g"}
+    assert (server.destination / "copy" / "f").read_bytes() == content(SIZE)
+    deleted = server.client.run("rm", "-r", f"{MOUNT}/d", env=AT_TERMINAL)
+    assert deleted.status == 1
+    assert f"{MOUNT}/d: names left out that no path can hold: ".encode() in deleted.err
+    assert not list((server.served / "d").iterdir()), "what has a name is deleted"
 
 
 def test_harmful_names_reach_nobody(hostile):

@@ -46,7 +46,7 @@ std::optional<uint32_t> copy_content(const PathBuffer &source, const PathBuffer 
 }
 
 // Copies a tree. What it holds reports for itself, so a failure there does not fail the directory, unless the status is
-// to tell of it.
+// to tell of it. What cannot be named reports nothing, so the directory does.
 uint32_t copy_directory(const PathBuffer &source, const PathBuffer &destination, const AttrResult &source_attributes) {
     if (commandtype != kCopy || (COMMAND_OPTION & kFileRecursive) == 0) {
         terminal::note_failure(std::string(source.view()) + " is a directory; with -r it is copied, too");
@@ -64,6 +64,10 @@ uint32_t copy_directory(const PathBuffer &source, const PathBuffer &destination,
     // Last, since the mode may forbid what was made in it.
     const auto mode = is_new ? mode_for_copy(source_attributes) : std::nullopt;
     if (mode && !set_mode(kRecords.function, destination, *mode)) return 1;
+    if (*inside == kNamesLeftOut) {
+        trace_failure(kRecords.function, "%s has names that no path can hold; those are not copied", source.c_str());
+        return 1;
+    }
     return is_strict(Strict::status) && !is_empty ? *inside : 0;
 }
 

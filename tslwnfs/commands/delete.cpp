@@ -13,6 +13,7 @@
 #include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/output.h"
 #include "tslwnfs/frontend/strict.h"
+#include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/identify.h"
 #include "tslwnfs/storage/resolve.h"
@@ -45,6 +46,10 @@ uint32_t delete_directory(const PathBuffer &path, const AttrResult &attributes) 
         std::optional<HeldDirectory> held;
         if (attributes.local) held.emplace(path);
         inside = exec_command(content, nullptr);
+    }
+    if (inside == kNamesLeftOut) {
+        trace_failure(kFunction, "%s is kept: it has names that no path can hold", path.c_str());
+        return 1;
     }
     if (!confirm(path) || removedir(path) != 0) return 1;
     return is_strict(Strict::status) && !is_empty ? inside : 0;

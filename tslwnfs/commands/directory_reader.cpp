@@ -93,11 +93,13 @@ class RemoteReader {
         return Reading::done;
     }
 
-    // The library's record is for the trace; this is for whoever watches.
-    void tell_left_out() const {
-        if (left_out_ == 0) return;
+    // Whether all names were given. The library's record of those that were not is for the trace; this is for whoever
+    // watches.
+    bool tell_left_out() const {
+        if (left_out_ == 0) return true;
         terminal::note_failure(std::string(path_.view()) +
                                ": names left out that no path can hold: " + std::to_string(left_out_));
+        return false;
     }
 
   private:
@@ -158,7 +160,7 @@ unsigned long bytes_of(const NameList &names) {
     return bytes;
 }
 
-bool read(const PathBuffer &path, NameList &names) {
+bool read(const PathBuffer &path, NameList &names, bool &complete) {
     TdmFsInfo info = {};
     uint32_t location = 0;
     const uint32_t status = tdm_fsinfo(ctx, path.c_str(), &info, &location);
@@ -171,16 +173,19 @@ bool read(const PathBuffer &path, NameList &names) {
         RemoteReader reader(path, names);
         if (!reader.allocate(info.readdir_entries)) return false;
         reading = reader.read_all();
-        if (reading == Reading::done) reader.tell_left_out();
+        if (reading == Reading::done) complete = reader.tell_left_out();
     }
     return reading == Reading::local ? read_local(path, names) : reading == Reading::done;
 }
 
 }  // namespace
 
-bool read_directory(const PathBuffer &path, NameList &names) {
+bool read_directory(const PathBuffer &path, NameList &names, bool *complete) {
     try {
-        return read(path, names);
+        bool all = true;
+        const bool done = read(path, names, all);
+        if (complete != nullptr) *complete = all;
+        return done;
     } catch (const std::bad_alloc &) {
         const unsigned long bytes = bytes_of(names);
         NameList().swap(names);

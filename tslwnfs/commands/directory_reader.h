@@ -6,5 +6,6 @@
 #include "tslwnfs/commands/listing.h"
 
 // Gives the names of a directory, without "." and "..", in the order they are read. Traces what failed in the name of
-// read_dir and returns false; a remote object that is not a directory is remarked upon in the output.
-[[nodiscard]] bool read_directory(const PathBuffer &path, NameList &names);
+// read_dir and returns false; a remote object that is not a directory is remarked upon in the output. complete, if
+// given, becomes false when the directory has names besides that no path can hold.
+[[nodiscard]] bool read_directory(const PathBuffer &path, NameList &names, bool *complete = nullptr);

@@ -112,7 +112,7 @@ void report_match(const std::string &path) {
 [[gnu::noinline]] FindResult list_directory(const Operand &path, NameList &names, std::string &resolved_path) {
     const uint32_t listed = list_content(path, names);
     if (listed == kNoDirectory) return kNothing;
-    if (listed != 0) {
+    if (listed != 0 && listed != kNamesLeftOut) {
         trace_message(kFunction, Message::directory_unlisted, path.text());
         return kFailed;
     }

@@ -66,7 +66,11 @@ uint32_t list_content(const Operand &path, NameList &names) {
     if (!resolve_operand("read_dir", path, resolved)) return 1;
     AttrResult attributes;
     const Kind kind = kind_of(resolved, attributes);
-    if (kind != Kind::regular && kind != Kind::special) return read_directory(resolved, names) ? 0 : 1;
+    if (kind != Kind::regular && kind != Kind::special) {
+        bool complete = true;
+        if (!read_directory(resolved, names, &complete)) return 1;
+        return complete ? 0 : kNamesLeftOut;
+    }
     trace_failure("read_dir", "%s is no directory", resolved.c_str());
     return kNoDirectory;
 }

@@ -154,8 +154,8 @@ class FileRun {
         // A directory that is walked may well be empty.
         if (files_ == 0 && listed_ && !typed_) return nothing_inside();
         if (files_ == 0 && typed_) terminal::note_remark("no name matches " + first_);
-        if (files_ == 0 || kept_ == kUnusable) return unusable();
-        return kept_;
+        if (files_ == 0 || kept_ == kUnusable) kept_ = unusable();
+        return names_left_out_ && !typed_ ? kNamesLeftOut : kept_;
     }
 
   private:
@@ -189,9 +189,11 @@ class FileRun {
         }
     }
 
-    bool list_source(NameList &names) const {
+    bool list_source(NameList &names) {
         const char *const directory = source_->directory.c_str();
-        return list_content(typed_ ? Operand(directory) : Operand::ready(directory), names) == 0;
+        const uint32_t listed = list_content(typed_ ? Operand(directory) : Operand::ready(directory), names);
+        names_left_out_ = listed == kNamesLeftOut;
+        return listed == 0 || names_left_out_;
     }
 
     // name is the source's last component; a source that was not typed was joined with it.
@@ -262,6 +264,7 @@ class FileRun {
     bool listed_ = false;
     std::size_t files_ = 0;
     uint32_t kept_ = 0;
+    bool names_left_out_ = false;  // of the source's directory
 };
 
 }  // namespace

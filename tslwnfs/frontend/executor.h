@@ -9,5 +9,5 @@
 // Prepares the operands, expands a wildcard in the last component of the first one, prints the banner, calls the
 // command's function for each file and reports each result. Either operand may be missing. Returns 0, the last
 // failing result, or 4 when the operands could not be used. Copy and delete call it again to work recursively, with
-// operands that are ready for use.
+// operands that are ready for use; they get kNamesLeftOut for a directory that has names which no path can hold.
 uint32_t exec_command(const Operand &first, const Operand &second);

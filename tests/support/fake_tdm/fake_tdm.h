@@ -33,6 +33,7 @@ class FakeTdm {
     FakeVolume volume;
     uint32_t block_size = 1;
     uint32_t readdir_entries = 4;      // entries a tdm_readdir call, as tdm_fsinfo tells
+    uint32_t names_left_out = 0;       // of every directory, as tdm_readdir tells
     TdmFileInfo file_properties = {};  // I/O size, alignment, permitted operations and mirror sides of every file
     TdmFsInfo file_system_limits = {};
     TdmFsStat file_system_figures = {};

@@ -291,6 +291,8 @@ uint32_t tdm_readdir(void *, const char *path, TdmDirEntry *entries, TdmReaddirR
         copy_text(entry.name, sizeof entry.name, names[position]);
     }
     reply->end_of_directory = cookie + reply->entries >= names.size() ? 1 : 0;
+    if (reply->end_of_directory != 0 && fake().names_left_out != 0)
+        reply->library_word = TDM_NAMES_LEFT_OUT | fake().names_left_out;
     return 0;
 }
 

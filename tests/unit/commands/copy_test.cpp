@@ -547,6 +547,22 @@ TEST_F(CopyTest, SpecialFilesOfATreeArePassedOver) {
     EXPECT_TRUE(fs::is_empty(directory_.path("near")));
 }
 
+TEST_F(CopyTest, ADirectoryWithNamesThatNoPathCanHoldIsCopiedWithoutThemAndFails) {
+    COMMAND_OPTION = kFileRecursive;
+    fake_.volume.add_file("/m/d/f", "text");
+    fake_.names_left_out = 2;
+    EXPECT_EQ(copy("/m/d", directory_.path("copied")).status, 1u);
+    EXPECT_EQ(read_file(directory_.path("copied/f")), "text");
+    EXPECT_EQ(trace_of("copyfile").back(), "copyfile /m/d has names that no path can hold; those are not copied");
+}
+
+TEST_F(CopyTest, ADirectoryWithNothingButSuchNamesFailsToo) {
+    COMMAND_OPTION = kFileRecursive;
+    fake_.volume.add_directory("/m/d");
+    fake_.names_left_out = 1;
+    EXPECT_EQ(copy("/m/d", directory_.path("copied")).status, 1u);
+}
+
 TEST_F(CopyTest, ASpecialFileIsUsedWhenItIsNamedByItselfOnThisHost) {
     fake_.volume.add_file("/m/src", "text");
     Outcome outcome = copy("/m/src", "/dev/null");

@@ -227,6 +227,15 @@ TEST_F(DeleteTest, ATreeIsDeletedFromItsLeaves) {
                 ElementsAre("delete /m/d/sub/f", "rmdir /m/d/sub", "delete /m/d/.dot", "rmdir /m/d"));
 }
 
+TEST_F(DeleteTest, ADirectoryWithNamesThatNoPathCanHoldIsKeptAndFails) {
+    COMMAND_OPTION = kFileRecursive;
+    fake_.volume.add_file("/m/d/f", "");
+    fake_.names_left_out = 2;
+    EXPECT_EQ(del("/m/d").status, 1u);
+    EXPECT_THAT(fake_.calls_of({"delete", "rmdir"}), ElementsAre("delete /m/d/f"));
+    EXPECT_THAT(trace_of("delfile"), ElementsAre("delfile /m/d is kept: it has names that no path can hold"));
+}
+
 TEST_F(DeleteTest, ALocalTreeIsDeleted) {
     COMMAND_OPTION = kFileRecursive;
     const std::string path = directory_.directory("d/sub");
