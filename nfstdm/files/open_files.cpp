@@ -128,6 +128,13 @@ Status OpenFiles::close(uint64_t identifier) {
     return failure;
 }
 
+void OpenFiles::rest(const Place &place) {
+    const auto open = place.object ? find_open(place) : files_.end();
+    if (open == files_.end()) return;
+    open->second.file.finish_reads();
+    open->second.file.rest();
+}
+
 Status OpenFiles::flush_all() {
     Status first;
     while (!resources_.unwritten.empty()) {

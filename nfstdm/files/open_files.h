@@ -37,7 +37,9 @@ class OpenFiles {
     Status close(uint64_t identifier);
     // Brings every accepted write of every file to stable storage, and gives the first failure.
     Status flush_all();
-    // How many files that visits: those that were written to. Any number of others may be open.
+    // Gives up the windows of the file at a place, if it is open: it is about to go.
+    void rest(const Place &place);
+    // How many files flush_all() visits: those that were written to. Any number of others may be open.
     std::size_t unwritten() const { return resources_.unwritten.size(); }
     // Gives the memory of other files' read-ahead to one that has none.
     void make_room_to_read(const OpenFile &file);

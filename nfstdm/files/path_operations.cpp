@@ -73,10 +73,10 @@ Result<Location> PathOperations::remove_directory(std::string_view path) {
                    [](const Place &place) { return place.mount->remove_directory(*place.directory, place.name); });
 }
 
-Result<Location> PathOperations::remove(std::string_view path, const std::function<Status()> &before) {
+Result<Location> PathOperations::remove(std::string_view path, const std::function<Status(const Place &)> &before) {
     std::optional<Status> prepared;  // once, also when a stale handle makes the rest happen twice
     return at_name(path, [&](const Place &place) {
-        if (!prepared) prepared = before();
+        if (!prepared) prepared = before(place);
         if (!prepared->ok()) return *prepared;
         if (place.object) place.mount->cache().forget_attributes(place.object->handle);
         return place.mount->remove(*place.directory, place.name);

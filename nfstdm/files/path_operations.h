@@ -36,7 +36,7 @@ class PathOperations {
     Result<Location> make_directory(std::string_view path);
     Result<Location> remove_directory(std::string_view path);
     // before runs when the path is found to be remote; its failure keeps the file.
-    Result<Location> remove(std::string_view path, const std::function<Status()> &before);
+    Result<Location> remove(std::string_view path, const std::function<Status(const Place &)> &before);
     Result<Location> read_link(std::string_view path, std::string &target);
     // In the replies the attributes are always there.
     Result<Location> fsinfo(std::string_view path, FsInfoReply &info);

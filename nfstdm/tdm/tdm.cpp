@@ -173,7 +173,11 @@ uint32_t tdm_unidentify(void *ctx, uint64_t file) {
 
 uint32_t tdm_delete(void *ctx, const char *path, uint32_t *location) {
     return path_operation("tdm_delete", ctx, path, path, location, [path](Session &session) {
-        return session.paths().remove(path, [&session] { return session.files().flush_all(); });
+        return session.paths().remove(path, [&session](const Place &place) {
+            Status flushed = session.files().flush_all();
+            session.files().rest(place);
+            return flushed;
+        });
     });
 }
 

@@ -151,10 +151,12 @@ class FileRun {
         } else {
             run_on(first_, source_->name, typed_);
         }
-        // A directory that is walked may well be empty.
-        if (files_ == 0 && listed_ && !typed_) return nothing_inside();
         if (files_ == 0 && typed_) terminal::note_remark("no name matches " + first_);
-        if (files_ == 0 || kept_ == kUnusable) kept_ = unusable();
+        if (files_ == 0 && listed_ && !typed_) {
+            kept_ = nothing_inside();  // a directory that is walked may well be empty
+        } else if (files_ == 0 || kept_ == kUnusable) {
+            kept_ = unusable();
+        }
         return names_left_out_ && !typed_ ? kNamesLeftOut : kept_;
     }
 

@@ -14,7 +14,8 @@
 namespace {
 
 std::string padded(const std::string &name) {
-    return name + std::string(31 - name.size(), ' ');
+    constexpr std::size_t kColumn = 31;
+    return name + std::string(name.size() > kColumn ? kColumn : kColumn - name.size(), ' ');
 }
 
 class ListingTest : public CommandTest {

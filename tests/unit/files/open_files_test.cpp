@@ -336,7 +336,7 @@ std::size_t OpenFilesTest::move_many(const std::string &folder, std::size_t coun
         one_.add_file("/" + name);
         identify("/mnt/one/" + name);
         EXPECT_TRUE(create("/mnt/two/" + folder + std::to_string(i)).write(0, pattern(1)).ok());
-        const auto flushed = [&] {
+        const auto flushed = [&](const Place &) {
             visited += files_.unwritten();
             return files_.flush_all();
         };
@@ -370,6 +370,20 @@ TEST_F(OpenFilesTest, AFileThatWasOnlyIdentifiedTakesLessThanTwoHundredBytes) {
     EXPECT_EQ(files_.size(), kFiles);
     EXPECT_LT(taken, 200 * kFiles);
     EXPECT_GT(taken, 0U);
+}
+
+TEST_F(OpenFilesTest, AFileThatIsAboutToGoKeepsNoWindows) {
+    one_.add_file("/f", pattern(100000));
+    auto &file = identify("/mnt/one/f");
+    std::vector<std::byte> buffer(1000);
+    ASSERT_TRUE(read(file, 0, buffer).ok());
+    ASSERT_TRUE(file.reads_ahead());
+    const auto place = walk_path(mounts_, "/mnt/one/f", LastLink::keep);
+    ASSERT_TRUE(place.ok());
+    const std::size_t before = allocated_bytes();
+    files_.rest(place.value());
+    EXPECT_FALSE(file.reads_ahead());
+    EXPECT_LT(allocated_bytes() + 1000, before);
 }
 
 TEST_F(OpenFilesTest, AFileThatRestsKeepsNoWindowsAndGoesOnWhenItIsUsedAgain) {

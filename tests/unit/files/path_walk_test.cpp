@@ -253,7 +253,7 @@ TEST_F(PathOperationsTest, LocalPathsAreTouchedByNothing) {
     EXPECT_TRUE(local(paths_.set_permissions("/x", 0)));
     EXPECT_TRUE(local(paths_.make_directory("/x")));
     EXPECT_TRUE(local(paths_.remove_directory("/x")));
-    EXPECT_TRUE(local(paths_.remove("/x", [] { return Status{EIO, ""}; })));
+    EXPECT_TRUE(local(paths_.remove("/x", [](const Place &) { return Status{EIO, ""}; })));
     EXPECT_TRUE(local(paths_.read_link("/x", target)));
     EXPECT_TRUE(local(paths_.fsinfo("/x", info)));
     EXPECT_TRUE(local(paths_.fsstat("/x", stat)));
@@ -285,12 +285,12 @@ TEST_F(PathOperationsTest, OwnChangesAreSeenAtOnce) {
 TEST_F(PathOperationsTest, AMountPointCanBeNeitherMadeNorRemoved) {
     EXPECT_EQ(paths_.make_directory("/mnt/one").status().number(), uint32_t{EEXIST});
     EXPECT_EQ(paths_.remove_directory("/mnt/one").status().number(), uint32_t{EBUSY});
-    EXPECT_EQ(paths_.remove("/mnt/one", [] { return Status{}; }).status().number(), uint32_t{EBUSY});
+    EXPECT_EQ(paths_.remove("/mnt/one", [](const Place &) { return Status{}; }).status().number(), uint32_t{EBUSY});
 }
 
 TEST_F(PathOperationsTest, AFailureBeforeRemovingKeepsTheFileAlsoWhenItIsAStaleHandle) {
     one_.add_file("/f");
-    EXPECT_EQ(paths_.remove("/mnt/one/f", [] { return Status{ESTALE, "lost"}; }).status().number(), uint32_t{ESTALE});
+    EXPECT_EQ(paths_.remove("/mnt/one/f", [](const Place &) { return Status{ESTALE, "lost"}; }).status().number(), uint32_t{ESTALE});
     EXPECT_TRUE(one_.exists("/f"));
 }
 
@@ -455,7 +455,7 @@ class DirectoryChangeTest : public PathOperationsTest {
         one_.calls.clear();
     }
     Status remove(const std::string &path) {
-        return paths_.remove(path, [] { return Status{}; }).status();
+        return paths_.remove(path, [](const Place &) { return Status{}; }).status();
     }
     // Another client puts another file into a place.
     void replace(const std::string &name) {
