@@ -11,7 +11,7 @@
 namespace nfstdm {
 namespace {
 
-DirectoryChange::State state_of(const Attributes &attributes) {
+DirectoryState state_of(const Attributes &attributes) {
     return {attributes.size, attributes.modification, attributes.change};
 }
 

@@ -20,7 +20,7 @@ bool get_time(xdr::Reader &reader, Time &time) {
 }
 
 // wcc_attr
-bool get_state(xdr::Reader &reader, DirectoryChange::State &state) {
+bool get_state(xdr::Reader &reader, DirectoryState &state) {
     return reader.get_u64(state.size) && get_time(reader, state.modification) && get_time(reader, state.change);
 }
 

@@ -82,15 +82,17 @@ struct PathReply {
     Status failure;  // of the component behind those; success when all were found
 };
 
+// What shows that a directory was changed.
+struct DirectoryState {
+    uint64_t size = 0;
+    Time modification;
+    Time change;
+    bool operator==(const DirectoryState &) const = default;
+};
+
 // What making or removing a name did to its directory. A server need not tell either.
 struct DirectoryChange {
-    struct State {
-        uint64_t size = 0;
-        Time modification;
-        Time change;
-        bool operator==(const State &) const = default;
-    };
-    std::optional<State> before;  // unless it is what is known, somebody else changed the directory, too
+    std::optional<DirectoryState> before;  // unless it is what is known, somebody else changed the directory, too
     std::optional<Attributes> after;
 };
 

@@ -27,7 +27,7 @@ inline void put(Writer &out, const nfstdm::Attributes &attributes) {
         put(out, time);
 }
 
-inline void put(Writer &out, const nfstdm::DirectoryChange::State &state) {
+inline void put(Writer &out, const nfstdm::DirectoryState &state) {
     out.put_u64(state.size);
     put(out, state.modification);
     put(out, state.change);

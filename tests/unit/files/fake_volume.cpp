@@ -288,8 +288,7 @@ void FakeVolume::commit(const FileHandle &file, Completion<CommitReply> done) {
 
 DirectoryChange FakeVolume::change_of(uint64_t directory, const Attributes &before) {
     if (!server_.tells_directories) return {};
-    return {DirectoryChange::State{before.size, before.modification, before.change},
-            server_.node(directory).attributes};
+    return {DirectoryState{before.size, before.modification, before.change}, server_.node(directory).attributes};
 }
 
 void FakeVolume::create(const FileHandle &directory, std::string_view name, const SetAttributes &set,

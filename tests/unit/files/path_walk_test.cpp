@@ -290,7 +290,13 @@ TEST_F(PathOperationsTest, AMountPointCanBeNeitherMadeNorRemoved) {
 
 TEST_F(PathOperationsTest, AFailureBeforeRemovingKeepsTheFileAlsoWhenItIsAStaleHandle) {
     one_.add_file("/f");
-    EXPECT_EQ(paths_.remove("/mnt/one/f", [](const Place &) { return Status{ESTALE, "lost"}; }).status().number(), uint32_t{ESTALE});
+    EXPECT_EQ(paths_.remove("/mnt/one/f",
+                            [](const Place &) {
+                                return Status{ESTALE, "lost"};
+                            })
+                  .status()
+                  .number(),
+              uint32_t{ESTALE});
     EXPECT_TRUE(one_.exists("/f"));
 }
 

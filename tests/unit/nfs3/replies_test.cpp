@@ -142,7 +142,7 @@ TEST(Replies, TellHowADirectoryWasBeforeAndAfter) {
     const auto made = read_back(get_made, [](auto &w) { samples::put_made(w); });
     const auto removed = read_back(get_removed, [](auto &w) { samples::put_wcc(w); });
     for (const DirectoryChange &change : {made.directory, removed}) {
-        EXPECT_EQ(change.before, (DirectoryChange::State{999, {0, 1}, {0, 2}}));
+        EXPECT_EQ(change.before, (DirectoryState{999, {0, 1}, {0, 2}}));
         EXPECT_EQ(change.after->fileid, 88U);
     }
     const auto untold = read_back(get_removed, [](auto &w) {
