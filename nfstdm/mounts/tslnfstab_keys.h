@@ -30,14 +30,14 @@ enum class Key : uint8_t {
 };
 
 struct KeyRow {
-    Key key;
-    std::string_view word;
     // word: one that is not empty. word_or_none: it may be left out. number: in a range. text: nobody looks at it, so
     // that it may hold anything.
     enum class Value : uint8_t { word, word_or_none, number, text };
-    Value value = Value::word;
+    Key key;
+    Value value;
+    bool is_prefix;  // longer words that begin like this one mean the same
+    std::string_view word;
     uint32_t least = 0, most = 0;  // of a number
-    bool is_prefix = false;        // longer words that begin like this one mean the same
 };
 
 std::span<const KeyRow> tslnfstab_keys();

@@ -79,7 +79,7 @@ def test_a_slow_path_gets_little_to_do(faulty, tmp_path, direction, slow):
 
 def test_equal_paths_share_the_work(faulty, tmp_path):
     server = faulty("--address", "127.0.0.1", "--address", "127.0.0.2")
-    server.fault("rate=50M")
+    server.fault("rate=16M")
     source = make_file(tmp_path / "source", SIZE)
     server.ok("cp", source, server / "copy")
     assert min(server.count("path.1"), server.count("path.2")) > SIZE // 4
