@@ -155,7 +155,7 @@ class Nfs4Volume : public Volume {
     void write_open(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
                     Completion<WriteReply> done);
     void write_last(const FileHandle &file, uint64_t offset, std::span<const std::byte> data,
-                    Completion<WriteReply> done);
+                    const Completion<WriteReply> &done);
     void with_state(Call &call, const FileHandle &file, uint32_t access, std::shared_ptr<StateId> used);
 
     EventLoop &loop() const { return server_->server().loop(); }
@@ -468,7 +468,7 @@ void Nfs4Volume::lookup_path(const FileHandle &directory, const std::vector<std:
                 LookupReply found;
                 if (!results.next(Op::lookup)) break;
                 if (!get_object(results, found.handle, found.attributes)) return false;
-                reply.found.push_back(std::move(found));
+                reply.found.push_back(found);
             }
             // Where a lookup ends the question, what was found before it is the answer.
             const bool ended = results.failure() == NfsStatus::noent || results.failure() == NfsStatus::symlink ||
@@ -581,7 +581,7 @@ void Nfs4Volume::write_open(const FileHandle &file, uint64_t offset, std::span<c
 
 // Writes, tells the size and closes in one question. Whoever writes more opens the file again.
 void Nfs4Volume::write_last(const FileHandle &file, uint64_t offset, std::span<const std::byte> data,
-                            Completion<WriteReply> done) {
+                            const Completion<WriteReply> &done) {
     const StateId state = opens_.take(file);
     auto call = make<WriteReply>(
         "WRITE", done,
