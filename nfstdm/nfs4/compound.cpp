@@ -80,7 +80,9 @@ std::size_t read_data_position(std::span<const std::byte> known) {
             continue;
         }
         if (!reader.skip(2 * xdr::kWord)) break;
-        return known.size() - reader.left();
+        // A READ so near the front lacks the operations it was asked behind: the answer is collected whole, and
+        // refused.
+        return reader.left() == 0 ? known.size() : rpc::kWholeRecord;
     }
     return known.size() + xdr::kWord;
 }

@@ -27,10 +27,8 @@ bool list_subdirectories(const PathBuffer &path, const NameList &names, int32_t 
         if (!join_path("read_dirlist", path, name, full)) continue;
         AttrResult attributes;
         const Kind kind = kind_of(full, attributes);
-        if (kind == Kind::missing || attributes.empty())
-            complete = false;
-        else if (kind == Kind::directory && read_dirlist(full, depth + 1) != 0)
-            complete = false;
+        const bool asked = kind != Kind::missing && !attributes.empty();
+        if (!asked || (kind == Kind::directory && read_dirlist(full, depth + 1) != 0)) complete = false;
     }
     return complete;
 }
