@@ -6,8 +6,8 @@
 #include <optional>
 #include <utility>
 
-#include "nfstdm/protocol/event_loop.h"
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/base/event_loop.h"
+#include "nfstdm/volume/volume.h"
 
 namespace nfstdm {
 

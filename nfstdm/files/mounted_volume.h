@@ -11,11 +11,11 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "nfstdm/base/event_loop.h"
 #include "nfstdm/files/object_cache.h"
 #include "nfstdm/files/server_clock.h"
-#include "nfstdm/protocol/event_loop.h"
-#include "nfstdm/protocol/server.h"
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/volume/server_config.h"
+#include "nfstdm/volume/volume.h"
 
 namespace nfstdm {
 

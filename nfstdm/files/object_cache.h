@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "nfstdm/files/expiring_cache.h"
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/volume/volume.h"
 
 namespace nfstdm {
 

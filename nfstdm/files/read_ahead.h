@@ -16,9 +16,9 @@
 #include <memory>
 #include <span>
 
+#include "nfstdm/base/event_loop.h"
 #include "nfstdm/files/buffer_pool.h"
-#include "nfstdm/protocol/event_loop.h"
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/volume/volume.h"
 
 namespace nfstdm {
 

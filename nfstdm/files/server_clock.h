@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "nfstdm/protocol/event_loop.h"
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/base/event_loop.h"
+#include "nfstdm/volume/volume.h"
 
 namespace nfstdm {
 

@@ -19,7 +19,7 @@
 #include <span>
 
 #include "nfstdm/files/buffer_pool.h"
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/volume/volume.h"
 
 namespace nfstdm {
 

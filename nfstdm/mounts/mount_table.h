@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "nfstdm/mounts/path_text.h"
-#include "nfstdm/protocol/server.h"
+#include "nfstdm/volume/server_config.h"
 
 namespace nfstdm {
 

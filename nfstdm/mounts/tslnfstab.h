@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "nfstdm/protocol/server.h"
+#include "nfstdm/volume/server_config.h"
 
 namespace nfstdm {
 

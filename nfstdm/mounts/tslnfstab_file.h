@@ -4,8 +4,8 @@
 
 #include <string>
 
+#include "nfstdm/base/status.h"
 #include "nfstdm/mounts/tslnfstab.h"
-#include "nfstdm/status.h"
 
 namespace nfstdm {
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/volume/volume.h"
 #include "nfstdm/xdr/writer.h"
 
 namespace nfstdm::nfs3 {

@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "nfstdm/mount3/mount.h"
-#include "nfstdm/nfs3/server.h"
-#include "nfstdm/nfs3/version_question.h"
+#include "nfstdm/base/status.h"
+#include "nfstdm/nfs3/mount.h"
+#include "nfstdm/remote/server.h"
+#include "nfstdm/remote/version_question.h"
 #include "nfstdm/rpc/client.h"
-#include "nfstdm/status.h"
 
 namespace nfstdm::nfs3 {
 

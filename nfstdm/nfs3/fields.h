@@ -8,7 +8,7 @@
 #include <string>
 
 #include "nfstdm/nfs3/constants.h"
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/volume/volume.h"
 #include "nfstdm/xdr/reader.h"
 #include "nfstdm/xdr/words.h"
 #include "nfstdm/xdr/writer.h"

@@ -7,14 +7,14 @@
 #include <chrono>
 #include <vector>
 
-#include "nfstdm/mount3/mount.h"
+#include "nfstdm/base/scoped.h"
 #include "nfstdm/nfs3/arguments.h"
 #include "nfstdm/nfs3/constants.h"
 #include "nfstdm/nfs3/contact.h"
+#include "nfstdm/nfs3/mount.h"
 #include "nfstdm/nfs3/operations.h"
 #include "nfstdm/nfs3/replies.h"
-#include "nfstdm/nfs3/server.h"
-#include "nfstdm/protocol/scoped.h"
+#include "nfstdm/remote/server.h"
 
 namespace nfstdm::nfs3 {
 

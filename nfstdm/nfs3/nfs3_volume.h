@@ -7,11 +7,11 @@
 #include <string>
 #include <utility>
 
-#include "nfstdm/protocol/event_loop.h"
-#include "nfstdm/protocol/server.h"
-#include "nfstdm/protocol/trace.h"
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/base/event_loop.h"
+#include "nfstdm/base/trace.h"
 #include "nfstdm/rpc/timing.h"
+#include "nfstdm/volume/server_config.h"
+#include "nfstdm/volume/volume.h"
 
 namespace nfstdm::nfs3 {
 

@@ -10,13 +10,13 @@
 #include <string>
 #include <utility>
 
+#include "nfstdm/base/event_loop.h"
+#include "nfstdm/base/scoped.h"
+#include "nfstdm/base/status.h"
+#include "nfstdm/base/trace.h"
 #include "nfstdm/nfs3/procedures.h"
-#include "nfstdm/protocol/event_loop.h"
-#include "nfstdm/protocol/scoped.h"
-#include "nfstdm/protocol/trace.h"
 #include "nfstdm/rpc/client.h"
 #include "nfstdm/rpc/timing.h"
-#include "nfstdm/status.h"
 #include "nfstdm/xdr/reader.h"
 
 namespace nfstdm::nfs3 {

@@ -9,7 +9,7 @@
 #include <span>
 #include <string>
 
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/volume/volume.h"
 #include "nfstdm/xdr/reader.h"
 
 namespace nfstdm::nfs3 {

@@ -6,8 +6,8 @@
 #include <span>
 #include <string_view>
 
+#include "nfstdm/base/status.h"
 #include "nfstdm/nfs3/constants.h"
-#include "nfstdm/status.h"
 
 namespace nfstdm::nfs3 {
 

@@ -10,7 +10,7 @@
 
 #include "nfstdm/nfs4/compound.h"
 #include "nfstdm/nfs4/fields.h"
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/volume/volume.h"
 
 namespace nfstdm::nfs4 {
 

@@ -9,10 +9,10 @@
 #include <span>
 #include <string_view>
 
+#include "nfstdm/base/scoped.h"
+#include "nfstdm/base/status.h"
 #include "nfstdm/nfs4/compound.h"
-#include "nfstdm/protocol/scoped.h"
 #include "nfstdm/rpc/request.h"
-#include "nfstdm/status.h"
 
 namespace nfstdm::nfs4 {
 

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "nfstdm/nfs4/replies.h"
-#include "nfstdm/rpc/message.h"
+#include "nfstdm/rpc/message/message.h"
 #include "nfstdm/xdr/words.h"
 
 namespace nfstdm::nfs4 {

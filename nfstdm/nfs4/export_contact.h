@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
+#include "nfstdm/base/status.h"
 #include "nfstdm/nfs4/call.h"
 #include "nfstdm/nfs4/fields.h"
-#include "nfstdm/status.h"
 
 namespace nfstdm::nfs4 {
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "nfstdm/nfs4/constants.h"
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/volume/volume.h"
 #include "nfstdm/xdr/reader.h"
 #include "nfstdm/xdr/words.h"
 #include "nfstdm/xdr/writer.h"

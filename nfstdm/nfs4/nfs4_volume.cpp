@@ -8,14 +8,14 @@
 #include <optional>
 #include <vector>
 
-#include "nfstdm/nfs3/server.h"
+#include "nfstdm/base/scoped.h"
 #include "nfstdm/nfs4/arguments.h"
 #include "nfstdm/nfs4/export_contact.h"
 #include "nfstdm/nfs4/opens.h"
 #include "nfstdm/nfs4/replies.h"
 #include "nfstdm/nfs4/session.h"
 #include "nfstdm/nfs4/status_table.h"
-#include "nfstdm/protocol/scoped.h"
+#include "nfstdm/remote/server.h"
 
 namespace nfstdm::nfs4 {
 

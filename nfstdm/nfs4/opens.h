@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "nfstdm/nfs4/session.h"
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/volume/volume.h"
 
 namespace nfstdm::nfs4 {
 

@@ -12,7 +12,7 @@
 #include "nfstdm/nfs4/arguments.h"
 #include "nfstdm/nfs4/constants.h"
 #include "nfstdm/nfs4/fields.h"
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/volume/volume.h"
 #include "nfstdm/xdr/reader.h"
 
 namespace nfstdm::nfs4 {

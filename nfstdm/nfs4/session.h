@@ -16,14 +16,14 @@
 #include <string>
 #include <vector>
 
-#include "nfstdm/nfs3/server.h"
+#include "nfstdm/base/event_loop.h"
+#include "nfstdm/base/scoped.h"
+#include "nfstdm/base/status.h"
 #include "nfstdm/nfs4/call.h"
 #include "nfstdm/nfs4/replies.h"
 #include "nfstdm/nfs4/slots.h"
-#include "nfstdm/protocol/event_loop.h"
-#include "nfstdm/protocol/scoped.h"
+#include "nfstdm/remote/server.h"
 #include "nfstdm/rpc/client.h"
-#include "nfstdm/status.h"
 
 namespace nfstdm::nfs4 {
 

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "nfstdm/nfs3/constants.h"
-#include "nfstdm/rpc/identity.h"
+#include "nfstdm/rpc/auth/identity.h"
 #include "nfstdm/xdr/reader.h"
 
 namespace nfstdm::portmap {

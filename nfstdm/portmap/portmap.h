@@ -7,8 +7,8 @@
 #include <functional>
 #include <span>
 
+#include "nfstdm/base/status.h"
 #include "nfstdm/rpc/client.h"
-#include "nfstdm/status.h"
 
 namespace nfstdm::portmap {
 

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "nfstdm/rpc/address.h"
-#include "nfstdm/status.h"
+#include "nfstdm/base/status.h"
+#include "nfstdm/rpc/transport/address.h"
 
 namespace nfstdm::rpc {
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "nfstdm/protocol/event_loop.h"
-#include "nfstdm/protocol/scoped.h"
+#include "nfstdm/base/event_loop.h"
+#include "nfstdm/base/scoped.h"
 #include "nfstdm/rpc/address_book.h"
 #include "nfstdm/rpc/connection.h"
 #include "nfstdm/rpc/dialer.h"

@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "nfstdm/protocol/event_loop.h"
-#include "nfstdm/protocol/scoped.h"
-#include "nfstdm/protocol/trace.h"
+#include "nfstdm/base/event_loop.h"
+#include "nfstdm/base/scoped.h"
+#include "nfstdm/base/trace.h"
 #include "nfstdm/rpc/address_book.h"
 #include "nfstdm/rpc/channel.h"
 #include "nfstdm/rpc/dispatch.h"

@@ -11,10 +11,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/base/event_loop.h"
 #include "nfstdm/rpc/receiver.h"
 #include "nfstdm/rpc/request.h"
-#include "nfstdm/rpc/socket.h"
+#include "nfstdm/rpc/transport/socket.h"
 
 namespace nfstdm::rpc {
 

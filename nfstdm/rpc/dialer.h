@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "nfstdm/protocol/event_loop.h"
-#include "nfstdm/protocol/scoped.h"
-#include "nfstdm/rpc/address.h"
-#include "nfstdm/rpc/socket.h"
+#include "nfstdm/base/event_loop.h"
+#include "nfstdm/base/scoped.h"
+#include "nfstdm/base/status.h"
 #include "nfstdm/rpc/timing.h"
-#include "nfstdm/status.h"
+#include "nfstdm/rpc/transport/address.h"
+#include "nfstdm/rpc/transport/socket.h"
 
 namespace nfstdm::rpc {
 

@@ -11,8 +11,8 @@
 #include <span>
 #include <vector>
 
+#include "nfstdm/base/status.h"
 #include "nfstdm/rpc/request.h"
-#include "nfstdm/status.h"
 
 namespace nfstdm::rpc {
 

@@ -12,8 +12,8 @@
 #include <string_view>
 #include <vector>
 
-#include "nfstdm/rpc/message.h"
-#include "nfstdm/status.h"
+#include "nfstdm/base/status.h"
+#include "nfstdm/rpc/message/message.h"
 
 namespace nfstdm::rpc {
 

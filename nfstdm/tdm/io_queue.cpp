@@ -8,7 +8,7 @@
 #include <unordered_set>
 #include <utility>
 
-#include "nfstdm/protocol/scoped.h"
+#include "nfstdm/base/scoped.h"
 #include "nfstdm/tdm/public_number.h"
 
 namespace nfstdm {

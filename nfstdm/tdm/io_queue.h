@@ -8,8 +8,8 @@
 #include <unordered_map>
 
 #include "include/tdm.h"
+#include "nfstdm/base/event_loop.h"
 #include "nfstdm/files/open_files.h"
-#include "nfstdm/protocol/event_loop.h"
 
 namespace nfstdm {
 

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <cstdint>
 
-#include "nfstdm/status.h"
+#include "nfstdm/base/status.h"
 
 namespace nfstdm {
 

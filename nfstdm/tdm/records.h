@@ -9,7 +9,7 @@
 #include "nfstdm/files/directory_stream.h"
 #include "nfstdm/files/open_files.h"
 #include "nfstdm/files/path_operations.h"
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/volume/volume.h"
 
 namespace nfstdm {
 

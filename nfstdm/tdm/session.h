@@ -4,11 +4,11 @@
 
 #include <cstdint>
 
+#include "nfstdm/base/event_loop.h"
 #include "nfstdm/files/mount_set.h"
 #include "nfstdm/files/open_files.h"
 #include "nfstdm/files/path_operations.h"
 #include "nfstdm/mounts/tslnfstab.h"
-#include "nfstdm/protocol/event_loop.h"
 #include "nfstdm/tdm/io_queue.h"
 
 namespace nfstdm {

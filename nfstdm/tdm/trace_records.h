@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "include/tdm.h"
-#include "nfstdm/protocol/trace.h"
+#include "nfstdm/base/trace.h"
 
 namespace nfstdm {
 

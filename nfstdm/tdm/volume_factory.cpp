@@ -6,7 +6,7 @@
 
 #include "nfstdm/nfs3/nfs3_volume.h"
 #include "nfstdm/nfs4/nfs4_volume.h"
-#include "nfstdm/protocol/version.h"
+#include "nfstdm/volume/version.h"
 
 namespace nfstdm {
 

@@ -2,8 +2,8 @@
 // The one place where the library's upper half meets a protocol.
 #pragma once
 
+#include "nfstdm/base/trace.h"
 #include "nfstdm/files/mounted_volume.h"
-#include "nfstdm/protocol/trace.h"
 
 namespace nfstdm {
 

@@ -75,7 +75,7 @@ def entries():
 
 def number_defaults():
     """The keys of tslnfstab that are numbers with a default of their own, and these defaults."""
-    reader, config = source("nfstdm/mounts/tslnfstab.cpp"), source("nfstdm/protocol/server.h")
+    reader, config = source("nfstdm/mounts/tslnfstab.cpp"), source("nfstdm/volume/server_config.h")
     fields = re.findall(r"case Key::(\w+):\s*return take_number\(setting, current_\.(\w+)", reader)
     values = dict(re.findall(r"^    uint\w+ (\w+) = (\d+);", config, re.MULTILINE))
     # 0 is no number that one could write: it stands for "ask the portmapper".

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "nfstdm/mount3/mount.h"
+#include "nfstdm/nfs3/mount.h"
 #include "nfstdm/xdr/reader.h"
 #include "tests/fuzz/fuzz.h"
 #include "tslwnfs/client/show_mount.h"

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "nfstdm/nfs3/constants.h"
-#include "nfstdm/rpc/message.h"
+#include "nfstdm/rpc/message/message.h"
 #include "tests/fuzz/fuzz.h"
 #include "tools/loopnfsd/mount.h"
 #include "tools/loopnfsd/nfs.h"

@@ -9,7 +9,7 @@
 #include "nfstdm/nfs4/compound.h"
 #include "nfstdm/nfs4/replies.h"
 #include "nfstdm/nfs4/status_table.h"
-#include "nfstdm/rpc/message.h"
+#include "nfstdm/rpc/message/message.h"
 #include "tests/fuzz/fuzz.h"
 
 namespace {

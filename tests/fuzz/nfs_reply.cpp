@@ -6,11 +6,11 @@
 #include <array>
 #include <string>
 
-#include "nfstdm/mount3/mount.h"
+#include "nfstdm/nfs3/mount.h"
 #include "nfstdm/nfs3/replies.h"
 #include "nfstdm/nfs3/status_table.h"
 #include "nfstdm/portmap/portmap.h"
-#include "nfstdm/rpc/message.h"
+#include "nfstdm/rpc/message/message.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/replies_back.h"
 

@@ -3,8 +3,8 @@
 // keep, such as a device number or a file's state before an operation, is written as zero or as absent.
 #pragma once
 
-#include "nfstdm/mount3/mount.h"
 #include "nfstdm/nfs3/fields.h"
+#include "nfstdm/nfs3/mount.h"
 #include "nfstdm/nfs3/replies.h"
 #include "nfstdm/xdr/writer.h"
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "nfstdm/nfs3/replies.h"
-#include "nfstdm/rpc/message.h"
+#include "nfstdm/rpc/message/message.h"
 #include "nfstdm/rpc/receiver.h"
 #include "tests/fuzz/fuzz.h"
 

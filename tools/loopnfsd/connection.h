@@ -5,7 +5,7 @@
 #include <deque>
 #include <functional>
 
-#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/base/event_loop.h"
 #include "tools/loopnfsd/alarm.h"
 #include "tools/loopnfsd/call.h"
 #include "tools/loopnfsd/faults.h"

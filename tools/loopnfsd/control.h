@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/base/event_loop.h"
 #include "tools/loopnfsd/unique_fd.h"
 
 namespace loopnfsd {

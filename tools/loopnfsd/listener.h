@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/base/event_loop.h"
 #include "tools/loopnfsd/unique_fd.h"
 
 namespace loopnfsd {

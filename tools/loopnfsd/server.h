@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/base/event_loop.h"
 #include "tools/loopnfsd/connection.h"
 #include "tools/loopnfsd/control.h"
 #include "tools/loopnfsd/listener.h"

@@ -7,9 +7,9 @@
 #include <string>
 #include <string_view>
 
-#include "nfstdm/mount3/mount.h"
+#include "nfstdm/base/event_loop.h"
 #include "nfstdm/mounts/tslnfstab_file.h"
-#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/nfs3/mount.h"
 #include "tslwnfs/client/client.h"
 #include "tslwnfs/client/show_mount.h"
 

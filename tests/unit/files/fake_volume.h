@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "nfstdm/protocol/event_loop.h"
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/base/event_loop.h"
+#include "nfstdm/volume/volume.h"
 
 namespace nfstdm::test {
 

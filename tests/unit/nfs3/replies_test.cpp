@@ -7,7 +7,7 @@
 #include <random>
 
 #include "nfstdm/nfs3/fields.h"
-#include "nfstdm/rpc/message.h"
+#include "nfstdm/rpc/message/message.h"
 #include "tests/unit/nfs3/samples.h"
 
 namespace nfstdm::nfs3 {

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "nfstdm/nfs4/arguments.h"
-#include "nfstdm/rpc/message.h"
+#include "nfstdm/rpc/message/message.h"
 #include "tests/unit/nfs4/samples.h"
 
 namespace nfstdm::nfs4 {

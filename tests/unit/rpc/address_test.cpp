@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "nfstdm/rpc/address.h"
+#include "nfstdm/rpc/transport/address.h"
 
 #include <gtest/gtest.h>
 

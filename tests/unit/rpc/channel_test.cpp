@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "nfstdm/nfs3/constants.h"
-#include "nfstdm/rpc/identity.h"
+#include "nfstdm/rpc/auth/identity.h"
 #include "tests/unit/rpc/scripted_server.h"
 
 namespace nfstdm::rpc {

@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "nfstdm/nfs3/constants.h"
-#include "nfstdm/rpc/identity.h"
+#include "nfstdm/rpc/auth/identity.h"
 #include "tests/unit/rpc/scripted_server.h"
 
 namespace nfstdm::rpc {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/base/event_loop.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,8 +11,8 @@
 #include <optional>
 #include <vector>
 
-#include "nfstdm/protocol/scoped.h"
-#include "nfstdm/rpc/socket.h"
+#include "nfstdm/base/scoped.h"
+#include "nfstdm/rpc/transport/socket.h"
 #include "tests/unit/rpc/scripted_server.h"
 
 namespace nfstdm {

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "nfstdm/protocol/event_loop.h"
-#include "nfstdm/rpc/socket.h"
+#include "nfstdm/base/event_loop.h"
+#include "nfstdm/rpc/transport/socket.h"
 #include "nfstdm/xdr/reader.h"
 #include "nfstdm/xdr/writer.h"
 

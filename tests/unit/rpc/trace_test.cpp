@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "nfstdm/protocol/trace.h"
+#include "nfstdm/base/trace.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "nfstdm/rpc/message.h"
+#include "nfstdm/rpc/message/message.h"
 
 #include <algorithm>
 #include <array>

@@ -5,11 +5,11 @@
 #include <memory>
 #include <utility>
 
-#include "nfstdm/mount3/mount.h"
 #include "nfstdm/nfs3/constants.h"
+#include "nfstdm/nfs3/mount.h"
 #include "nfstdm/portmap/portmap.h"
-#include "nfstdm/rpc/address.h"
-#include "nfstdm/rpc/identity.h"
+#include "nfstdm/rpc/auth/identity.h"
+#include "nfstdm/rpc/transport/address.h"
 
 namespace nfstdm::mount3 {
 

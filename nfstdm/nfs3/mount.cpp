@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "nfstdm/mount3/mount.h"
+#include "nfstdm/nfs3/mount.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "nfstdm/nfs3/version_question.h"
+#include "nfstdm/remote/version_question.h"
 
 #include <cerrno>
 #include <utility>
 
 #include "nfstdm/nfs3/constants.h"
-#include "nfstdm/nfs3/server.h"
-#include "nfstdm/rpc/identity.h"
+#include "nfstdm/remote/server.h"
+#include "nfstdm/rpc/auth/identity.h"
 
 namespace nfstdm::nfs3 {
 

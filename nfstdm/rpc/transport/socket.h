@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
-#include "nfstdm/rpc/address.h"
-#include "nfstdm/status.h"
+#include "nfstdm/base/status.h"
+#include "nfstdm/rpc/transport/address.h"
 
 namespace nfstdm::rpc {
 

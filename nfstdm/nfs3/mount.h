@@ -10,11 +10,11 @@
 #include <string_view>
 #include <vector>
 
-#include "nfstdm/protocol/event_loop.h"
-#include "nfstdm/protocol/trace.h"
-#include "nfstdm/protocol/volume.h"
+#include "nfstdm/base/event_loop.h"
+#include "nfstdm/base/status.h"
+#include "nfstdm/base/trace.h"
 #include "nfstdm/rpc/client.h"
-#include "nfstdm/status.h"
+#include "nfstdm/volume/volume.h"
 
 namespace nfstdm::mount3 {
 

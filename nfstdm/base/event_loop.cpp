@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/base/event_loop.h"
 
 #include <poll.h>
 

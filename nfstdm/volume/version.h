@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "nfstdm/status.h"
+#include "nfstdm/base/status.h"
 
 namespace nfstdm {
 

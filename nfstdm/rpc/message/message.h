@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-#include "nfstdm/status.h"
+#include "nfstdm/base/status.h"
 #include "nfstdm/xdr/words.h"
 #include "nfstdm/xdr/writer.h"
 

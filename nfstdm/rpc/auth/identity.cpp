@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "nfstdm/rpc/identity.h"
+#include "nfstdm/rpc/auth/identity.h"
 
 #include <algorithm>
 #include <array>

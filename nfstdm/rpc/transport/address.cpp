@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "nfstdm/rpc/address.h"
+#include "nfstdm/rpc/transport/address.h"
 
 #include <netdb.h>
 #include <netinet/in.h>

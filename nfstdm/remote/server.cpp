@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "nfstdm/nfs3/server.h"
+#include "nfstdm/remote/server.h"
 
 #include <algorithm>
 #include <cassert>
 #include <cerrno>
 #include <utility>
 
-#include "nfstdm/mount3/mount.h"
 #include "nfstdm/nfs3/constants.h"
+#include "nfstdm/nfs3/mount.h"
 #include "nfstdm/portmap/portmap.h"
-#include "nfstdm/protocol/version.h"
-#include "nfstdm/rpc/address.h"
-#include "nfstdm/rpc/identity.h"
+#include "nfstdm/rpc/auth/identity.h"
+#include "nfstdm/rpc/transport/address.h"
+#include "nfstdm/volume/version.h"
 
 namespace nfstdm::nfs3 {
 

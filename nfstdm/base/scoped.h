@@ -6,7 +6,7 @@
 #include <memory>
 #include <utility>
 
-#include "nfstdm/protocol/event_loop.h"
+#include "nfstdm/base/event_loop.h"
 
 namespace nfstdm {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "nfstdm/rpc/socket.h"
+#include "nfstdm/rpc/transport/socket.h"
 
 #include <linux/sockios.h>
 #include <netinet/in.h>

@@ -6,8 +6,8 @@
 #include <functional>
 #include <memory>
 
+#include "nfstdm/base/status.h"
 #include "nfstdm/rpc/client.h"
-#include "nfstdm/status.h"
 
 namespace nfstdm::nfs3 {
 

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "nfstdm/status.h"
+#include "nfstdm/base/status.h"
 
 namespace nfstdm::rpc {
 

@@ -12,12 +12,12 @@
 #include <string_view>
 #include <vector>
 
-#include "nfstdm/protocol/event_loop.h"
-#include "nfstdm/protocol/server.h"
-#include "nfstdm/protocol/trace.h"
+#include "nfstdm/base/event_loop.h"
+#include "nfstdm/base/status.h"
+#include "nfstdm/base/trace.h"
 #include "nfstdm/rpc/client.h"
 #include "nfstdm/rpc/timing.h"
-#include "nfstdm/status.h"
+#include "nfstdm/volume/server_config.h"
 
 namespace nfstdm::nfs3 {
 
