@@ -1,49 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Numbers of NFS version 3 and of the MOUNT protocol version 3 (RFC 1813), of the portmapper (RFC 1833) and of ONC RPC
-// (RFC 5531). Client and loopback server share them.
+// Numbers of NFS version 3 and of the MOUNT protocol version 3 (RFC 1813). Client and loopback server share them.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-namespace nfstdm::rpc {
-
-constexpr uint32_t kRpcVersion = 2;
-constexpr uint32_t kCall = 0;
-constexpr uint32_t kReply = 1;
-constexpr uint32_t kMessageAccepted = 0;
-constexpr uint32_t kMessageDenied = 1;
-constexpr uint32_t kLastFragment = 0x80000000;  // of a record mark (RFC 5531 section 11)
-
-enum class AcceptStatus : uint32_t {
-    success = 0,
-    program_unavailable = 1,
-    program_mismatch = 2,
-    procedure_unavailable = 3,
-    garbage_arguments = 4,
-    system_error = 5,
-};
-enum class RejectStatus : uint32_t { rpc_mismatch = 0, auth_error = 1 };
-
-constexpr uint32_t kAuthNone = 0;
-constexpr uint32_t kAuthSys = 1;
-constexpr std::size_t kAuthBodyMaximum = 400;
-constexpr std::size_t kAuthSysGroupsMaximum = 16;
-constexpr std::size_t kAuthSysMachineNameMaximum = 255;
-
-}  // namespace nfstdm::rpc
-
-namespace nfstdm::portmap {
-
-constexpr uint32_t kProgram = 100000;
-constexpr uint32_t kVersion = 2;
-constexpr uint16_t kPort = 111;
-constexpr uint32_t kProcNull = 0;
-constexpr uint32_t kProcGetPort = 3;
-constexpr uint32_t kProtocolTcp = 6;
-constexpr uint32_t kProtocolUdp = 17;
-
-}  // namespace nfstdm::portmap
+#include "nfstdm/remote/constants.h"
 
 namespace nfstdm::mount3 {
 
@@ -59,9 +21,9 @@ enum class Procedure : uint32_t { null = 0, mnt = 1, dump = 2, umnt = 3, umntall
 
 namespace nfstdm::nfs3 {
 
-constexpr uint32_t kProgram = 100003;
-constexpr uint32_t kVersion = 3;
-constexpr uint16_t kPort = 2049;
+using remote::kPort;
+using remote::kProgram;
+constexpr uint32_t kVersion = remote::kVersion3;
 constexpr std::size_t kHandleMaximum = 64;
 constexpr std::size_t kVerifierSize = 8;
 

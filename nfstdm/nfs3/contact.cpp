@@ -11,7 +11,7 @@
 
 namespace nfstdm::nfs3 {
 
-Contact::Contact(Server &server, std::string export_path, std::vector<std::byte> credential,
+Contact::Contact(remote::Server &server, std::string export_path, std::vector<std::byte> credential,
                  EventLoop::Clock::time_point deadline, std::function<void(Result<Contacted>)> done)
     : server_(server),
       export_path_(std::move(export_path)),
@@ -56,7 +56,7 @@ void Contact::port_known(uint16_t &port, const Result<uint16_t> &answer) {
 }
 
 void Contact::mount() {
-    mounter_ = server_.new_mount_client(ports_.mount);
+    mounter_ = server_.new_contact_client({mount3::kProgram, mount3::kVersion}, ports_.mount);
     mount3::mount(*mounter_, {this, credential_, left()}, export_path_,
                   [this](Result<mount3::MountReply> reply) { mounted(std::move(reply)); });
 }
@@ -74,7 +74,7 @@ void Contact::mounted(Result<mount3::MountReply> reply) {
 void Contact::fail(const Status &why) {
     constexpr rpc::Duration kQuestionLimit = std::chrono::seconds(2);
     if (why.number() != ECONNREFUSED && why.number() != EPROTONOSUPPORT) return finish(why);
-    version_question_ = std::make_unique<VersionQuestion>(
+    version_question_ = std::make_unique<remote::VersionQuestion>(
         server_, ports_.nfs != 0 ? ports_.nfs : kPort, std::min(left(), kQuestionLimit), [this, why](bool v4_only) {
             if (!v4_only) return finish(why);
             const Status reason{EPROTONOSUPPORT, "it offers NFSv4 only, and this client speaks NFSv3 with it"};

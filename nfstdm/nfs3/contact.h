@@ -18,14 +18,14 @@ namespace nfstdm::nfs3 {
 
 struct Contacted {
     mount3::MountReply export_reply;
-    Ports ports;
+    remote::Ports ports;
 };
 
 // One attempt. done is called once, from the loop, unless the contact is destroyed first; then never.
 class Contact {
   public:
     // server must outlive the contact; deadline is when the attempt has failed.
-    Contact(Server &server, std::string export_path, std::vector<std::byte> credential,
+    Contact(remote::Server &server, std::string export_path, std::vector<std::byte> credential,
             EventLoop::Clock::time_point deadline, std::function<void(Result<Contacted>)> done);
 
     void start();
@@ -41,17 +41,17 @@ class Contact {
     void fail(const Status &why);
     void finish(Result<Contacted> result);
 
-    Server &server_;
+    remote::Server &server_;
     const std::string export_path_;
     const std::vector<std::byte> credential_;
     const EventLoop::Clock::time_point deadline_;
     std::function<void(Result<Contacted>)> done_;
-    Ports ports_;
+    remote::Ports ports_;
     unsigned questions_ = 0;  // to the portmapper, unanswered
     Status port_failure_;
     std::unique_ptr<rpc::Client> portmapper_;
     std::unique_ptr<rpc::Client> mounter_;
-    std::unique_ptr<VersionQuestion> version_question_;
+    std::unique_ptr<remote::VersionQuestion> version_question_;
 };
 
 }  // namespace nfstdm::nfs3

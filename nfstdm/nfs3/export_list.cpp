@@ -7,6 +7,7 @@
 
 #include "nfstdm/nfs3/constants.h"
 #include "nfstdm/nfs3/mount.h"
+#include "nfstdm/portmap/constants.h"
 #include "nfstdm/portmap/portmap.h"
 #include "nfstdm/rpc/auth/identity.h"
 #include "nfstdm/rpc/transport/address.h"
@@ -57,7 +58,11 @@ class Listing : public std::enable_shared_from_this<Listing> {
     }
 
     void ask(uint16_t port) {
-        mounter_ = new_client(client_config(server_, {{host_, port, {}}}, {}));
+        rpc::ClientConfig config;
+        config.server = server_;
+        config.program = {kProgram, kVersion};
+        config.paths = {{host_, port, {}}};
+        mounter_ = new_client(std::move(config));
         auto request = std::make_unique<rpc::Request>();
         request->name = "EXPORT";
         request->head = mounter_->begin(static_cast<uint32_t>(Procedure::export_list), credential()).take();

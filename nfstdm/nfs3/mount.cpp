@@ -71,16 +71,6 @@ bool is_export_list(std::span<const std::byte> results) {
     return reader.finished();
 }
 
-rpc::ClientConfig client_config(std::string server, std::vector<rpc::Path> paths, const rpc::Timing &timing) {
-    rpc::ClientConfig config;
-    config.server = std::move(server);
-    config.program = kProgram;
-    config.version = kVersion;
-    config.paths = std::move(paths);
-    config.timing = timing;
-    return config;
-}
-
 void mount(rpc::Client &client, const CallContext &context, std::string_view path,
            std::function<void(Result<MountReply>)> done) {
     auto request = new_request(client, context, Procedure::mnt, path);

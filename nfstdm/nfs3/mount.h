@@ -37,8 +37,6 @@ struct CallContext {
     rpc::Duration limit{};
 };
 
-rpc::ClientConfig client_config(std::string server, std::vector<rpc::Path> paths, const rpc::Timing &timing);
-
 // client speaks to the server's mount program. Each done is called once from the loop, unless its owner drops it
 // before.
 void mount(rpc::Client &client, const CallContext &context, std::string_view path,

@@ -15,6 +15,7 @@
 #include "nfstdm/nfs3/operations.h"
 #include "nfstdm/nfs3/replies.h"
 #include "nfstdm/remote/server.h"
+#include "nfstdm/rpc/message/constants.h"
 
 namespace nfstdm::nfs3 {
 
@@ -127,7 +128,7 @@ bool offers(const std::vector<uint32_t> &flavours, uint32_t wanted) {
 
 class Nfs3Volume : public Volume {
   public:
-    Nfs3Volume(std::shared_ptr<Server> server, ServerExport share);
+    Nfs3Volume(std::shared_ptr<remote::Server> server, ServerExport share);
     ~Nfs3Volume() override;
 
     void attach(Completion<FileHandle> done) override;
@@ -187,7 +188,7 @@ class Nfs3Volume : public Volume {
     void release_client();
     void close(const Status &why);
 
-    const std::shared_ptr<Server> server_;
+    const std::shared_ptr<remote::Server> server_;
     const ServerExport share_;
     State state_ = State::detached;
     FileHandle root_;
@@ -206,7 +207,7 @@ class Nfs3Volume : public Volume {
     Lifeline life_;
 };
 
-Nfs3Volume::Nfs3Volume(std::shared_ptr<Server> server, ServerExport share)
+Nfs3Volume::Nfs3Volume(std::shared_ptr<remote::Server> server, ServerExport share)
     : server_(std::move(server)), share_(std::move(share)), operations_(server_->timing(), server_->trace()) {}
 
 Nfs3Volume::~Nfs3Volume() {
@@ -333,7 +334,7 @@ void Nfs3Volume::detach(DoneCompletion done) {
         return;
     }
     detaching_ = std::move(done);
-    unmounter_ = server_->new_mount_client(mount_port_);
+    unmounter_ = server_->new_contact_client({mount3::kProgram, mount3::kVersion}, mount_port_);
     mount3::unmount(*unmounter_, {this, credential_, kUnmountLimit}, share_.export_path, [this](const Status &) {
         // Whatever the server said: the export is not used any more.
         const auto detached = std::exchange(detaching_, nullptr);
@@ -463,7 +464,7 @@ std::unique_ptr<Volume> VolumeFactory::open(const ServerConfig &config, const Se
     auto &known = servers_[{config.name, config.line}];
     auto server = known.lock();
     if (server == nullptr) {
-        server = std::make_shared<Server>(loop_, config, trace_, timing_);
+        server = std::make_shared<remote::Server>(loop_, config, trace_, timing_);
         known = server;
     }
     return std::make_unique<Nfs3Volume>(std::move(server), share);

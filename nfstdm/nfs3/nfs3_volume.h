@@ -9,13 +9,12 @@
 
 #include "nfstdm/base/event_loop.h"
 #include "nfstdm/base/trace.h"
+#include "nfstdm/remote/server.h"
 #include "nfstdm/rpc/timing.h"
 #include "nfstdm/volume/server_config.h"
 #include "nfstdm/volume/volume.h"
 
 namespace nfstdm::nfs3 {
-
-class Server;
 
 // The most data one READ or WRITE carries, however much more a server would take: beyond this the requests in flight
 // cover the way to the server just as well, and a lost connection costs less.
@@ -50,7 +49,7 @@ class VolumeFactory {
     EventLoop &loop_;
     const Trace &trace_;
     const rpc::Timing timing_;
-    std::map<std::pair<std::string, unsigned>, std::weak_ptr<Server>> servers_;
+    std::map<std::pair<std::string, unsigned>, std::weak_ptr<remote::Server>> servers_;
 };
 
 // For a single export: a volume with connections of its own.

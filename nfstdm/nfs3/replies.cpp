@@ -3,6 +3,7 @@
 
 #include "nfstdm/nfs3/constants.h"
 #include "nfstdm/nfs3/fields.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "nfstdm/rpc/message/message.h"
 #include "nfstdm/xdr/words.h"
 

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "nfstdm/nfs3/constants.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "nfstdm/xdr/words.h"
 
 namespace nfstdm::nfs4 {

@@ -53,13 +53,6 @@ struct ClientOwner {
 };
 void put_exchange_id(Compound &compound, const ClientOwner &owner);
 
-struct ChannelSizes {
-    uint32_t request_maximum = 0;  // bytes
-    uint32_t response_maximum = 0;
-    uint32_t cached_maximum = 0;
-    uint32_t operations = 0;
-    uint32_t requests = 0;  // slots
-};
 void put_create_session(Compound &compound, uint64_t client, uint32_t sequence, const ChannelSizes &fore);
 void put_destroy_session(Compound &compound, const SessionId &session);
 void put_destroy_clientid(Compound &compound, uint64_t client);

@@ -72,8 +72,4 @@ class Results {
     bool sound_ = true;
 };
 
-// Where the data of a READ at the end of a compound begin (see rpc::DataPosition). The compound is SEQUENCE, any of the
-// operations without results or with an OPEN's in between, READ.
-std::size_t read_data_position(std::span<const std::byte> results);
-
 }  // namespace nfstdm::nfs4

@@ -8,11 +8,9 @@
 
 namespace nfstdm::nfs4 {
 
-constexpr uint32_t kProgram = 100003;
-constexpr uint32_t kVersion = 4;
-constexpr uint16_t kPort = 2049;
 constexpr uint32_t kProcCompound = 1;
 
+constexpr std::size_t kTagMaximum = 1024;  // of a compound; what a server may put there
 constexpr std::size_t kHandleMaximum = 128;
 constexpr std::size_t kVerifierSize = 8;
 constexpr std::size_t kSessionIdSize = 16;

@@ -101,4 +101,13 @@ void put_name(xdr::Writer &writer, std::string_view name);
 // fattr4; what is not given stays as it is.
 void put_set_attributes(xdr::Writer &writer, const SetAttributes &set);
 
+// What one direction of a session carries: wished for in CREATE_SESSION, told in its reply.
+struct ChannelSizes {
+    uint32_t request_maximum = 0;  // bytes
+    uint32_t response_maximum = 0;
+    uint32_t cached_maximum = 0;
+    uint32_t operations = 0;
+    uint32_t requests = 0;  // slots
+};
+
 }  // namespace nfstdm::nfs4

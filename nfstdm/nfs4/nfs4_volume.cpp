@@ -26,11 +26,11 @@ class SharedServer {
                  uint32_t minor_version)
         : server_(loop, config, trace, timing), session_(server_, minor_version) {}
 
-    nfs3::Server &server() { return server_; }
+    remote::Server &server() { return server_; }
     Session &session() { return session_; }
 
   private:
-    nfs3::Server server_;
+    remote::Server server_;
     Session session_;
 };
 
@@ -223,7 +223,7 @@ void Nfs4Volume::attach(Completion<FileHandle> done) {
 
 void Nfs4Volume::begin_contact() {
     if (state_ != State::attaching) return;
-    const nfs3::Server &server = server_->server();
+    const remote::Server &server = server_->server();
     if (!server.problem().ok()) return attach_ended(server.problem());
     auto credential = server.credential(security());
     if (!credential.ok()) return attach_ended(in_context(credential.status()));

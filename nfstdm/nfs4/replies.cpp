@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "nfstdm/rpc/message/message.h"
 #include "nfstdm/xdr/words.h"
 
 namespace nfstdm::nfs4 {
@@ -206,6 +207,34 @@ void skip_results(xdr::Reader &reader, Op op) {
         default:
             reader.skip(reader.left() + 1);
     }
+}
+
+std::size_t read_data_position(std::span<const std::byte> known) {
+    // When all went well, so much stands in front of the data: the compound's head, SEQUENCE, PUTFH and READ.
+    constexpr std::size_t kLeast =
+        3 * xdr::kWord + (2 * xdr::kWord + kSessionIdSize + 5 * xdr::kWord) + 2 * xdr::kWord + 4 * xdr::kWord;
+    if (known.size() < xdr::kWord) return xdr::kWord;
+    xdr::Reader reader(known);
+    uint32_t status = 0;
+    if (!reader.get_u32(status) || status != 0) return rpc::kWholeRecord;
+    if (known.size() < kLeast) return kLeast;
+    std::string_view tag;
+    uint32_t count = 0;
+    reader.get_string(tag, kTagMaximum);
+    reader.get_u32(count);
+    for (; reader.ok() && count > 0; --count) {
+        uint32_t op = 0;
+        if (!reader.get_u32(op) || !reader.get_u32(status)) break;
+        if (op != static_cast<uint32_t>(Op::read)) {
+            skip_results(reader, static_cast<Op>(op));
+            continue;
+        }
+        if (!reader.skip(2 * xdr::kWord)) break;
+        // A READ so near the front lacks the operations it was asked behind: the answer is collected whole, and
+        // refused.
+        return reader.left() == 0 ? known.size() : rpc::kWholeRecord;
+    }
+    return known.size() + xdr::kWord;
 }
 
 }  // namespace nfstdm::nfs4

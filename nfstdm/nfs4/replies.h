@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "nfstdm/nfs4/arguments.h"
 #include "nfstdm/nfs4/constants.h"
 #include "nfstdm/nfs4/fields.h"
 #include "nfstdm/volume/volume.h"
@@ -68,5 +67,9 @@ bool get_flavours(xdr::Reader &reader, std::vector<uint32_t> &flavours);
 // Moves over the results of an operation that succeeded; the reader fails when they are not all there, or when this
 // operation's are not known here.
 void skip_results(xdr::Reader &reader, Op op);
+
+// Where the data of a READ at the end of a compound begin (see rpc::DataPosition). The compound is SEQUENCE, any of the
+// operations without results or with an OPEN's in between, READ.
+std::size_t read_data_position(std::span<const std::byte> results);
 
 }  // namespace nfstdm::nfs4

@@ -43,7 +43,7 @@ std::string new_owner() {
 
 }  // namespace
 
-Session::Session(nfs3::Server &server, uint32_t minor_version)
+Session::Session(remote::Server &server, uint32_t minor_version)
     : server_(server),
       loop_(server.loop()),
       highest_wanted_(minor_version == 0),

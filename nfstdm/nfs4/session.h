@@ -19,6 +19,7 @@
 #include "nfstdm/base/event_loop.h"
 #include "nfstdm/base/scoped.h"
 #include "nfstdm/base/status.h"
+#include "nfstdm/nfs4/arguments.h"
 #include "nfstdm/nfs4/call.h"
 #include "nfstdm/nfs4/replies.h"
 #include "nfstdm/nfs4/slots.h"
@@ -42,12 +43,12 @@ class Session {
     static constexpr uint32_t kHighestMinorVersion = 2;
 
     // server must outlive the session. minor_version: 1 or 2, or 0 for the highest that both sides have.
-    Session(nfs3::Server &server, uint32_t minor_version);
+    Session(remote::Server &server, uint32_t minor_version);
     ~Session();
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
 
-    nfs3::Server &server() { return server_; }
+    remote::Server &server() { return server_; }
 
     // Between these the session is kept. With the last user it is ended: done is called once, from the loop, at the
     // latest after a moment. The user has no call under way then.
@@ -108,7 +109,7 @@ class Session {
     void say_farewell(DoneCompletion done);
     void farewell_said();
 
-    nfs3::Server &server_;
+    remote::Server &server_;
     EventLoop &loop_;
     const bool highest_wanted_;
     uint32_t minor_;

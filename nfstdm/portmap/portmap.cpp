@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "nfstdm/nfs3/constants.h"
+#include "nfstdm/portmap/constants.h"
 #include "nfstdm/rpc/auth/identity.h"
 #include "nfstdm/xdr/reader.h"
 
@@ -46,8 +46,7 @@ void get_port(rpc::Client &client, const void *owner, rpc::Duration limit, uint3
 rpc::ClientConfig client_config(std::string server, std::vector<rpc::Path> paths, const rpc::Timing &timing) {
     rpc::ClientConfig config;
     config.server = std::move(server);
-    config.program = kProgram;
-    config.version = kVersion;
+    config.program = {kProgram, kVersion};
     config.paths = std::move(paths);
     config.source = rpc::SourcePort::any;  // anyone may ask a portmapper
     config.timing = timing;

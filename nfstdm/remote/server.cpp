@@ -6,14 +6,14 @@
 #include <cerrno>
 #include <utility>
 
-#include "nfstdm/nfs3/constants.h"
-#include "nfstdm/nfs3/mount.h"
+#include "nfstdm/portmap/constants.h"
 #include "nfstdm/portmap/portmap.h"
+#include "nfstdm/remote/constants.h"
 #include "nfstdm/rpc/auth/identity.h"
 #include "nfstdm/rpc/transport/address.h"
 #include "nfstdm/volume/version.h"
 
-namespace nfstdm::nfs3 {
+namespace nfstdm::remote {
 
 namespace {
 
@@ -104,15 +104,10 @@ std::unique_ptr<rpc::Client> Server::new_portmap_client() {
     return new_client(portmap::client_config(name(), portmapper_paths(), timing_.within(contact_limit())));
 }
 
-std::unique_ptr<rpc::Client> Server::new_mount_client(uint16_t port) {
-    return new_client(mount3::client_config(name(), program_paths(port), timing_.within(contact_limit())));
-}
-
-std::unique_ptr<rpc::Client> Server::new_version_client(uint16_t port, uint32_t version) {
+std::unique_ptr<rpc::Client> Server::new_contact_client(rpc::Program program, uint16_t port) {
     rpc::ClientConfig config;
     config.server = name();
-    config.program = kProgram;
-    config.version = version;
+    config.program = program;
     config.paths = program_paths(port);
     config.timing = timing_.within(contact_limit());
     return new_client(std::move(config));
@@ -121,8 +116,7 @@ std::unique_ptr<rpc::Client> Server::new_version_client(uint16_t port, uint32_t 
 std::unique_ptr<rpc::Client> Server::new_nfs_client(std::vector<rpc::Path> paths, uint32_t version) {
     rpc::ClientConfig config;
     config.server = name();
-    config.program = kProgram;
-    config.version = version;
+    config.program = {kProgram, version};
     config.paths = std::move(paths);
     config.connections_per_path = std::clamp(config_.connections_per_path, 1U, kConnectionsMaximum);
     config.timing = timing_.within(std::chrono::seconds(config_.io_timeout_seconds));
@@ -130,7 +124,6 @@ std::unique_ptr<rpc::Client> Server::new_nfs_client(std::vector<rpc::Path> paths
 }
 
 std::unique_ptr<rpc::Client> Server::new_nfs4_client() {
-    constexpr uint32_t kVersion4 = 4;
     return new_nfs_client(program_paths(config_.nfs_port != 0 ? config_.nfs_port : kPort), kVersion4);
 }
 
@@ -138,7 +131,7 @@ rpc::Client &Server::use_nfs(uint16_t port) {
     auto paths = program_paths(port);
     // The port may be another one after a while without use, not while an export is in use.
     if (nfs_ == nullptr || (users_ == 0 && nfs_->config().paths != paths))
-        nfs_ = new_nfs_client(std::move(paths), kVersion);
+        nfs_ = new_nfs_client(std::move(paths), kVersion3);
     ++users_;
     return *nfs_;
 }
@@ -148,4 +141,4 @@ void Server::release_nfs() {
     if (--users_ == 0) nfs_->close();
 }
 
-}  // namespace nfstdm::nfs3
+}  // namespace nfstdm::remote

@@ -19,7 +19,7 @@
 #include "nfstdm/rpc/timing.h"
 #include "nfstdm/volume/server_config.h"
 
-namespace nfstdm::nfs3 {
+namespace nfstdm::remote {
 
 struct Ports {
     uint16_t mount = 0;
@@ -54,9 +54,8 @@ class Server {
     // Clients of the programs, which share what they learn about the hosts' addresses. ports may be 0 where the block
     // needs none; paths without a port are left out then.
     std::unique_ptr<rpc::Client> new_portmap_client();
-    std::unique_ptr<rpc::Client> new_mount_client(uint16_t port);
-    // Of any version of the NFS program, for the first contact.
-    std::unique_ptr<rpc::Client> new_version_client(uint16_t port, uint32_t version);
+    // Of any program, for the first contact and the farewell.
+    std::unique_ptr<rpc::Client> new_contact_client(rpc::Program program, uint16_t port);
     // For NFSv4, which has one port for everything; its owner shares it.
     std::unique_ptr<rpc::Client> new_nfs4_client();
     // The one client of the NFS program that all exports share. Every use ends with release_nfs(), and by then the user
@@ -83,4 +82,4 @@ class Server {
     unsigned users_ = 0;  // of nfs_
 };
 
-}  // namespace nfstdm::nfs3
+}  // namespace nfstdm::remote

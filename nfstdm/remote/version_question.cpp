@@ -4,22 +4,16 @@
 #include <cerrno>
 #include <utility>
 
-#include "nfstdm/nfs3/constants.h"
+#include "nfstdm/remote/constants.h"
 #include "nfstdm/remote/server.h"
 #include "nfstdm/rpc/auth/identity.h"
 
-namespace nfstdm::nfs3 {
-
-namespace {
-
-constexpr uint32_t kVersion4 = 4;
-
-}  // namespace
+namespace nfstdm::remote {
 
 VersionQuestion::VersionQuestion(Server &server, uint16_t port, rpc::Duration limit,
                                  std::function<void(bool v4_only)> done)
-    : third_(server.new_version_client(port, kVersion)),
-      fourth_(server.new_version_client(port, kVersion4)),
+    : third_(server.new_contact_client({kProgram, kVersion3}, port)),
+      fourth_(server.new_contact_client({kProgram, kVersion4}, port)),
       done_(std::move(done)) {
     ask(*third_, limit, with_third_);
     ask(*fourth_, limit, with_fourth_);
@@ -40,4 +34,4 @@ void VersionQuestion::ask(rpc::Client &client, rpc::Duration limit, Status &answ
     client.submit(std::move(request));
 }
 
-}  // namespace nfstdm::nfs3
+}  // namespace nfstdm::remote

@@ -9,7 +9,7 @@
 #include "nfstdm/base/status.h"
 #include "nfstdm/rpc/client.h"
 
-namespace nfstdm::nfs3 {
+namespace nfstdm::remote {
 
 class Server;
 
@@ -30,4 +30,4 @@ class VersionQuestion {
     std::function<void(bool)> done_;
 };
 
-}  // namespace nfstdm::nfs3
+}  // namespace nfstdm::remote

@@ -44,7 +44,7 @@ Client::~Client() = default;
 
 xdr::Writer Client::begin(uint32_t procedure, std::span<const std::byte> credential) const {
     xdr::Writer writer;
-    begin_call(writer, config_.program, config_.version, procedure, credential);
+    begin_call(writer, config_.program.number, config_.program.version, procedure, credential);
     return writer;
 }
 

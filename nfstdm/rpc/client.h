@@ -24,10 +24,14 @@
 
 namespace nfstdm::rpc {
 
+struct Program {
+    uint32_t number = 0;
+    uint32_t version = 0;
+};
+
 struct ClientConfig {
     std::string server;  // its name, for texts
-    uint32_t program = 0;
-    uint32_t version = 0;
+    Program program;
     std::vector<Path> paths;
     unsigned connections_per_path = 1;
     SourcePort source = SourcePort::reserved;

@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "nfstdm/nfs3/constants.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "nfstdm/xdr/reader.h"
 #include "nfstdm/xdr/words.h"
 

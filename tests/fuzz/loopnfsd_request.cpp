@@ -11,6 +11,7 @@
 #include <string>
 
 #include "nfstdm/nfs3/constants.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "nfstdm/rpc/message/message.h"
 #include "tests/fuzz/fuzz.h"
 #include "tools/loopnfsd/mount.h"

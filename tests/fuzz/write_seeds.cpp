@@ -7,6 +7,8 @@
 #include <string>
 
 #include "nfstdm/nfs3/constants.h"
+#include "nfstdm/portmap/constants.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "nfstdm/xdr/writer.h"
 #include "tests/unit/nfs3/samples.h"
 #include "tests/unit/nfs4/samples.h"

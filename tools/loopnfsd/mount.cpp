@@ -5,6 +5,7 @@
 #include <array>
 
 #include "nfstdm/nfs3/constants.h"
+#include "nfstdm/rpc/message/constants.h"
 
 namespace loopnfsd {
 

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "nfstdm/nfs3/constants.h"
+#include "nfstdm/portmap/constants.h"
 #include "tools/loopnfsd/text.h"
 
 namespace loopnfsd {

@@ -5,6 +5,7 @@
 #include <array>
 
 #include "nfstdm/nfs3/constants.h"
+#include "nfstdm/portmap/constants.h"
 #include "tools/loopnfsd/text.h"
 
 namespace loopnfsd {

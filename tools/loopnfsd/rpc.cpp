@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "nfstdm/nfs3/constants.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "tools/loopnfsd/status.h"
 
 namespace loopnfsd {

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <ctime>
 
-#include "nfstdm/nfs3/constants.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "nfstdm/xdr/writer.h"
 
 namespace nfstdm::rpc {

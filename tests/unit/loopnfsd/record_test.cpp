@@ -7,6 +7,7 @@
 #include <string>
 
 #include "nfstdm/nfs3/constants.h"
+#include "nfstdm/rpc/message/constants.h"
 
 namespace {
 

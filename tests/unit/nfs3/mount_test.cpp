@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "nfstdm/nfs3/constants.h"
+#include "nfstdm/portmap/constants.h"
 #include "nfstdm/portmap/portmap.h"
 #include "nfstdm/xdr/reader.h"
 #include "tests/unit/rpc/scripted_server.h"

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "nfstdm/nfs4/arguments.h"
+#include "nfstdm/nfs4/replies.h"
 #include "nfstdm/rpc/message/message.h"
 #include "tests/unit/nfs4/samples.h"
 

@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "nfstdm/nfs3/constants.h"
 #include "nfstdm/rpc/auth/identity.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "tests/unit/rpc/scripted_server.h"
 
 namespace nfstdm::rpc {

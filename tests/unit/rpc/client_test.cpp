@@ -10,8 +10,8 @@
 #include <set>
 #include <thread>
 
-#include "nfstdm/nfs3/constants.h"
 #include "nfstdm/rpc/auth/identity.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "tests/unit/rpc/scripted_server.h"
 
 namespace nfstdm::rpc {
@@ -51,8 +51,7 @@ class ClientTest : public testing::Test {
     void open(std::vector<Path> paths, unsigned connections = 1) {
         ClientConfig config;
         config.server = "db1";
-        config.program = kProgram;
-        config.version = 1;
+        config.program = {kProgram, 1};
         config.paths = std::move(paths);
         config.connections_per_path = connections;
         config.timing = timing;

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <numeric>
 
-#include "nfstdm/nfs3/constants.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "nfstdm/xdr/reader.h"
 
 namespace nfstdm::rpc {

@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "nfstdm/nfs3/constants.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "nfstdm/xdr/reader.h"
 #include "tests/unit/rpc/scripted_server.h"
 

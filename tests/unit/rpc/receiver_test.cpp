@@ -9,7 +9,7 @@
 #include <map>
 #include <random>
 
-#include "nfstdm/nfs3/constants.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "tests/unit/rpc/scripted_server.h"
 
 namespace nfstdm::rpc {

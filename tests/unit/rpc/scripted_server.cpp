@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "nfstdm/nfs3/constants.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "nfstdm/rpc/transport/address.h"
 
 namespace nfstdm::test {
