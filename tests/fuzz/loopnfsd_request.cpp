@@ -14,9 +14,9 @@
 #include "nfstdm/rpc/message/constants.h"
 #include "nfstdm/rpc/message/message.h"
 #include "tests/fuzz/fuzz.h"
-#include "tools/loopnfsd/mount.h"
-#include "tools/loopnfsd/nfs.h"
-#include "tools/loopnfsd/portmap.h"
+#include "tools/loopnfsd/nfs/mount.h"
+#include "tools/loopnfsd/nfs/nfs.h"
+#include "tools/loopnfsd/nfs/portmap.h"
 
 namespace {
 

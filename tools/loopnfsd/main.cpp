@@ -10,9 +10,9 @@
 #include <string>
 #include <utility>
 
-#include "tools/loopnfsd/control.h"
 #include "tools/loopnfsd/options.h"
 #include "tools/loopnfsd/server.h"
+#include "tools/loopnfsd/wire/control.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 
 #include "nfstdm/nfs3/constants.h"
 #include "nfstdm/portmap/constants.h"
-#include "tools/loopnfsd/text.h"
+#include "tools/loopnfsd/base/text.h"
 
 namespace loopnfsd {
 

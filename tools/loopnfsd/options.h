@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/loopnfsd/fault_spec.h"
-#include "tools/loopnfsd/listener.h"
-#include "tools/loopnfsd/nfs.h"
+#include "tools/loopnfsd/faults/fault_spec.h"
+#include "tools/loopnfsd/nfs/nfs.h"
+#include "tools/loopnfsd/wire/listener.h"
 
 namespace loopnfsd {
 

@@ -11,7 +11,7 @@
 #include <system_error>
 #include <utility>
 
-#include "tools/loopnfsd/text.h"
+#include "tools/loopnfsd/base/text.h"
 
 namespace loopnfsd {
 

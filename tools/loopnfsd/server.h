@@ -8,13 +8,13 @@
 #include <string_view>
 
 #include "nfstdm/base/event_loop.h"
-#include "tools/loopnfsd/connection.h"
-#include "tools/loopnfsd/control.h"
-#include "tools/loopnfsd/listener.h"
-#include "tools/loopnfsd/mount.h"
-#include "tools/loopnfsd/nfs.h"
+#include "tools/loopnfsd/nfs/mount.h"
+#include "tools/loopnfsd/nfs/nfs.h"
+#include "tools/loopnfsd/nfs/portmap.h"
 #include "tools/loopnfsd/options.h"
-#include "tools/loopnfsd/portmap.h"
+#include "tools/loopnfsd/wire/connection.h"
+#include "tools/loopnfsd/wire/control.h"
+#include "tools/loopnfsd/wire/listener.h"
 
 namespace loopnfsd {
 

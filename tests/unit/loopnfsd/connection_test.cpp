@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A connection between two ends of a socket pair: what goes over it, and how it ends.
-#include "tools/loopnfsd/connection.h"
+#include "tools/loopnfsd/wire/connection.h"
 
 #include <sys/socket.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/loopnfsd/directory.h"
+#include "tools/loopnfsd/store/directory.h"
 
 #include <gtest/gtest.h>
 

@@ -3,9 +3,9 @@
 
 #include <set>
 
-#include "tools/loopnfsd/fault_spec.h"
-#include "tools/loopnfsd/faults.h"
-#include "tools/loopnfsd/status.h"
+#include "tools/loopnfsd/base/status.h"
+#include "tools/loopnfsd/faults/fault_spec.h"
+#include "tools/loopnfsd/faults/faults.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/loopnfsd/handles.h"
+#include "tools/loopnfsd/store/handles.h"
 
 #include <gtest/gtest.h>
 

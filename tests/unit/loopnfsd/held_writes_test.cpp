@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/loopnfsd/held_writes.h"
+#include "tools/loopnfsd/store/held_writes.h"
 
 #include <gtest/gtest.h>
 

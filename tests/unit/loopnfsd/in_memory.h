@@ -13,11 +13,13 @@
 #include <vector>
 
 #include "nfstdm/nfs3/constants.h"
+#include "nfstdm/portmap/constants.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "nfstdm/xdr/reader.h"
 #include "nfstdm/xdr/writer.h"
-#include "tools/loopnfsd/mount.h"
-#include "tools/loopnfsd/nfs.h"
-#include "tools/loopnfsd/portmap.h"
+#include "tools/loopnfsd/nfs/mount.h"
+#include "tools/loopnfsd/nfs/nfs.h"
+#include "tools/loopnfsd/nfs/portmap.h"
 
 namespace loopnfsd_test {
 

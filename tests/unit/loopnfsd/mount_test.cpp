@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The MOUNT program and the portmapper, and the table of exports behind them.
-#include "tools/loopnfsd/mount.h"
+#include "tools/loopnfsd/nfs/mount.h"
 
 #include "tests/unit/loopnfsd/in_memory.h"
 

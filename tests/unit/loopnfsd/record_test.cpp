@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/loopnfsd/record.h"
+#include "tools/loopnfsd/wire/record.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/loopnfsd/rpc.h"
+#include "tools/loopnfsd/wire/rpc.h"
 
 #include "tests/unit/loopnfsd/in_memory.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/loopnfsd/status.h"
+#include "tools/loopnfsd/base/status.h"
 
 #include <gtest/gtest.h>
 

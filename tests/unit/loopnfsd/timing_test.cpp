@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "tools/loopnfsd/rate_limit.h"
-#include "tools/loopnfsd/reply_line.h"
+#include "tools/loopnfsd/wire/rate_limit.h"
+#include "tools/loopnfsd/wire/reply_line.h"
 
 namespace {
 

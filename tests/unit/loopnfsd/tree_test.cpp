@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/loopnfsd/tree.h"
+#include "tools/loopnfsd/store/tree.h"
 
 #include "tests/unit/loopnfsd/in_memory.h"
 

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/loopnfsd/base/procedures.h"
+
+#include <algorithm>
+#include <array>
+
+#include "nfstdm/nfs3/constants.h"
+#include "nfstdm/portmap/constants.h"
+#include "tools/loopnfsd/base/text.h"
+
+namespace loopnfsd {
+
+namespace {
+
+constexpr uint32_t kNfs = nfstdm::nfs3::kProgram;
+constexpr uint32_t kMount = nfstdm::mount3::kProgram;
+constexpr uint32_t kPortmap = nfstdm::portmap::kProgram;
+
+constexpr std::array kProcedures{
+    ProcedureRow{kNfs, 0, "NULL", kNoStatus},
+    ProcedureRow{kNfs, 1, "GETATTR", 0},
+    ProcedureRow{kNfs, 2, "SETATTR", 2},
+    ProcedureRow{kNfs, 3, "LOOKUP", 1},
+    ProcedureRow{kNfs, 4, "ACCESS", 1},
+    ProcedureRow{kNfs, 5, "READLINK", 1},
+    ProcedureRow{kNfs, 6, "READ", 1},
+    ProcedureRow{kNfs, 7, "WRITE", 2},
+    ProcedureRow{kNfs, 8, "CREATE", 2},
+    ProcedureRow{kNfs, 9, "MKDIR", 2},
+    ProcedureRow{kNfs, 10, "SYMLINK", 2},
+    ProcedureRow{kNfs, 11, "MKNOD", 2},
+    ProcedureRow{kNfs, 12, "REMOVE", 2},
+    ProcedureRow{kNfs, 13, "RMDIR", 2},
+    ProcedureRow{kNfs, 14, "RENAME", 4},
+    ProcedureRow{kNfs, 15, "LINK", 3},
+    ProcedureRow{kNfs, 16, "READDIR", 1},
+    ProcedureRow{kNfs, 17, "READDIRPLUS", 1},
+    ProcedureRow{kNfs, 18, "FSSTAT", 1},
+    ProcedureRow{kNfs, 19, "FSINFO", 1},
+    ProcedureRow{kNfs, 20, "PATHCONF", 1},
+    ProcedureRow{kNfs, 21, "COMMIT", 2},
+    ProcedureRow{kMount, 0, "MOUNT_NULL", kNoStatus},
+    ProcedureRow{kMount, 1, "MNT", 0},
+    ProcedureRow{kMount, 2, "MOUNT_DUMP", kNoStatus},
+    ProcedureRow{kMount, 3, "UMNT", kNoStatus},
+    ProcedureRow{kMount, 4, "UMNTALL", kNoStatus},
+    ProcedureRow{kMount, 5, "EXPORT", kNoStatus},
+    ProcedureRow{kPortmap, 0, "PMAP_NULL", kNoStatus},
+    ProcedureRow{kPortmap, 3, "GETPORT", kNoStatus},
+    ProcedureRow{kPortmap, 4, "PMAP_DUMP", kNoStatus},
+};
+
+}  // namespace
+
+std::span<const ProcedureRow> all_procedures() {
+    return kProcedures;
+}
+
+const ProcedureRow *find_procedure(uint32_t program, uint32_t number) {
+    const auto row = std::ranges::find_if(
+        kProcedures, [&](const ProcedureRow &each) { return each.program == program && each.number == number; });
+    return row == kProcedures.end() ? nullptr : &*row;
+}
+
+const ProcedureRow *find_procedure(std::string_view name) {
+    const auto row =
+        std::ranges::find_if(kProcedures, [&](const ProcedureRow &each) { return same_word(each.name, name); });
+    return row == kProcedures.end() ? nullptr : &*row;
+}
+
+}  // namespace loopnfsd
