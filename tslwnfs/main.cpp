@@ -8,7 +8,7 @@
 #include "platform/standard_descriptors.h"
 #include "tslwnfs/frontend/command_table.h"
 #include "tslwnfs/frontend/startup.h"
-#include "tslwnfs/frontend/streams.h"
+#include "tslwnfs/output/streams.h"
 #include "tslwnfs/terminal/screen.h"
 
 namespace {

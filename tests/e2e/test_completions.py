@@ -214,7 +214,7 @@ def command_words():
 
 def setting_options(table):
     """The option words of one table of a grammar."""
-    text = "".join(path.read_text(encoding="utf-8") for path in sorted((ROOT / "tslwnfs/frontend").glob("*.cpp")))
+    text = "".join(path.read_text(encoding="utf-8") for path in sorted((ROOT / "tslwnfs/options").glob("*.cpp")))
     rows = re.search(rf"{table}\[\] = \{{(.*?)^\}};", text, re.DOTALL | re.MULTILINE)[1]
     return set(re.findall(r'\{"(-[a-z]+)", ', rows))
 

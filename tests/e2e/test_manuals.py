@@ -40,7 +40,7 @@ def command_words():
 def option_words():
     """The options that are whole words; letters are examined one by one and stand in no table."""
     words = set()
-    for path in (ROOT / "tslwnfs/frontend").glob("*.cpp"):
+    for path in [*(ROOT / "tslwnfs/options").glob("*.cpp"), ROOT / "tslwnfs/frontend/command_line.cpp"]:
         words.update(re.findall(r'"-([a-z]{1,20})"', path.read_text(encoding="utf-8")))
     assert {"lp", "maxdepth", "trace", "deletetdmdir", "ibs"} <= words
     return words

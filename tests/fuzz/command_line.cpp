@@ -14,9 +14,9 @@
 #include "tests/fuzz/fuzz.h"
 #include "tests/unit/frontend/recorder.h"
 #include "tslwnfs/frontend/command_table.h"
-#include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/startup.h"
-#include "tslwnfs/frontend/streams.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/streams.h"
 
 // Stands in front of the platform's: a fuzzer must not overwrite files that its input names.
 Stream open_stream(const char *, const char *) {

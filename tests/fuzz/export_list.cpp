@@ -3,8 +3,6 @@
 //
 // Whatever comes, printing it ends. Of a list that is accepted every directory and group is printed, however the list
 // is cut into pieces on the way.
-#include "tslwnfs/frontend/export_list.h"
-
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -12,8 +10,9 @@
 #include "nfstdm/nfs3/mount.h"
 #include "nfstdm/xdr/reader.h"
 #include "tests/fuzz/fuzz.h"
+#include "tslwnfs/client/export_printer.h"
 #include "tslwnfs/client/show_mount.h"
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/options/options.h"
 
 namespace {
 

@@ -8,11 +8,12 @@
 
 #include "nfstdm/mounts/tslnfstab.h"
 #include "tests/fuzz/fuzz.h"
+#include "tslwnfs/config/block_values.h"
+#include "tslwnfs/config/mount_table.h"
 #include "tslwnfs/config/rdma_edit.h"
-#include "tslwnfs/config/server_block.h"
 #include "tslwnfs/config/server_deletion.h"
 #include "tslwnfs/config/tslnfstab_lines.h"
-#include "tslwnfs/storage/mount_table.h"
+#include "tslwnfs/options/server_block.h"
 
 namespace {
 

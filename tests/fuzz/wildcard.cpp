@@ -3,7 +3,7 @@
 //
 // The decision is that of the definition; the built name stays in its buffer, is terminated, and in a small buffer is
 // the beginning of what a large one holds.
-#include "tslwnfs/frontend/wildcard.h"
+#include "tslwnfs/storage/wildcard.h"
 
 #include <cstring>
 #include <string>

@@ -14,9 +14,9 @@
 #include "tests/support/redirected_stream.h"
 #include "tests/support/scoped_environment.h"
 #include "tests/support/temporary_directory.h"
-#include "tslwnfs/frontend/catalogue_access.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/streams.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/catalogue_access.h"
+#include "tslwnfs/output/streams.h"
 
 class CommandTest : public testing::Test {
   protected:

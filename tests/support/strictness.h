@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "tests/support/scoped_environment.h"
-#include "tslwnfs/frontend/strict.h"
+#include "tslwnfs/options/strict.h"
 
 // TSLWNFS_STRICT as a run finds it, for the length of a scope.
 class Strictness {

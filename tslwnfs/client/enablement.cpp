@@ -18,9 +18,9 @@
 #include "tslwnfs/config/private_directory.h"
 #include "tslwnfs/config/tslnfstab_file.h"
 #include "tslwnfs/config/whole_file.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
 #include "tslwnfs/terminal/reasons.h"
 
 namespace {

@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/output/output.h"
 
 bool ask_once(const std::string &question) {
     lwrf("%s", question.c_str());

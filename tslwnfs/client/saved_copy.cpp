@@ -8,8 +8,8 @@
 #include "tslwnfs/client/question.h"
 #include "tslwnfs/config/tslnfstab_file.h"
 #include "tslwnfs/config/whole_file.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/messages.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/client/show_mount.h"
 
-#include "tslwnfs/frontend/export_list.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/output.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/client/export_printer.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
+#include "tslwnfs/output/trace.h"
 
 namespace {
 

@@ -19,9 +19,9 @@
 #include "tslwnfs/config/tslnfstab_file.h"
 #include "tslwnfs/config/tslnfstab_lines.h"
 #include "tslwnfs/config/whole_file.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/trace.h"
 
 namespace {
 

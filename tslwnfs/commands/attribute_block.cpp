@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <ctime>
 
-#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/output/output.h"
 
 namespace {
 

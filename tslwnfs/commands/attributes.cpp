@@ -6,9 +6,9 @@
 #include <optional>
 
 #include "tslwnfs/commands/attribute_block.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
 #include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/resolve.h"
 

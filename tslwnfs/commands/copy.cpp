@@ -4,14 +4,14 @@
 #include <string>
 
 #include "tslwnfs/commands/attributes.h"
+#include "tslwnfs/commands/executor.h"
 #include "tslwnfs/commands/file_transfer.h"
 #include "tslwnfs/commands/files.h"
 #include "tslwnfs/commands/listing.h"
 #include "tslwnfs/commands/modes.h"
-#include "tslwnfs/frontend/executor.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/strict.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/options/strict.h"
+#include "tslwnfs/output/trace.h"
 #include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/identity.h"
 #include "tslwnfs/storage/resolve.h"

@@ -4,9 +4,9 @@
 #include <algorithm>
 
 #include "tslwnfs/commands/dd_records.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
 
 namespace {
 

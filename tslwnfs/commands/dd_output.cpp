@@ -5,7 +5,7 @@
 
 #include "platform/write_errors.h"
 #include "tslwnfs/commands/dd_records.h"
-#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/output/messages.h"
 
 bool DdOutput::allocate(std::size_t output_block, std::size_t input_block) {
     block_ = output_block;

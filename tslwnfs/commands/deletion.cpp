@@ -3,7 +3,7 @@
 
 #include <unistd.h>
 
-#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/output/messages.h"
 #include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/local_file.h"
 

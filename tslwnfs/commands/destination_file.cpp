@@ -7,11 +7,11 @@
 #include <cerrno>
 #include <string>
 
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/output.h"
-#include "tslwnfs/frontend/strict.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/options/strict.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
+#include "tslwnfs/output/trace.h"
 #include "tslwnfs/storage/identify.h"
 #include "tslwnfs/storage/identity.h"
 #include "tslwnfs/terminal/reasons.h"

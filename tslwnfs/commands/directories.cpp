@@ -9,8 +9,8 @@
 #include "include/tdm.h"
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/files.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/messages.h"
 #include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/resolve.h"
 

@@ -14,9 +14,9 @@
 #include <string_view>
 
 #include "include/tdm.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
 #include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/terminal/reasons.h"
 

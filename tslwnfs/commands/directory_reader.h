@@ -3,7 +3,7 @@
 #pragma once
 
 #include "platform/path_buffer.h"
-#include "tslwnfs/commands/listing.h"
+#include "tslwnfs/commands/name_list.h"
 
 // Gives the names of a directory, without "." and "..", in the order they are read. Traces what failed in the name of
 // read_dir and returns false; a remote object that is not a directory is remarked upon in the output. complete, if

@@ -2,8 +2,8 @@
 #include "tslwnfs/commands/file_transfer.h"
 
 #include "platform/stream.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/messages.h"
 #include "tslwnfs/storage/resolve.h"
 #include "tslwnfs/terminal/progress.h"
 

@@ -9,13 +9,13 @@
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/files.h"
 #include "tslwnfs/commands/listing.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/output.h"
-#include "tslwnfs/frontend/trace.h"
-#include "tslwnfs/frontend/wildcard.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
+#include "tslwnfs/output/trace.h"
 #include "tslwnfs/storage/real_path.h"
 #include "tslwnfs/storage/resolve.h"
+#include "tslwnfs/storage/wildcard.h"
 
 namespace {
 

@@ -6,11 +6,11 @@
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/directory_reader.h"
 #include "tslwnfs/commands/listing_layout.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/output.h"
-#include "tslwnfs/frontend/strict.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/options/strict.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
+#include "tslwnfs/output/trace.h"
 #include "tslwnfs/storage/resolve.h"
 
 namespace {

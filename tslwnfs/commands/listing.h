@@ -3,13 +3,10 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
-#include <vector>
 
 #include "platform/path_buffer.h"
+#include "tslwnfs/commands/name_list.h"
 #include "tslwnfs/storage/operand.h"
-
-using NameList = std::vector<std::string>;
 
 // Lists the names of a directory, without "." and "..", in the order they were read, and with print_names prints them.
 // What is no directory is a list of its resolved path alone. Returns 0 or 1.

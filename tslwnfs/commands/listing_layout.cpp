@@ -8,10 +8,10 @@
 
 #include "tslwnfs/commands/attribute_block.h"
 #include "tslwnfs/commands/attributes.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/output.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
+#include "tslwnfs/output/trace.h"
 #include "tslwnfs/storage/resolve.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "platform/path_buffer.h"
-#include "tslwnfs/commands/listing.h"
+#include "tslwnfs/commands/name_list.h"
 
 // What the names of a list stand for.
 enum class Listed : uint8_t {

@@ -6,10 +6,10 @@
 #include <string>
 
 #include "include/tdm.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/strict.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/options/strict.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/trace.h"
 #include "tslwnfs/terminal/reasons.h"
 
 namespace {

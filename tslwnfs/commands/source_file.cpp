@@ -7,9 +7,9 @@
 #include <string>
 
 #include "tslwnfs/commands/attributes.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/trace.h"
 #include "tslwnfs/storage/identify.h"
 #include "tslwnfs/terminal/reasons.h"
 

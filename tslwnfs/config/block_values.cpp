@@ -6,9 +6,9 @@
 
 #include "nfstdm/mounts/tslnfstab.h"
 #include "nfstdm/mounts/tslnfstab_keys.h"
-#include "tslwnfs/config/server_block.h"
 #include "tslwnfs/config/tslnfstab_lines.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/options/server_block.h"
+#include "tslwnfs/output/trace.h"
 
 namespace {
 

@@ -17,6 +17,9 @@ struct BlockSetting {
 // which readers look behind the begin marker.
 std::vector<BlockSetting> settings_of(const ServerBlock &server);
 
+// The block as it stands in the file, from marker to marker.
+std::string server_block_text(const ServerBlock &server);
+
 // The settings as lines: a path stands behind its local address, a mount point behind its export.
 std::string lines_of(const std::vector<BlockSetting> &settings);
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <thread>
 
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/output/trace.h"
 
 namespace {
 constexpr std::chrono::milliseconds kBetweenTries(5);

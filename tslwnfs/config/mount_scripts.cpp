@@ -17,8 +17,8 @@
 #include "tslwnfs/config/config.h"
 #include "tslwnfs/config/private_directory.h"
 #include "tslwnfs/config/whole_file.h"
-#include "tslwnfs/frontend/output.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/output/output.h"
+#include "tslwnfs/output/trace.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/output/messages.h"
 
 bool have_private_directory(const char *function, const char *path) {
     constexpr mode_t kOwnerOnly = 0700;

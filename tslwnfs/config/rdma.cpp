@@ -10,7 +10,7 @@
 #include "tslwnfs/config/tslnfstab_file.h"
 #include "tslwnfs/config/tslnfstab_lines.h"
 #include "tslwnfs/config/warning.h"
-#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/output/output.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // createtslnfstab: one server's block at the end of tslnfstab.
-#include "tslwnfs/config/server_block.h"
+#include "tslwnfs/options/server_block.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -16,9 +16,9 @@
 #include "tslwnfs/config/tslnfstab_file.h"
 #include "tslwnfs/config/tslnfstab_lines.h"
 #include "tslwnfs/config/warning.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/output.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
+#include "tslwnfs/output/trace.h"
 
 namespace {
 

@@ -12,9 +12,9 @@
 #include "tslwnfs/config/tslnfstab_file.h"
 #include "tslwnfs/config/tslnfstab_lines.h"
 #include "tslwnfs/config/whole_file.h"
-#include "tslwnfs/frontend/output.h"
-#include "tslwnfs/frontend/strict.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/options/strict.h"
+#include "tslwnfs/output/output.h"
+#include "tslwnfs/output/trace.h"
 #include "tslwnfs/terminal/screen.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/config/warning.h"
 
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/output/trace.h"
 #include "tslwnfs/terminal/screen.h"
 
 void warn(const char *function, const std::string &text) {

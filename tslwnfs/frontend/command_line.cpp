@@ -7,12 +7,12 @@
 #include <cstring>
 
 #include "tslwnfs/frontend/command_table.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/option_words.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/output.h"
-#include "tslwnfs/frontend/streams.h"
-#include "tslwnfs/frontend/strict.h"
+#include "tslwnfs/options/option_words.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/options/strict.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
+#include "tslwnfs/output/streams.h"
 
 namespace {
 

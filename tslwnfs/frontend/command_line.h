@@ -4,7 +4,7 @@
 
 #include <span>
 
-#include "tslwnfs/frontend/words.h"
+#include "tslwnfs/options/words.h"
 
 // Reads the whole command line into the option state. The words (the program's own name first) must outlive it. Opens
 // the trace and the log on the way. Tells what is wrong with a value; usage and help texts are left to the caller.

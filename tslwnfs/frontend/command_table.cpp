@@ -10,8 +10,8 @@
 #include "tslwnfs/commands/files.h"
 #include "tslwnfs/commands/listing.h"
 #include "tslwnfs/config/config.h"
+#include "tslwnfs/config/mount_table.h"
 #include "tslwnfs/netdisc/netdisc.h"
-#include "tslwnfs/storage/mount_table.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <span>
 #include <string_view>
 
-#include "tslwnfs/frontend/grammar.h"
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/options/grammar.h"
+#include "tslwnfs/options/options.h"
 #include "tslwnfs/storage/operand.h"
 
 // How the executor treats a command.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/executor.h"
+#include "tslwnfs/commands/executor.h"
 
 #include <algorithm>
 #include <cctype>
@@ -14,13 +14,13 @@
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/listing.h"
 #include "tslwnfs/frontend/command_table.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/output.h"
-#include "tslwnfs/frontend/strict.h"
-#include "tslwnfs/frontend/trace.h"
-#include "tslwnfs/frontend/wildcard.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/options/strict.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
+#include "tslwnfs/output/trace.h"
 #include "tslwnfs/storage/resolve.h"
+#include "tslwnfs/storage/wildcard.h"
 #include "tslwnfs/terminal/reasons.h"
 
 namespace {

@@ -7,17 +7,16 @@
 #include "include/tdm.h"
 #include "platform/caller.h"
 #include "platform/home.h"
-#include "tslwnfs/frontend/client_layer.h"
+#include "tslwnfs/client/nfsids.h"
+#include "tslwnfs/commands/executor.h"
 #include "tslwnfs/frontend/command_line.h"
 #include "tslwnfs/frontend/command_table.h"
-#include "tslwnfs/frontend/executor.h"
-#include "tslwnfs/frontend/identity.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/streams.h"
-#include "tslwnfs/frontend/strict.h"
-#include "tslwnfs/frontend/trace.h"
 #include "tslwnfs/frontend/usage.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/options/strict.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/streams.h"
+#include "tslwnfs/output/trace.h"
 #include "tslwnfs/terminal/library_records.h"
 #include "tslwnfs/terminal/reasons.h"
 #include "tslwnfs/terminal/screen.h"
@@ -26,7 +25,6 @@ namespace {
 
 constexpr char kFunction[] = "main";  // under which everything after the command line is traced
 constexpr int32_t kDefaultDepth = 50;
-constexpr uint32_t kWholeClientLayer = 31;
 
 template <std::size_t size>
 bool look_up_home(const char *marker, char (&home)[size]) {
@@ -118,7 +116,6 @@ int run_session() {
     if (redirect_out == 1) static_cast<void>(close_log());
     const uint32_t result = commandtype != kNoCommand ? exec_command(fname, fname1) : 0;
     tdm_fini(ctx);
-    shut_down_client_layer(kWholeClientLayer);
     return static_cast<int>(result);
 }
 

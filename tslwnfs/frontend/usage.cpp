@@ -2,8 +2,8 @@
 #include "tslwnfs/frontend/usage.h"
 
 #include "platform/banner.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
 
 namespace {
 

@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/output.h"
 #include "tslwnfs/netdisc/check_ip_type.h"
 #include "tslwnfs/netdisc/netdisc.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 
 #include <array>
 
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/messages.h"
 
 Identification identify(const PathBuffer &path, TdmFileInfo &info) {
     std::array<char, TDM_TEXT_SIZE> error_text = {};

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "include/tdm.h"
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/options/options.h"
 #include "tslwnfs/storage/transfer.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "include/tdm.h"
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/options/options.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <new>
 
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
 #include "tslwnfs/terminal/reasons.h"
 
 namespace {

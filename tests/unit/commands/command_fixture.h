@@ -17,7 +17,7 @@
 #include "tests/support/redirected_stream.h"
 #include "tests/support/scratch_stream.h"
 #include "tests/support/temporary_directory.h"
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/options/options.h"
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;

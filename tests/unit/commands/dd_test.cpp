@@ -10,8 +10,8 @@
 
 #include "tests/support/allocation_faults.h"
 #include "tests/unit/commands/command_fixture.h"
+#include "tslwnfs/commands/executor.h"
 #include "tslwnfs/commands/files.h"
-#include "tslwnfs/frontend/executor.h"
 
 namespace fs = std::filesystem;
 

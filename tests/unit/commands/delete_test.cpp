@@ -6,8 +6,8 @@
 #include <filesystem>
 
 #include "tests/unit/commands/command_fixture.h"
+#include "tslwnfs/commands/executor.h"
 #include "tslwnfs/commands/files.h"
-#include "tslwnfs/frontend/executor.h"
 
 namespace fs = std::filesystem;
 

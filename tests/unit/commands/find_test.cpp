@@ -7,8 +7,8 @@
 #include <sstream>
 
 #include "tests/unit/commands/command_fixture.h"
+#include "tslwnfs/commands/executor.h"
 #include "tslwnfs/commands/files.h"
-#include "tslwnfs/frontend/executor.h"
 
 namespace fs = std::filesystem;
 

@@ -9,7 +9,7 @@
 
 #include "tests/support/allocation_faults.h"
 #include "tests/unit/commands/command_fixture.h"
-#include "tslwnfs/frontend/executor.h"
+#include "tslwnfs/commands/executor.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "tests/support/file_faults.h"
 #include "tests/support/file_size_limit.h"
 #include "tslwnfs/config/config.h"
-#include "tslwnfs/config/server_block.h"
+#include "tslwnfs/options/server_block.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/storage/mount_table.h"
+#include "tslwnfs/config/mount_table.h"
 
 #include <cerrno>
 #include <cstring>

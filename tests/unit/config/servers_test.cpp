@@ -4,8 +4,8 @@
 #include "tests/support/command_fixture.h"
 #include "tests/support/strictness.h"
 #include "tslwnfs/config/config.h"
-#include "tslwnfs/config/server_block.h"
 #include "tslwnfs/config/server_deletion.h"
+#include "tslwnfs/options/server_block.h"
 #include "tslwnfs/terminal/screen.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The commands on tslnfstab, which read from fixed positions.
 #include "front_end_fixture.h"
-#include "tslwnfs/config/server_block.h"
+#include "tslwnfs/options/server_block.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/executor.h"
+#include "tslwnfs/commands/executor.h"
 
 #include "front_end_fixture.h"
 

@@ -6,9 +6,9 @@
 #include "tslwnfs/commands/files.h"
 #include "tslwnfs/commands/listing.h"
 #include "tslwnfs/config/config.h"
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/config/mount_table.h"
 #include "tslwnfs/netdisc/netdisc.h"
-#include "tslwnfs/storage/mount_table.h"
+#include "tslwnfs/options/options.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include "platform/caller.h"
 #include "platform/paths.h"
 #include "recorder.h"
-#include "tslwnfs/frontend/client_layer.h"
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/client/presented_identity.h"
+#include "tslwnfs/options/options.h"
 #include "tslwnfs/storage/resolve.h"
 
 namespace {
@@ -52,10 +52,6 @@ uint32_t tdm_fini(void *context) {
 bool presented_identity(PresentedIdentity &identity) {
     identity = {"dbhost", 1001, 54321};
     return recorder().has_identity;
-}
-
-void shut_down_client_layer(uint32_t mask) {
-    recorder().call("shut_down_client_layer", std::to_string(mask));
 }
 
 int UserInTSLDBA() {

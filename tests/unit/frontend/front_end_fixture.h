@@ -14,11 +14,11 @@
 #include "tests/support/redirected_stream.h"
 #include "tests/support/scoped_environment.h"
 #include "tests/support/temporary_directory.h"
-#include "tslwnfs/frontend/catalogue_access.h"
 #include "tslwnfs/frontend/command_line.h"
-#include "tslwnfs/frontend/options.h"
 #include "tslwnfs/frontend/startup.h"
-#include "tslwnfs/frontend/streams.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/catalogue_access.h"
+#include "tslwnfs/output/streams.h"
 
 constexpr auto kAccepted = ParseOutcome::accepted;
 constexpr auto kUsage = ParseOutcome::usage;

@@ -8,7 +8,7 @@
 
 #include "front_end_fixture.h"
 #include "tslwnfs/frontend/command_table.h"
-#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/output/messages.h"
 
 namespace {
 

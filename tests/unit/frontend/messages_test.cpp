@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/output/messages.h"
 
 #include <algorithm>
 #include <climits>

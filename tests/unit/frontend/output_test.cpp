@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/output/output.h"
 
 #include <fcntl.h>
 #include <pty.h>
@@ -8,8 +8,8 @@
 
 #include "front_end_fixture.h"
 #include "platform/stream.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/trace.h"
 #include "tslwnfs/terminal/reasons.h"
 #include "tslwnfs/terminal/screen.h"
 

@@ -30,13 +30,9 @@ class StartUp : public FrontEnd {
     }
 };
 
-const std::vector<std::string> kWholeSession = {"tdm_tslinit(octx)",
-                                                "tdm_discover(4, 513)",
-                                                "tdm_registerthread(0, 1, 0, 0, tslwnfs)",
-                                                "tdm_init()",
-                                                "catfile(/a)",
-                                                "tdm_fini()",
-                                                "shut_down_client_layer(31)"};
+const std::vector<std::string> kWholeSession = {
+    "tdm_tslinit(octx)", "tdm_discover(4, 513)", "tdm_registerthread(0, 1, 0, 0, tslwnfs)",
+    "tdm_init()",        "catfile(/a)",          "tdm_fini()"};
 
 TEST_F(StartUp, OpensTheSessionRunsTheCommandAndCloses) {
     EXPECT_EQ(run("cat /a"), 0);
@@ -59,7 +55,7 @@ TEST_F(StartUp, TellsTheLibraryItsTraceLevelsOnlyWhenTracing) {
     EXPECT_THAT(recorder().calls,
                 ElementsAre("tdm_tslinit(octx)", "tdm_discover(4, 513)", "tdm_registerthread(0, 1, 0, 0, tslwnfs)",
                             "tdm_trace(19396, 1)", "tdm_trace(19392, 2)", "tdm_trace(19394, 3)", "tdm_trace(19398, 0)",
-                            "tdm_init()", "catfile(/a)", "tdm_fini()", "shut_down_client_layer(31)"));
+                            "tdm_init()", "catfile(/a)", "tdm_fini()"));
     EXPECT_EQ(trace_enabled, 1);
     EXPECT_EQ(log_enabled, 1);
 }
@@ -317,7 +313,7 @@ TEST_F(StartUp, ShowsThePresentedIdentityInTheColumnsOfItsDestination) {
               "\nCOMPUTER NAME:             dbhost\n"
               "UID:                        1001\n"
               "GID:                        54321\n");
-    EXPECT_EQ(recorder().calls.back(), "shut_down_client_layer(31)");
+    EXPECT_EQ(recorder().calls.back(), "tdm_fini()");
     EXPECT_EQ(run("-log " + directory_ / "log" + " nfsids"), 0);
     EXPECT_EQ(printed_, "");
     EXPECT_EQ(read_file(directory_ / "log"),

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/strict.h"
+#include "tslwnfs/options/strict.h"
 
 #include "front_end_fixture.h"
 #include "tslwnfs/terminal/screen.h"

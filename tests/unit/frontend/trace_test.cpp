@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/output/trace.h"
 
 #include "front_end_fixture.h"
-#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/output/messages.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <span>
 
-#include "tslwnfs/frontend/words.h"
+#include "tslwnfs/options/words.h"
 
 using Grammar = ParseOutcome (*)(Words &words);
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/strict.h"
+#include "tslwnfs/options/strict.h"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +8,7 @@
 #include <string>
 
 #include "platform/environment.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/output/trace.h"
 #include "tslwnfs/terminal/screen.h"
 
 namespace {

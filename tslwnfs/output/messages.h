@@ -13,6 +13,8 @@
 #include <string>
 #include <string_view>
 
+#include "tslwnfs/output/message_reasons.h"
+
 enum class Message : uint32_t {
     not_administrator = 65000,
     discovery_result = 65001,
@@ -111,10 +113,12 @@ struct MessageArgument {
 
 using MessageArguments = std::span<const MessageArgument>;
 
-// What a message's callers supply, a letter an argument: s text, u unsigned, d signed, l byte count.
+// What a message's callers supply, a letter an argument: s text, u unsigned, d signed, l byte count; and who knows the
+// reason for what it reports.
 struct MessageShape {
     Message message;
     std::string_view arguments;
+    ReasonSource reason = ReasonSource::own;
 };
 std::span<const MessageShape> message_shapes();
 

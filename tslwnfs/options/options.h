@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "include/tdm.h"
+#include "tslwnfs/output/product_context.h"
 
 // What a run does; 4 and 6 are never produced by the command line.
 enum CommandCode : int32_t {
@@ -120,7 +120,7 @@ extern int32_t id_enabled;  // 1 = nfsids
 extern int32_t discovery_flag;  // 1 = networkdiscovery was given a name
 extern char network_discovery_name[100];
 
-extern uint32_t kgtdm_trace, nfcore_trace, snfcore_trace, tslwnfs_trace;  // trace levels 0 to 4
+extern uint32_t kgtdm_trace, nfcore_trace, snfcore_trace;  // trace levels 0 to 4
 extern int32_t nfcore_mask;
 extern int32_t trace_enabled, log_enabled;
 extern int32_t redirect_out;  // 1 = the log file is closed before the command runs
@@ -137,9 +137,6 @@ extern int32_t bsize;  // bytes a request
 extern int32_t nios;   // request slots of a transfer
 extern int32_t cios;   // requests a tdm_io call
 extern int32_t wios;   // completions dd waits for at once
-
-// Where the trace and the log go; handed to the storage library as its product context.
-extern TdmProductContext octx;
 
 // The mount command's description of a server; a text is present when its flag is set.
 struct MountServer {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/streams.h"
+#include "tslwnfs/output/streams.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,8 +10,8 @@
 
 #include "platform/stream.h"
 #include "platform/write_errors.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/output/product_context.h"
+#include "tslwnfs/output/trace.h"
 #include "tslwnfs/terminal/screen.h"
 
 namespace {

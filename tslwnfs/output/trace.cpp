@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/output/trace.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 #include "platform/clock.h"
 #include "platform/write_errors.h"
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/output/product_context.h"
 #include "tslwnfs/terminal/reasons.h"
 
 namespace {

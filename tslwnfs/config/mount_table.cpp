@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/storage/mount_table.h"
+#include "tslwnfs/config/mount_table.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -14,9 +14,9 @@
 #include "tslwnfs/config/tslnfstab_file.h"
 #include "tslwnfs/config/warning.h"
 #include "tslwnfs/config/whole_file.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/wildcard.h"
+#include "tslwnfs/output/messages.h"
 #include "tslwnfs/storage/resolve.h"
+#include "tslwnfs/storage/wildcard.h"
 
 namespace {
 

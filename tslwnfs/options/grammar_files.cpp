@@ -4,10 +4,10 @@
 #include <string>
 #include <string_view>
 
-#include "tslwnfs/frontend/grammar.h"
-#include "tslwnfs/frontend/option_words.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/strict.h"
+#include "tslwnfs/options/grammar.h"
+#include "tslwnfs/options/option_words.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/options/strict.h"
 
 namespace {
 

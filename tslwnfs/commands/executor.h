@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Runs the command of commandtype on one pair of operands.
+// Runs the command of commandtype on one pair of operands. It stands above the commands, in frontend/executor.cpp;
+// those that work recursively call it again.
 #pragma once
 
 #include <cstdint>

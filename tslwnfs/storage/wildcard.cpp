@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/wildcard.h"
+#include "tslwnfs/storage/wildcard.h"
 
 #include <cctype>
 #include <cstring>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/output/output.h"
 
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 #include <cstdarg>
 
 #include "platform/write_errors.h"
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/output/product_context.h"
 #include "tslwnfs/terminal/reasons.h"
 #include "tslwnfs/terminal/text.h"
 

@@ -37,6 +37,3 @@ struct ServerBlock {
 };
 
 extern ServerBlock tab_info;
-
-// The block as it stands in the file, from marker to marker.
-std::string server_block_text(const ServerBlock &server);

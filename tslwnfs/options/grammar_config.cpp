@@ -7,11 +7,11 @@
 #include <string_view>
 #include <vector>
 
-#include "tslwnfs/config/server_block.h"
-#include "tslwnfs/frontend/grammar.h"
-#include "tslwnfs/frontend/option_words.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/strict.h"
+#include "tslwnfs/options/grammar.h"
+#include "tslwnfs/options/option_words.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/options/server_block.h"
+#include "tslwnfs/options/strict.h"
 #include "tslwnfs/terminal/screen.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/options/options.h"
 
-#include "tslwnfs/config/server_block.h"
+#include "tslwnfs/options/server_block.h"
 
 namespace {
 constexpr int32_t kDefaultDepth = 50;       // levels
@@ -44,7 +44,7 @@ int32_t id_enabled;
 int32_t discovery_flag;
 char network_discovery_name[100];
 
-uint32_t kgtdm_trace, nfcore_trace, snfcore_trace, tslwnfs_trace;
+uint32_t kgtdm_trace, nfcore_trace, snfcore_trace;
 int32_t nfcore_mask;
 int32_t trace_enabled, log_enabled;
 int32_t redirect_out;
@@ -60,7 +60,6 @@ int32_t nios = kDefaultSlots;
 int32_t cios = kDefaultPerCall;
 int32_t wios = kDefaultWaits;
 
-TdmProductContext octx;
 MountServer new_sinfo;
 ServerBlock tab_info;
 
@@ -99,13 +98,13 @@ void reset_dd() {
 }
 
 void reset_session() {
-    kgtdm_trace = nfcore_trace = snfcore_trace = tslwnfs_trace = 0;
+    kgtdm_trace = nfcore_trace = snfcore_trace = 0;
     nfcore_mask = trace_enabled = log_enabled = redirect_out = 0;
     tsl_home[0] = tsl_ohome[0] = '\0';
     ip_type = 0;
     ctx = nullptr;
     pbsz = 0;
-    octx = {};
+    reset_product_context();
 }
 
 }  // namespace

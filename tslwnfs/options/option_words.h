@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-#include "tslwnfs/frontend/words.h"
+#include "tslwnfs/options/words.h"
 
 // Shows every letter of the option words at hand to examine, which tells whether it knows the letter; the words
 // themselves are taken.

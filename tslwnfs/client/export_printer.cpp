@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/export_list.h"
+#include "tslwnfs/client/export_printer.h"
 
 #include <algorithm>
 #include <cstring>
 #include <optional>
 #include <string>
 
-#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/output/output.h"
 
 namespace {
 

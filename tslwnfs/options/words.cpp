@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/words.h"
+#include "tslwnfs/options/words.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/identity.h"
+#include "tslwnfs/client/nfsids.h"
 
-#include "tslwnfs/frontend/client_layer.h"
-#include "tslwnfs/frontend/output.h"
+#include "tslwnfs/client/presented_identity.h"
+#include "tslwnfs/output/output.h"
 
 void nfscred() {
     PresentedIdentity identity;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/export_list.h"
+#include "tslwnfs/client/export_printer.h"
 
 #include "front_end_fixture.h"
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/options/options.h"
 
 uint32_t mount_otab(const char *export_path, const char *mount_point);
 uint32_t tslwnfs_mount_otab(const char *export_path, const char *mount_point, const MountServer &server);

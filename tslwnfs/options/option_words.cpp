@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/option_words.h"
+#include "tslwnfs/options/option_words.h"
 
 #include <algorithm>
 #include <array>
@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/strict.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/options/strict.h"
 
 namespace {
 

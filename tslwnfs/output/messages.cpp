@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tslwnfs/frontend/messages.h"
+#include "tslwnfs/output/messages.h"
 
 #include <algorithm>
 #include <array>
@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "platform/catalogue.h"
-#include "tslwnfs/frontend/catalogue_access.h"
-#include "tslwnfs/frontend/message_reasons.h"
-#include "tslwnfs/frontend/output.h"
-#include "tslwnfs/frontend/trace.h"
+#include "tslwnfs/output/catalogue_access.h"
+#include "tslwnfs/output/message_reasons.h"
+#include "tslwnfs/output/output.h"
+#include "tslwnfs/output/trace.h"
 #include "tslwnfs/terminal/reasons.h"
 
 namespace {
@@ -21,8 +21,8 @@ namespace {
 constexpr std::array kShapes = {
     MessageShape{Message::not_administrator, ""},
     MessageShape{Message::discovery_result, ""},
-    MessageShape{Message::session_failed, "u"},
-    MessageShape{Message::thread_registration_failed, "u"},
+    MessageShape{Message::session_failed, "u", ReasonSource::library},
+    MessageShape{Message::thread_registration_failed, "u", ReasonSource::library},
     MessageShape{Message::count_not_digits, "s"},
     MessageShape{Message::usage_header, ""},
     MessageShape{Message::library_missing, "s"},
@@ -30,8 +30,8 @@ constexpr std::array kShapes = {
     MessageShape{Message::client_enabled, ""},
     MessageShape{Message::client_not_enabled, ""},
     MessageShape{Message::configuration_empty, "s"},
-    MessageShape{Message::discover_failed, "u"},
-    MessageShape{Message::status_unreadable, "s"},
+    MessageShape{Message::discover_failed, "u", ReasonSource::library},
+    MessageShape{Message::status_unreadable, "s", ReasonSource::remark},
     MessageShape{Message::permissions_unchanged, "s"},
     MessageShape{Message::first_operand_missing, ""},
     MessageShape{Message::second_operand_missing, ""},
@@ -42,31 +42,31 @@ constexpr std::array kShapes = {
     MessageShape{Message::command_failed, "u"},
     MessageShape{Message::command_succeeded, ""},
     MessageShape{Message::operands_unusable, ""},
-    MessageShape{Message::positioning_failed, "sd"},
-    MessageShape{Message::log_unopenable, "sd"},
-    MessageShape{Message::write_completed_with, "u"},
-    MessageShape{Message::not_a_directory, "s"},
-    MessageShape{Message::create_failed, "su"},
-    MessageShape{Message::remote_delete_failed, "su"},
-    MessageShape{Message::directory_unlisted, "s"},
-    MessageShape{Message::local_directory_unopenable, "s"},
+    MessageShape{Message::positioning_failed, "sd", ReasonSource::remark},
+    MessageShape{Message::log_unopenable, "sd", ReasonSource::system},
+    MessageShape{Message::write_completed_with, "u", ReasonSource::library},
+    MessageShape{Message::not_a_directory, "s", ReasonSource::remark},
+    MessageShape{Message::create_failed, "su", ReasonSource::library},
+    MessageShape{Message::remote_delete_failed, "su", ReasonSource::library},
+    MessageShape{Message::directory_unlisted, "s", ReasonSource::library},
+    MessageShape{Message::local_directory_unopenable, "s", ReasonSource::system},
     MessageShape{Message::bad_of, ""},
-    MessageShape{Message::directory_not_removed, "s"},
-    MessageShape{Message::reidentify_failed, "u"},
-    MessageShape{Message::identify_returned, "su"},
+    MessageShape{Message::directory_not_removed, "s", ReasonSource::system},
+    MessageShape{Message::reidentify_failed, "u", ReasonSource::library},
+    MessageShape{Message::identify_returned, "su", ReasonSource::library_perhaps},
     MessageShape{Message::home_unknown, ""},
-    MessageShape{Message::file_not_deleted, "s"},
+    MessageShape{Message::file_not_deleted, "s", ReasonSource::system},
     MessageShape{Message::value_begins_with_hyphen, "s"},
     MessageShape{Message::bad_parallel, ""},
-    MessageShape{Message::readlink_location, "su"},
-    MessageShape{Message::readdir_location, "su"},
+    MessageShape{Message::readlink_location, "su", ReasonSource::library},
+    MessageShape{Message::readdir_location, "su", ReasonSource::library},
     MessageShape{Message::trace_level_out_of_range, "s"},
-    MessageShape{Message::resize_failed, "u"},
-    MessageShape{Message::commit_failed, "u"},
+    MessageShape{Message::resize_failed, "u", ReasonSource::library},
+    MessageShape{Message::commit_failed, "u", ReasonSource::library_and_goes_on},
     MessageShape{Message::unknown_suffix, ""},
-    MessageShape{Message::fsstat_location, "su"},
-    MessageShape{Message::file_unreadable, "s"},
-    MessageShape{Message::unidentify_failed, "su"},
+    MessageShape{Message::fsstat_location, "su", ReasonSource::library},
+    MessageShape{Message::file_unreadable, "s", ReasonSource::system},
+    MessageShape{Message::unidentify_failed, "su", ReasonSource::library_and_goes_on},
     MessageShape{Message::usage_general, ""},
     MessageShape{Message::usage_files, ""},
     MessageShape{Message::usage_directories, ""},
@@ -77,19 +77,26 @@ constexpr std::array kShapes = {
     MessageShape{Message::usage_network, ""},
     MessageShape{Message::path_unresolvable, "s"},
     MessageShape{Message::out_of_memory, "l"},
-    MessageShape{Message::file_unopenable, "s"},
-    MessageShape{Message::directory_not_created, "sd"},
-    MessageShape{Message::mkdir_location, "su"},
-    MessageShape{Message::library_not_copied, "s"},
-    MessageShape{Message::request_incomplete, "u"},
-    MessageShape{Message::fsinfo_location, "su"},
-    MessageShape{Message::getattr_location, "su"},
-    MessageShape{Message::setattr_location, "su"},
-    MessageShape{Message::rmdir_location, "su"},
-    MessageShape{Message::request_not_submitted, "u"},
+    MessageShape{Message::file_unopenable, "s", ReasonSource::system},
+    MessageShape{Message::directory_not_created, "sd", ReasonSource::system},
+    MessageShape{Message::mkdir_location, "su", ReasonSource::library},
+    MessageShape{Message::library_not_copied, "s", ReasonSource::system},
+    MessageShape{Message::request_incomplete, "u", ReasonSource::library},
+    MessageShape{Message::fsinfo_location, "su", ReasonSource::library},
+    MessageShape{Message::getattr_location, "su", ReasonSource::library_perhaps},
+    MessageShape{Message::setattr_location, "su", ReasonSource::library},
+    MessageShape{Message::rmdir_location, "su", ReasonSource::library},
+    MessageShape{Message::request_not_submitted, "u", ReasonSource::library},
     MessageShape{Message::path_on_mount, ""},
     MessageShape{Message::path_not_on_mount, ""},
 };
+
+const MessageShape &shape_of(Message message) {
+    const auto *const shape =
+        std::find_if(kShapes.begin(), kShapes.end(), [&](const auto &one) { return one.message == message; });
+    assert(shape != kShapes.end());
+    return *shape;
+}
 
 char letter_of(const MessageArgument &argument) {
     switch (argument.kind) {
@@ -191,7 +198,7 @@ void trace_text(const char *function, Message message, MessageArguments argument
     const int error = errno;
     const std::string text = message_text(message, arguments);
     tslwnfswrf(3, function, "%s", text.c_str());
-    note_message(message, text, error);
+    note_message(shape_of(message).reason, text, error);
 }
 
 }  // namespace
@@ -233,9 +240,7 @@ void get_message(uint32_t number, char *buffer) {
 }
 
 std::string message_text(Message message, MessageArguments arguments) {
-    [[maybe_unused]] const auto shape =
-        std::find_if(kShapes.begin(), kShapes.end(), [&](const auto &one) { return one.message == message; });
-    assert(shape != kShapes.end() && shape->arguments == letters_of(arguments));
+    assert(shape_of(message).arguments == letters_of(arguments));
     char buffer[kMessageBufferSize] = {};
     get_message(static_cast<uint32_t>(message), buffer);
     return text_fits(buffer, letters_of(arguments)) ? put_in_place(buffer, arguments) : buffer;

@@ -7,11 +7,11 @@
 #include <cstring>
 #include <string_view>
 
-#include "tslwnfs/frontend/grammar.h"
-#include "tslwnfs/frontend/messages.h"
-#include "tslwnfs/frontend/options.h"
-#include "tslwnfs/frontend/output.h"
-#include "tslwnfs/frontend/strict.h"
+#include "tslwnfs/options/grammar.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/options/strict.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
 
 namespace {
 

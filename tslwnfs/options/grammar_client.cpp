@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "tslwnfs/frontend/grammar.h"
-#include "tslwnfs/frontend/option_words.h"
-#include "tslwnfs/frontend/options.h"
+#include "tslwnfs/options/grammar.h"
+#include "tslwnfs/options/option_words.h"
+#include "tslwnfs/options/options.h"
 
 ParseOutcome parse_showmount(Words &words) {
     bool options = false;
