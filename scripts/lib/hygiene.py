@@ -50,6 +50,28 @@ RULES = [
     Rule(r"[ \t]+$", "trailing blanks", SOURCES + r"|\.(py|txt|cmake)$|^scripts/"),
 ]
 
+# The folders, each behind those it stands on: a file includes what is in its own folder, in one further left in its row,
+# or in one that the row as a whole stands on. docs/architecture.md draws the same.
+STACKS = [
+    ("platform", "include"),
+    (
+        "nfstdm/base nfstdm/xdr nfstdm/volume nfstdm/rpc/message nfstdm/rpc/auth nfstdm/rpc/transport nfstdm/rpc"
+        " nfstdm/portmap nfstdm/remote nfstdm/nfs3 nfstdm/nfs4 nfstdm/mounts nfstdm/files nfstdm/tdm",
+        "include",
+    ),
+    (
+        "tslwnfs/terminal tslwnfs/output tslwnfs/options tslwnfs/storage tslwnfs/config tslwnfs/commands"
+        " tslwnfs/client tslwnfs/netdisc tslwnfs/frontend tslwnfs",
+        "include platform nfstdm/base nfstdm/rpc/auth nfstdm/nfs3 nfstdm/mounts",
+    ),
+    (
+        "tools/loopnfsd/base tools/loopnfsd/faults tools/loopnfsd/store tools/loopnfsd/wire tools/loopnfsd/nfs"
+        " tools/loopnfsd",
+        "nfstdm/base nfstdm/xdr nfstdm/rpc/message nfstdm/portmap nfstdm/remote nfstdm/nfs3",
+    ),
+]
+INCLUDE = re.compile(r'^#include "([^"]+)"', re.MULTILINE)
+
 LICENCE_LINE = re.compile(r"(//|/\*) SPDX-License-Identifier: Apache-2\.0( \*/)?\n")
 
 
@@ -87,10 +109,61 @@ def licence_lines(texts):
             yield f"{name}:1: the first line must name the licence"
 
 
+def folder_of(name):
+    return name.rpartition("/")[0]
+
+
+def includes(texts):
+    """For each source of the stacks, the sources that it includes."""
+    sources = dict(texts)
+    known = {folder for folders, _ in STACKS for folder in folders.split()}
+    for name, text in texts:
+        if folder_of(name) in known and re.search(SOURCES, name):
+            yield name, [included for included in INCLUDE.findall(text) if included in sources]
+
+
+def arrows_back(texts):
+    may_use = {}
+    for folders, foundations in STACKS:
+        below = set(foundations.split())
+        for folder in folders.split():
+            below = below | {folder}
+            may_use[folder] = below
+    for name, included in includes(texts):
+        for other in included:
+            if folder_of(other) not in may_use[folder_of(name)]:
+                yield f"{name}: includes {other}, which does not stand below it"
+
+
+def unit_of(name):
+    """A source and its header are one."""
+    return name.rpartition(".")[0]
+
+
+def circles(texts):
+    """Units that include each other, however far around: what is left when whatever nothing leads to or from is gone."""
+    arrows = {}
+    for name, included in includes(texts):
+        arrows.setdefault(unit_of(name), set()).update(unit_of(other) for other in included)
+    for unit, others in arrows.items():
+        others.discard(unit)
+    while True:
+        reached = set().union(*arrows.values()) if arrows else set()
+        left = {unit: others & arrows.keys() for unit, others in arrows.items() if unit in reached}
+        left = {unit: others for unit, others in left.items() if others}
+        if left == arrows:
+            break
+        arrows = left
+    if arrows:
+        yield "these include each other in a circle: " + ", ".join(sorted(arrows))
+
+
 def main():
     texts = list(tracked_texts())
     problems = [problem for rule in RULES for problem in apply(rule, texts)]
     problems += licence_lines(texts)
+    problems += arrows_back(texts)
+    problems += circles(texts)
     print("\n".join(problems))
     return 1 if problems else 0
 
