@@ -3,7 +3,6 @@
 #include <string>
 
 #include "platform/path_buffer.h"
-#include "platform/stream.h"
 #include "tslwnfs/client/client.h"
 #include "tslwnfs/client/question.h"
 #include "tslwnfs/config/tslnfstab_file.h"
@@ -15,16 +14,6 @@ namespace {
 
 uint32_t not_opened(const char *function, const std::string &path) {
     trace_message(function, Message::file_unopenable, path.c_str());
-    return 1;
-}
-
-// Writes a saved copy back. A configuration that is made by this is closed to those to whom the saved copy is.
-uint32_t write_back(const std::string &contents, const std::string &saved, const std::string &configuration) {
-    const bool is_new = !may_exist(configuration.c_str());
-    Stream file = open_for_writing(configuration.c_str(), Writing::anew);
-    if (!file || (is_new && !take_permissions(file, saved.c_str()))) return not_opened("restore", configuration);
-    if (write_and_close(file, contents)) return 0;
-    trace_not_written("restore", configuration.c_str());
     return 1;
 }
 
@@ -68,7 +57,6 @@ uint32_t restore() {
     }
     ConfigurationLock lock;
     if (!lock.take("restore", path)) return 1;
-    const uint32_t status = write_back(contents, saved, configuration);
-    lock.settle();
-    return status;
+    // A configuration that is made by this is closed to those to whom the saved copy is.
+    return replace_tslnfstab("restore", path, contents, lock, saved.c_str());
 }

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "platform/path_buffer.h"
-#include "platform/stream.h"
 #include "tslwnfs/config/block_values.h"
 #include "tslwnfs/config/tslnfstab_file.h"
 #include "tslwnfs/config/warning.h"
@@ -41,21 +40,6 @@ std::string mount_text(const std::vector<BlockSetting> &settings) {
     for (const auto &setting : settings)
         block.append(setting.key).append(": ").append(setting.value).append("\n");
     return block;
-}
-
-// Writes a new file in place of the one that stands there. Returns 0 or 1.
-uint32_t write_file(const char *function, const char *path, std::string_view contents, const ConfigurationLock &lock) {
-    Stream file = open_for_writing(path, Writing::anew, kOrdinaryFile);
-    if (!file) {
-        trace_message(function, Message::file_unopenable, path);
-        return 1;
-    }
-    if (write_and_close(file, contents)) {
-        lock.settle();
-        return 0;
-    }
-    trace_not_written(function, path);
-    return 1;
 }
 
 // tslnfstab as a stream of words.
@@ -150,7 +134,7 @@ uint32_t tslwnfs_mount_otab(const char *export_path, const char *mount_point, co
     ConfigurationLock lock;
     if (!find_and_lock_tslnfstab(kMountFunction, path, lock) || is_left_in_backup(kMountFunction, path)) return 1;
     const std::string block = mount_text(settings);
-    if (server.replace != 0) return write_file(kMountFunction, path.c_str(), block, lock);
+    if (server.replace != 0) return replace_tslnfstab(kMountFunction, path, block, lock);
     return append_to_tslnfstab(kMountFunction, path, "\n" + block, lock);
 }
 

@@ -27,6 +27,22 @@ bool is_mount_point(const std::string &path) {
            (status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
+// Brings a change to stable storage, or traces why there was none.
+uint32_t settled(const char *function, const PathBuffer &path, Written written, const ConfigurationLock &lock) {
+    switch (written) {
+        case Written::done:
+            lock.settle();
+            return 0;
+        case Written::not_opened:
+            trace_message(function, Message::file_unopenable, path.c_str());
+            return 1;
+        case Written::not_written:
+            trace_not_written(function, path.c_str());
+            return 1;
+    }
+    return 1;
+}
+
 }  // namespace
 
 bool translate_file_name(const char *function, const std::string &name, PathBuffer &translated,
@@ -55,18 +71,12 @@ bool is_left_in_backup(const char *function, const PathBuffer &path) {
 
 uint32_t append_to_tslnfstab(const char *function, const PathBuffer &path, std::string_view text,
                              const ConfigurationLock &lock, mode_t mode) {
-    switch (append_to_file(path.c_str(), text, mode)) {
-        case Append::done:
-            lock.settle();
-            return 0;
-        case Append::not_opened:
-            trace_message(function, Message::file_unopenable, path.c_str());
-            return 1;
-        case Append::not_written:
-            trace_not_written(function, path.c_str());
-            return 1;
-    }
-    return 1;
+    return settled(function, path, append_to_file(path.c_str(), text, mode), lock);
+}
+
+uint32_t replace_tslnfstab(const char *function, const PathBuffer &path, std::string_view contents,
+                           const ConfigurationLock &lock, const char *like) {
+    return settled(function, path, replace_file(path.c_str(), contents, like), lock);
 }
 
 uint32_t write_copy(const char *function, const std::string &from, const std::string &to, std::string_view contents) {

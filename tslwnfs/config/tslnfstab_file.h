@@ -35,6 +35,11 @@ constexpr std::size_t kShortNameBuffer = 260;  // bytes of a translated name, th
 uint32_t append_to_tslnfstab(const char *function, const PathBuffer &path, std::string_view text,
                              const ConfigurationLock &lock, mode_t mode = kOrdinaryFile);
 
+// Puts a whole new configuration into the file's place (see replace_file), under the permissions of the file like when
+// there was none. Returns 0, or 1 after a trace record of function.
+uint32_t replace_tslnfstab(const char *function, const PathBuffer &path, std::string_view contents,
+                           const ConfigurationLock &lock, const char *like = nullptr);
+
 // Writes a copy of the configuration beside it, which is open to nobody to whom the file from is not. Returns 0, or 1
 // after a trace record of function.
 uint32_t write_copy(const char *function, const std::string &from, const std::string &to, std::string_view contents);

@@ -60,6 +60,44 @@ bool set_permissions(const Stream &stream, const char *from, mode_t allowed) {
     return fchmod(file, wanted.st_mode & allowed) == 0 || (own.st_mode & kPermissions & ~wanted.st_mode) == 0;
 }
 
+// The file itself where a name is a link to it.
+std::string behind_links(const char *path) {
+    std::error_code unresolved;
+    const std::filesystem::path real = std::filesystem::canonical(path, unresolved);
+    return unresolved ? path : real.string();
+}
+
+bool is_writable_file(const std::string &path) {
+    const Descriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK));
+    return file && is_kind(file, [](mode_t mode) { return S_ISREG(mode); });
+}
+
+// What the file held had room, so it has room again when the new contents have none.
+Written write_in_place(const std::string &path, std::string_view contents, const char *like) {
+    std::string old;
+    const bool is_there = read_whole_file(path.c_str(), old);
+    Stream file = open_for_writing(path.c_str(), Writing::anew, like != nullptr ? 0600 : kOrdinaryFile);
+    if (!file || (like != nullptr && !take_permissions(file, like))) return Written::not_opened;
+    if (write_and_close(file, contents)) return Written::done;
+    const int failure = errno;
+    Stream again = is_there ? open_for_writing(path.c_str(), Writing::anew) : nullptr;
+    if (again) static_cast<void>(write_and_close(again, old));
+    errno = failure;
+    return Written::not_written;
+}
+
+bool is_full(int error) {
+    return error == ENOSPC || error == EDQUOT;
+}
+
+// Removes what was begun; errno stays that of the failure.
+Written abandon(const std::string &path, Written failure) {
+    const int error = errno;
+    static_cast<void>(unlink(path.c_str()));
+    errno = error;
+    return failure;
+}
+
 }  // namespace
 
 bool read_whole_file(const char *path, std::string &contents) {
@@ -88,18 +126,35 @@ bool write_and_close(Stream &stream, std::string_view contents) {
     return write_and_flush(stream, contents) ? close_stream(stream) : fail_and_close(stream);
 }
 
-Append append_to_file(const char *path, std::string_view text, mode_t mode) {
+Written append_to_file(const char *path, std::string_view text, mode_t mode) {
     Stream stream = open_for_writing(path, Writing::at_end, mode);
     struct stat before;
-    if (!stream || fstat(fileno(stream.get()), &before) != 0) return Append::not_opened;
+    if (!stream || fstat(fileno(stream.get()), &before) != 0) return Written::not_opened;
     // Without a buffer nothing is left to be written again after a failure.
     write_through(stream.get());
-    if (write_and_flush(stream, text)) return close_stream(stream) ? Append::done : Append::not_written;
+    if (write_and_flush(stream, text)) return close_stream(stream) ? Written::done : Written::not_written;
     const int failure = errno;
     [[maybe_unused]] const int undone = ftruncate(fileno(stream.get()), before.st_size);
     stream.reset();
     errno = failure;
-    return Append::not_written;
+    return Written::not_written;
+}
+
+Written replace_file(const char *path, std::string_view contents, const char *like) {
+    const bool is_new = !may_exist(path);
+    const std::string target = is_new ? path : behind_links(path);
+    if (!is_new && !is_writable_file(target)) return write_in_place(target, contents, nullptr);
+    const std::string beside = target + ".new";
+    static_cast<void>(unlink(beside.c_str()));
+    Stream file = open_for_writing(beside.c_str(), Writing::anew, is_new && like == nullptr ? kOrdinaryFile : 0600);
+    const char *permissions = is_new ? like : target.c_str();
+    if (file && (permissions == nullptr || take_permissions(file, permissions))) {
+        const bool is_written = write_and_close(file, contents);
+        if (is_written && std::rename(beside.c_str(), target.c_str()) == 0) return Written::done;
+        if (!is_written && !is_full(errno)) return abandon(beside, Written::not_written);
+    }
+    abandon(beside, Written::not_opened);
+    return write_in_place(target, contents, is_new ? like : nullptr);
 }
 
 bool may_exist(const char *path) {

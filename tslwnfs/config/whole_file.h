@@ -25,9 +25,15 @@ enum class Writing { anew, at_end };
 
 // Adds a text to the end of a file and brings it to stable storage. A missing file is created with a mode, less the
 // umask. A text that does not fit is taken back, so that no half of it stays.
-enum class Append { done, not_opened, not_written };  // errno is set after the failures
+enum class Written { done, not_opened, not_written };  // errno is set after the failures
 constexpr mode_t kOrdinaryFile = 0666;
-[[nodiscard]] Append append_to_file(const char *path, std::string_view text, mode_t mode = kOrdinaryFile);
+[[nodiscard]] Written append_to_file(const char *path, std::string_view text, mode_t mode = kOrdinaryFile);
+
+// Puts new contents into a file's place in one step: whoever looks meanwhile finds the old file or the new one, and a
+// failure leaves the old one. The permissions stay; a missing file gets those of the file like, or without one an
+// ordinary file's. What cannot be replaced so, because it is no regular file or nothing more fits beside it, is written
+// where it is.
+[[nodiscard]] Written replace_file(const char *path, std::string_view contents, const char *like = nullptr);
 
 // False only when the system says that there is no such file. What is there but cannot be opened counts as existing,
 // so that it is not overwritten unasked.

@@ -157,6 +157,8 @@ TEST_F(SavedCopy, MustBeReadableBeforeTheConfigurationIsTouched) {
 TEST_F(SavedCopy, StaysWholeWhenTheConfigurationCannotBeWritten) {
     const std::string old(3000, 'o');
     write_file(saved(), old);
+    write_file(tslnfstab(), "current");
+    pass_flag = 1;
     {
         const FileSizeLimit limit(2000);
         EXPECT_EQ(run(restore), (Outcome{1, ""}));
@@ -164,6 +166,7 @@ TEST_F(SavedCopy, StaysWholeWhenTheConfigurationCannotBeWritten) {
     EXPECT_EQ(trace(),
               "[n],restore " + tslnfstab() + " could not be written whole (error " + std::to_string(EFBIG) + ")\n");
     EXPECT_EQ(read_file(saved()), old);
+    EXPECT_EQ(read_file(tslnfstab()), "current");
 }
 
 TEST_F(SavedCopy, FailsToComeBackWhereADirectoryStands) {

@@ -71,6 +71,16 @@ TEST_F(MountTable, IsBegunAnewOnDemand) {
     EXPECT_EQ(read_file(tslnfstab()), "export: srv:/vol\nmount: /m\n");
 }
 
+TEST_F(MountTable, StaysAsItIsWhenWhatIsBegunAnewDoesNotFit) {
+    write_file(tslnfstab(), "server: a\n");
+    new_sinfo.replace = 1;
+    {
+        const FileSizeLimit limit(10);
+        EXPECT_EQ(mount(), (Outcome{1, ""}));
+    }
+    EXPECT_EQ(read_file(tslnfstab()), "server: a\n");
+}
+
 TEST_F(MountTable, NeedsTheDirectoryOfItsFile) {
     use_home(directory() + "/none");
     const std::string refusal = "The file " + directory() + "/none/dbs/tslnfstab could not be opened.";

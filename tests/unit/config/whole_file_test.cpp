@@ -52,22 +52,65 @@ TEST_F(WholeFile, IsNotWrittenOntoAFullDisk) {
 }
 
 TEST_F(WholeFile, GrowsAtItsEnd) {
-    EXPECT_EQ(append_to_file(path().c_str(), "a\n"), Append::done);
-    EXPECT_EQ(append_to_file(path().c_str(), "b\n"), Append::done);
+    EXPECT_EQ(append_to_file(path().c_str(), "a\n"), Written::done);
+    EXPECT_EQ(append_to_file(path().c_str(), "b\n"), Written::done);
     EXPECT_EQ(read_file(path()), "a\nb\n");
+}
+
+TEST_F(WholeFile, IsReplacedInOneStepAndKeepsItsPermissions) {
+    write_file(path(), "old");
+    ASSERT_EQ(chmod(path().c_str(), 0640), 0);
+    const Descriptor before(open(path().c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(replace_file(path().c_str(), "a new one"), Written::done);
+    EXPECT_EQ(read_file(path()), "a new one");
+    struct stat status;
+    ASSERT_EQ(stat(path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777u, 0640u);
+    // Whoever had begun to read goes on in the old one.
+    char bytes[8] = {};
+    EXPECT_EQ(read(before.get(), bytes, sizeof bytes), 3);
+    EXPECT_FALSE(std::filesystem::exists(path("file.new")));
+}
+
+TEST_F(WholeFile, IsReplacedWhereALinkLeads) {
+    write_file(path("real"), "old");
+    std::filesystem::create_symlink("real", path());
+    EXPECT_EQ(replace_file(path().c_str(), "new"), Written::done);
+    EXPECT_TRUE(std::filesystem::is_symlink(path()));
+    EXPECT_EQ(read_file(path("real")), "new");
+}
+
+TEST_F(WholeFile, StaysAsItWasWhenWhatReplacesItDoesNotFit) {
+    write_file(path(), "kept");
+    {
+        const FileSizeLimit limit(1000);
+        EXPECT_EQ(replace_file(path().c_str(), std::string(2000, 'x')), Written::not_written);
+        EXPECT_EQ(errno, EFBIG);
+    }
+    EXPECT_EQ(read_file(path()), "kept");
+    EXPECT_FALSE(std::filesystem::exists(path("file.new")));
+}
+
+TEST_F(WholeFile, IsWrittenWhereItIsWhenNothingCanBeMovedThere) {
+    write_file(path(), "old");
+    const FailingCall failing(FailingCall::Call::rename, path("file.new"), EBUSY);
+    EXPECT_EQ(replace_file(path().c_str(), "new"), Written::done);
+    EXPECT_EQ(failing.hits(), 1);
+    EXPECT_EQ(read_file(path()), "new");
+    EXPECT_FALSE(std::filesystem::exists(path("file.new")));
 }
 
 TEST_F(WholeFile, TakesBackATextThatDoesNotFit) {
     write_file(path(), "kept\n");
     {
         const FileSizeLimit limit(1000);
-        EXPECT_EQ(append_to_file(path().c_str(), std::string(2000, 'x')), Append::not_written);
+        EXPECT_EQ(append_to_file(path().c_str(), std::string(2000, 'x')), Written::not_written);
     }
     EXPECT_EQ(read_file(path()), "kept\n");
 }
 
 TEST_F(WholeFile, IsNotOpenedWhereADirectoryStands) {
-    EXPECT_EQ(append_to_file(directory_.path().c_str(), "a"), Append::not_opened);
+    EXPECT_EQ(append_to_file(directory_.path().c_str(), "a"), Written::not_opened);
     EXPECT_EQ(errno, EISDIR);
 }
 
@@ -185,11 +228,11 @@ TEST_F(WholeFile, IsNoPipe) {
     EXPECT_FALSE(read_whole_file(path().c_str(), contents));
     EXPECT_EQ(errno, EINVAL);
     EXPECT_FALSE(open_for_writing(path().c_str(), Writing::anew));
-    EXPECT_EQ(append_to_file(path().c_str(), "a"), Append::not_opened);
+    EXPECT_EQ(append_to_file(path().c_str(), "a"), Written::not_opened);
     // Nor is one that somebody reads, which would take what is written.
     const Descriptor reader(open(path().c_str(), O_RDONLY | O_NONBLOCK));
     EXPECT_FALSE(open_for_writing(path().c_str(), Writing::anew));
-    EXPECT_EQ(append_to_file(path().c_str(), "a"), Append::not_opened);
+    EXPECT_EQ(append_to_file(path().c_str(), "a"), Written::not_opened);
 }
 
 TEST_F(WholeFile, LeavesDevicesAsTheyAre) {
