@@ -52,6 +52,14 @@ class Fake:
         return found
 
 
+def test_a_library_without_symbol_versions_stands_in_without_a_word_of_the_loader(fake):
+    make_file(fake.root / "a", 3)
+    run = fake.run("cat", "/m/a")
+    shown = banner("CAT", "/m/a") + not_a_directory("/m/a") + content(3) + SUCCEEDED
+    assert (run.status, run.out, run.err) == (0, shown, b"")
+    assert fake.log.read_text().startswith("tslinit")
+
+
 def test_a_remote_source_is_grown_read_in_whole_blocks_and_shrunk_back(fake):
     make_file(fake.root / "a", 32868)
     run = fake.run("cp", "/m/a", "/m/b")
