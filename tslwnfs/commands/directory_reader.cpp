@@ -27,7 +27,7 @@ constexpr const char *kFunction = "read_dir";
 enum class Reading : uint8_t { done, failed, local };
 
 // Splits the answers of the two path operations alike: a remark for a local path, a failure for all but 0.
-Reading judge(const PathBuffer &path, uint32_t status, uint32_t location, Message message) {
+Reading judge(const PathBuffer &path, uint32_t status, uint32_t location, MessageOf<const char *, uint32_t> message) {
     if (status == 0 && location == TDM_LOCATION_REMOTE) return Reading::done;
     trace_message(kFunction, message, path.c_str(), location);
     return status == 0 && location == TDM_LOCATION_LOCAL ? Reading::local : Reading::failed;

@@ -69,7 +69,7 @@ void set_depth() {
     maxdepth = given ? find_maxdepth_n : kDefaultDepth;
 }
 
-bool succeeded(uint32_t status, Message failure) {
+bool succeeded(uint32_t status, MessageOf<uint32_t> failure) {
     if (status == 0) return true;
     trace_message(kFunction, failure, status);
     return false;

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr Message kUsageMessages[] = {
+constexpr MessageOf<> kUsageMessages[] = {
     Message::usage_header,      Message::usage_general,    Message::usage_files,
     Message::usage_directories, Message::usage_attributes, Message::usage_configuration,
     Message::usage_mounts,      Message::usage_client,     Message::usage_network,
@@ -44,7 +44,7 @@ constexpr const char *kDdHelpLines[] = {
 
 void print_usage() {
     lwrf("%s", platform_banner("TSLWNFS").c_str());
-    for (const Message message : kUsageMessages)
+    for (const MessageOf<> message : kUsageMessages)
         lwrf("%s", message_text(message).c_str());
 }
 

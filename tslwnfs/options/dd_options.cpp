@@ -22,7 +22,7 @@ struct DdOption {
     int32_t *block = nullptr;                                 // offsets: the size of their unit
     int32_t *found = nullptr;                                 // files
     const char **operand = nullptr;                           // files
-    Message refusal = {};                                     // files: the message for a value with a hyphen
+    MessageOf<> refusal = {};                                 // files: the message for a value with a hyphen
     uint32_t bit = 0;
 };
 

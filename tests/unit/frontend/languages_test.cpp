@@ -51,7 +51,7 @@ bool is_plain_utf8(const std::string &text) {
 class EveryLanguage : public testing::TestWithParam<std::string> {
   protected:
     std::string text(int number) const { return text_in(GetParam(), number); }
-    std::string text(const MessageShape &shape) const { return text(static_cast<int>(shape.message)); }
+    std::string text(const MessageShape &shape) const { return text(static_cast<int>(shape.number)); }
 };
 
 INSTANTIATE_TEST_SUITE_P(Catalogue, EveryLanguage, testing::ValuesIn(languages()),
@@ -60,7 +60,7 @@ INSTANTIATE_TEST_SUITE_P(Catalogue, EveryLanguage, testing::ValuesIn(languages()
 TEST_P(EveryLanguage, HasATextForEveryMessageThatFitsItsArgumentsAndItsBuffer) {
     for (const MessageShape &shape : message_shapes()) {
         const std::string text = this->text(shape);
-        EXPECT_FALSE(text.empty()) << static_cast<int>(shape.message);
+        EXPECT_FALSE(text.empty()) << static_cast<int>(shape.number);
         EXPECT_LT(text.size(), 480u) << text;
         EXPECT_TRUE(text_fits(text, shape.arguments)) << text;
     }
@@ -70,7 +70,7 @@ TEST_P(EveryLanguage, HasNoTextThatNobodyUses) {
     const auto shapes = message_shapes();
     for (int number = 64900; number < 65200; ++number) {
         const bool used = std::any_of(shapes.begin(), shapes.end(), [&](const MessageShape &shape) {
-            return static_cast<int>(shape.message) == number;
+            return static_cast<int>(shape.number) == number;
         });
         EXPECT_EQ(text(number).empty(), !used) << number;
     }
@@ -78,7 +78,7 @@ TEST_P(EveryLanguage, HasNoTextThatNobodyUses) {
 
 TEST_P(EveryLanguage, ShowsWhatEnglishShowsInTheSameOrder) {
     for (const MessageShape &shape : message_shapes()) {
-        const int number = static_cast<int>(shape.message);
+        const int number = static_cast<int>(shape.number);
         EXPECT_EQ(conversions_of(text(number)), conversions_of(text_in("en", number))) << text(number);
     }
 }
@@ -86,7 +86,7 @@ TEST_P(EveryLanguage, ShowsWhatEnglishShowsInTheSameOrder) {
 TEST_P(EveryLanguage, HasWordsOfItsOwnForEveryMessage) {
     if (GetParam() == "en") return;
     for (const MessageShape &shape : message_shapes()) {
-        EXPECT_NE(text(shape), text_in("en", static_cast<int>(shape.message)));
+        EXPECT_NE(text(shape), text_in("en", static_cast<int>(shape.number)));
     }
 }
 
@@ -94,7 +94,7 @@ TEST_P(EveryLanguage, IsWrittenInUtf8WithLineEndsBehindUsageLinesOnly) {
     for (const MessageShape &shape : message_shapes()) {
         const std::string text = this->text(shape);
         EXPECT_TRUE(is_plain_utf8(text)) << text;
-        EXPECT_EQ(text.ends_with('\n'), is_usage_line(static_cast<int>(shape.message))) << text;
+        EXPECT_EQ(text.ends_with('\n'), is_usage_line(static_cast<int>(shape.number))) << text;
     }
 }
 

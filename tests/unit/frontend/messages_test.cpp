@@ -8,6 +8,30 @@
 
 namespace {
 
+template <class Message, class... Given>
+constexpr bool takes(Message, Given...) {
+    return requires(Message message, Given... given) {
+        message_text(message, given...);
+        print_message(message, given...);
+        trace_message("f", message, given...);
+    };
+}
+
+// Wrong arguments do not compile.
+static_assert(takes(Message::home_unknown));
+static_assert(!takes(Message::home_unknown, "/a"));
+static_assert(takes(Message::create_failed, "/a", uint32_t{5}));
+static_assert(!takes(Message::create_failed));
+static_assert(!takes(Message::create_failed, "/a"));
+static_assert(!takes(Message::create_failed, uint32_t{5}, "/a"));
+static_assert(!takes(Message::create_failed, "/a", 5));
+static_assert(!takes(Message::create_failed, "/a", uint64_t{5}));
+static_assert(!takes(Message::create_failed, "/a", uint32_t{5}, uint32_t{5}));
+static_assert(!takes(Message::file_exists, std::string_view()));
+static_assert(!takes(Message::file_exists, nullptr));
+static_assert(takes(Message::log_unopenable, "/a", int32_t{-1}));
+static_assert(takes(Message::out_of_memory, 5ul));
+
 class Messages : public FrontEnd {
   protected:
     static std::string text_of(uint32_t number) {
@@ -27,14 +51,7 @@ class Messages : public FrontEnd {
         messages_catalogue().forget();
     }
 
-    static std::string path_text() { return message_text(Message::path_unresolvable, Arguments{"/a"}.span()); }
-
-    struct Arguments {
-        std::vector<MessageArgument> list;
-        template <class... T>
-        explicit Arguments(T... values) : list{values...} {}
-        MessageArguments span() const { return list; }
-    };
+    static std::string path_text() { return message_text(Message::path_unresolvable, "/a"); }
 
   private:
     std::optional<ScopedEnvironment> path_;
@@ -72,16 +89,16 @@ TEST_F(Messages, KeepTheirLineFeedWhenTheTextIsTooLong) {
 }
 
 TEST_F(Messages, TakeArgumentsOfEveryKind) {
-    EXPECT_EQ(message_text(Message::log_unopenable, Arguments("/l", int32_t{-1}).span()),
+    EXPECT_EQ(message_text(Message::log_unopenable, "/l", int32_t{-1}),
               "TWNFS-65026: The log file /l could not be opened (error -1).\n");
-    EXPECT_EQ(message_text(Message::remote_delete_failed, Arguments("/f", UINT32_MAX).span()),
+    EXPECT_EQ(message_text(Message::remote_delete_failed, "/f", UINT32_MAX),
               "TWNFS-65030: /f could not be deleted on the server (status 4294967295).\n");
-    EXPECT_EQ(message_text(Message::out_of_memory, Arguments(ULONG_MAX).span()),
+    EXPECT_EQ(message_text(Message::out_of_memory, ULONG_MAX),
               "TWNFS-65060: 18446744073709551615 bytes of memory could not be allocated.\n");
 }
 
 TEST_F(Messages, NeverTakeTheirArgumentsForFormats) {
-    EXPECT_EQ(message_text(Message::path_unresolvable, Arguments("/%n%s%%").span()),
+    EXPECT_EQ(message_text(Message::path_unresolvable, "/%n%s%%"),
               "TWNFS-65059: The path /%n%s%% could not be resolved.\n");
 }
 
@@ -95,7 +112,7 @@ TEST_F(Messages, AreShownAsTheyStandWhenTheirConversionsDoNotFit) {
 
 TEST_F(Messages, MayLeaveOutTheirLastArguments) {
     use_text("gone: %s");
-    EXPECT_EQ(message_text(Message::remote_delete_failed, Arguments("/f", 2u).span()), "TWNFS-65030: gone: /f\n");
+    EXPECT_EQ(message_text(Message::remote_delete_failed, "/f", 2u), "TWNFS-65030: gone: /f\n");
     use_text("gone");
     EXPECT_EQ(path_text(), "TWNFS-65059: gone\n");
 }
@@ -120,7 +137,7 @@ TEST_F(Messages, AreNumberedOnceAndInOrder) {
     const auto shapes = message_shapes();
     EXPECT_EQ(shapes.size(), 70u);
     EXPECT_TRUE(std::is_sorted(shapes.begin(), shapes.end(), [](const MessageShape &one, const MessageShape &other) {
-        return static_cast<uint32_t>(one.message) <= static_cast<uint32_t>(other.message);
+        return one.number < other.number;
     }));
 }
 
