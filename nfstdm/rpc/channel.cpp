@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "nfstdm/rpc/transport/tcp.h"
+
 namespace nfstdm::rpc {
 
 Channel::Channel(EventLoop &loop, ChannelOwner &owner, AddressBook &book, ChannelConfig config)
@@ -67,7 +69,7 @@ void Channel::dialled(Dialled result) {
     }
     address_ = result.address;
     book_.prefer(config_.path.host, address_);
-    connection_.open(std::move(result.socket));
+    connection_.open(std::make_unique<TcpTransport>(std::move(result.socket)));
     proven_ = false;
     quiet_ = {};
     progress_ = connection_.progress();

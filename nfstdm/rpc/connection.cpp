@@ -2,19 +2,18 @@
 #include "nfstdm/rpc/connection.h"
 
 #include <poll.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
 #include <cassert>
 #include <cerrno>
-#include <cstring>
+#include <utility>
 
 namespace nfstdm::rpc {
 
 namespace {
 
-// Parts of one sendmsg: several small requests leave in one packet, one large WRITE takes three.
+// Pieces that are sent at once: several small requests leave in one packet, one large WRITE takes three.
 constexpr std::size_t kParts = 48;
 // How often one turn of the loop receives before others have their turn.
 constexpr int kReceivesPerTurn = 16;
@@ -36,19 +35,14 @@ class Gather {
         add(std::span{kPadding}.first(xdr::padding_of(request.data.size())), sent);
     }
 
-    msghdr message() {
-        msghdr header{};
-        header.msg_iov = parts_.data();
-        header.msg_iovlen = count_;
-        return header;
-    }
+    std::span<const iovec> pieces() const { return std::span{parts_}.first(count_); }
 
   private:
     void add(std::span<const std::byte> bytes, std::size_t &sent) {
         const std::size_t skipped = std::min(sent, bytes.size());
         sent -= skipped;
         if (skipped == bytes.size()) return;
-        // sendmsg only reads, although its parts are not const.
+        // Sending only reads, although an iovec is not const.
         parts_[count_++] = {const_cast<std::byte *>(bytes.data()) + skipped, bytes.size() - skipped};
     }
 
@@ -56,15 +50,11 @@ class Gather {
     std::size_t count_ = 0;
 };
 
-Status system_failure(const char *what, int number) {
-    return {static_cast<uint32_t>(number), std::string(what) + ": " + std::strerror(number)};
-}
-
 }  // namespace
 
-void Connection::open(Descriptor connected) {
+void Connection::open(std::unique_ptr<Transport> connected) {
     assert(!is_open() && idle());
-    socket_ = std::move(connected);
+    transport_ = std::move(connected);
     receiver_.reset();
     record_maximum_ = 0;
     watched_ = 0;
@@ -73,8 +63,8 @@ void Connection::open(Descriptor connected) {
 
 void Connection::close() {
     if (!is_open()) return;
-    loop_.forget(socket_.get());
-    close_now(socket_);
+    loop_.forget(transport_->descriptor());
+    transport_.reset();
     receiver_.reset();
     cursor_ = 0;
 }
@@ -143,7 +133,7 @@ std::unique_ptr<Request> Connection::move(const Request &request) {
 }
 
 uint64_t Connection::progress() const {
-    const std::size_t waiting = is_open() ? unacknowledged(socket_.get()) : 0;
+    const std::size_t waiting = is_open() ? transport_->unacknowledged() : 0;
     return received_bytes_ + sent_bytes_ - waiting;
 }
 
@@ -151,7 +141,7 @@ void Connection::watch() {
     const short events = static_cast<short>(sending_.empty() ? POLLIN : POLLIN | POLLOUT);
     if (events == watched_) return;
     watched_ = events;
-    loop_.watch(socket_.get(), events, [this](short happened) { ready(happened); });
+    loop_.watch(transport_->descriptor(), events, [this](short happened) { ready(happened); });
 }
 
 void Connection::ready(short events) {
@@ -162,21 +152,18 @@ void Connection::ready(short events) {
 void Connection::receive() {
     for (int i = 0; i < kReceivesPerTurn && is_open(); ++i) {
         std::array<iovec, 2> areas;
-        msghdr header{};
-        header.msg_iov = areas.data();
-        header.msg_iovlen = receiver_.places(areas);
-        const ssize_t got = recvmsg(socket_.get(), &header, MSG_DONTWAIT);
-        if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
-        if (got < 0) return fail(system_failure("receive", errno), false);
-        if (got == 0) return fail({ECONNRESET, "the server closed the connection"}, false);
-        const auto size = static_cast<std::size_t>(got);
+        const auto places = std::span<const iovec>{areas}.first(receiver_.places(areas));
+        const auto got = transport_->receive(places);
+        if (!got.ok()) return fail(got.status(), false);
+        const std::size_t size = got.value();
+        if (size == 0) return;
         received_bytes_ += size;
         const Status status = receiver_.filled(size);
         if (!is_open()) return;  // an answer made the owner send, and that failed
         if (!status.ok()) return fail(status, true);
         std::size_t room = 0;
-        for (std::size_t area = 0; area < header.msg_iovlen; ++area)
-            room += areas[area].iov_len;
+        for (const iovec &place : places)
+            room += place.iov_len;
         if (size < room) return;  // that was all there is
     }
 }
@@ -190,13 +177,10 @@ void Connection::flush() {
             gather.add(**next, already);
             offered += wire_size(**next) - already;
         }
-        const msghdr message = gather.message();
-        const ssize_t got = sendmsg(socket_.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0 && errno == EAGAIN) break;
-        if (got < 0) return fail(system_failure("send", errno), false);
-        sent(static_cast<std::size_t>(got));
-        if (static_cast<std::size_t>(got) < offered) break;
+        const auto taken = transport_->send(gather.pieces());
+        if (!taken.ok()) return fail(taken.status(), false);
+        sent(taken.value());
+        if (taken.value() < offered) break;
     }
     watch();
 }

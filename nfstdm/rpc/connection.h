@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One TCP connection and the requests on it: those to be sent, in order, the first perhaps by half, and those on the
+// One connection and the requests on it: those to be sent, in order, the first perhaps by half, and those on the
 // wire, found by xid.
 #pragma once
 
@@ -14,7 +14,7 @@
 #include "nfstdm/base/event_loop.h"
 #include "nfstdm/rpc/receiver.h"
 #include "nfstdm/rpc/request.h"
-#include "nfstdm/rpc/transport/socket.h"
+#include "nfstdm/rpc/transport/transport.h"
 
 namespace nfstdm::rpc {
 
@@ -37,13 +37,13 @@ class Connection : private RecordSink {
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
 
-    // Uses a connected socket from now on.
-    void open(Descriptor connected);
+    // Uses a connected transport from now on.
+    void open(std::unique_ptr<Transport> connected);
 
     // Closes without telling the owner.
     void close();
 
-    bool is_open() const { return static_cast<bool>(socket_); }
+    bool is_open() const { return transport_ != nullptr; }
 
     // Takes an open connection. The request's head is sealed.
     void send(std::unique_ptr<Request> request);
@@ -87,7 +87,7 @@ class Connection : private RecordSink {
 
     EventLoop &loop_;
     ConnectionOwner &owner_;
-    Descriptor socket_;
+    std::unique_ptr<Transport> transport_;
     short watched_ = 0;
 
     std::deque<std::unique_ptr<Request>> sending_;

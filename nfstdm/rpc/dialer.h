@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "nfstdm/base/descriptor.h"
 #include "nfstdm/base/event_loop.h"
 #include "nfstdm/base/scoped.h"
 #include "nfstdm/base/status.h"

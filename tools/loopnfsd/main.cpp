@@ -50,7 +50,7 @@ void use_all_descriptors() {
 
 int serve(Options options) {
     const UniqueFd ending = ending_signals();
-    if (!ending.valid()) return fail("cannot wait for signals");
+    if (!ending) return fail("cannot wait for signals");
     std::signal(SIGPIPE, SIG_IGN);  // a reader of our output who left must not end the server
     umask(0);                       // modes are the clients' business
     use_all_descriptors();

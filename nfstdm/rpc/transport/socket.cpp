@@ -85,10 +85,6 @@ bool may_do_without(uint32_t error) {
 
 }  // namespace
 
-void Descriptor::close() {
-    if (number_ >= 0) ::close(std::exchange(number_, -1));
-}
-
 Result<Descriptor> start_connect(const Address &to, const std::string &local, SourcePort source) {
     const auto from = local_address(to.family(), local);
     if (!from.ok()) return from.status();

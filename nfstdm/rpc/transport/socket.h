@@ -2,36 +2,14 @@
 // Non-blocking TCP sockets towards a server.
 #pragma once
 
+#include <cstddef>
 #include <string>
-#include <utility>
 
+#include "nfstdm/base/descriptor.h"
 #include "nfstdm/base/status.h"
 #include "nfstdm/rpc/transport/address.h"
 
 namespace nfstdm::rpc {
-
-// Owns a descriptor.
-class Descriptor {
-  public:
-    Descriptor() = default;
-    explicit Descriptor(int number) : number_(number) {}
-    Descriptor(Descriptor &&other) noexcept : number_(std::exchange(other.number_, -1)) {}
-    Descriptor &operator=(Descriptor &&other) noexcept {
-        if (this != &other) {
-            close();
-            number_ = std::exchange(other.number_, -1);
-        }
-        return *this;
-    }
-    ~Descriptor() { close(); }
-
-    int get() const { return number_; }
-    explicit operator bool() const { return number_ >= 0; }
-    void close();
-
-  private:
-    int number_ = -1;
-};
 
 enum class SourcePort { any, reserved };
 

@@ -92,7 +92,7 @@ TEST_F(ConnectionTest, AnswersCallsThatArriveTogetherInTheirOrder) {
 }
 
 TEST_F(ConnectionTest, EndsWhenTheClientLeaves) {
-    client_.reset();
+    client_.close();
     loop_.run_until([&] { return closed_; });
     EXPECT_TRUE(closed_);
 }

@@ -111,7 +111,7 @@ TEST_F(ServerTest, IsReachedThroughItsSocketAndCleansUp) {
             EXPECT_EQ(answer, "error: \"rtt=x\" is not rtt=MS");
             EXPECT_TRUE(loopnfsd::send_command(with_control.control, "ping", answer));
             EXPECT_EQ(answer, "ok");
-            end_it.reset();
+            end_it.close();
         });
         server.run_until_readable(ending.get());
         client.join();

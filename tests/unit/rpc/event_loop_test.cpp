@@ -11,8 +11,8 @@
 #include <optional>
 #include <vector>
 
+#include "nfstdm/base/descriptor.h"
 #include "nfstdm/base/scoped.h"
-#include "nfstdm/rpc/transport/socket.h"
 #include "tests/unit/rpc/scripted_server.h"
 
 namespace nfstdm {
@@ -25,10 +25,10 @@ struct Pipe {
     Pipe() {
         std::array<int, 2> ends{-1, -1};
         EXPECT_EQ(pipe(ends.data()), 0);
-        out = rpc::Descriptor(ends[0]);
-        in = rpc::Descriptor(ends[1]);
+        out = Descriptor(ends[0]);
+        in = Descriptor(ends[1]);
     }
-    rpc::Descriptor out, in;
+    Descriptor out, in;
 };
 
 TEST(EventLoop, FiresTimersInOrderOfTime) {

@@ -61,7 +61,7 @@ ScriptedServer::ScriptedServer(EventLoop &loop, const std::string &host) : loop_
     auto addresses = rpc::resolve(host, 0);
     if (!addresses.ok()) throw std::runtime_error(addresses.status().text());
     rpc::Address address = addresses.value().front();
-    listener_ = rpc::Descriptor(::socket(address.family(), SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    listener_ = Descriptor(::socket(address.family(), SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     auto *place = reinterpret_cast<sockaddr *>(&address.storage);
     if (!listener_ || bind(listener_.get(), place, address.length) != 0 || listen(listener_.get(), 64) != 0 ||
         getsockname(listener_.get(), place, &address.length) != 0)
@@ -83,7 +83,7 @@ void ScriptedServer::stop() {
 }
 
 void ScriptedServer::accept_one() {
-    rpc::Descriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    Descriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (!socket) return;
     const int connection = ++accepted_;
     if (turn_away) return;

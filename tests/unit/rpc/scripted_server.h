@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "nfstdm/base/descriptor.h"
 #include "nfstdm/base/event_loop.h"
 #include "nfstdm/rpc/transport/socket.h"
 #include "nfstdm/xdr/reader.h"
@@ -79,7 +80,7 @@ class ScriptedServer {
 
   private:
     struct Peer {
-        rpc::Descriptor socket;
+        Descriptor socket;
         Bytes input;
         Bytes output;
     };
@@ -91,7 +92,7 @@ class ScriptedServer {
     void flush(int connection);
 
     EventLoop &loop_;
-    rpc::Descriptor listener_;
+    Descriptor listener_;
     uint16_t port_ = 0;
     int accepted_ = 0;
     std::map<int, Peer> peers_;

@@ -14,7 +14,7 @@ namespace loopnfsd {
 
 Alarm::Alarm(nfstdm::EventLoop &loop, std::function<void()> expired)
     : loop_(loop), timer_(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {
-    if (!timer_.valid()) throw std::system_error(errno, std::generic_category(), "timerfd_create");
+    if (!timer_) throw std::system_error(errno, std::generic_category(), "timerfd_create");
     loop_.watch(timer_.get(), POLLIN, [this, expired = std::move(expired)](short) {
         uint64_t expirations = 0;
         if (::read(timer_.get(), &expirations, sizeof expirations) < 0) return;

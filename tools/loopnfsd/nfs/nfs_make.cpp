@@ -169,7 +169,7 @@ NfsService::MadeObject NfsService::create_file(Call &call, const Folder &folder,
     return make_object(call, folder, name, changed, [&](const Folder &in, const char *entry) {
         const mode_t mode = changed.mode.value_or(kFileMode) & kModeBits;
         UniqueFd file(openat(in.descriptor.get(), entry, O_CREAT | O_EXCL | O_RDWR | O_NOFOLLOW | O_CLOEXEC, mode));
-        if (!file.valid()) return status_of_errno(errno);
+        if (!file) return status_of_errno(errno);
         struct statx status {};
         const NfsStatus known = status_of(file.get(), status);
         if (known == NfsStatus::ok) files_.keep(key_of(in.object.key.export_id, status), std::move(file));

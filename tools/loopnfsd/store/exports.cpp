@@ -41,7 +41,7 @@ std::string ExportTable::add(std::string_view name, const std::string &folder, b
     const uint32_t id = id_of(name);
     if (by_id(id) != nullptr) return "export " + std::string(name) + " is given twice";
     UniqueFd root(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!root.valid()) return "cannot serve " + folder + ": " + std::generic_category().message(errno);
+    if (!root) return "cannot serve " + folder + ": " + std::generic_category().message(errno);
     exports_.push_back({std::string(name), folder, read_only, id, std::move(root)});
     return {};
 }

@@ -34,7 +34,7 @@ NfsStatus status_of(int descriptor, struct statx &status) {
 
 Outcome<UniqueFd> Object::open(int flags) const {
     UniqueFd opened(openat(at(), name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (!opened.valid()) return failure();
+    if (!opened) return failure();
     return opened;
 }
 
@@ -84,7 +84,7 @@ Outcome<Object> Tree::follow(const Export &home, const FileKey &key) {
     Object object{&home, key, {}, ".", {}};
     for (std::size_t i = 0; i < path->size(); ++i) {
         if (i > 0) object.directory = UniqueFd(openat(object.at(), object.name.c_str(), kDirectoryPath));
-        if (i > 0 && !object.directory.valid()) return NfsStatus::stale;
+        if (i > 0 && !object.directory) return NfsStatus::stale;
         object.name = (*path)[i];
     }
     if (object.look() != NfsStatus::ok || key_of(home.id, object.status) != key) return NfsStatus::stale;
@@ -105,7 +105,7 @@ Outcome<Object> Tree::child(const Object &directory, int descriptor, std::string
     if (name == "..") return resolve(names_.parent_of(directory.key).value_or(directory.key));
     if (const NfsStatus status = check_name(name); status != NfsStatus::ok) return status;
     Object object{directory.home, {}, UniqueFd(fcntl(descriptor, F_DUPFD_CLOEXEC, 0)), std::string(name), {}};
-    if (!object.directory.valid()) return failure();
+    if (!object.directory) return failure();
     const NfsStatus status = object.look();
     if (status != NfsStatus::ok) return status;
     object.key = key_of(object.home->id, object.status);

@@ -24,7 +24,7 @@ struct Object {
     std::string name = ".";  // "." for the export's root itself
     struct statx status {};
 
-    int at() const { return directory.valid() ? directory.get() : home->root.get(); }
+    int at() const { return directory ? directory.get() : home->root.get(); }
     bool is_directory() const { return S_ISDIR(status.stx_mode); }
     bool is_regular() const { return S_ISREG(status.stx_mode); }
     bool is_link() const { return S_ISLNK(status.stx_mode); }

@@ -31,23 +31,23 @@ Connection::Connection(const Surroundings &surroundings, UniqueFd socket, Arriva
 }
 
 Connection::~Connection() {
-    if (socket_.valid()) around_.loop.forget(socket_.get());
+    if (socket_) around_.loop.forget(socket_.get());
 }
 
 void Connection::wake() {
-    if (socket_.valid()) pump();
+    if (socket_) pump();
 }
 
 void Connection::close() {
-    if (!socket_.valid()) return;
+    if (!socket_) return;
     around_.loop.forget(socket_.get());
     alarm_.set(std::nullopt);
-    socket_.reset();
+    socket_.close();
     closed_();
 }
 
 void Connection::cut() {
-    if (socket_.valid() && around_.faults.hit(FaultKind::reset, arrival_.path)) {
+    if (socket_ && around_.faults.hit(FaultKind::reset, arrival_.path)) {
         const linger at_once{1, 0};
         setsockopt(socket_.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
     }
@@ -98,7 +98,7 @@ void Connection::receive() {
 }
 
 void Connection::serve() {
-    while (socket_.valid()) {
+    while (socket_) {
         std::span<const std::byte> record;
         switch (reader_.next(record)) {
             case RecordReader::Next::incomplete:
@@ -122,7 +122,7 @@ void Connection::act_on(Answer answer) {
 
 // Sends what may be sent now and arranges to be called again.
 void Connection::pump() {
-    if (!socket_.valid() || at_cut()) return;
+    if (!socket_ || at_cut()) return;
     if (around_.faults.on(FaultKind::silent, arrival_.path)) {
         alarm_.set(std::nullopt);
         watched_ = 0;
@@ -141,7 +141,7 @@ bool Connection::send() {
     while (!sending_.empty()) {
         const uint64_t allowed = std::min(out_.allowance(rate, Clock::now()), before_cut());
         if (allowed == 0) return true;
-        if (!send_some(allowed)) return socket_.valid();
+        if (!send_some(allowed)) return static_cast<bool>(socket_);
     }
     return true;
 }

@@ -39,7 +39,7 @@ bool is_left_behind(const std::string &path, const sockaddr_un &address) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0 || !S_ISSOCK(status.st_mode)) return false;
     const UniqueFd probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    return probe.valid() && !connect_to(probe.get(), address) && errno == ECONNREFUSED;
+    return probe && !connect_to(probe.get(), address) && errno == ECONNREFUSED;
 }
 
 }  // namespace
@@ -47,7 +47,7 @@ bool is_left_behind(const std::string &path, const sockaddr_un &address) {
 Control::~Control() {
     while (!clients_.empty())
         close(clients_.begin()->first);
-    if (!socket_.valid()) return;
+    if (!socket_) return;
     loop_.forget(socket_.get());
     unlink(path_.c_str());
 }
@@ -58,8 +58,7 @@ std::string Control::open(const std::string &path) {
     if (is_left_behind(path, *address)) unlink(path.c_str());
     UniqueFd made(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const mode_t before = umask(kOwnerOnly);
-    const bool bound =
-        made.valid() && bind(made.get(), reinterpret_cast<const sockaddr *>(&*address), sizeof *address) == 0;
+    const bool bound = made && bind(made.get(), reinterpret_cast<const sockaddr *>(&*address), sizeof *address) == 0;
     const int error = errno;
     umask(before);
     errno = error;
@@ -72,7 +71,7 @@ std::string Control::open(const std::string &path) {
 
 void Control::accept() {
     UniqueFd socket(accept4(socket_.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-    if (!socket.valid()) return;
+    if (!socket) return;
     const int descriptor = socket.get();
     clients_[descriptor] = Client{std::move(socket), {}};
     loop_.watch(descriptor, POLLIN, [this, descriptor](short) { receive(descriptor); });
@@ -110,7 +109,7 @@ bool send_command(const std::string &path, const std::string &command, std::stri
     const auto address = address_of(path);
     const UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const std::string line = command + '\n';
-    if (!address || !socket.valid() || !connect_to(socket.get(), *address) ||
+    if (!address || !socket || !connect_to(socket.get(), *address) ||
         send(socket.get(), line.data(), line.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(line.size())) {
         answer = "cannot reach " + path + ": " + (address ? reason() : "the name is too long");
         return false;

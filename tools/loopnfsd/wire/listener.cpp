@@ -41,7 +41,7 @@ std::string SocketAddress::text() const {
 }
 
 Listener::~Listener() {
-    if (socket_.valid()) loop_.forget(socket_.get());
+    if (socket_) loop_.forget(socket_.get());
 }
 
 std::string Listener::open(const SocketAddress &address) {
@@ -58,7 +58,7 @@ std::string Listener::open(const SocketAddress &address) {
     };
     socket_ = UniqueFd(socket(found->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const int on = 1;
-    if (!socket_.valid() || setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+    if (!socket_ || setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
         bind(socket_.get(), found->ai_addr, found->ai_addrlen) != 0 || listen(socket_.get(), kBacklog) != 0)
         return failed();
     sockaddr_storage bound{};
@@ -73,7 +73,7 @@ void Listener::accept() {
     sockaddr_storage peer{};
     socklen_t size = sizeof peer;
     UniqueFd socket(accept4(socket_.get(), reinterpret_cast<sockaddr *>(&peer), &size, SOCK_NONBLOCK | SOCK_CLOEXEC));
-    if (!socket.valid()) return;  // gone again already, or no descriptors left: the next turn tries again
+    if (!socket) return;  // gone again already, or no descriptors left: the next turn tries again
     const int on = 1;
     setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     accepted_(std::move(socket), to_text(peer, size).host);
