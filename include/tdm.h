@@ -8,8 +8,9 @@
  *  2. Pointers are borrowed for the duration of the call, except the data buffers and records of submitted I/O
  *     requests: those must outlive the request's completion.
  *  3. Texts are terminated; a buffer's length counts its terminator.
- *  4. All calls of a session come from the one thread that was registered. After a failing call the session stays
- * usable.
+ *  4. As long as a session is open all calls come from the thread that opened it; another one gets EPERM. A forked
+ *     child may go on with its parent's context, in a session of its own. After a failing call the session stays
+ *     usable.
  *  5. The path operations return a location code beside their status: where the path lies, or that the operation
  * failed.
  */

@@ -6,17 +6,19 @@
 
 #include <utility>
 
+#include "nfstdm/base/open_descriptors.h"
+
 namespace nfstdm {
 
 class Descriptor {
   public:
     Descriptor() = default;
-    explicit Descriptor(int number) : number_(number) {}
-    Descriptor(Descriptor &&other) noexcept : number_(other.release()) {}
+    explicit Descriptor(int number) : number_(number) { note_opened(number); }
+    Descriptor(Descriptor &&other) noexcept : number_(std::exchange(other.number_, -1)) {}
     Descriptor &operator=(Descriptor &&other) noexcept {
         if (this != &other) {
             close();
-            number_ = other.release();
+            number_ = std::exchange(other.number_, -1);
         }
         return *this;
     }
@@ -24,9 +26,13 @@ class Descriptor {
 
     int get() const { return number_; }
     explicit operator bool() const { return number_ >= 0; }
-    int release() { return std::exchange(number_, -1); }
+    // For another owner.
+    int release() {
+        note_closing(number_);
+        return std::exchange(number_, -1);
+    }
     void close() {
-        if (number_ >= 0) ::close(std::exchange(number_, -1));
+        if (number_ >= 0) ::close(release());
     }
 
   private:

@@ -26,6 +26,7 @@ class MountSet {
         std::size_t depth = 0;
     };
     Found find(std::span<const std::string> path) const;
+    const MountTable &table() const { return table_; }
 
     void forget_handles();
     void detach();

@@ -9,7 +9,8 @@
 
 namespace nfstdm {
 
-OpenFiles::OpenFiles(MountSet &mounts, uint32_t create_mode) : mounts_(mounts), create_mode_(create_mode) {
+OpenFiles::OpenFiles(MountSet &mounts, uint32_t create_mode, uint64_t first_identifier)
+    : mounts_(mounts), create_mode_(create_mode), next_identifier_(first_identifier) {
     resources_.look_up_again = [this](const std::string &path) {
         mounts_.forget_handles();
         return walk_path(mounts_, path, LastLink::keep);

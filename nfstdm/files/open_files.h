@@ -22,7 +22,8 @@ struct OpenedFile {
 class OpenFiles {
   public:
     // create_mode: permission bits of files made here. The mounts must outlive the object.
-    OpenFiles(MountSet &mounts, uint32_t create_mode);
+    // first_identifier: above 0.
+    OpenFiles(MountSet &mounts, uint32_t create_mode, uint64_t first_identifier = 1);
 
     // Nothing for a path on no mount. A directory fails with EISDIR.
     Result<std::optional<OpenedFile>> identify(std::string_view path);
@@ -45,6 +46,7 @@ class OpenFiles {
     void make_room_to_read(const OpenFile &file);
 
     std::size_t size() const { return files_.size(); }
+    uint64_t next_identifier() const { return next_identifier_; }
 
   private:
     struct Entry {
@@ -66,7 +68,7 @@ class OpenFiles {
     FileResources resources_;
     Files files_;
     std::unordered_multimap<std::size_t, uint64_t> identifiers_;  // by the hash of the handle
-    uint64_t next_identifier_ = 1;
+    uint64_t next_identifier_;
 };
 
 }  // namespace nfstdm

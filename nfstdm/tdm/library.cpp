@@ -9,7 +9,9 @@
 #include <ios>
 #include <string>
 #include <utility>
+#include <vector>
 
+#include "nfstdm/base/open_descriptors.h"
 #include "nfstdm/mounts/tslnfstab_file.h"
 #include "nfstdm/tdm/volume_factory.h"
 
@@ -33,6 +35,12 @@ uint32_t process_umask() {
     return mask;
 }
 
+// What a parent had open is kept for ever: its destructors would speak to servers in the parent's name.
+void abandon(std::unique_ptr<Session> session) {
+    static auto &abandoned = *new std::vector<Session *>;
+    abandoned.push_back(session.release());
+}
+
 }  // namespace
 
 Library &Library::instance() {
@@ -40,7 +48,44 @@ Library &Library::instance() {
     return library;
 }
 
+// The child's half of a fork: the connections are dropped at once, so that they end when the parent ends them. Whatever
+// takes memory waits for the first call.
+Library::Library() {
+    pthread_atfork(nullptr, nullptr, [] {
+        drop_inherited_descriptors();
+        instance().owner_ = pthread_t{};
+        instance().inherited_ = true;
+    });
+}
+
+Library::~Library() {
+    trace_.set_context(nullptr);
+    if (!inherited_) return;
+    for (auto &[handle, session] : sessions_)
+        abandon(std::move(session));
+}
+
+bool Library::enter() noexcept {
+    pthread_t owner{};
+    const pthread_t self = pthread_self();
+    return owner_.compare_exchange_strong(owner, self) || owner == self;
+}
+
+void Library::leave() noexcept {
+    if (sessions_.empty()) owner_ = pthread_t{};
+}
+
+void Library::replace_inherited_sessions() {
+    if (!inherited_) return;
+    for (auto &[handle, session] : sessions_) {
+        auto own = std::make_unique<Session>(*session, protocol_volume_factory(trace_.trace()));
+        abandon(std::exchange(session, std::move(own)));
+    }
+    inherited_ = false;
+}
+
 void *Library::open_session() {
+    replace_inherited_sessions();
     auto servers = load_tslnfstab(std::string(environment("TESSEL_HOME")));
     trace_settings(servers);
     auto session =
@@ -59,12 +104,14 @@ void Library::trace_settings(const Result<Tslnfstab> &servers) const {
         trace_.write(TraceLevel::failure, "tdm_init", "tslnfstab, " + remark);
 }
 
-Session *Library::session(const void *handle) const {
+Session *Library::session(const void *handle) {
+    replace_inherited_sessions();
     const auto found = sessions_.find(handle);
     return found == sessions_.end() ? nullptr : found->second.get();
 }
 
 std::unique_ptr<Session> Library::take_session(const void *handle) {
+    replace_inherited_sessions();
     const auto found = sessions_.find(handle);
     if (found == sessions_.end()) return nullptr;
     auto session = std::move(found->second);

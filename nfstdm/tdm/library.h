@@ -2,6 +2,9 @@
 // What the library holds beside its sessions, and the guard that every entry point goes through.
 #pragma once
 
+#include <pthread.h>
+
+#include <atomic>
 #include <exception>
 #include <memory>
 #include <new>
@@ -19,29 +22,52 @@ class Library {
   public:
     static Library &instance();
 
-    Library() = default;
+    Library();
     // A session that is still open then is left as it is, and the caller's trace may be closed already.
-    ~Library() { trace_.set_context(nullptr); }
+    ~Library();
     Library(const Library &) = delete;
     Library &operator=(const Library &) = delete;
 
     TraceRecords &trace() { return trace_; }
+
+    // A call's stay in the library. As long as a session is open only the thread that opened it gets in; else one
+    // thread at a time.
+    class Stay {
+      public:
+        explicit Stay(Library &library) : library_(library), admitted_(library.enter()) {}
+        ~Stay() {
+            if (admitted_) library_.leave();
+        }
+        Stay(const Stay &) = delete;
+        Stay &operator=(const Stay &) = delete;
+        explicit operator bool() const { return admitted_; }
+
+      private:
+        Library &library_;
+        const bool admitted_;
+    };
 
     // The discovery handle has no content: it only tells whether discovery took place.
     void *discovery_handle() { return this; }
 
     // Opens a session on the tslnfstab of the home in the environment.
     void *open_session();
-    // Null when the handle is none of an open session.
-    Session *session(const void *handle) const;
+    // Null when the handle is none of an open session. In a forked child the parent's handles lead to sessions of the
+    // child's own.
+    Session *session(const void *handle);
     // Takes the session out, so that closing it twice does no harm; null when there is none.
     std::unique_ptr<Session> take_session(const void *handle);
 
   private:
+    bool enter() noexcept;
+    void leave() noexcept;
+    void replace_inherited_sessions();
     void trace_settings(const Result<Tslnfstab> &servers) const;
 
     TraceRecords trace_;
-    std::unordered_map<const void *, std::unique_ptr<Session>> sessions_;
+    std::unordered_map<const void *, std::unique_ptr<Session>> sessions_;  // by the handle given out
+    std::atomic<pthread_t> owner_{};                                       // 0: none
+    std::atomic<bool> inherited_ = false;                                  // the sessions are those of the parent
 };
 
 // The block size to whose multiples callers pad: 1, or what NFSTDM_BLOCK_SIZE says. valid: false for a setting that is
@@ -52,9 +78,14 @@ struct BlockSize {
 };
 BlockSize block_size();
 
+// What another thread gets than the one that a session is open in. Nothing is traced for it: the trace is not its own.
+constexpr uint32_t kOtherThread = EPERM;
+
 // Runs the body of an entry point. Nothing is thrown beyond it; entry and status are traced.
 template <class Body>
 uint32_t guarded(const char *name, std::string_view subject, Body &&body) noexcept {
+    const Library::Stay stay(Library::instance());
+    if (!stay) return kOtherThread;
     const TraceRecords &trace = Library::instance().trace();
     try {
         if (trace.wants(TraceLevel::detail)) trace.write(TraceLevel::detail, name, "begins: " + std::string(subject));

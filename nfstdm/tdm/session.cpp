@@ -17,9 +17,18 @@ MountTable table_of(Result<Tslnfstab> &servers) {
 
 Session::Session(Result<Tslnfstab> servers, VolumeFactory open_volume, uint32_t umask)
     : usable_(servers.status()),
+      umask_(umask),
       mounts_(loop_, table_of(servers), std::move(open_volume)),
       files_(mounts_, kFileMode & ~umask),
       paths_(mounts_, kDirectoryMode & ~umask),
+      io_(loop_, files_) {}
+
+Session::Session(const Session &parents, VolumeFactory open_volume)
+    : usable_(parents.usable_),
+      umask_(parents.umask_),
+      mounts_(loop_, parents.mounts_.table(), std::move(open_volume)),
+      files_(mounts_, kFileMode & ~umask_, parents.files_.next_identifier()),
+      paths_(mounts_, kDirectoryMode & ~umask_),
       io_(loop_, files_) {}
 
 Status Session::barrier() {

@@ -18,6 +18,9 @@ class Session {
     // umask: permission bits that files and directories made here do not get. No server is contacted. With servers that
     // could not be read, every operation on a path fails with the reason.
     Session(Result<Tslnfstab> servers, VolumeFactory open_volume, uint32_t umask);
+    // In a forked child, what takes the place of the parent's session: the same configuration, nothing open, and
+    // identifiers that the parent's session has not given. The parent's is only read.
+    Session(const Session &parents, VolumeFactory open_volume);
 
     const Status &usable() const { return usable_; }
     OpenFiles &files() { return files_; }
@@ -35,6 +38,7 @@ class Session {
   private:
     EventLoop loop_;
     Status usable_;
+    const uint32_t umask_;
     MountSet mounts_;
     OpenFiles files_;
     PathOperations paths_;

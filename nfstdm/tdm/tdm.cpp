@@ -57,7 +57,9 @@ uint32_t file_operation(const char *name, const void *ctx, uint64_t file, Body &
 // ---- start and end
 
 uint32_t tdm_tslinit(void *product_context) {
-    Library::instance().trace().set_context(static_cast<const TdmProductContext *>(product_context));
+    Library &library = Library::instance();
+    if (const Library::Stay stay(library); stay)
+        library.trace().set_context(static_cast<const TdmProductContext *>(product_context));
     return guarded("tdm_tslinit", {}, [product_context]() -> Status {
         if (product_context == nullptr) return missing("product context");
         return {};

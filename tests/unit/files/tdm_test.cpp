@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +16,7 @@
 #include <fstream>
 #include <new>
 #include <stdexcept>
+#include <thread>
 
 #include "nfstdm/tdm/volume_factory.h"
 #include "tests/unit/files/fake_volume.h"
@@ -140,6 +142,14 @@ class TdmTest : public ::testing::Test {
     TdmAttributes attributes_{};
 };
 
+// Runs a check in a forked child, and gives its verdict.
+bool holds_in_child(const std::function<bool()> &check) {
+    const pid_t child = fork();
+    if (child == 0) _exit(check() ? 0 : 1);
+    int status = -1;
+    return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
 // ---- start and end
 
 TEST_F(TdmTest, DiscoveryNamesTheLibraryAndItsVersion) {
@@ -214,6 +224,86 @@ TEST_F(TdmTest, RequestsUnderWayHaveCompletedWhenTheSessionIsClosed) {
     EXPECT_EQ(tdm_fini(ctx_), 0U);
     ctx_ = nullptr;
     EXPECT_EQ(buffer, server_.at("/f").data);
+}
+
+TEST_F(TdmTest, AnotherThreadIsRefusedAsLongAsASessionIsOpen) {
+    open();
+    std::thread([this] {
+        EXPECT_EQ(tdm_getattr(ctx_, "/mnt/one", &attributes_, &location_), uint32_t{EPERM});
+        EXPECT_EQ(location_, uint32_t{TDM_LOCATION_FAILED});
+        EXPECT_EQ(identify("/mnt/one/f"), uint32_t{EPERM});
+        EXPECT_EQ(code_, uint32_t{TDM_IDENTIFIED_FAILED});
+        EXPECT_EQ(barrier(), uint32_t{EPERM});
+        void *second = nullptr;
+        EXPECT_EQ(tdm_init(handle_, &second), uint32_t{EPERM});
+        EXPECT_EQ(tdm_tslinit(nullptr), uint32_t{EPERM});
+        EXPECT_EQ(tdm_fini(ctx_), uint32_t{EPERM});
+    }).join();
+    EXPECT_EQ(server_.total_calls(), 0U);
+    EXPECT_EQ(tdm_getattr(ctx_, "/mnt/one", &attributes_, &location_), 0U) << "the session is as it was";
+}
+
+TEST_F(TdmTest, AfterTheLastSessionAnotherThreadMayOpenOne) {
+    open();
+    ASSERT_EQ(tdm_fini(ctx_), 0U);
+    std::thread([this] {
+        open();
+        EXPECT_EQ(tdm_getattr(ctx_, "/mnt/one", &attributes_, &location_), 0U);
+        EXPECT_EQ(tdm_fini(ctx_), 0U);
+    }).join();
+    ctx_ = nullptr;
+    EXPECT_EQ(discover(), 0U);
+}
+
+TEST_F(TdmTest, AForkedChildGoesOnWithASessionOfItsOwn) {
+    server_.add_file("/f", pattern(10));
+    open();
+    ASSERT_EQ(identify("/mnt/one/f"), 0U);
+    const auto attached = server_.calls[Op::attach];
+    EXPECT_TRUE(holds_in_child([&] {
+        return identify("/mnt/one/f") == 0 && server_.calls[Op::attach] == attached + 1 &&
+               server_.calls[Op::detach] == 0 && tdm_fini(ctx_) == 0 && server_.calls[Op::detach] == 1;
+    }));
+    std::vector<std::byte> buffer(10);
+    auto read = request(TDM_IO_READ, 0, buffer);
+    ASSERT_EQ(submit(&read), 0U);
+    EXPECT_EQ(reap(&read), 0U);
+    EXPECT_EQ(buffer, server_.at("/f").data);
+}
+
+TEST_F(TdmTest, AForkedChildIsRefusedTheIdentifiersAndRequestsOfItsParent) {
+    server_.add_file("/f", pattern(10));
+    open();
+    ASSERT_EQ(identify("/mnt/one/f"), 0U);
+    std::vector<std::byte> buffer(10);
+    auto read = request(TDM_IO_READ, 0, buffer);
+    ASSERT_EQ(submit(&read), 0U);
+    EXPECT_TRUE(holds_in_child([&] {
+        const uint64_t parents = info_.file;
+        return tdm_commit(ctx_, parents) == EBADF && reap(&read) == EINVAL && submit(&read) == EBADF &&
+               identify("/mnt/one/f") == 0 && info_.file != parents && tdm_unidentify(ctx_, parents) == EBADF;
+    }));
+    EXPECT_EQ(reap(&read), 0U);
+}
+
+TEST_F(TdmTest, WritesThatAParentHasAcceptedAreNotTheChilds) {
+    open();
+    ASSERT_EQ(create("/mnt/one/f", 0), 0U);
+    auto data = pattern(100);
+    ASSERT_EQ(write(0, data), 0U);
+    EXPECT_TRUE(holds_in_child([&] {
+        const auto writes = server_.calls[Op::write];
+        return tdm_fini(ctx_) == 0 && server_.calls[Op::write] == writes && server_.calls[Op::detach] == 0;
+    }));
+    EXPECT_EQ(barrier(), 0U);
+    EXPECT_EQ(server_.at("/f").stable, data);
+}
+
+TEST_F(TdmTest, TheThreadThatForkedIsTheChilds) {
+    open();
+    std::thread([this] {
+        EXPECT_TRUE(holds_in_child([&] { return tdm_getattr(ctx_, "/mnt/one", &attributes_, &location_) == 0; }));
+    }).join();
 }
 
 TEST_F(TdmTest, AConfigurationThatCannotBeReadFailsPathsInsteadOfMakingThemLocal) {
