@@ -19,6 +19,7 @@
 #include "tslwnfs/commands/file_transfer.h"
 #include "tslwnfs/commands/files.h"
 #include "tslwnfs/options/options.h"
+#include "tslwnfs/options/strict.h"
 #include "tslwnfs/output/messages.h"
 #include "tslwnfs/output/output.h"
 #include "tslwnfs/output/trace.h"
@@ -75,22 +76,29 @@ bool position(FILE *stream, const PathBuffer &path, int32_t offset) {
     return false;
 }
 
-// Reads a number and the line feed behind it, which is not part of the data. Something else counts as 0, and nothing at
-// all as no answer.
-std::optional<uint64_t> read_size() {
+// What a question was answered.
+struct Answered {
+    std::optional<uint64_t> size;  // something that is no number counts as 0, and nothing at all as no answer
+    bool is_number = false;        // a line of nothing but a number
+};
+
+// Reads a number and the line feed behind it, which is not part of the data.
+Answered read_size() {
     int character = std::getchar();
     while (character != EOF && std::isspace(character) != 0) {
         character = std::getchar();
     }
-    if (character == EOF) return std::nullopt;
+    if (character == EOF) return {std::nullopt, true};
     uint64_t size = 0;
+    const bool begins_with_digit = character >= '0' && character <= '9';
     while (character >= '0' && character <= '9') {
         const auto digit = static_cast<uint64_t>(character - '0');
         size = size > (UINT64_MAX - digit) / 10 ? UINT64_MAX : size * 10 + digit;
         character = std::getchar();
     }
+    const bool ends = character == EOF || std::isspace(character) != 0;
     if (character != EOF && character != '\n') std::ungetc(character, stdin);
-    return size;
+    return {size, begins_with_digit && ends};
 }
 
 // True when a file is what standard input is, too: an answer would be taken out of the data.
@@ -102,14 +110,29 @@ bool is_standard_input(const SourceFile &source) {
 
 // A question, hence on standard output in any case. A local file that was named needs no answer: it is read until its
 // end then.
-void ask_size(Run &run) {
+// What a program feeds into standard input does not answer by chance: data that begin with no number are not taken for
+// an answer.
+bool ask_size(Run &run) {
     lwrf("enter the maximum  file size You want \n");
     flush_output();
     const bool is_data = iffound != 0 && is_standard_input(run.source);
-    const std::optional<uint64_t> size = is_data ? std::nullopt : read_size();
+    const Answered answer = is_data ? Answered{std::nullopt, true} : read_size();
+    const bool needs_answer = iffound == 0 || run.source.until_end;
+    if (needs_answer && !answer.is_number && isatty(STDIN_FILENO) == 0) {
+        trace_failure(kFunction,
+                      "standard input begins with no line that tells its size in bytes; "
+                      "TSLWNFS_STRICT=options reads it to its end without asking");
+        return false;
+    }
     print("Enter Ctrl+c after input completes\n");
-    run.size = size.value_or(0);
-    run.until_end = !size && run.source.until_end;
+    run.size = answer.size.value_or(0);
+    run.until_end = !answer.size && run.source.until_end;
+    return true;
+}
+
+// Standard input that no person types at has its end for an answer, for those who want it strict.
+bool is_read_to_end() {
+    return iffound == 0 && is_strict(Strict::options) && isatty(STDIN_FILENO) == 0;
 }
 
 bool open_input_file(const Operand &input, Run &run) {
@@ -129,7 +152,11 @@ bool open_input(const Operand &input, Run &run) {
     } else if (!open_input_file(input, run)) {
         return false;
     }
-    if (run.size == 0) ask_size(run);
+    if (is_read_to_end()) {
+        run.until_end = true;
+    } else if (run.size == 0 && !ask_size(run)) {
+        return false;
+    }
     // Refused here, before the output loses what it holds.
     if (COUNT != 0 && COUNT < IBS) return refuse_count();
     if (!run.source.local && SKIP != 0 && static_cast<uint64_t>(SKIP) >= run.size) return refuse_skip();
@@ -236,7 +263,7 @@ bool copy_blocks(Run &run, DdInput &input) {
 
 bool copy_data(Run &run) {
     std::optional<InterruptAsEndOfInput> interrupt;
-    if (iffound == 0) interrupt.emplace();
+    if (iffound == 0 && !run.until_end) interrupt.emplace();
     const uint64_t size = run.until_end ? DdInput::kUntilEnd : run.size;
     DdInput input(iffound == 0 ? nullptr : &run.source, size, run.start, run.requests);
     if (!input.allocate(static_cast<std::size_t>(IBS))) return false;

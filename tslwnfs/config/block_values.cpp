@@ -24,6 +24,10 @@ bool is_control(char c) {
     return static_cast<unsigned char>(c) < ' ' || c == '\x7f';
 }
 
+bool is_capital(char c) {
+    return c >= 'A' && c <= 'Z';
+}
+
 // What separates a setting from the one ahead of it.
 std::string_view separator(std::string_view key) {
     if (key == "path" || key == "mount") return " \t ";
@@ -99,6 +103,17 @@ std::vector<std::string> misreadings_of(const std::vector<BlockSetting> &setting
         misreadings.push_back(std::string(setting.key).append(": \"").append(setting.value).append("\" ").append(why));
     }
     return misreadings;
+}
+
+std::vector<std::string> doubts_about(const std::vector<BlockSetting> &settings) {
+    std::vector<std::string> doubts;
+    for (const auto &setting : settings) {
+        if (setting.key != "mount" || std::ranges::none_of(setting.value, is_capital)) continue;
+        doubts.push_back("mount point " + setting.value +
+                         ": a copy to it by this name goes elsewhere, since the last name of a destination is put in "
+                         "lower case; choose one without capitals, or set TSLWNFS_STRICT=names");
+    }
+    return doubts;
 }
 
 std::string problem_of(const std::vector<BlockSetting> &settings) {

@@ -31,4 +31,7 @@ std::string lines_of(const std::vector<BlockSetting> &settings);
 std::vector<std::string> misreadings_of(const std::vector<BlockSetting> &settings);
 
 // Why the storage library will not use a server with these settings; empty when it will.
+// What reads as it is and surprises all the same: mount points with capitals.
+std::vector<std::string> doubts_about(const std::vector<BlockSetting> &settings);
+
 std::string problem_of(const std::vector<BlockSetting> &settings);

@@ -130,6 +130,8 @@ uint32_t tslwnfs_mount_otab(const char *export_path, const char *mount_point, co
     if (!are_writable(kMountFunction, settings)) return 1;
     for (const auto &misreading : misreadings_of(settings))
         warn(kMountFunction, misreading);
+    for (const auto &doubt : doubts_about(settings))
+        warn(kMountFunction, doubt);
     PathBuffer path;
     ConfigurationLock lock;
     if (!find_and_lock_tslnfstab(kMountFunction, path, lock) || is_left_in_backup(kMountFunction, path)) return 1;

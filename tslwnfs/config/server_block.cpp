@@ -47,6 +47,8 @@ bool check_values(const ServerBlock &server) {
     const auto misreadings = misreadings_of(settings);
     for (const auto &misreading : misreadings)
         warn(kFunction, misreading);
+    for (const auto &doubt : doubts_about(settings))
+        warn(kFunction, doubt);
     const std::string problem = problem_of(settings);
     if (misreadings.empty() && !problem.empty()) warn(kFunction, "the server cannot be used: " + problem);
     return true;

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // The commands that ask for servers by name, and the one that removes one: getserverlist, display_server,
 // delete_server.
+#include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "nfstdm/mounts/tslnfstab.h"
 #include "tslwnfs/config/config.h"
 #include "tslwnfs/config/server_deletion.h"
 #include "tslwnfs/config/tslnfstab_file.h"
@@ -71,6 +73,30 @@ std::string consequence(const ServerDeletion &deletion, bool removes_something) 
         names += (names.empty() ? "" : ", ") + name;
     return (names.empty() ? "another block" : "the block of server " + names) +
            " is removed; tslnfstab.old is the file as it was";
+}
+
+// The mount points of a configuration, as they stand there.
+std::vector<std::string> mount_points_of(std::string_view file) {
+    std::vector<std::string> mount_points;
+    for (const auto &server : nfstdm::read_tslnfstab(file).servers) {
+        for (const auto &entry : server.exports)
+            mount_points.push_back(entry.mount_point);
+    }
+    return mount_points;
+}
+
+// A block replaces the one that its server had, and with it exports that it does not have.
+void warn_of_lost_mounts(std::string_view before, std::string_view after, const char *server) {
+    const auto left = mount_points_of(after);
+    std::string lost;
+    for (const auto &mount_point : mount_points_of(before)) {
+        if (std::ranges::find(left, mount_point) != left.end()) continue;
+        lost += (lost.empty() ? "" : ", ") + mount_point;
+    }
+    if (lost.empty()) return;
+    terminal::say("warning: the block of server " + std::string(server) +
+                  " is replaced, and these mount points are gone: " + lost +
+                  "; all exports of a server go into one -em, or are added by mount");
 }
 
 // Whether what a deletion takes may go. What it was not meant to take is kept beside the file first, and told.
@@ -182,6 +208,8 @@ Replacement replace_server(const char *server, std::string_view block, Configura
         return Replacement::not_there;
     }
     if (!may_go(rewrite, *deletion, server)) return Replacement::refused;
-    const auto outcome = rewrite.replace_with(deletion->file.append(separator_behind(deletion->file)).append(block));
-    return outcome == TslnfstabRewrite::Outcome::replaced ? Replacement::done : Replacement::not_there;
+    const std::string file = deletion->file.append(separator_behind(deletion->file)).append(block);
+    if (rewrite.replace_with(file) != TslnfstabRewrite::Outcome::replaced) return Replacement::not_there;
+    warn_of_lost_mounts(rewrite.contents(), file, server);
+    return Replacement::done;
 }

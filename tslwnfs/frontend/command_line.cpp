@@ -60,7 +60,7 @@ ParseOutcome take_levels(Words &words) {
     if (!words.take_if("-level")) return ParseOutcome::accepted;
     if (words.left() <= std::size(kComponents)) return ParseOutcome::usage;
     for (const auto &component : kComponents) {
-        const int32_t level = decimal(words.take());
+        const int32_t level = decimal("-level", words.take());
         if (level < 0 || level > kHighestLevel) {
             trace_message("get_options", Message::trace_level_out_of_range, component.name);
             return ParseOutcome::usage;
@@ -86,8 +86,14 @@ ParseOutcome take_command(Words &words) {
     if (command == nullptr) return ParseOutcome::usage;
     commandtype = command->code;
     const ParseOutcome outcome = command->grammar(words);
-    if (!words.done()) object_to(words.current(), "is one word too many");
-    return outcome == ParseOutcome::accepted && has_objection() ? ParseOutcome::usage : outcome;
+    if (!words.done()) {
+        object_to(words.current(), "is one word too many",
+                  words.left() == 1 ? "is one word too many and was skipped" : "and the words behind it were skipped");
+    }
+    if (outcome != ParseOutcome::accepted) return outcome;
+    if (has_objection()) return ParseOutcome::usage;
+    warn_of_objections(word);
+    return outcome;
 }
 
 }  // namespace

@@ -9,11 +9,14 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "platform/path_buffer.h"
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/listing.h"
 #include "tslwnfs/frontend/command_table.h"
+#include "tslwnfs/frontend/copy_tally.h"
+#include "tslwnfs/frontend/doubts.h"
 #include "tslwnfs/options/options.h"
 #include "tslwnfs/options/strict.h"
 #include "tslwnfs/output/messages.h"
@@ -28,6 +31,10 @@ namespace {
 constexpr char kFunction[] = "exec_command";
 constexpr std::size_t kOperandLimit = 260;  // characters; every operand is shorter
 constexpr uint32_t kUnusable = 4;
+
+// Of the command at hand: how often commands have called the executor again, and what a recursive copy has come to.
+unsigned calls_again = 0;
+CopyTally tally;
 
 uint32_t unusable() {
     print_message(Message::operands_unusable);
@@ -67,10 +74,14 @@ bool is_too_long(const Operand &operand) {
     return std::strlen(operand.shown()) >= kOperandLimit;
 }
 
+bool ends_in_separator(std::string_view text) {
+    return text.ends_with('/') || text.ends_with('\\');
+}
+
 // What was typed, without one trailing separator; a separator behind a ":" is a root and stays.
 std::string text_of(const Operand &operand) {
     std::string text = operand.shown();
-    const bool separated = text.ends_with('/') || text.ends_with('\\');
+    const bool separated = ends_in_separator(text);
     const bool is_root = text.size() > 1 && text[text.size() - 2] == ':';
     if (operand.is_typed() && separated && !is_root) text.pop_back();
     return text;
@@ -122,6 +133,10 @@ bool resolve(const std::string &text, const Operand &given, PathBuffer &resolved
     return false;
 }
 
+bool is_recursive_copy() {
+    return commandtype == kCopy && (COMMAND_OPTION & kFileRecursive) != 0;
+}
+
 // Nobody means to delete the root, nor the directory that a path ends in by its dots.
 bool is_slip(const std::string &text, std::string_view resolved) {
     const SplitPath last(text);
@@ -129,6 +144,23 @@ bool is_slip(const std::string &text, std::string_view resolved) {
     trace_failure(kFunction, "%s is never deleted", text.c_str());
     return true;
 }
+
+// Counts one entry of a recursive copy. A directory counts by what it holds, unless it failed for itself.
+class Counted {
+  public:
+    explicit Counted(std::string path) : path_(std::move(path)) {}
+
+    void end(uint32_t result) const {
+        const bool is_walked = calls_again != calls_before_;
+        const bool failed_itself = result != 0 && tally.missing() == missing_before_;
+        if (is_recursive_copy() && (!is_walked || failed_itself)) tally.count(path_, result == 0);
+    }
+
+  private:
+    std::string path_;
+    unsigned calls_before_ = calls_again;
+    std::size_t missing_before_ = tally.missing();
+};
 
 // One run of a file command over one file, or over the files that a wildcard names.
 class FileRun {
@@ -142,6 +174,7 @@ class FileRun {
         if (!resolve(first_, first, resolved)) return false;
         if (commandtype == kDelete && is_slip(first_, resolved.view())) return false;
         source_.emplace(resolved.view());
+        if (typed_) tally.begin(has_wildcard(first_) ? source_->directory : resolved.view());
         return !command_.names_destination || prepare_destination(second);
     }
 
@@ -149,7 +182,7 @@ class FileRun {
         if (has_wildcard(first_)) {
             run_on_matches();
         } else {
-            run_on(first_, source_->name, typed_);
+            run_on(first_, source_->name, source_->name, typed_);
         }
         if (files_ == 0 && typed_) terminal::note_remark("no name matches " + first_);
         if (files_ == 0 && listed_ && !typed_) {
@@ -157,6 +190,7 @@ class FileRun {
         } else if (files_ == 0 || kept_ == kUnusable) {
             kept_ = unusable();
         }
+        if (typed_) tally.tell();
         return names_left_out_ && !typed_ ? kNamesLeftOut : kept_;
     }
 
@@ -168,7 +202,11 @@ class FileRun {
         if (is_directory_destination(resolved) && commandtype == kMove) {
             destination_->directory = resolved.view();
             destination_->name = "*";
+        } else if (second.is_typed() && !has_wildcard(destination_->name)) {
+            const std::string name = as_built(destination_->name);
+            warn_of_lowered_destination(std::string(resolved.view()), destination_->directory + "/" + name);
         }
+        means_directory_ = second.is_typed() && ends_in_separator(second.shown());
         return true;
     }
 
@@ -183,10 +221,10 @@ class FileRun {
             const std::string lower = lowered(name);
             if (strwildcmp(pattern.c_str(), lower.c_str()) == 0) continue;
             if (is_strict(Strict::names)) {
-                run_on(source_->directory + "/" + name, name, false);
+                run_on(source_->directory + "/" + name, name, name, false);
             } else {
                 if (lower != name) terminal::note_hint("its name holds capitals; TSLWNFS_STRICT=names keeps them");
-                run_on(source_->directory + "/" + lower, lower, false);
+                run_on(source_->directory + "/" + lower, lower, name, false);
             }
         }
     }
@@ -198,18 +236,26 @@ class FileRun {
         return listed == 0 || names_left_out_;
     }
 
-    // name is the source's last component; a source that was not typed was joined with it.
-    void run_on(std::string source, const std::string &name, bool typed) {
+    // name is the source's last component, listed the one that its directory has; a source that was not typed was
+    // joined with the former.
+    void run_on(std::string source, const std::string &name, const std::string &listed, bool typed) {
         ++files_;
         std::string destination = command_.names_destination ? destination_for(name) : second_;
         lower_drive_path(source);
         lower_drive_path(destination);
         print_banner(source.c_str(), destination.c_str());
         const bool usable = typed || (is_entry(source, name) && leads_to_entry(destination));
-        const bool refused = !usable || !fits(source) || !fits(destination) || is_taken(name, destination);
+        const MeantAsDirectory directory(means_directory_, destination);
+        const bool refused = !usable || !fits(source) || !fits(destination) || is_taken(name, destination) ||
+                             directory.is_refused(source_->directory + "/" + name, is_recursive_copy());
         const Operand from = typed ? Operand(source.c_str()) : Operand::ready(source.c_str());
         const Operand to = command_.names_destination ? Operand::ready(destination.c_str()) : destination.c_str();
-        keep(give_verdict(refused ? 1 : run_command(command_, from, to)));
+        const Counted counted(source_->directory + "/" + listed);
+        const uint32_t result = refused ? 1 : run_command(command_, from, to);
+        counted.end(result);
+        if (result != 0 && typed) hint_at_lowered_source(source_->directory, name);
+        keep(give_verdict(result));
+        if (result == 0) directory.warn_of_file();
     }
 
     static bool is_entry(const std::string &path, const std::string &name) {
@@ -236,10 +282,12 @@ class FileRun {
     }
 
     // Moving several files to one name would leave only the last of them. Of a copy the sources stay, and only names
-    // that come out the same without the user's doing count: those that differ by nothing but case.
+    // that come out the same without the user's doing count, unless it is to be strict: those that differ by nothing
+    // but case.
     bool is_taken(const std::string &name, const std::string &destination) {
+        if (!command_.names_destination) return false;
         const std::string &key = commandtype == kMove ? destination : name;
-        if (!command_.names_destination || taken_.insert(key).second) return false;
+        if (taken_.insert(key).second && !(commandtype == kCopy && replaces_copy_.found(destination))) return false;
         trace_failure(kFunction, "%s already took another file", destination.c_str());
         return true;
     }
@@ -262,7 +310,9 @@ class FileRun {
     const bool typed_;
     std::string first_, second_;
     std::optional<SplitPath> source_, destination_;
-    std::set<std::string> taken_;  // by the files of this run
+    bool means_directory_ = false;  // the second operand
+    std::set<std::string> taken_;   // by the files of this run
+    CopiesToOneName replaces_copy_;
     bool listed_ = false;
     std::size_t files_ = 0;
     uint32_t kept_ = 0;
@@ -283,6 +333,7 @@ uint32_t exec_command(const Operand &first, const Operand &second) {
         case Execution::on_files:
             break;
     }
+    ++calls_again;
     FileRun run(*command, first, second);
     return run.prepare(first, second) ? run.run() : unusable();
 }

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "tslwnfs/options/grammar.h"
@@ -71,19 +72,35 @@ bool refuse_hyphen(const DdOption &option) {
     return false;
 }
 
+std::string read_as(int32_t number) {
+    return "was read as " + std::to_string(number);
+}
+
+std::string given(const DdOption &option, std::string_view value) {
+    return std::string(option.lower) + " " + std::string(value);
+}
+
 // Digits that may not appear in numbers are taken all the same, and what does not fit wraps, unless that is objected
-// to. unit: what the number counts in.
-void check_number(std::string_view value, std::size_t digits, uint64_t unit) {
-    int32_t number = 0;
-    const auto read = std::from_chars(value.data(), value.data() + digits, number);
-    const bool whole = read.ec == std::errc() && read.ptr == value.data() + digits;
-    if (!whole || static_cast<uint64_t>(number) * unit > INT32_MAX) object_to(value, "is no number, or too large");
+// to. unit: what the number counts in; number: what it was read as.
+void check_number(const DdOption &option, std::string_view value, std::size_t digits, uint64_t unit, int32_t number) {
+    int32_t whole = 0;
+    const auto read = std::from_chars(value.data(), value.data() + digits, whole);
+    const bool is_whole = read.ec == std::errc() && read.ptr == value.data() + digits;
+    if (is_whole && static_cast<uint64_t>(whole) * unit <= INT32_MAX) return;
+    object_to(given(option, value), "is no number, or too large", read_as(number));
 }
 
 // The first letter of a suffix decides, whatever follows it.
-void check_suffix(std::string_view value, std::string_view suffix) {
+void check_suffix(const DdOption &option, std::string_view value, std::string_view suffix) {
     const bool pair = suffix.size() == 2 && factor_of(suffix) != factor_of(suffix.substr(0, 1));
-    if (suffix.size() > 1 && !pair) object_to(value, "has an unknown suffix");
+    if (suffix.size() > 1 && !pair) object_to(given(option, value), "has an unknown suffix", read_as(*option.number));
+}
+
+// An offset counts in blocks, and without a block size so far in nothing.
+void check_block(const DdOption &option, std::string_view value) {
+    if (*option.block != 0 || value.find_first_not_of('0') == std::string_view::npos) return;
+    object_to(given(option, value), "counts in nothing, since no block size stands in front of it",
+              "was read as 0: its block size must stand in front of it");
 }
 
 bool take_size(const DdOption &option, const char *value) {
@@ -93,7 +110,7 @@ bool take_size(const DdOption &option, const char *value) {
         add_digit(*option.number, *c);
     const auto digits = static_cast<std::size_t>(c - value);
     if (*c == '\0') {
-        check_number(value, digits, 1);
+        check_number(option, value, digits, 1, *option.number);
         return true;
     }
     const uint32_t factor = factor_of(c);
@@ -101,9 +118,9 @@ bool take_size(const DdOption &option, const char *value) {
         print_message(Message::unknown_suffix);
         return false;
     }
-    check_number(value, digits, factor);
-    check_suffix(value, c);
     *option.number = times(*option.number, factor);
+    check_number(option, value, digits, factor, *option.number);
+    check_suffix(option, value, c);
     return true;
 }
 
@@ -124,8 +141,10 @@ bool take_offset(const DdOption &option, const char *value) {
         }
         add_digit(*option.number, *c);
     }
-    check_number(value, std::strlen(value), static_cast<uint32_t>(*option.block));
-    *option.number = times(*option.number, static_cast<uint32_t>(*option.block));
+    const auto block = static_cast<uint32_t>(*option.block);
+    *option.number = times(*option.number, block);
+    check_number(option, value, std::strlen(value), block, *option.number);
+    check_block(option, value);
     return true;
 }
 
@@ -139,7 +158,7 @@ bool take_file(const DdOption &option, const char *value) {
     return true;
 }
 
-bool take_parallel(const DdOption &, const char *value) {
+bool take_parallel(const DdOption &option, const char *value) {
     if (value[0] == '-') {
         print_message(Message::bad_parallel);
         return false;
@@ -151,7 +170,7 @@ bool take_parallel(const DdOption &, const char *value) {
         }
         add_digit(parallel, *c);
     }
-    check_number(value, std::strlen(value), 1);
+    check_number(option, value, std::strlen(value), 1, parallel);
     nios = parallel;
     return true;
 }
@@ -185,8 +204,12 @@ bool take_option(Words &words) {
                                      [&](const auto &one) { return words.is(one.lower) || words.is(one.upper); });
     words.take();
     if (option == std::end(kOptions) || words.done()) return false;
-    if ((COMMAND_OPTION & option->bit) != 0) object_to(option->lower, "is given twice");
+    const bool is_repeated = (COMMAND_OPTION & option->bit) != 0;
     if (!option->take(*option, words.take())) return false;
+    if (is_repeated) {
+        object_to(option->lower, "is given twice",
+                  option->number != nullptr ? read_as(*option->number) + ": it is given twice" : "is given twice");
+    }
     COMMAND_OPTION |= option->bit;
     return true;
 }

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Grammars of the commands on tslnfstab. All read from fixed positions.
-#include <charconv>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,7 +10,6 @@
 #include "tslwnfs/options/options.h"
 #include "tslwnfs/options/server_block.h"
 #include "tslwnfs/options/strict.h"
-#include "tslwnfs/terminal/screen.h"
 
 namespace {
 
@@ -26,15 +23,7 @@ void set_text(uint8_t &present, char (&field)[513], const char *value) {
 
 // A name has the number 0, which is root's: worth a word before it is presented to a server.
 uint32_t identity_number(const char *option, const char *value) {
-    const uint32_t number = unsigned_decimal(value);
-    uint32_t whole = 0;
-    const char *end = value + std::strlen(value);
-    const auto read = std::from_chars(value, end, whole);
-    if (read.ec != std::errc{} || read.ptr != end) {
-        const std::string given = std::string(option) + " " + value;
-        terminal::say("warning: " + given + " is no number and is written as " + std::to_string(number));
-    }
-    return number;
+    return unsigned_decimal(option, value, "is no number and is written as");
 }
 
 constexpr SettingOption kMountOptions[] = {
@@ -102,12 +91,12 @@ constexpr SettingOption kServerOptions[] = {
     {"-v", true, [](const char *value) { tab_info.version = value; }},
     {"-t", true,
      [](const char *value) {
-         unsigned_decimal(value);
+         unsigned_decimal("-t", value);
          tab_info.mnt_timeout = value;
      }},
     {"-r", true,
      [](const char *value) {
-         unsigned_decimal(value);
+         unsigned_decimal("-r", value);
          tab_info.rdmaport = value;
      }},
     {"-c", true, [](const char *value) { tab_info.community = value; }},
@@ -126,7 +115,7 @@ ParseOutcome take_script_values(Words &words, std::span<const ValueOption> optio
         }
         const char *word = words.take();
         if (known == nullptr) {
-            object_to(word, "is no option of this command");
+            object_to_unknown(word);
         } else if (!words.done()) {
             *known->target = words.take();
         }
@@ -137,11 +126,25 @@ ParseOutcome take_script_values(Words &words, std::span<const ValueOption> optio
     return ParseOutcome::accepted;
 }
 
+// "HOST:EXPORT DIRECTORY", perhaps behind options, is how the system's own mount is called; here it describes nothing
+// that could be used.
+void object_to_system_mount(Words words) {
+    while (words.at_option())
+        words.move_to(words.total() - words.left() + 2);
+    const std::string_view source = words.done() ? "" : words.take();
+    const std::size_t colon = source.find(":/");
+    if (colon == std::string_view::npos || colon == 0 || words.done()) return;
+    const std::string line = "tslwnfs createtslnfstab -s " + std::string(source.substr(0, colon)) + " -em \"" +
+                             std::string(source.substr(colon + 1)) + "," + words.take() + "\"";
+    object_to(source, "is no export of a server: " + line, "is written as an export; what was meant is: " + line);
+}
+
 }  // namespace
 
 ParseOutcome parse_mount(Words &words) {
     new_sinfo = {};
     words.move_to(kFirstOperand);
+    object_to_system_mount(words);
     fname = words.take();
     fname1 = words.take();
     while (words.at_option())

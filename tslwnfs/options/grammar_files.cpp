@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Grammars of the commands on files and directories, but for dd's (dd_options.cpp).
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -25,6 +26,11 @@ bool file_letter(char letter) {
             return false;
     }
     return true;
+}
+
+// What -f asks for elsewhere is what happens here: nobody is asked.
+bool deletion_letter(char letter) {
+    return file_letter(letter) || (letter == 'f' && !is_strict(Strict::options));
 }
 
 // Case matters in a listing's letters; the last of contradicting ones counts.
@@ -92,7 +98,7 @@ void take_stat_option(Words &words) {
             case 'c':
             case 'C':
                 if (words.done()) {
-                    object_to("-c", "lacks its value");
+                    object_to_lone("-c");
                     break;
                 }
                 COMMAND_OPTION |= kStatFormat;
@@ -110,10 +116,13 @@ void set_find_size(const char *value) {
     const bool has_sign = value[0] == '+' || value[0] == '-';
     const uint32_t factor = std::strchr(value, 'k') != nullptr ? 1024 : 1;
     const std::string_view text = value + (has_sign ? 1 : 0);
-    const bool counts_units = text.ends_with('k');
-    const int32_t number = decimal(counts_units ? std::string(text.substr(0, text.size() - 1)).c_str() : text.data());
-    if (number > INT32_MAX / static_cast<int32_t>(factor)) object_to(value, "is too large");
+    const std::string_view digits = text.substr(0, text.size() - (text.ends_with('k') ? 1 : 0));
+    const auto number = static_cast<int32_t>(std::strtol(text.data(), nullptr, 10));
     const auto size = static_cast<int32_t>(static_cast<uint32_t>(number) * factor);
+    if (!is_decimal(digits) || number > INT32_MAX / static_cast<int32_t>(factor)) {
+        object_to("-size " + std::string(value), "is no number with or without a k, or too large",
+                  "was read as " + std::to_string(size) + " bytes");
+    }
     if (value[0] == '+') {
         COMMAND_OPTION |= kFindSizeAtLeast;
         find_size_gsize = size;
@@ -131,7 +140,7 @@ constexpr SettingOption kFindOptions[] = {
     {"-maxdepth", true,
      [](const char *value) {
          COMMAND_OPTION |= kFindMaxdepth;
-         find_maxdepth_n = decimal(value);
+         find_maxdepth_n = decimal("-maxdepth", value);
      }},
     {"-name", true, [](const char *value) { fname1 = value; }},
     {"-path", true,
@@ -145,7 +154,10 @@ constexpr SettingOption kFindOptions[] = {
          COMMAND_OPTION |= kFindType;
          find_type_c = value[0];
          const std::string_view type = value;
-         if (type != "f" && type != "d") object_to(type, "is no type, f or d");
+         if (type == "f" || type == "d") return;
+         const bool is_read = find_type_c == 'f' || find_type_c == 'd';
+         object_to("-type " + std::string(type), "is no type, f or d",
+                   is_read ? std::string("was read as ") + find_type_c : "is no type, f or d: nothing matches");
      }},
     {"-print", false, [](const char *) { COMMAND_OPTION |= kFindPrint; }},
 };
@@ -171,7 +183,7 @@ ParseOutcome parse_two_files(Words &words) {
 }
 
 ParseOutcome parse_delete(Words &words) {
-    take_letters(words, file_letter);
+    take_letters(words, deletion_letter);
     return take_operands(words, 1);
 }
 
@@ -185,7 +197,7 @@ ParseOutcome parse_mkdir(Words &words) {
         if (words.take_if("-p") || words.take_if("-P")) {
             COMMAND_OPTION |= kMkdirParents;
         } else {
-            object_to(words.take(), "is no option of this command");
+            object_to_unknown(words.take());
         }
     }
     return take_operands(words, 1);

@@ -11,8 +11,10 @@
 // themselves are taken.
 void take_letters(Words &words, bool (*examine)(char letter));
 
-// A letter that no option has.
+// A word, a letter that no option has; an option whose value is missing.
+void object_to_unknown(std::string_view word);
 void object_to_letter(char letter);
+void object_to_lone(std::string_view option);
 
 // Takes the option words at hand, which mean nothing.
 void skip_options(Words &words);
@@ -41,6 +43,9 @@ struct SettingOption {
 void take_setting(Words &words, std::span<const SettingOption> options);
 
 // Decimal conversions as the C library makes them, leading digits only, cut to 32 bits. A text that is no such number
-// is objected to.
-int32_t decimal(const char *text);
-uint32_t unsigned_decimal(const char *text);
+// is objected to as the value of its option; consequence: what becomes of it, before the number.
+int32_t decimal(std::string_view option, const char *text);
+uint32_t unsigned_decimal(std::string_view option, const char *text, std::string_view consequence = "was read as");
+
+// Whether a text is a decimal number of 32 bits as a whole.
+bool is_decimal(std::string_view text);

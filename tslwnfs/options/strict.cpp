@@ -6,6 +6,7 @@
 #include <bitset>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "platform/environment.h"
 #include "tslwnfs/output/trace.h"
@@ -17,6 +18,7 @@ constexpr std::array<std::string_view, 5> kWords = {"names", "location", "status
 
 std::bitset<kWords.size()> chosen;
 bool objected = false;
+std::vector<std::string> outcomes;  // of objections that are no errors
 
 std::string_view without_blanks(std::string_view word) {
     constexpr std::string_view kBlanks = " \t";
@@ -42,6 +44,7 @@ void read_strictness() {
     constexpr std::size_t kLongest = 1024;  // characters
     chosen.reset();
     objected = false;
+    outcomes.clear();
     std::string list = platform_environment("TSLWNFS_STRICT", kLongest).value_or("");
     for (std::string_view rest = list; !rest.empty();) {
         const std::string_view word = rest.substr(0, rest.find(','));
@@ -54,12 +57,21 @@ bool is_strict(Strict word) {
     return chosen.test(static_cast<std::size_t>(word));
 }
 
-void object_to(std::string_view word, std::string_view why) {
-    if (!is_strict(Strict::options)) return;
+void object_to(std::string_view word, std::string_view why, std::string_view outcome) {
+    if (!is_strict(Strict::options)) {
+        outcomes.push_back(std::string(word) + " " + std::string(outcome));
+        return;
+    }
     objected = true;
     trace_failure("get_options", "%s %s (TSLWNFS_STRICT)", std::string(word).c_str(), std::string(why).c_str());
 }
 
 bool has_objection() {
     return objected;
+}
+
+void warn_of_objections(std::string_view command) {
+    for (const auto &outcome : outcomes)
+        terminal::say("warning: " + std::string(command) + ": " + outcome);
+    outcomes.clear();
 }

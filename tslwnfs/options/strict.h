@@ -19,6 +19,9 @@ void read_strictness();
 
 bool is_strict(Strict word);
 
-// Under options: a word of the command line is wrong, and why. Otherwise nothing happens.
-void object_to(std::string_view word, std::string_view why);
+// A word of the command line is wrong, and why. Under options that is an error; otherwise it is noted what becomes of
+// the word, for who is at a terminal.
+void object_to(std::string_view word, std::string_view why, std::string_view outcome);
 bool has_objection();
+// The command, by its word, is going to run all the same: warns of what was noted.
+void warn_of_objections(std::string_view command);

@@ -23,6 +23,7 @@ FileIdentity identity_of(const TdmAttributes &attributes) {
             .file_system = attributes.file_system_id,
             .number = attributes.file_id,
             .link = attributes.type == TDM_TYPE_LINK,
+            .directory = attributes.type == TDM_TYPE_DIRECTORY,
             .size = attributes.size,
             .modified = {attributes.modification_seconds, attributes.modification_nanoseconds},
             .changed = {attributes.change_seconds, attributes.change_nanoseconds}};
@@ -162,6 +163,7 @@ FileIdentity identity_of(const struct stat &status) {
             .number = status.st_ino,
             .local = true,
             .link = S_ISLNK(status.st_mode),
+            .directory = S_ISDIR(status.st_mode),
             .size = static_cast<uint64_t>(status.st_size),
             .modified = time_of(status.st_mtim),
             .changed = time_of(status.st_ctim)};

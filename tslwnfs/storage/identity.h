@@ -23,6 +23,7 @@ struct FileIdentity {
     uint64_t number = 0;       // within the file system
     bool local = false;
     bool link = false;  // a symbolic link itself
+    bool directory = false;
     uint64_t size = 0;  // bytes
     FileTime modified;
     FileTime changed;  // content or attributes

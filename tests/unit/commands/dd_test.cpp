@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "tests/support/allocation_faults.h"
+#include "tests/support/strictness.h"
 #include "tests/unit/commands/command_fixture.h"
 #include "tslwnfs/commands/executor.h"
 #include "tslwnfs/commands/files.h"
@@ -214,12 +215,38 @@ TEST_F(DdTest, TheDataBeginsBehindTheLineOfTheSize) {
     }
 }
 
-TEST_F(DdTest, AnUnreadableSizeCopiesNothing) {
-    for (const char *typed : {"", "abc\ndata", "-5\ndata", "0\ndata"}) {
+TEST_F(DdTest, NoAnswerAndASizeOfZeroCopyNothing) {
+    for (const char *typed : {"", "0\ndata"}) {
         const Outcome outcome = dd("", local("dst"), typed);
         EXPECT_EQ(outcome.status, 0u) << typed;
         EXPECT_EQ(read_file(local("dst")), "") << typed;
         EXPECT_THAT(outcome.output, testing::HasSubstr(kCompletion));
+    }
+}
+
+TEST_F(DdTest, DataThatBeginWithNoSizeAreRefusedBeforeAnythingIsMade) {
+    for (const char *typed : {"abc\ndata", "-5\ndata", "12ab\n", "5data"}) {
+        for (const std::string &target : {local("dst"), std::string("/m/dst")}) {
+            const Outcome outcome = dd("", target, typed);
+            EXPECT_EQ(outcome.status, 1u) << typed;
+            EXPECT_EQ(outcome.output, std::string(kFromStandardInput) + kSizeQuestion);
+        }
+        EXPECT_FALSE(fake_.volume.find("/m/dst") != nullptr);
+        EXPECT_NE(access(local("dst").c_str(), F_OK), 0);
+    }
+}
+
+TEST_F(DdTest, StandardInputThatIsNoTerminalIsReadToItsEndUnderOptions) {
+    const Strictness strict("options");
+    set({64, 64});
+    for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{64}, std::size_t{100}}) {
+        const std::string data = sample_text(size);
+        const Outcome outcome = dd("", local("dst"), data);
+        EXPECT_EQ(outcome.status, 0u);
+        EXPECT_THAT(outcome.output, testing::Not(testing::HasSubstr(kSizeQuestion)));
+        EXPECT_EQ(read_file(local("dst")), data);
+        EXPECT_EQ(dd("", "/m/dst", data).status, 0u);
+        EXPECT_EQ(fake_.volume.content("/m/dst"), data);
     }
 }
 

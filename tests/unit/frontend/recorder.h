@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -15,8 +16,10 @@ struct Recorder {
     std::vector<std::string> listing;                     // of every directory
     std::set<std::string> unresolvable;                   // operands that cannot be resolved
     std::set<std::string> directories;                    // destinations that are directories
+    std::map<std::string, bool> existing;                 // what is looked at; true for a directory
     bool allowed = true;                                  // the caller may use the utility
     bool has_identity = true;
+    std::function<void()> on_failure = [] {};  // done by a call that is told to fail
 
     // Notes a call and gives the next answer of its function.
     uint32_t call(const std::string &function, const std::string &arguments = "") {
@@ -25,6 +28,7 @@ struct Recorder {
         if (queue.empty()) return 0;
         const uint32_t answer = queue.front();
         queue.pop_front();
+        if (answer != 0) on_failure();
         return answer;
     }
 };

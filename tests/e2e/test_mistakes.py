@@ -1,0 +1,216 @@
+"""What people mistype, and what they read then. Standard output and the status stay those of a command that is carried
+out as it was read; TSLWNFS_STRICT=options makes an error of it."""
+
+import os
+import re
+
+import pytest
+
+from files import digest, make_file
+from terminal import Terminal
+from texts import SUCCEEDED, copy_banner, failed
+
+OPTIONS = {"TSLWNFS_STRICT": "options"}
+ALWAYS = {"TSLWNFS_TERMINAL": "always"}
+
+
+def warnings(run):
+    """What a person reads of a finished run that took its standard error for a terminal."""
+    return [line.removeprefix("tslwnfs: ") for line in run.err.decode().splitlines()]
+
+
+# What is typed, the status, and what is read. {0} is a local directory with the files a.dbf, b.dbf and c.dbf.
+WORDS = {
+    "find -size with a unit": (["find", "{0}", "-size", "+100M"], 0, ["find: -size +100M was read as 100 bytes"]),
+    "find -empty": (["find", "{0}", "-empty"], 0, ["find: -empty is not known and was skipped"]),
+    "find -not": (["find", "{0}", "-not", "-name", "a*"], 0, ["find: -not is not known and was skipped"]),
+    "find -delete": (["find", "{0}", "-delete"], 0, ["find: -delete is not known and was skipped"]),
+    "find -mtime": (
+        ["find", "{0}", "-mtime", "+30"],
+        0,
+        ["find: -mtime is not known and was skipped", "find: +30 is one word too many and was skipped"],
+    ),
+    "find -type": (["find", "{0}", "-type", "file"], 0, ["find: -type file was read as f"]),
+    "ls -h": (["ls", "-lh", "{0}"], 0, ["ls: -h is not known and was skipped"]),
+    "dd -count": (
+        ["dd", "-if", "{0}/a.dbf", "-of", "{0}/new", "-count", "4g"],
+        0,
+        ["dd: -count 4g was read as 0"],
+    ),
+}
+
+
+@pytest.fixture
+def folder(tmp_path):
+    folder = tmp_path / "folder"
+    folder.mkdir()
+    for name in ("a.dbf", "b.dbf", "c.dbf"):
+        make_file(folder / name, 5000)
+    return folder
+
+
+@pytest.mark.parametrize("typed", WORDS)
+def test_words_and_numbers_that_are_read_otherwise_are_warned_of(local, folder, typed):
+    words, status, read = WORDS[typed]
+    words = [word.format(folder) for word in words]
+    piped = local.run(*words)
+    (folder / "new").unlink(missing_ok=True)
+    shown = local.run(*words, env=ALWAYS)
+    assert warnings(shown) == ["warning: " + line for line in read]
+    assert (shown.status, shown.out) == (piped.status, piped.out)
+    assert (piped.status, piped.err) == (status, b"")
+    (folder / "new").unlink(missing_ok=True)
+    strict = local.run(*words, env={**OPTIONS, **ALWAYS})
+    assert strict.status == 1 and b"TWNFS-65006" in strict.out
+    assert not (folder / "new").exists()
+    assert len(warnings(strict)) == 1 and "(TSLWNFS_STRICT)" in warnings(strict)[0]
+
+
+def test_find_says_what_it_skips_before_it_runs_a_command(local, folder, tmp_path):
+    words = ["find", folder, "-type", "f", "-not", "-name", "a*", "-exec", "rm", "{}"]
+    assert local.run(*words, env=OPTIONS).status == 1
+    assert len(os.listdir(folder)) == 3
+    shown = Terminal(local).run("find", folder, "-not", "-exec", "echo", "ran")
+    assert shown.sent.index("find: -not is not known and was skipped") < shown.sent.index("ran")
+
+
+def test_many_files_that_become_one_are_warned_of(faulty, folder):
+    server = faulty()
+    for name in ("a.dbf", "b.dbf", "c.dbf"):
+        make_file(server.files / name, 3000)
+    done = server.client.run("cp", server / "*.dbf", folder / "plain", env=ALWAYS)
+    assert done.status == 0
+    assert warnings(done) == [
+        f"warning: {folder}/plain already took another file of this copy, and is overwritten; "
+        f"write {folder}/plain/* for a directory"
+    ]
+    (folder / "plain").unlink()
+    done = server.client.run("cp", server / "*.dbf", folder / "plain", env={**OPTIONS, **ALWAYS})
+    assert done.status == 1
+    assert done.out.count(SUCCEEDED) == 1 and done.out.count(failed(1)) == 2
+    (folder / "real").mkdir()
+    done = server.client.run("cp", server / "*.dbf", folder / "real", env={**OPTIONS, **ALWAYS})
+    assert (done.status, done.err) == (0, b"")
+    assert sorted(os.listdir(folder / "real")) == ["a.dbf", "b.dbf", "c.dbf"]
+
+
+def test_a_slash_behind_what_is_no_directory_is_warned_of(faulty, folder):
+    server = faulty()
+    for target in (server.remote, folder.parent):
+        done = server.client.run("cp", folder / "a.dbf", f"{target}/new/", env=OPTIONS)
+        assert done.status == 1
+        done = server.client.run("cp", folder / "a.dbf", f"{target}/new/", env=ALWAYS)
+        assert done.status == 0
+        assert warnings(done) == [f"warning: {target}/new is no directory: a file of that name was made"]
+        done = server.client.run("cp", "-r", folder, f"{target}/tree/", env={**OPTIONS, **ALWAYS})
+        assert (done.status, done.err) == (0, b"")
+    assert digest(server.files / "new") == digest(folder / "a.dbf")
+
+
+def test_a_destination_with_capitals_is_warned_of_where_it_exists(faulty, folder):
+    server = faulty()
+    (server.files / "Backup").mkdir()
+    done = server.client.run("cp", folder / "a.dbf", server / "Backup", env=ALWAYS)
+    assert done.out == copy_banner(folder / "a.dbf", server / "backup") + SUCCEEDED
+    assert warnings(done) == [
+        f"warning: {server.remote}/Backup: the last name is put in lower case, so that it goes to {server.remote}/backup; "
+        f"write {server.remote}/Backup/NAME, or set TSLWNFS_STRICT=names"
+    ]
+    done = server.client.run("cp", folder / "a.dbf", server / "Backup/x", env=ALWAYS)
+    assert (done.status, done.err) == (0, b"")
+
+
+@pytest.mark.parametrize("where", ["server", "local"])
+def test_a_name_that_was_stored_in_lower_case_is_named(faulty, tmp_path, where):
+    server = faulty()
+    make_file((server.files if where == "server" else tmp_path) / "full.dbf", 10)
+    folder = server.remote if where == "server" else str(tmp_path)
+    for words in (["cat", f"{folder}/Full.DBF"], ["cp", f"{folder}/Full.DBF", str(tmp_path / "copy")]):
+        done = server.client.run(*words, env=ALWAYS)
+        assert done.status == 1
+        assert warnings(done)[-1].endswith("; full.dbf is there: names that the program builds are in lower case")
+
+
+def test_a_recursive_copy_says_what_is_missing(faulty, tmp_path):
+    server = faulty()
+    tree = tmp_path / "tree"
+    (tree / "sub").mkdir(parents=True)
+    for name in ("README", "sub/Full.DBF", "sub/plain", "other"):
+        make_file(tree / name, 10)
+    shown = Terminal(server.client).run("cp", "-r", tree, server / "copy")
+    assert shown.status == 0
+    assert re.fullmatch(
+        r"tslwnfs: warning: 2 of 4 files were not copied: (README, sub/Full.DBF|sub/Full.DBF, README); "
+        "names are put in lower case: TSLWNFS_STRICT=names keeps them",
+        shown.said[-1],
+    )
+    shown = Terminal(server.client).run("cp", "-r", tree, server / "whole", env={"TSLWNFS_STRICT": "names"})
+    assert (shown.status, shown.said) == (0, [])
+    (tree / "sub" / "dangling").symlink_to("nowhere")
+    shown = Terminal(server.client).run("cp", "-r", tree, server / "again", env={"TSLWNFS_STRICT": "names,status"})
+    assert shown.status == 1
+    assert shown.said[-1] == "tslwnfs: warning: 1 of 5 files was not copied: sub/dangling"
+
+
+def test_mount_points_with_capitals_are_warned_of(own):
+    read = "mount point /mnt/Backup: a copy to it by this name goes elsewhere"
+    for words in (["createtslnfstab", "-s", "n", "-em", "/e,/mnt/Backup"], ["mount", "/e", "/mnt/Backup", "-s", "n"]):
+        done = own.run(*words, env=ALWAYS)
+        assert done.status == 0
+        assert any(line.startswith("warning: " + read) for line in warnings(done))
+        own.tslnfstab.unlink()
+
+
+def test_a_block_that_loses_exports_is_warned_of(own):
+    own.ok("createtslnfstab", "-s", "nas1", "-em", "/vol/a,/mnt/a;/vol/b,/mnt/b")
+    done = own.run("createtslnfstab", "-s", "nas1", "-em", "/vol/c,/mnt/c;/vol/b,/mnt/b", env=ALWAYS)
+    assert done.status == 0
+    assert warnings(done) == [
+        "warning: the block of server nas1 is replaced, and these mount points are gone: /mnt/a; all exports of a "
+        "server go into one -em, or are added by mount"
+    ]
+    done = own.run("createtslnfstab", "-s", "nas1", "-em", "/vol/c,/mnt/c;/vol/b,/mnt/b;/v,/mnt/v", env=ALWAYS)
+    assert (done.status, done.err) == (0, b"")
+
+
+@pytest.mark.parametrize("words", [["-t", "nfs", "h:/e", "/m"], ["h:/e", "/m"]])
+def test_a_mount_as_the_system_knows_it_is_told_the_line_that_works(own, words):
+    done = own.run("mount", *words, env=ALWAYS)
+    works = 'tslwnfs createtslnfstab -s h -em "/e,/m"'
+    assert any(works in line for line in warnings(done))
+    done = own.run("mount", *words, env={**OPTIONS, **ALWAYS})
+    assert done.status == 1 and b"TWNFS-65006" in done.out
+    assert any(works in line for line in warnings(done))
+
+
+# What comes in a pipe, and what dd makes of it.
+PIPED = {
+    "rubbish": b"some.file\0\0\0ustar",
+    "digits and rubbish": b"12ab\n",
+    "nothing but a line": b"\n\nabc",
+}
+
+
+@pytest.mark.parametrize("data", PIPED)
+def test_piped_data_are_not_taken_for_a_size(faulty, tmp_path, data):
+    server = faulty()
+    for target in (server / "out", tmp_path / "out"):
+        done = server.client.run("dd", "-of", target, stdin=PIPED[data], env=ALWAYS)
+        assert done.status == 1
+        assert done.out.endswith(failed(1))
+        assert "TSLWNFS_STRICT=options reads it to its end" in warnings(done)[-1]
+    assert not (tmp_path / "out").exists() and not (server.files / "out").exists()
+
+
+@pytest.mark.parametrize("size", [0, 1, 1000, 1024, 3_000_001])
+def test_piped_data_are_read_to_their_end_for_who_wants_it_strict(faulty, tmp_path, size):
+    server = faulty()
+    data = make_file(tmp_path / "data", size).read_bytes()
+    for target in (server / "out", tmp_path / "out"):
+        done = server.client.run("dd", "-of", target, stdin=data, env=OPTIONS)
+        assert done.status == 0
+        assert b"enter the maximum" not in done.out
+    assert (server.files / "out").read_bytes() == data
+    assert (tmp_path / "out").read_bytes() == data
+    assert server.client.run("dd", "-of", server / "out", "-bs", "1m", stdin=data[:7], env=OPTIONS).status == 0
+    assert (server.files / "out").read_bytes() == data[:7]

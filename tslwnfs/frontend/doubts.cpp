@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/frontend/doubts.h"
+
+#include <utility>
+
+#include "tslwnfs/options/strict.h"
+#include "tslwnfs/output/trace.h"
+#include "tslwnfs/storage/identity.h"
+#include "tslwnfs/storage/wildcard.h"
+#include "tslwnfs/terminal/reasons.h"
+#include "tslwnfs/terminal/screen.h"
+
+namespace {
+
+std::string lowered(std::string text) {
+    tolower_string(text.data());
+    return text;
+}
+
+// Whether somebody wants to know.
+bool is_watched() {
+    return terminal::is_open() || is_strict(Strict::options);
+}
+
+bool exists(const std::string &path) {
+    return look_at(path, LastLink::follow).has_value();
+}
+
+bool is_directory(const std::string &path) {
+    const auto found = look_at(path, LastLink::follow);
+    return found && found->directory;
+}
+
+}  // namespace
+
+void warn_of_lowered_destination(const std::string &typed, const std::string &built) {
+    if (!terminal::is_open() || typed == built) return;
+    const auto found = look_at(typed, LastLink::follow);
+    if (!found) return;
+    terminal::say("warning: " + typed + ": the last name is put in lower case, so that it goes to " + built + "; " +
+                  (found->directory ? "write " + typed + "/NAME, or set TSLWNFS_STRICT=names"
+                                    : "TSLWNFS_STRICT=names keeps it as it is"));
+}
+
+void hint_at_lowered_source(const std::string &directory, const std::string &name) {
+    const std::string lower = lowered(name);
+    if (!terminal::is_open() || lower == name) return;
+    if (exists(directory + "/" + name) || !exists(directory + "/" + lower)) return;
+    terminal::note_hint(lower + " is there: names that the program builds are in lower case");
+}
+
+bool CopiesToOneName::found(const std::string &destination) {
+    if (!is_watched() || taken_.insert(destination).second || is_directory(destination)) return false;
+    if (is_strict(Strict::options)) return true;
+    if (!warned_) {
+        terminal::say("warning: " + destination +
+                      " already took another file of this copy, and is overwritten; write " + destination +
+                      "/* for a directory");
+    }
+    warned_ = true;
+    return false;
+}
+
+MeantAsDirectory::MeantAsDirectory(bool is_meant, std::string destination)
+    : destination_(std::move(destination)), is_missing_(is_meant && is_watched() && !is_directory(destination_)) {}
+
+bool MeantAsDirectory::is_refused(const std::string &source, bool is_recursive) const {
+    if (!is_missing_ || !is_strict(Strict::options) || (is_recursive && is_directory(source))) return false;
+    trace_failure("exec_command", "%s is no directory", destination_.c_str());
+    return true;
+}
+
+void MeantAsDirectory::warn_of_file() const {
+    if (!is_missing_ || is_directory(destination_)) return;
+    terminal::say("warning: " + destination_ + " is no directory: a file of that name was made");
+}
