@@ -9,6 +9,7 @@
 #include "tslwnfs/frontend/command_table.h"
 #include "tslwnfs/frontend/startup.h"
 #include "tslwnfs/output/streams.h"
+#include "tslwnfs/terminal/interruption.h"
 #include "tslwnfs/terminal/screen.h"
 
 namespace {
@@ -29,6 +30,7 @@ int main(int argc, char **argv) {
     if (!take_standard_descriptors()) return EXIT_FAILURE;
     std::setlocale(LC_ALL, "");
     terminal::open();
+    terminal::watch_interruptions();
     if (std::atexit(finish_output_at_exit) != 0) return 1;
     const int status = run({argv, static_cast<std::size_t>(argc)});
     return finish_output(status, prints_result() ? LostOutput::fails : LostOutput::keeps_status);

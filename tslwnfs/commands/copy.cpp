@@ -100,7 +100,8 @@ uint32_t copy_file(SourceFile &source, const Operand &operand, DestinationFile &
     }
     const auto mode = mode_for_copy(kRecords.function, source);
     if (mode && !prepare_mode(kRecords.function, destination, *mode)) return 1;
-    if (!transfer_data(source, destination, requests, kRecords)) return 1;
+    UnfinishedDestination unfinished(destination, source.size);
+    if (!transfer_data(source, destination, unfinished, requests, kRecords)) return 1;
     if (!close_streams(source, destination, kRecords)) return 1;
     if (!finish_transfer(source, destination, source.size, kRecords)) return 1;
     return !mode || finish_mode(kRecords.function, destination, *mode) ? 0 : 1;

@@ -219,15 +219,24 @@ bool open_output(const Operand &input, const Operand &output, Run &run) {
     return open_output_file(run);
 }
 
-bool copy_remote_input(DdInput &input, DdOutput &output, bool with_padding) {
+// What is being written, where that is a file.
+using Unfinished = std::optional<UnfinishedDestination>;
+
+void note_written(Unfinished &unfinished, const DdOutput &output) {
+    if (unfinished) unfinished->at(output.end());
+}
+
+bool copy_remote_input(DdInput &input, DdOutput &output, Unfinished &unfinished, bool with_padding) {
     while (!input.at_end()) {
+        note_written(unfinished, output);
         if (!output.write(input.read_remote(with_padding))) return false;
     }
     return output.finish();
 }
 
-bool copy_stream(DdInput &input, DdOutput &output) {
+bool copy_stream(DdInput &input, DdOutput &output, Unfinished &unfinished) {
     while (!input.at_end()) {
+        note_written(unfinished, output);
         const std::span<std::byte> buffer = input.buffer();
         const DdInput::Block block = input.read_stream(buffer);
         if (block.length != 0 && block.length != buffer.size()) {
@@ -246,7 +255,7 @@ void show_progress(const Run &run, bool prints, DdInput &input) {
 }
 
 // Local data goes to a server in batches; everything else goes block by block.
-bool copy_blocks(Run &run, DdInput &input) {
+bool copy_blocks(Run &run, DdInput &input, Unfinished &unfinished) {
     const auto input_block = static_cast<std::size_t>(IBS);
     const auto seek = static_cast<uint64_t>(SEEK);
     const bool to_server = offound != 0 && !run.destination.local;
@@ -254,14 +263,15 @@ bool copy_blocks(Run &run, DdInput &input) {
     show_progress(run, in_batches || offound == 0, input);
     if (in_batches) {
         DdBatch batch(run.destination.info.file, seek, run.requests);
-        return batch.allocate(input_block) && batch.copy(input);
+        return batch.allocate(input_block) && batch.copy(input, *unfinished);
     }
     DdOutput output(offound == 0 ? nullptr : &run.destination, seek, run.requests);
     if (!output.allocate(static_cast<std::size_t>(OBS), input_block)) return false;
-    return input.is_remote() ? copy_remote_input(input, output, to_server) : copy_stream(input, output);
+    return input.is_remote() ? copy_remote_input(input, output, unfinished, to_server)
+                             : copy_stream(input, output, unfinished);
 }
 
-bool copy_data(Run &run) {
+bool copy_data(Run &run, Unfinished &unfinished) {
     std::optional<InterruptAsEndOfInput> interrupt;
     if (iffound == 0 && !run.until_end) interrupt.emplace();
     const uint64_t size = run.until_end ? DdInput::kUntilEnd : run.size;
@@ -273,9 +283,17 @@ bool copy_data(Run &run) {
         input.limit(static_cast<uint64_t>(COUNT));
         COUNT = 0;
     }
-    if (!copy_blocks(run, input)) return false;
+    if (!copy_blocks(run, input, unfinished)) return false;
     run.size = input.size();
     return true;
+}
+
+// 0 when only the end of the input will tell.
+uint64_t size_to_write(const Run &run) {
+    if (run.until_end) return 0;
+    const auto count = static_cast<uint64_t>(COUNT);
+    const uint64_t left = run.size - std::min(run.size, static_cast<uint64_t>(SKIP));
+    return static_cast<uint64_t>(SEEK) + (COUNT == 0 ? left : std::min(left, count));
 }
 
 bool finish_output(Run &run) {
@@ -299,7 +317,9 @@ uint32_t ddfile(const Operand &input, const Operand &output) {
     if (!run.requests.allocate(kFunction)) return 1;
     if (!settle_numbers() || !open_input(input, run) || !open_output(input, output, run)) return 1;
     bsize = IBS;
-    if (!copy_data(run) || !finish_output(run)) return 1;
+    Unfinished unfinished;
+    if (offound != 0) unfinished.emplace(run.destination, size_to_write(run));
+    if (!copy_data(run, unfinished) || !finish_output(run)) return 1;
     // Standard output has nothing to be finished, like a local file.
     if (offound == 0) run.destination.local = true;
     return finish_transfer(run.source, run.destination, run.size, kDdRecords) ? 0 : 1;

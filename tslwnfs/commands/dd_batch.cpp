@@ -28,8 +28,9 @@ std::span<std::byte> DdBatch::slot_buffer(std::size_t slot) const {
     return buffer_.bytes().subspan(slot * stride_, block_);
 }
 
-bool DdBatch::copy(DdInput &input) {
+bool DdBatch::copy(DdInput &input, UnfinishedDestination &unfinished) {
     while (!input.at_end()) {
+        unfinished.at(offset_);
         const std::size_t number = fill(input);
         if (number == 0) break;
         if (!submit(number) || !wait(number)) return false;

@@ -7,6 +7,7 @@
 #include <span>
 
 #include "tslwnfs/commands/dd_input.h"
+#include "tslwnfs/commands/unfinished_destination.h"
 #include "tslwnfs/storage/transfer.h"
 
 class DdBatch {
@@ -21,7 +22,7 @@ class DdBatch {
 
     // Copies the rest of the input. Returns false when a batch could not be submitted or awaited; a request that
     // completes with a status is reported and the copy goes on.
-    [[nodiscard]] bool copy(DdInput &input);
+    [[nodiscard]] bool copy(DdInput &input, UnfinishedDestination &unfinished);
 
   private:
     std::span<std::byte> slot_buffer(std::size_t slot) const;

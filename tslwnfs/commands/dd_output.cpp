@@ -44,7 +44,10 @@ bool DdOutput::finish() {
 bool DdOutput::write_piece(std::span<const std::byte> piece) {
     if (destination_ != nullptr && !destination_->local) return write_remote(piece);
     FILE *const stream = destination_ == nullptr ? stdout : destination_->stream.get();
-    if (std::fwrite(piece.data(), 1, piece.size(), stream) == piece.size()) return true;
+    if (std::fwrite(piece.data(), 1, piece.size(), stream) == piece.size()) {
+        offset_ += piece.size();
+        return true;
+    }
     note_write(stream);
     trace_unwritten(kDdRecords.function, destination_ == nullptr ? "stdout" : destination_->path.c_str());
     return false;

@@ -12,10 +12,13 @@
 
 class DdOutput {
   public:
-    // Writes to a local or remote destination, or to standard output when there is none. offset is where a remote
-    // output begins, in bytes; a stream has been positioned by whoever opened it. The slots must outlive the output.
+    // Writes to a local or remote destination, or to standard output when there is none. offset is where the output
+    // begins, in bytes; a stream has been positioned by whoever opened it. The slots must outlive the output.
     DdOutput(const DestinationFile *destination, uint64_t offset, RequestSlots &requests)
         : destination_(destination), offset_(offset), requests_(requests) {}
+
+    // Bytes from the beginning of the output to the end of what was written.
+    uint64_t end() const { return offset_; }
 
     // Prepares for output blocks of a size, fed by input blocks of a size (bytes, both above 0).
     [[nodiscard]] bool allocate(std::size_t output_block, std::size_t input_block);

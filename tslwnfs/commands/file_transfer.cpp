@@ -36,8 +36,8 @@ bool check_operands(const Operand &source, const Operand &destination, const Tra
     return true;
 }
 
-bool transfer_data(SourceFile &source, const DestinationFile &destination, RequestSlots &requests,
-                   const TransferRecords &records) {
+bool transfer_data(SourceFile &source, const DestinationFile &destination, UnfinishedDestination &unfinished,
+                   RequestSlots &requests, const TransferRecords &records) {
     TransferBuffer buffer;
     if (!buffer.allocate(records.function, TransferBuffer::size_for(static_cast<std::size_t>(bsize)))) return false;
     Pieces pieces(source);
@@ -45,6 +45,7 @@ bool transfer_data(SourceFile &source, const DestinationFile &destination, Reque
     terminal::Progress progress(source.path.view(), source.size);
     do {
         progress.at(pieces.offset());
+        unfinished.at(pieces.offset());
         if (!read_piece(source, pieces, requests, buffer, records)) return false;
         if (pieces.is_beyond_end()) break;
         if (!write_piece(destination, pieces, requests, buffer, records)) return false;

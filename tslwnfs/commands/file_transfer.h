@@ -7,13 +7,15 @@
 #include "platform/path_buffer.h"
 #include "tslwnfs/commands/destination_file.h"
 #include "tslwnfs/commands/source_file.h"
+#include "tslwnfs/commands/unfinished_destination.h"
 #include "tslwnfs/storage/operand.h"
 #include "tslwnfs/storage/transfer.h"
 
 // Copies the whole source into the destination; the size of one that was read until its end is known then. Traces and
 // returns false for a short read or write of a local file and when there is no memory; failing remote requests end the
 // process.
-[[nodiscard]] bool transfer_data(SourceFile &source, const DestinationFile &destination, RequestSlots &requests,
+[[nodiscard]] bool transfer_data(SourceFile &source, const DestinationFile &destination,
+                                 UnfinishedDestination &unfinished, RequestSlots &requests,
                                  const TransferRecords &records);
 
 // Closes the local streams. Returns false when written data was lost.

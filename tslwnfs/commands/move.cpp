@@ -173,7 +173,8 @@ uint32_t move_file(Move &move, RequestSlots &requests) {
     }
     const auto mode = mode_for_copy(kRecords.function, source);
     if (mode && !prepare_mode(kRecords.function, destination, *mode)) return 1;
-    if (!transfer_data(source, destination, requests, kRecords)) return 1;
+    UnfinishedDestination unfinished(destination, source.size);
+    if (!transfer_data(source, destination, unfinished, requests, kRecords)) return 1;
     if (!is_destination_safe(move, requests)) return 1;
     if (!(source.local ? delete_local(move) : delete_remote(move))) return 1;
     // Deleted as it was: there is nothing left to cut back.

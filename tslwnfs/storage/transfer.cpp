@@ -9,6 +9,7 @@
 #include "tslwnfs/options/options.h"
 #include "tslwnfs/output/messages.h"
 #include "tslwnfs/output/output.h"
+#include "tslwnfs/terminal/interruption.h"
 #include "tslwnfs/terminal/reasons.h"
 
 namespace {
@@ -18,6 +19,7 @@ enum class Reported : uint8_t { completion_count, status };
 
 [[noreturn]] void end_process() {
     terminal::tell_reason();
+    terminal::UnfinishedFile::tell(terminal::UnfinishedFile::Written::at_most);
     flush_output();
     std::exit(EXIT_FAILURE);
 }

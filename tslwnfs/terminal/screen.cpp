@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <string>
 
@@ -18,7 +20,7 @@ namespace {
 constexpr std::size_t kUsualColumns = 80;
 
 bool opened = false;
-std::size_t shown_columns = 0;
+std::atomic<std::size_t> shown_columns = 0;
 
 void write(const std::string &text) {
     static_cast<void>(std::fputs(text.c_str(), stderr));
@@ -57,7 +59,8 @@ void show(std::string_view line) {
     if (!opened || !is_in_front()) return;
     // Spaces and a carriage return are all that every terminal understands.
     const std::size_t width = columns_of(line);
-    const std::size_t rest = shown_columns > width ? shown_columns - width : 0;
+    const std::size_t before = shown_columns;
+    const std::size_t rest = before > width ? before - width : 0;
     write("\r" + std::string(line) + std::string(rest, ' '));
     shown_columns = width;
 }
@@ -65,6 +68,19 @@ void show(std::string_view line) {
 void erase() {
     if (shown_columns == 0) return;
     write("\r" + std::string(shown_columns, ' ') + "\r");
+    shown_columns = 0;
+}
+
+void erase_in_handler() {
+    constexpr std::string_view kBlanks = "                                ";
+    const auto put = [](std::string_view text) {
+        [[maybe_unused]] const ssize_t ignored = ::write(STDERR_FILENO, text.data(), text.size());
+    };
+    if (shown_columns == 0) return;
+    put("\r");
+    for (std::size_t left = shown_columns; left > 0; left -= std::min(left, kBlanks.size()))
+        put(kBlanks.substr(0, left));
+    put("\r");
     shown_columns = 0;
 }
 

@@ -22,6 +22,8 @@ void say(std::string_view line);
 // background. line fits columns().
 void show(std::string_view line);
 void erase();
+// The same, from the handler of a signal.
+void erase_in_handler();
 
 // What a line that is shown may take.
 std::size_t columns();

@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tslwnfs/terminal/interruption.h"
+
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstddef>
+#include <cstdlib>
+#include <string>
+
+#include "tslwnfs/terminal/screen.h"
+#include "tslwnfs/terminal/text.h"
+
+namespace terminal {
+namespace {
+
+constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP};
+constexpr int kSignalBase = 128;  // of a status that tells a signal
+
+// What the handlers know of the file at hand. A name that is too long keeps its end.
+constexpr std::size_t kNameMaximum = 512;
+std::array<char, kNameMaximum> name = {};
+std::atomic<std::size_t> name_length = 0;
+std::atomic<uint64_t> written = 0, total = 0;
+std::atomic<bool> is_writing = false;
+std::atomic<int> arrived = 0;
+static_assert(std::atomic<uint64_t>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
+
+// A line put together without anything that a handler must not call.
+class Line {
+  public:
+    void add(std::string_view text) {
+        const std::size_t length = std::min(text.size(), text_.size() - used_);
+        std::copy_n(text.begin(), length, text_.begin() + static_cast<std::ptrdiff_t>(used_));
+        used_ += length;
+    }
+    // Millions with one digit behind the point.
+    void add_megabytes(uint64_t bytes) {
+        constexpr uint64_t kTenth = 100000;
+        const uint64_t tenths = bytes / kTenth + (bytes % kTenth >= kTenth / 2 ? 1 : 0);
+        add_number(tenths / 10);
+        add(".");
+        add_number(tenths % 10);
+    }
+    std::string_view text() const { return {text_.data(), used_}; }
+
+  private:
+    void add_number(uint64_t number) {
+        std::array<char, 20> digits = {};
+        std::size_t first = digits.size();
+        do {
+            digits.at(--first) = static_cast<char>('0' + number % 10);
+            number /= 10;
+        } while (number != 0);
+        add({digits.data() + first, digits.size() - first});
+    }
+
+    std::array<char, kNameMaximum + 160> text_ = {};
+    std::size_t used_ = 0;
+};
+
+// "interrupted: M/x is not complete (10.1 of 25.0 MB written)"
+void describe(Line &line, std::string_view bound) {
+    line.add("interrupted: ");
+    line.add({name.data(), name_length.load()});
+    line.add(" is not complete (");
+    line.add(bound);
+    line.add_megabytes(written);
+    if (total != 0) {
+        line.add(" of ");
+        line.add_megabytes(total);
+    }
+    line.add(" MB written)");
+}
+
+void write_all(std::string_view text) {
+    [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, text.data(), text.size());
+}
+
+// The transfer did not come to its end: what the server took is not known, only what it cannot be more than.
+[[noreturn]] void end_at_once(int signal) {
+    erase_in_handler();
+    if (is_open()) {
+        Line line;
+        line.add("tslwnfs: ");
+        describe(line, "at most ");
+        line.add("\n");
+        write_all(line.text());
+    }
+    _exit(kSignalBase + signal);
+}
+
+void on_alarm(int) {
+    end_at_once(arrived);
+}
+
+void end_by(int signal) {
+    erase_in_handler();
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+void on_signal(int signal) {
+    if (!is_writing) return end_by(signal);
+    int none = 0;
+    if (!arrived.compare_exchange_strong(none, signal)) end_at_once(none);
+    const itimerval second = {.it_interval = {}, .it_value = {.tv_sec = 1, .tv_usec = 0}};
+    setitimer(ITIMER_REAL, &second, nullptr);
+}
+
+void handle(int signal, void (*handler)(int)) {
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    sigaction(signal, &action, nullptr);
+}
+
+}  // namespace
+
+void watch_interruptions() {
+    for (const int signal : kSignals) {
+        struct sigaction before = {};
+        if (sigaction(signal, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) handle(signal, on_signal);
+    }
+    handle(SIGALRM, on_alarm);
+}
+
+UnfinishedFile::UnfinishedFile(std::string_view file_name, uint64_t bytes) {
+    std::string shown = printable(file_name);
+    if (shown.size() > kNameMaximum) shown.erase(0, shown.size() - kNameMaximum);
+    std::copy(shown.begin(), shown.end(), name.begin());
+    name_length = shown.size();
+    written = 0;
+    total = bytes;
+    is_writing = true;
+}
+
+UnfinishedFile::~UnfinishedFile() {
+    is_writing = false;
+    // It came while the last bytes were on their way.
+    if (arrived != 0) end_program(arrived);
+}
+
+void UnfinishedFile::at(uint64_t bytes) {
+    written = bytes;
+}
+
+int UnfinishedFile::interruption() {
+    return arrived;
+}
+
+void UnfinishedFile::tell(Written known) {
+    if (!is_writing) return;
+    Line line;
+    describe(line, known == Written::all ? "" : "at most ");
+    say(line.text());
+}
+
+void UnfinishedFile::end_program(int signal) {
+    std::exit(kSignalBase + signal);
+}
+
+}  // namespace terminal

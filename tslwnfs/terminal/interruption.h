@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+// SIGINT, SIGTERM and SIGHUP: nothing that is shown stays behind, and of a file that is being written a person reads
+// how much of it is there. Signals that the caller of the program ignored stay ignored.
+//
+// A transfer is asked to end itself and has a second for it, because what it waits for may never come. Everything else
+// ends by the signal at once.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace terminal {
+
+// From now on.
+void watch_interruptions();
+
+// A file that is being written: while one lives an interruption is left to the transfer, which asks for it between two
+// pieces. They do not nest.
+class UnfinishedFile {
+  public:
+    // total: bytes that are to be written; 0 when nobody knows.
+    UnfinishedFile(std::string_view name, uint64_t total);
+    ~UnfinishedFile();
+    UnfinishedFile(const UnfinishedFile &) = delete;
+    UnfinishedFile &operator=(const UnfinishedFile &) = delete;
+
+    // Tells how many bytes have been given away to be written.
+    static void at(uint64_t written);
+
+    // The signal that arrived; 0 for none.
+    static int interruption();
+
+    // Says that the file is not complete, if one is being written. at_most: nobody knows how much of what was given
+    // away is there.
+    enum class Written : uint8_t { all, at_most };
+    static void tell(Written written = Written::all);
+
+    // Ends the program as an interruption does: the status is 128 and the signal.
+    [[noreturn]] static void end_program(int signal);
+};
+
+}  // namespace terminal
