@@ -95,9 +95,10 @@ def test_an_upload_of_dd_is_cut_back_to_what_was_written(faulty, tmp_path):
     assert done.status == SIGNALS["SIGTERM"]
     told = re.search(INCOMPLETE, done.err.decode())
     assert told
-    assert (server.files / "copy").stat().st_size in (SIZE, *(len(data) * batches for batches in (1, 2, 3)))
+    left = (server.files / "copy").stat().st_size
+    assert left in (SIZE, *(len(data) * batches for batches in range(4)))
     if told[2] is None:
-        assert (server.files / "copy").stat().st_size == float(told[3]) * MB
+        assert abs(left - float(told[3]) * MB) <= 0.05 * MB + 1
 
 
 def test_a_server_that_does_not_answer_holds_nobody_up(faulty, tmp_path):

@@ -214,3 +214,115 @@ def test_piped_data_are_read_to_their_end_for_who_wants_it_strict(faulty, tmp_pa
     assert (tmp_path / "out").read_bytes() == data
     assert server.client.run("dd", "-of", server / "out", "-bs", "1m", stdin=data[:7], env=OPTIONS).status == 0
     assert (server.files / "out").read_bytes() == data[:7]
+
+
+# What is typed, and what stands behind the usage text.
+USAGE = {
+    "unknown command": (["cpoy", "a", "b"], ["cpoy is no command; did you mean copy?"]),
+    "another one": (["lst", "a"], ["lst is no command; did you mean ls?"]),
+    "nothing like it": (["frobnicate"], ["frobnicate is no command"]),
+    "option at the end": (["cp", "a", "b", "-r"], ["-r stands behind the operands"]),
+    "expanded wildcard": (["cp", "a.dbf", "b.dbf", "c.dbf"], ["one operand too many: c.dbf (quote wildcards)"]),
+    "value missing": (["enablerdma", "-s"], ["-s lacks its value"]),
+}
+
+
+@pytest.mark.parametrize("typed", USAGE)
+def test_a_usage_error_says_what_was_wrong_behind_the_usage_text(local, typed):
+    words, read = USAGE[typed]
+    piped = local.run(*words)
+    assert (piped.status, piped.err) == (1, b"") and b"TWNFS-65006" in piped.out
+    shown = local.run(*words, env=ALWAYS)
+    assert (shown.status, shown.out) == (1, piped.out)
+    assert warnings(shown) == read
+    on_terminal = Terminal(local).run(*words)
+    assert on_terminal.sent.index("TWNFS-65006") < on_terminal.sent.index(read[0])
+
+
+def test_a_server_that_is_not_named_is_asked_for(own):
+    for command in ("display_server", "delete_server"):
+        done = own.run(command, env=ALWAYS)
+        assert (done.status, warnings(done)) == (1, ["-s SERVER is missing"])
+
+
+@pytest.mark.parametrize("words", [["cp", "--help"], ["help", "cp"], ["copy", "--help"], ["?", "copy"]])
+def test_help_on_a_command_tells_its_options_behind_the_usage_text(local, words):
+    usage = local.run("help" if words[0] in ("help", "?") else "frobnicate")
+    piped = local.run(*words)
+    assert (piped.status, piped.out, piped.err) == (1, usage.out, b"")
+    shown = local.run(*words, env=ALWAYS)
+    assert (shown.status, shown.out) == (1, usage.out)
+    assert warnings(shown)[0] == "copy|cp [-i] [-r] SOURCE DESTINATION"
+    assert any(line.startswith("-i  ") for line in warnings(shown))
+
+
+@pytest.mark.parametrize("command", ["save", "wnfsenable", "umount", "restore", "createtslnfstab"])
+def test_help_on_a_command_does_nothing(own, command):
+    own.tslnfstab.write_text("server: kept\n")
+    before = sorted(os.listdir(own.tslnfstab.parent))
+    done = own.run(command, "--help", env=ALWAYS, stdin=b"y\n")
+    assert done.status == 1
+    assert warnings(done)[0].startswith(command)
+    assert own.tslnfstab.read_text() == "server: kept\n"
+    assert sorted(os.listdir(own.tslnfstab.parent)) == before
+
+
+def test_a_path_that_misses_every_mount_point_is_told_where_they_are(own, tmp_path):
+    own.tslnfstab.write_text(
+        "server: a\nexport: /e mount: /mnt/backup\nexport: /f mount: /mnt/ro\n",
+    )
+    for words in (["cat", "/mnt/bakup/f"], ["ls", "/mnt/bakup"], ["rm", "/mnt/bakup/f"], ["cp", "/mnt/bakup/f", tmp_path / "f"]):
+        done = own.run(*words, env=ALWAYS)
+        assert done.status != 0
+        assert warnings(done)[-1].endswith("; a local path: the mount points are /mnt/backup, /mnt/ro"), warnings(done)
+
+
+def test_umount_says_that_nothing_was_changed(own):
+    own.ok("createtslnfstab", "-s", "n", "-em", "/e,/m")
+    done = own.run("umount", "/m", env=ALWAYS)
+    assert done.status == 0
+    (said,) = warnings(done)
+    assert said == (
+        f"tslnfstab is unchanged: what it is without /m stands in {own.tslnfstab}.bakfile, to be put in its place"
+    )
+
+
+def test_mount_says_what_the_library_will_make_of_it(own):
+    done = own.run("mount", "/e", "/m", env=ALWAYS)
+    assert done.status == 0
+    assert warnings(done) == ["warning: tslnfstab, line 2: the mounts that begin here belong to no server"]
+    done = own.run("mount", "/e", "/m2", "-s", "n", "-f", env=ALWAYS)
+    assert (done.status, done.err) == (0, b"")
+
+
+def test_wildcards_and_paths_that_are_none_here_are_told(local, folder):
+    done = local.run("cat", f"{folder}/?.dbf", env=ALWAYS)
+    assert done.status == 4 and warnings(done)[0].endswith("; ? is no wildcard here, use *")
+    done = local.run("cat", "../folder/a.dbf", cwd=folder, env=ALWAYS)
+    assert done.status == 4 and warnings(done)[0].endswith("; write it in full")
+
+
+def test_reasons_without_progress_are_for_logs(faulty, tmp_path):
+    server = faulty()
+    server.fault("rate=2000000")
+    make_file(server.files / "big", 5_000_000)
+    reasons = {"TSLWNFS_TERMINAL": "reasons"}
+    done = server.client.run("cp", server / "big", tmp_path / "copy", env=reasons)
+    assert (done.status, done.err) == (0, b"")
+    done = server.client.run("cp", server / "none", tmp_path / "none", env=reasons)
+    assert done.status == 1 and len(warnings(done)) == 1
+
+
+def test_a_full_server_is_answered_with_a_command_that_tells_what_is_free(faulty, tmp_path):
+    server = faulty()
+    server.fault("status=WRITE:NOSPC:*")
+    done = server.client.run("cp", make_file(tmp_path / "f", 10), server / "f", env=ALWAYS)
+    assert "; tslwnfs stat -f DIRECTORY tells what is free" in warnings(done)[0]
+    assert b"free" in server.client.ok("stat", "-f", server.remote)
+
+
+def test_the_question_of_what_a_server_exports_names_it(faulty):
+    server = faulty()
+    server.fault("status=MNT:NOENT:*")
+    done = server.client.run("ls", server.remote, env=ALWAYS)
+    assert warnings(done)[-1].endswith("; does the server export that? tslwnfs showmount -e faulty lists it")

@@ -127,10 +127,10 @@ FAILURES = {
     "exists": (["mkdir", "{0}"], r"{0}: server \S+: MKDIR: the name exists already \(NFS[34]ERR_EXIST\)"),
     "nothing matches": (["rm", "{0}/*.none"], r"no name matches {0}/\*\.none"),
     "itself": (["cp", "{2}/file", "{2}/file"], r"{2}/file and {2}/file are the same file"),
-    "no local file": (["cp", "{2}/none", "{0}/x"], r"The file {2}/none could not be opened: No such file or directory"),
+    "no local file": (["cp", "{2}/none", "{0}/x"], r"The file {2}/none could not be opened: No such file or directory; a local path: the mount points are .*"),
     "no local directory": (
         ["cp", "{2}/file", "{2}/none/x"],
-        r"The file {2}/none/x could not be opened: No such file or directory",
+        r"The file {2}/none/x could not be opened: No such file or directory; a local path: the mount points are .*",
     ),
 }
 
@@ -156,7 +156,7 @@ def test_a_failure_is_told_in_one_line(server, place, read_only_place, tmp_path,
 
 # What the server answers to which request, the command that makes it, and what the person reads.
 ANSWERS = {
-    "WRITE:NOSPC": (["cp", "{local}", "{remote}/new"], "WRITE: no space left on the server", "tslwnfs fsstat DIRECTORY tells"),
+    "WRITE:NOSPC": (["cp", "{local}", "{remote}/new"], "WRITE: no space left on the server", "tslwnfs stat -f DIRECTORY tells"),
     "COMMIT:IO": (["cp", "{local}", "{remote}/new"], "COMMIT: the server's disk failed", ""),
     "CREATE:ACCES": (["cp", "{local}", "{remote}/new"], "CREATE: permission denied", "the user and group that count are the caller's"),
     "READ:IO": (["cat", "{remote}/file"], "READ: the server's disk failed", ""),
@@ -177,7 +177,8 @@ def test_an_answer_of_the_server_is_told_with_what_to_try(faulty, tmp_path, answ
     words = [word.format(local=local, remote=server.remote) for word in words]
     shown = Terminal(server.client).run(*words)
     assert shown.status != 0
-    (said,) = shown.said
+    said, *behind = shown.said
+    assert all(line.startswith(f"tslwnfs: interrupted: {server.remote}/new is not complete") for line in behind)
     assert said.startswith(f"tslwnfs: {server.remote}")
     assert f": server faulty: {why}" in said
     assert advice in said

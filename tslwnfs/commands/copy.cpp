@@ -104,6 +104,7 @@ uint32_t copy_file(SourceFile &source, const Operand &operand, DestinationFile &
     if (!transfer_data(source, destination, unfinished, requests, kRecords)) return 1;
     if (!close_streams(source, destination, kRecords)) return 1;
     if (!finish_transfer(source, destination, source.size, kRecords)) return 1;
+    unfinished.end();
     return !mode || finish_mode(kRecords.function, destination, *mode) ? 0 : 1;
 }
 

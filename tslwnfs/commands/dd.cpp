@@ -322,5 +322,7 @@ uint32_t ddfile(const Operand &input, const Operand &output) {
     if (!copy_data(run, unfinished) || !finish_output(run)) return 1;
     // Standard output has nothing to be finished, like a local file.
     if (offound == 0) run.destination.local = true;
-    return finish_transfer(run.source, run.destination, run.size, kDdRecords) ? 0 : 1;
+    if (!finish_transfer(run.source, run.destination, run.size, kDdRecords)) return 1;
+    if (unfinished) unfinished->end();
+    return 0;
 }

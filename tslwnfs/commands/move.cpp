@@ -176,6 +176,7 @@ uint32_t move_file(Move &move, RequestSlots &requests) {
     UnfinishedDestination unfinished(destination, source.size);
     if (!transfer_data(source, destination, unfinished, requests, kRecords)) return 1;
     if (!is_destination_safe(move, requests)) return 1;
+    unfinished.end();
     if (!(source.local ? delete_local(move) : delete_remote(move))) return 1;
     // Deleted as it was: there is nothing left to cut back.
     source.extended = false;

@@ -5,6 +5,10 @@
 #include "tslwnfs/options/options.h"
 #include "tslwnfs/storage/transfer.h"
 
+UnfinishedDestination::~UnfinishedDestination() {
+    if (!ended_) terminal::UnfinishedFile::note();
+}
+
 void UnfinishedDestination::at(uint64_t end) {
     terminal::UnfinishedFile::at(end);
     if (terminal::UnfinishedFile::interruption() != 0) give_up(end);

@@ -13,6 +13,14 @@ class UnfinishedDestination {
     UnfinishedDestination(const DestinationFile &destination, uint64_t size)
         : destination_(destination), file_(destination.path.view(), size) {}
 
+    // Without an end() it failed, of which a person reads behind the reason.
+    ~UnfinishedDestination();
+    UnfinishedDestination(const UnfinishedDestination &) = delete;
+    UnfinishedDestination &operator=(const UnfinishedDestination &) = delete;
+
+    // Everything is there.
+    void end() { ended_ = true; }
+
     // Between two pieces: the bytes up to end have been given away to be written. When an interruption has arrived,
     // what was given away is brought to the server, a file that was made for it is made as long as that, a person reads
     // how much there is, and the program ends.
@@ -23,4 +31,5 @@ class UnfinishedDestination {
 
     const DestinationFile &destination_;
     terminal::UnfinishedFile file_;
+    bool ended_ = false;
 };

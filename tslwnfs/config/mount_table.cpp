@@ -10,12 +10,14 @@
 
 #include "platform/path_buffer.h"
 #include "tslwnfs/config/block_values.h"
+#include "tslwnfs/config/reading.h"
 #include "tslwnfs/config/tslnfstab_file.h"
 #include "tslwnfs/config/warning.h"
 #include "tslwnfs/config/whole_file.h"
 #include "tslwnfs/output/messages.h"
 #include "tslwnfs/storage/resolve.h"
 #include "tslwnfs/storage/wildcard.h"
+#include "tslwnfs/terminal/screen.h"
 
 namespace {
 
@@ -93,6 +95,16 @@ void put_pair(std::string &out, std::string_view key, std::string_view value) {
     out.append("\n").append(key).append(" ").append(value).append(" ");
 }
 
+// What the storage library will make of what was added, where that is not what was meant.
+void warn_of_problems(std::string_view before, const PathBuffer &path) {
+    std::string file;
+    if (!read_whole_file(path.c_str(), file)) return;
+    const auto known = problems_of(before);
+    for (const auto &problem : problems_of(file)) {
+        if (std::ranges::find(known, problem) == known.end()) terminal::say("warning: tslnfstab, " + problem);
+    }
+}
+
 }  // namespace
 
 std::string without_mount(std::string_view file, std::string_view mount_point) {
@@ -136,8 +148,12 @@ uint32_t tslwnfs_mount_otab(const char *export_path, const char *mount_point, co
     ConfigurationLock lock;
     if (!find_and_lock_tslnfstab(kMountFunction, path, lock) || is_left_in_backup(kMountFunction, path)) return 1;
     const std::string block = mount_text(settings);
-    if (server.replace != 0) return replace_tslnfstab(kMountFunction, path, block, lock);
-    return append_to_tslnfstab(kMountFunction, path, "\n" + block, lock);
+    std::string before;
+    if (server.replace != 0 || !read_whole_file(path.c_str(), before)) before.clear();
+    const uint32_t status = server.replace != 0 ? replace_tslnfstab(kMountFunction, path, block, lock)
+                                                : append_to_tslnfstab(kMountFunction, path, "\n" + block, lock);
+    if (status == 0) warn_of_problems(before, path);
+    return status;
 }
 
 uint32_t umount_otab(const char *mount_point) {
@@ -165,5 +181,11 @@ uint32_t tslwnfs_umount_otab(const char *mount_point) {
         trace_message(kUmountFunction, Message::file_unopenable, filtered.c_str());
         return 1;
     }
-    return write_copy(kUmountFunction, std::string(path.view()), filtered, without_mount(file, mount_point));
+    const uint32_t status =
+        write_copy(kUmountFunction, std::string(path.view()), filtered, without_mount(file, mount_point));
+    if (status == 0) {
+        terminal::say("tslnfstab is unchanged: what it is without " + std::string(mount_point) + " stands in " +
+                      filtered + ", to be put in its place");
+    }
+    return status;
 }

@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "nfstdm/mounts/tslnfstab.h"
 #include "tslwnfs/config/config.h"
+#include "tslwnfs/config/reading.h"
 #include "tslwnfs/config/server_deletion.h"
 #include "tslwnfs/config/tslnfstab_file.h"
 #include "tslwnfs/config/tslnfstab_lines.h"
@@ -73,16 +73,6 @@ std::string consequence(const ServerDeletion &deletion, bool removes_something) 
         names += (names.empty() ? "" : ", ") + name;
     return (names.empty() ? "another block" : "the block of server " + names) +
            " is removed; tslnfstab.old is the file as it was";
-}
-
-// The mount points of a configuration, as they stand there.
-std::vector<std::string> mount_points_of(std::string_view file) {
-    std::vector<std::string> mount_points;
-    for (const auto &server : nfstdm::read_tslnfstab(file).servers) {
-        for (const auto &entry : server.exports)
-            mount_points.push_back(entry.mount_point);
-    }
-    return mount_points;
 }
 
 // A block replaces the one that its server had, and with it exports that it does not have.

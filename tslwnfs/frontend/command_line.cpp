@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "tslwnfs/frontend/command_table.h"
+#include "tslwnfs/frontend/guidance.h"
 #include "tslwnfs/options/option_words.h"
 #include "tslwnfs/options/options.h"
 #include "tslwnfs/options/strict.h"
@@ -83,7 +84,15 @@ ParseOutcome take_log(Words &words) {
 ParseOutcome take_command(Words &words) {
     const char *word = words.take();
     const Command *command = word != nullptr ? find_command(word) : nullptr;
-    if (command == nullptr) return ParseOutcome::usage;
+    if (command == nullptr) {
+        if (word != nullptr) note_unknown_command(word);
+        return ParseOutcome::usage;
+    }
+    if (words.is("--help") && words.left() == 1) {
+        ask_for_synopsis(word);
+        return ParseOutcome::usage;
+    }
+    if (command->code == kNoCommand && !words.done()) ask_for_synopsis(words.current());
     commandtype = command->code;
     const ParseOutcome outcome = command->grammar(words);
     if (!words.done()) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/frontend/doubts.h"
 
+#include <optional>
 #include <utility>
 
 #include "tslwnfs/options/strict.h"
@@ -22,12 +23,17 @@ bool is_watched() {
     return terminal::is_open() || is_strict(Strict::options);
 }
 
+std::optional<FileIdentity> look_besides(const std::string &path) {
+    const terminal::AskedBesides besides;
+    return look_at(path, LastLink::follow);
+}
+
 bool exists(const std::string &path) {
-    return look_at(path, LastLink::follow).has_value();
+    return look_besides(path).has_value();
 }
 
 bool is_directory(const std::string &path) {
-    const auto found = look_at(path, LastLink::follow);
+    const auto found = look_besides(path);
     return found && found->directory;
 }
 
@@ -35,7 +41,7 @@ bool is_directory(const std::string &path) {
 
 void warn_of_lowered_destination(const std::string &typed, const std::string &built) {
     if (!terminal::is_open() || typed == built) return;
-    const auto found = look_at(typed, LastLink::follow);
+    const auto found = look_besides(typed);
     if (!found) return;
     terminal::say("warning: " + typed + ": the last name is put in lower case, so that it goes to " + built + "; " +
                   (found->directory ? "write " + typed + "/NAME, or set TSLWNFS_STRICT=names"
@@ -47,6 +53,14 @@ void hint_at_lowered_source(const std::string &directory, const std::string &nam
     if (!terminal::is_open() || lower == name) return;
     if (exists(directory + "/" + name) || !exists(directory + "/" + lower)) return;
     terminal::note_hint(lower + " is there: names that the program builds are in lower case");
+}
+
+void hint_at_unusable_operand(const std::string &operand) {
+    if (operand.find('?') != std::string::npos) {
+        terminal::note_hint("? is no wildcard here, use *");
+    } else if (operand.find("..") != std::string::npos) {
+        terminal::note_hint("write it in full");
+    }
 }
 
 bool CopiesToOneName::found(const std::string &destination) {

@@ -13,6 +13,9 @@ void warn_of_lowered_destination(const std::string &typed, const std::string &bu
 // A source that was typed could not be used: hints at the one that is there under its name in lower case.
 void hint_at_lowered_source(const std::string &directory, const std::string &name);
 
+// An operand that was typed could not be resolved: hints at what is wrong with it.
+void hint_at_unusable_operand(const std::string &operand);
+
 // Where the files of one copy go. Several files that go to one name leave only the last of them.
 class CopiesToOneName {
   public:

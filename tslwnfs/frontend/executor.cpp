@@ -129,6 +129,7 @@ struct SplitPath {
 // Resolves an operand's trimmed text. What is traced is the operand as it was given.
 bool resolve(const std::string &text, const Operand &given, PathBuffer &resolved) {
     if (resolve_path(given.is_typed() ? Operand(text.c_str()) : Operand::ready(text.c_str()), resolved)) return true;
+    if (given.is_typed()) hint_at_unusable_operand(text);
     trace_message(kFunction, Message::path_unresolvable, given.shown());
     return false;
 }
@@ -184,7 +185,10 @@ class FileRun {
         } else {
             run_on(first_, source_->name, source_->name, typed_);
         }
-        if (files_ == 0 && typed_) terminal::note_remark("no name matches " + first_);
+        if (files_ == 0 && typed_) {
+            terminal::note_remark("no name matches " + first_);
+            hint_at_unusable_operand(first_);
+        }
         if (files_ == 0 && listed_ && !typed_) {
             kept_ = nothing_inside();  // a directory that is walked may well be empty
         } else if (files_ == 0 || kept_ == kUnusable) {

@@ -9,8 +9,10 @@
 #include "platform/home.h"
 #include "tslwnfs/client/nfsids.h"
 #include "tslwnfs/commands/executor.h"
+#include "tslwnfs/config/reading.h"
 #include "tslwnfs/frontend/command_line.h"
 #include "tslwnfs/frontend/command_table.h"
+#include "tslwnfs/frontend/guidance.h"
 #include "tslwnfs/frontend/usage.h"
 #include "tslwnfs/options/options.h"
 #include "tslwnfs/options/strict.h"
@@ -54,6 +56,7 @@ bool check_operands() {
     const bool wants_first = required == Required::first || required == Required::both;
     const bool wants_second = required == Required::second || required == Required::both;
     if (wants_first && fname == nullptr) {
+        if (command->grammar == parse_server) terminal::note_failure("-s SERVER is missing");
         trace_message(kFunction, Message::first_operand_missing);
     } else if (wants_second && fname1 == nullptr) {
         trace_message(kFunction, Message::second_operand_missing);
@@ -67,6 +70,13 @@ bool check_operands() {
 void set_depth() {
     const bool given = commandtype == kFind && (COMMAND_OPTION & kFindMaxdepth) != 0;
     maxdepth = given ? find_maxdepth_n : kDefaultDepth;
+}
+
+// A mistyped mount point makes a local path.
+void note_mount_points() {
+    const Command *command = command_of(commandtype);
+    if (!terminal::is_open() || command == nullptr || command->execution != Execution::on_files) return;
+    terminal::note_mount_points(configured_mount_points());
 }
 
 bool succeeded(uint32_t status, MessageOf<uint32_t> failure) {
@@ -109,6 +119,7 @@ int run_session() {
     tdm_tslinit(&octx);
     if (octx.trace_on == 1) log_enabled = trace_enabled = 1;
     apply_dd_defaults();
+    note_mount_points();
     if (!check_operands()) return 1;
     set_depth();
     if (!open_session()) return 1;
@@ -153,5 +164,6 @@ int run_utility(std::span<char *> words) {
     } else {
         terminal::tell_warning();
     }
+    tell_synopsis();
     return status;
 }

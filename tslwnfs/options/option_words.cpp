@@ -10,6 +10,7 @@
 
 #include "tslwnfs/options/options.h"
 #include "tslwnfs/options/strict.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -59,7 +60,11 @@ void skip_options(Words &words) {
 ParseOutcome take_operands(Words &words, int maximum) {
     fname = words.take();
     if (maximum > 1) fname1 = words.take();
-    return words.done() ? ParseOutcome::accepted : ParseOutcome::usage;
+    if (words.done()) return ParseOutcome::accepted;
+    const std::string word = words.current();
+    terminal::note_failure(words.at_option() ? word + " stands behind the operands"
+                                             : "one operand too many: " + word + " (quote wildcards)");
+    return ParseOutcome::usage;
 }
 
 ParseOutcome take_value_options(Words &words, std::span<const ValueOption> options) {
@@ -71,7 +76,10 @@ ParseOutcome take_value_options(Words &words, std::span<const ValueOption> optio
             object_to_unknown(word);
             continue;
         }
-        if (words.done() || words.at_option()) return ParseOutcome::usage;
+        if (words.done() || words.at_option()) {
+            terminal::note_failure(std::string(word) + " lacks its value");
+            return ParseOutcome::usage;
+        }
         *known->target = words.take();
     }
     return ParseOutcome::accepted;

@@ -18,8 +18,8 @@ namespace {
 enum class Reported : uint8_t { completion_count, status };
 
 [[noreturn]] void end_process() {
+    terminal::UnfinishedFile::note();
     terminal::tell_reason();
-    terminal::UnfinishedFile::tell(terminal::UnfinishedFile::Written::at_most);
     flush_output();
     std::exit(EXIT_FAILURE);
 }

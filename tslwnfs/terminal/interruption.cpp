@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "tslwnfs/terminal/reasons.h"
 #include "tslwnfs/terminal/screen.h"
 #include "tslwnfs/terminal/text.h"
 
@@ -154,11 +155,17 @@ int UnfinishedFile::interruption() {
     return arrived;
 }
 
-void UnfinishedFile::tell(Written known) {
+void UnfinishedFile::tell() {
+    Line line;
+    describe(line, "");
+    say(line.text());
+}
+
+void UnfinishedFile::note() {
     if (!is_writing) return;
     Line line;
-    describe(line, known == Written::all ? "" : "at most ");
-    say(line.text());
+    describe(line, "at most ");
+    note_aftermath(line.text());
 }
 
 void UnfinishedFile::end_program(int signal) {

@@ -30,10 +30,10 @@ class UnfinishedFile {
     // The signal that arrived; 0 for none.
     static int interruption();
 
-    // Says that the file is not complete, if one is being written. at_most: nobody knows how much of what was given
-    // away is there.
-    enum class Written : uint8_t { all, at_most };
-    static void tell(Written written = Written::all);
+    // Says that the file at hand is not complete, and that all of what was given away is there.
+    static void tell();
+    // Notes the same for the reason of a failure, if there is a file at hand; how much of it is there nobody knows.
+    static void note();
 
     // Ends the program as an interruption does: the status is 128 and the signal.
     [[noreturn]] static void end_program(int signal);

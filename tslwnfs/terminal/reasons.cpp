@@ -15,14 +15,18 @@ constexpr uint32_t kStale = 70;  // a stale handle, in the numbers of the storag
 
 struct Reason {
     std::string text;
-    uint32_t status = 0;  // the library's
+    uint32_t status = 0;              // the library's
+    bool is_missing_locally = false;  // no such file
 };
 
-Reason library;       // what the library said since the last note
-Reason failure;       // the first one
-Reason remark;        // the last one
-std::string hint;     // what may be behind it
+Reason library;    // what the library said since the last note
+Reason failure;    // the first one
+Reason remark;     // the last one
+std::string hint;  // what may be behind it
+std::string aftermath;
+bool asked_besides = false;
 std::string trouble;  // with tslnfstab
+std::string mounts;   // "the mount points are ..."
 
 // What a line of prose does without.
 std::string_view without_end(std::string_view text) {
@@ -38,7 +42,7 @@ void keep(Reason reason) {
 Reason system_reason(std::string_view what, int error) {
     std::string text(without_end(what));
     if (error != 0) text = text + ": " + std::strerror(error);
-    return {text};
+    return {text, 0, error == ENOENT};
 }
 
 bool is_about_mounting(const Reason &reason) {
@@ -55,6 +59,15 @@ bool is_about_security(const Reason &reason) {
     return reason.text.find(" with security ") != std::string::npos;
 }
 
+// The question that the server of a reason answers, by the name that tslnfstab has for it.
+std::string showmount(const Reason &reason) {
+    constexpr std::string_view kServer = "server ";
+    const std::size_t server = reason.text.find(kServer);
+    const std::size_t begin = server == std::string::npos ? reason.text.size() : server + kServer.size();
+    const std::string name = reason.text.substr(begin, reason.text.find(':', begin) - begin);
+    return "tslwnfs showmount -e " + (name.empty() ? "SERVER" : name);
+}
+
 // What to try.
 std::string advice(const Reason &reason) {
     switch (reason.status) {
@@ -65,16 +78,16 @@ std::string advice(const Reason &reason) {
         case ETIMEDOUT:
             return "is the server up, and is its address in tslnfstab right?";
         case ENOENT:
-            return is_about_mounting(reason) ? "does the server export that? tslwnfs showmount -e SERVER lists it" : "";
+            return is_about_mounting(reason) ? "does the server export that? " + showmount(reason) + " lists it" : "";
         case EACCES:
         case EPERM:
             if (is_about_security(reason) || !is_about_server(reason)) return {};
-            return is_about_mounting(reason) ? "does the server admit this host? tslwnfs showmount -e SERVER tells"
+            return is_about_mounting(reason) ? "does the server admit this host? " + showmount(reason) + " tells"
                                              : "the user and group that count are the caller's, unless tslnfstab "
                                                "names others for the server";
         case EDQUOT:
         case ENOSPC:
-            return "tslwnfs fsstat DIRECTORY tells what is free";
+            return "tslwnfs stat -f DIRECTORY tells what is free";
         case kStale:
             return "it was removed or replaced on the server meanwhile; try again";
         default:
@@ -83,23 +96,33 @@ std::string advice(const Reason &reason) {
 }
 
 std::string with_advice(const Reason &reason) {
-    const std::string more = hint.empty() ? advice(reason) : hint;
+    std::string more = hint.empty() ? advice(reason) : hint;
+    if (more.empty() && reason.is_missing_locally) more = mounts;
     return more.empty() ? reason.text : reason.text + "; " + more;
 }
 
 void forget() {
     library = failure = remark = {};
     hint.clear();
+    aftermath.clear();
 }
 
 }  // namespace
 
+AskedBesides::AskedBesides() {
+    asked_besides = true;
+}
+
+AskedBesides::~AskedBesides() {
+    asked_besides = false;
+}
+
 void note_library_reason(uint32_t status, std::string_view why) {
-    library = {std::string(why), status};
+    if (!asked_besides) library = {std::string(why), status, false};
 }
 
 void note_failure(std::string_view what) {
-    keep({std::string(without_end(what))});
+    keep({std::string(without_end(what)), 0, false});
 }
 
 void note_system_failure(std::string_view what, int error) {
@@ -124,6 +147,18 @@ void note_hint(std::string_view what) {
     hint = what;
 }
 
+void note_aftermath(std::string_view what) {
+    aftermath = what;
+}
+
+void note_mount_points(const std::vector<std::string> &mount_points) {
+    constexpr std::size_t kShown = 5;
+    mounts.clear();
+    for (std::size_t i = 0; i < mount_points.size() && i < kShown; ++i)
+        mounts += (i == 0 ? "a local path: the mount points are " : ", ") + mount_points[i];
+    if (mount_points.size() > kShown) mounts += ", and more";
+}
+
 void note_configuration_trouble(std::string_view what) {
     trouble = what;
 }
@@ -138,6 +173,7 @@ void tell_reason() {
     if (reason->text.empty()) reason = &library;
     if (reason->text.empty()) reason = &remark;
     if (!reason->text.empty()) say(with_advice(*reason));
+    if (!aftermath.empty()) say(aftermath);
     if (!trouble.empty()) say("warning: " + std::exchange(trouble, {}));
     forget();
 }

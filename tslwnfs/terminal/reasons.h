@@ -4,12 +4,23 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace terminal {
 
 // The storage library failed with a status and says why. It stands for what is noted next as the library's.
 void note_library_reason(uint32_t status, std::string_view why);
+
+// While one lives, what the library says is not noted: it is asked for what a person might want to know besides.
+class AskedBesides {
+  public:
+    AskedBesides();
+    ~AskedBesides();
+    AskedBesides(const AskedBesides &) = delete;
+    AskedBesides &operator=(const AskedBesides &) = delete;
+};
 
 // Something failed, and this says it all. The first such failure is the one that is told.
 void note_failure(std::string_view what);
@@ -23,6 +34,12 @@ void note_remark(std::string_view what, int error = 0);
 
 // What may be behind a failure of what is at hand, if it fails: told with its reason.
 void note_hint(std::string_view what);
+
+// What the failure leaves behind: a line of its own behind the reason.
+void note_aftermath(std::string_view what);
+
+// Where the servers are: told with a failure at a local path that does not exist. At most a few.
+void note_mount_points(const std::vector<std::string> &mount_points);
 
 // Something is wrong with tslnfstab: told once, after the first failure.
 void note_configuration_trouble(std::string_view what);

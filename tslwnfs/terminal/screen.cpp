@@ -20,6 +20,7 @@ namespace {
 constexpr std::size_t kUsualColumns = 80;
 
 bool opened = false;
+bool shows = true;  // what the next line replaces
 std::atomic<std::size_t> shown_columns = 0;
 
 void write(const std::string &text) {
@@ -36,7 +37,9 @@ bool is_in_front() {
 
 void open() {
     constexpr std::size_t kLongest = 16;  // characters of the variable that can mean anything
-    opened = isatty(STDERR_FILENO) != 0 || platform_environment("TSLWNFS_TERMINAL", kLongest) == "always";
+    const auto wanted = platform_environment("TSLWNFS_TERMINAL", kLongest);
+    shows = wanted != "reasons";
+    opened = isatty(STDERR_FILENO) != 0 || wanted == "always" || wanted == "reasons";
 }
 
 void close() {
@@ -56,7 +59,7 @@ void say(std::string_view line) {
 }
 
 void show(std::string_view line) {
-    if (!opened || !is_in_front()) return;
+    if (!opened || !shows || !is_in_front()) return;
     // Spaces and a carriage return are all that every terminal understands.
     const std::size_t width = columns_of(line);
     const std::size_t before = shown_columns;

@@ -8,8 +8,8 @@
 
 namespace terminal {
 
-// From now on things are said and shown, when standard error is a terminal or TSLWNFS_TERMINAL is "always". Without
-// this call nothing ever is.
+// From now on things are said and shown, when standard error is a terminal or TSLWNFS_TERMINAL is "always"; where that
+// is "reasons" they are said, and nothing is shown. Without this call nothing ever is.
 void open();
 // Nothing is said and shown any more.
 void close();

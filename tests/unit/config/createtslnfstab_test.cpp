@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -209,6 +210,15 @@ TEST_F(CreateTslnfstab, WarnsOfAServerThatCannotBeUsed) {
               "31536000\n");
     EXPECT_EQ(create(""), done());
     EXPECT_EQ(trace(), "[n],createtslnfstab the server cannot be used: server: \"\" cannot be read\n");
+}
+
+TEST_F(CreateTslnfstab, WarnsOfAMountPointWithCapitals) {
+    tab_info.server = "a";
+    tab_info.exports =
+        std::vector<ExportEntry>{{"/E", "/mnt/Backup", std::nullopt}, {"/e", "/mnt/plain", std::nullopt}};
+    EXPECT_EQ(run(createtslnfstab), done());
+    EXPECT_THAT(trace(), testing::StartsWith("[n],createtslnfstab mount point /mnt/Backup: a copy to it by this name"));
+    EXPECT_THAT(trace(), testing::Not(testing::HasSubstr("/mnt/plain")));
 }
 
 TEST_F(CreateTslnfstab, SaysNothingOfWhatIsUnused) {

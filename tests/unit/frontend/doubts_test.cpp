@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a person at a terminal reads of a command line that is carried out otherwise than it was most likely meant.
+#include <cerrno>
+
 #include "front_end_fixture.h"
+#include "tslwnfs/frontend/command_table.h"
 #include "tslwnfs/options/strict.h"
 #include "tslwnfs/terminal/reasons.h"
 #include "tslwnfs/terminal/screen.h"
@@ -142,6 +145,38 @@ TEST_F(Doubts, OfANameThatIsMissingNameTheOneInLowerCase) {
               "tslwnfs: no such file; full.dbf is there: names that the program builds are in lower case\n");
     recorder().existing = {};
     EXPECT_EQ(said("cat /mnt/Full.DBF"), "tslwnfs: no such file\n");
+}
+
+TEST_F(Doubts, OfAWordThatIsNoCommandNameTheOneThatWasMeant) {
+    for (const auto &[line, read] : {std::pair{"cpoy a b", "cpoy is no command; did you mean copy?"},
+                                     std::pair{"fnid /a", "fnid is no command; did you mean find?"},
+                                     std::pair{"showmonut -e s", "showmonut is no command; did you mean showmount?"},
+                                     std::pair{"frobnicate", "frobnicate is no command"}}) {
+        EXPECT_EQ(said(line), "tslwnfs: " + std::string(read) + "\n");
+        EXPECT_EQ(status_, 1);
+    }
+}
+
+TEST_F(Doubts, AreAnsweredWithASynopsisOfEveryCommand) {
+    for (const auto &command : command_table()) {
+        if (command.words[0] == nullptr || command.code == kNoCommand) continue;
+        const std::string word = command.words[0];
+        EXPECT_THAT(said(word + " --help"), testing::StartsWith("tslwnfs: " + word)) << word;
+        EXPECT_EQ(status_, 1);
+        EXPECT_THAT(recorder().calls, IsEmpty()) << word;
+        EXPECT_THAT(said("help " + word), testing::StartsWith("tslwnfs: " + word)) << word;
+    }
+    EXPECT_THAT(said("help nothing"), IsEmpty());
+}
+
+TEST_F(Doubts, OfAPathThatIsMissingNameTheMountPoints) {
+    recorder().mount_points = {"/mnt/a", "/mnt/b"};
+    recorder().on_failure = [] { terminal::note_system_failure("/mnt/x", ENOENT); };
+    recorder().answers["catfile"] = {1, 1};
+    EXPECT_EQ(said("cat /mnt/x"),
+              "tslwnfs: /mnt/x: No such file or directory; a local path: the mount points are /mnt/a, /mnt/b\n");
+    recorder().mount_points = {};
+    EXPECT_EQ(said("cat /mnt/x"), "tslwnfs: /mnt/x: No such file or directory\n");
 }
 
 TEST_F(Doubts, StayUntoldWhereNobodyLooks) {

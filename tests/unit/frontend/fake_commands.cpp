@@ -7,6 +7,7 @@
 #include "tslwnfs/commands/listing.h"
 #include "tslwnfs/config/config.h"
 #include "tslwnfs/config/mount_table.h"
+#include "tslwnfs/config/reading.h"
 #include "tslwnfs/netdisc/netdisc.h"
 #include "tslwnfs/options/options.h"
 
@@ -120,6 +121,10 @@ uint32_t isPathOnWNFS(const char *home, const char *path) {
 }
 uint32_t showMount(const char *server) {
     return note("showMount", server);
+}
+
+std::vector<std::string> configured_mount_points() {
+    return recorder().mount_points;
 }
 
 uint32_t createtslnfstab() {

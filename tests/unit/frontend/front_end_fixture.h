@@ -19,6 +19,7 @@
 #include "tslwnfs/options/options.h"
 #include "tslwnfs/output/catalogue_access.h"
 #include "tslwnfs/output/streams.h"
+#include "tslwnfs/terminal/reasons.h"
 
 constexpr auto kAccepted = ParseOutcome::accepted;
 constexpr auto kUsage = ParseOutcome::usage;
@@ -43,6 +44,7 @@ class FrontEnd : public testing::Test {
         reset_options();
         recorder() = {};
         messages_catalogue().forget();
+        terminal::tell_reason();  // nothing that was noted before
     }
     ~FrontEnd() override {
         static_cast<void>(finish_output(0));

@@ -17,6 +17,7 @@ struct Recorder {
     std::set<std::string> unresolvable;                   // operands that cannot be resolved
     std::set<std::string> directories;                    // destinations that are directories
     std::map<std::string, bool> existing;                 // what is looked at; true for a directory
+    std::vector<std::string> mount_points;                // of the configuration
     bool allowed = true;                                  // the caller may use the utility
     bool has_identity = true;
     std::function<void()> on_failure = [] {};  // done by a call that is told to fail

@@ -76,7 +76,7 @@ TEST_F(Reasons, AddsWhatToTry) {
              {EACCES, "/m: server s: export /e is not offered with security sys, only with krb5", ""},
              {EACCES, "/home/dbs/tslnfstab: Permission denied", ""},
              {EACCES, "/m/f: server s: CREATE: not allowed", "; the user and group that count are the caller's"},
-             {ENOSPC, "/m/f: server s: WRITE: full", "; tslwnfs fsstat"},
+             {ENOSPC, "/m/f: server s: WRITE: full", "; tslwnfs stat -f"},
              {70, "/m/f: server s: READ: stale", "; it was removed or replaced"},
          }) {
         note_library_reason(one.status, one.reason);
