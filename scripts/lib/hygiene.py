@@ -65,8 +65,8 @@ STACKS = [
         "include platform nfstdm/base nfstdm/rpc/auth nfstdm/nfs3 nfstdm/mounts",
     ),
     (
-        "tools/loopnfsd/base tools/loopnfsd/faults tools/loopnfsd/store tools/loopnfsd/wire tools/loopnfsd/nfs"
-        " tools/loopnfsd",
+        "tools/loopnfsd/base tools/loopnfsd/faults tools/loopnfsd/store tools/loopnfsd/wire tools/loopnfsd/files"
+        " tools/loopnfsd/nfs tools/loopnfsd/nfs4 tools/loopnfsd",
         "nfstdm/base nfstdm/xdr nfstdm/rpc/message nfstdm/portmap nfstdm/remote nfstdm/nfs3",
     ),
 ]

@@ -77,7 +77,8 @@ struct Server {
     loopnfsd::Faults faults;
     loopnfsd::Statistics statistics;
     loopnfsd::Tree tree{exports};
-    loopnfsd::NfsService nfs{exports, tree, faults, settings};
+    loopnfsd::SharedFiles files{exports, tree, faults, settings};
+    loopnfsd::NfsService nfs{files};
     loopnfsd::MountService mount{exports, tree, faults, {"group"}};
     loopnfsd::PortmapService portmap;
     loopnfsd::Dispatcher dispatcher{{&nfs, &mount, &portmap}, faults, statistics};

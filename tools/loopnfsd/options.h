@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "tools/loopnfsd/faults/fault_spec.h"
-#include "tools/loopnfsd/nfs/nfs.h"
+#include "tools/loopnfsd/files/shared_files.h"
 #include "tools/loopnfsd/wire/listener.h"
 
 namespace loopnfsd {

@@ -23,7 +23,8 @@ constexpr std::size_t kAroundData = 4096;  // of a WRITE call, and more than any
 
 Server::Services::Services(const ExportTable &exports, Faults &faults, Statistics &statistics, const Options &options)
     : tree(exports),
-      nfs(exports, tree, faults, options.service),
+      files(exports, tree, faults, options.service),
+      nfs(files),
       mount(exports, tree, faults, options.groups),
       dispatcher(
           options.portmap_port ? std::vector<Program *>{&nfs, &mount, &portmap} : std::vector<Program *>{&nfs, &mount},
@@ -108,14 +109,14 @@ void Server::run_until_readable(int descriptor) {
     loop_.watch(descriptor, POLLIN, [&](short) { readable = true; });
     loop_.run_until([&] { return readable; });
     loop_.forget(descriptor);
-    services_->nfs.store_unstable();
+    services_->files.store_unstable();
     if (!options_.port_file.empty()) std::remove(options_.port_file.c_str());
 }
 
 void Server::add_fault(const Fault &fault) {
     if (fault.kind != FaultKind::forget) return faults_.add(fault);
     faults_.note(FaultKind::forget);  // happens now and is over
-    services_->nfs.forget_unstable();
+    services_->files.forget_unstable();
 }
 
 void Server::wake_connections() {
@@ -157,7 +158,7 @@ std::string Server::command(std::string_view line) {
     if (verb == "ping") return "ok";
     if (verb == "stats") return statistics_.line(faults_);
     if (verb == "caller") return caller();
-    if (verb == "held") return std::to_string(services_->nfs.unstable_bytes());
+    if (verb == "held") return std::to_string(services_->files.unstable_bytes());
     if (verb == "reset-stats") {
         statistics_.reset();
         faults_.reset_counters();

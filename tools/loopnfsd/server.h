@@ -40,6 +40,7 @@ class Server {
         Services(const ExportTable &exports, Faults &faults, Statistics &statistics, const Options &options);
 
         Tree tree;
+        SharedFiles files;
         NfsService nfs;
         MountService mount;
         PortmapService portmap;

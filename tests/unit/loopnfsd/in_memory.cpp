@@ -130,7 +130,8 @@ Backend::Backend(const std::filesystem::path &folder, loopnfsd::ServiceSettings 
     EXPECT_EQ(exports.add("/export", folder, read_only), "");
     settings.sync = false;  // a test that waits for a disk proves nothing more
     tree = std::make_unique<loopnfsd::Tree>(exports);
-    nfs = std::make_unique<loopnfsd::NfsService>(exports, *tree, faults, settings);
+    files = std::make_unique<loopnfsd::SharedFiles>(exports, *tree, faults, settings);
+    nfs = std::make_unique<loopnfsd::NfsService>(*files);
     mount = std::make_unique<loopnfsd::MountService>(exports, *tree, faults, std::vector<std::string>{"alpha", "beta"});
     dispatcher = std::make_unique<loopnfsd::Dispatcher>(
         std::vector<loopnfsd::Program *>{nfs.get(), mount.get(), &portmap}, faults, statistics);

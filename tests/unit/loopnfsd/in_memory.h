@@ -82,6 +82,7 @@ struct Backend {
     loopnfsd::Faults faults;
     loopnfsd::Statistics statistics;
     std::unique_ptr<loopnfsd::Tree> tree;
+    std::unique_ptr<loopnfsd::SharedFiles> files;
     std::unique_ptr<loopnfsd::NfsService> nfs;
     std::unique_ptr<loopnfsd::MountService> mount;
     loopnfsd::PortmapService portmap;

@@ -109,7 +109,7 @@ TEST_F(NfsIoTest, TheVerifierIsTheSameUntilTheServerForgets) {
     const uint64_t verifier = write_verifier(file, 0, "a");
     EXPECT_EQ(write_verifier(file, 1, "b", kFileSync), verifier);
     EXPECT_EQ(commit(file), verifier);
-    backend_->nfs->forget_unstable();
+    backend_->files->forget_unstable();
     EXPECT_NE(commit(file), verifier);
     const uint64_t forgotten = commit(file);
     start();
@@ -128,13 +128,13 @@ TEST_F(HoldUnstableTest, CommitStoresIt) {
     const uint64_t verifier = write_verifier(file_, 0, "abc");
     EXPECT_EQ(commit(file_), verifier);
     EXPECT_EQ(file_content("f"), "abc");
-    EXPECT_EQ(backend_->nfs->unstable_bytes(), 0U);
+    EXPECT_EQ(backend_->files->unstable_bytes(), 0U);
 }
 
 TEST_F(HoldUnstableTest, ForgettingLosesItAndChangesTheVerifier) {
     write_verifier(file_, 0, "safe", kFileSync);
     const uint64_t verifier = write_verifier(file_, 2, "lost");
-    backend_->nfs->forget_unstable();
+    backend_->files->forget_unstable();
     EXPECT_EQ(read(file_, 0, 100), "safe");
     EXPECT_EQ(getattr(file_).size, 4U);
     EXPECT_NE(commit(file_), verifier);
@@ -149,7 +149,7 @@ TEST_F(HoldUnstableTest, AServerThatDiesLosesIt) {
 
 TEST_F(HoldUnstableTest, AServerThatEndsCleanlyStoresIt) {
     write_verifier(file_, 0, "kept");
-    backend_->nfs->store_unstable();
+    backend_->files->store_unstable();
     EXPECT_EQ(file_content("f"), "kept");
 }
 
@@ -178,7 +178,7 @@ TEST_F(HoldUnstableTest, CuttingAFileOffDropsWhatIsHeldBehind) {
 TEST_F(HoldUnstableTest, RemovingAFileDropsWhatIsHeld) {
     write_verifier(file_, 0, "data");
     EXPECT_EQ(remove(root(), "f"), NfsStatus::ok);
-    EXPECT_EQ(backend_->nfs->unstable_bytes(), 0U);
+    EXPECT_EQ(backend_->files->unstable_bytes(), 0U);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/loopnfsd/nfs/permissions.h"
+#include "tools/loopnfsd/files/permissions.h"
 
 #include <gtest/gtest.h>
 

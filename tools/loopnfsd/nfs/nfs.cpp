@@ -1,25 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/loopnfsd/nfs/nfs.h"
 
-#include <fcntl.h>
-
 #include <iterator>
-#include <limits>
-#include <random>
 
 #include "nfstdm/nfs3/constants.h"
-#include "tools/loopnfsd/nfs/permissions.h"
 
 namespace loopnfsd {
 
 namespace {
 
 using nfstdm::xdr::Reader;
-
-uint64_t random_verifier() {
-    std::random_device device;
-    return uint64_t{device()} << 32 | device();
-}
 
 }  // namespace
 
@@ -37,14 +27,6 @@ const NfsService::Row NfsService::kRows[] = {
     {&NfsService::pathconf}, {&NfsService::commit},
 };
 
-NfsService::NfsService(const ExportTable &exports, Tree &tree, Faults &faults, const ServiceSettings &settings)
-    : exports_(exports),
-      tree_(tree),
-      faults_(faults),
-      settings_(settings),
-      buffers_(settings.max_read + sizeof(uint32_t)),  // with the padding
-      write_verifier_(random_verifier()) {}
-
 uint32_t NfsService::number() const {
     return nfstdm::nfs3::kProgram;
 }
@@ -58,18 +40,6 @@ bool NfsService::run(uint32_t procedure, Call &call) {
     return (this->*kRows[procedure].procedure)(call);
 }
 
-void NfsService::forget_unstable() {
-    held_.drop_all();
-    write_verifier_ = random_verifier();
-}
-
-void NfsService::store_unstable() {
-    for (const FileKey &key : held_.files()) {
-        const auto file = files_.get(tree_, key, true);
-        if (file.ok()) commit_held(*file, key);
-    }
-}
-
 bool NfsService::get_handle(Reader &in, Bytes &handle) {
     return in.get_opaque(handle, nfstdm::nfs3::kHandleMaximum);
 }
@@ -77,43 +47,6 @@ bool NfsService::get_handle(Reader &in, Bytes &handle) {
 bool NfsService::get_where(Reader &in, Where &where) {
     // filename3 has no limit on the wire; one that is too long is told so by its status.
     return get_handle(in, where.handle) && in.get_string(where.name, in.left());
-}
-
-Outcome<Object> NfsService::find(Bytes handle) {
-    auto object = tree_.resolve(handle);
-    if (object.ok()) held_.adjust(object->key, object->status);
-    return object;
-}
-
-Outcome<NfsService::Folder> NfsService::find_folder(Bytes handle) {
-    auto object = tree_.resolve(handle);
-    if (!object.ok()) return object.status();
-    if (!object->is_directory()) return NfsStatus::notdir;
-    auto descriptor = object->open(O_PATH | O_DIRECTORY);
-    if (!descriptor.ok()) return descriptor.status();
-    return Folder{std::move(*object), std::move(*descriptor)};
-}
-
-bool NfsService::read_only(const Call &call, const Export &home) {
-    return home.read_only || faults_.hit(FaultKind::read_only, call.arrival.path);
-}
-
-NfsStatus NfsService::allow(const Call &call, const Export &home, const struct statx &status, unsigned want) {
-    if ((want & (kWantWrite | kWantOwner)) != 0 && read_only(call, home)) return NfsStatus::rofs;
-    if (!settings_.check_ids || has_permission(call.who, status, want)) return NfsStatus::ok;
-    return (want & kWantOwner) != 0 ? NfsStatus::perm : NfsStatus::acces;
-}
-
-NfsStatus NfsService::allow_change(const Call &call, const Outcome<Folder> &folder) {
-    if (!folder.ok()) return folder.status();
-    return allow(call, *folder->object.home, folder->object.status, kWantWrite | kWantExecute);
-}
-
-struct statx NfsService::shown(const Call &call, const FileKey &key, struct statx status) const {
-    held_.adjust(key, status);
-    const auto lie = faults_.number(FaultKind::big_size, call.arrival.path);
-    if (lie && S_ISREG(status.stx_mode)) status.stx_size = *lie;
-    return status;
 }
 
 void NfsService::put_status(Call &call, NfsStatus status) {
@@ -124,7 +57,7 @@ void NfsService::put_post_op(Call &call, const Object *object) {
     struct statx now {};
     if (object == nullptr || status_at(object->at(), object->name.c_str(), now) != NfsStatus::ok)
         return put_post_op_attributes(call.results, nullptr);
-    now = shown(call, object->key, now);
+    now = files_.shown(call, object->key, now);
     put_post_op_attributes(call.results, &now);
 }
 
@@ -142,8 +75,7 @@ void NfsService::put_wcc(Call &call, const Outcome<Folder> &folder) {
 }
 
 void NfsService::put_handle(Call &call, const FileKey &key) {
-    const auto size = faults_.number(FaultKind::handle_size, call.arrival.path);
-    call.results.put_opaque(encode_handle(key, size.value_or(kHandleSize)));
+    call.results.put_opaque(files_.handle_of(call, key));
 }
 
 bool NfsService::null(Call &call) {

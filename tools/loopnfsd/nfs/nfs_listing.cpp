@@ -1,32 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 // READDIR and READDIRPLUS.
 #include <algorithm>
-#include <array>
-#include <string>
 
 #include "nfstdm/nfs3/constants.h"
 #include "tools/loopnfsd/nfs/nfs.h"
-#include "tools/loopnfsd/nfs/permissions.h"
 
 namespace loopnfsd {
 
 namespace {
 
 using nfstdm::xdr::Writer;
-using namespace std::string_view_literals;
 
 // Cookies stay good for ever, so one verifier does; it is not zero, so that a client that forgets to send it is told.
 constexpr uint64_t kCookieVerifier = 0x6C6F6F706E667364;
-constexpr uint64_t kDotCookie = 1;
-constexpr uint64_t kDotDotCookie = 2;
 constexpr uint32_t kReplyMaximum = 1 << 20;  // bytes of a reply's results
 // post_op_attr, cookieverf3, end of the list, eof.
 constexpr std::size_t kAroundEntries = kPostOpAttributesSize + 8 + 4 + 4;
-
-constexpr std::array kHostileNames{""sv,  "/"sv,  "a/b"sv,       "../up"sv,     "/etc/passwd"sv,
-                                   "."sv, ".."sv, "nul\0here"sv, "line\nend"sv, "\xff\xfe"sv};
-constexpr uint64_t kLongNameCookie = kDotDotCookie + kHostileNames.size() + 1;
-constexpr std::size_t kLongName = 5000;  // bytes
 
 constexpr std::size_t padded(std::size_t size) {
     return (size + 3) & ~std::size_t{3};
@@ -105,10 +94,10 @@ bool NfsService::readdirplus(Call &call) {
 bool NfsService::list(Call &call, bool plus) {
     ListArguments arguments;
     if (!get_list_arguments(call.arguments, plus, arguments)) return false;
-    const auto folder = find_folder(arguments.handle);
+    const auto folder = files_.find_folder(arguments.handle);
     Page page(arguments);
     NfsStatus status = folder.status();
-    if (plus && faults_.hit(FaultKind::no_readdirplus, call.arrival.path)) status = NfsStatus::notsupp;
+    if (plus && files_.faults().hit(FaultKind::no_readdirplus, call.arrival.path)) status = NfsStatus::notsupp;
     if (status == NfsStatus::ok) status = fill(call, *folder, arguments, page);
     put_status(call, status);
     put_post_op(call, folder.ok() ? &folder->object : nullptr);
@@ -122,60 +111,23 @@ bool NfsService::list(Call &call, bool plus) {
 
 NfsStatus NfsService::fill(Call &call, const Folder &folder, const ListArguments &arguments, Page &page) {
     if (page.after != 0 && arguments.verifier != kCookieVerifier) return NfsStatus::bad_cookie;
-    const NfsStatus allowed = allow(call, *folder.object.home, folder.object.status, kWantRead);
+    const NfsStatus allowed = files_.allow(call, *folder.object.home, folder.object.status, kWantRead);
     if (allowed != NfsStatus::ok) return allowed;
-    const auto names = listings_.of(folder.object);
-    if (!names.ok()) return names.status();
-    page.eof = add_names(call, folder, **names, page);
+    const auto all = files_.list(call, folder, page.after, true, [&](const ListedEntry &entry, bool real) {
+        return real ? add_entry(call, folder, entry, page) : page.put(entry);
+    });
+    if (!all.ok()) return all.status();
+    page.eof = *all;
     return page.eof || page.entries() > 0 ? NfsStatus::ok : NfsStatus::toosmall;
-}
-
-// False when the page was full before the directory's end.
-bool NfsService::add_names(Call &call, const Folder &folder, const std::vector<ListedEntry> &names, Page &page) {
-    const unsigned path = call.arrival.path;
-    if (page.after < kDotCookie && !add_entry(call, folder, {kDotCookie, folder.object.key.inode, "."}, page))
-        return false;
-    const FileKey parent = tree_.names().parent_of(folder.object.key).value_or(folder.object.key);
-    if (page.after < kDotDotCookie && !add_entry(call, folder, {kDotDotCookie, parent.inode, ".."}, page)) return false;
-    if (page.after < kFirstNameCookie && faults_.hit(FaultKind::bad_names, path) && !add_hostile_names(page))
-        return false;
-    if (page.after < kLongNameCookie && faults_.hit(FaultKind::long_name, path) &&
-        !page.put({kLongNameCookie, kLongNameCookie, std::string(kLongName, 'x')}))
-        return false;
-    const bool loop = faults_.on(FaultKind::cookie_loop, path);
-    auto entry = std::ranges::upper_bound(names, page.after, {}, &ListedEntry::cookie);
-    for (; entry != names.end(); ++entry) {
-        const bool backwards = loop && entry + 1 == names.end();
-        if (backwards) faults_.note(FaultKind::cookie_loop);
-        if (!add_entry(call, folder, backwards ? ListedEntry{kDotDotCookie, entry->inode, entry->name} : *entry, page))
-            return false;
-    }
-    if (faults_.hit(FaultKind::endless_readdir, path)) return add_without_end(page);
-    return !loop || names.empty();
-}
-
-bool NfsService::add_hostile_names(Page &page) {
-    uint64_t cookie = kDotDotCookie;
-    const auto add = [&](std::string_view name) {
-        const ListedEntry entry{++cookie, cookie, std::string(name)};
-        return entry.cookie <= page.after || page.put(entry);
-    };
-    return std::ranges::all_of(kHostileNames, add);
-}
-
-bool NfsService::add_without_end(Page &page) {
-    for (uint64_t cookie = std::max(page.after, kNameCookiesEnd) + 1;; ++cookie)
-        if (!page.put({cookie, cookie, "endless-" + std::to_string(cookie - kNameCookiesEnd)})) return false;
 }
 
 // False when it did not fit. An object that has gone since the directory was read is left out.
 bool NfsService::add_entry(Call &call, const Folder &folder, const ListedEntry &entry, Page &page) {
     if (!page.plus) return page.put(entry);
-    const auto object = tree_.child(folder.object, folder.descriptor.get(), entry.name);
+    const auto object = files_.tree().child(folder.object, folder.descriptor.get(), entry.name);
     if (!object.ok()) return true;
-    const auto handle_size = faults_.number(FaultKind::handle_size, call.arrival.path).value_or(kHandleSize);
-    const struct statx status = shown(call, object->key, object->status);
-    return page.put(entry, &status, encode_handle(object->key, handle_size));
+    const struct statx status = files_.shown(call, object->key, object->status);
+    return page.put(entry, &status, files_.handle_of(call, object->key));
 }
 
 }  // namespace loopnfsd
