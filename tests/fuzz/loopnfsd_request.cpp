@@ -2,6 +2,7 @@
 // The loopback server's reader of requests, on a folder of the fuzzer's own. Each piece of the input is one call: a
 // byte for the procedure, a byte for the handle in front of its arguments (the export's root, an object in it, or
 // none), a byte for the number of the argument bytes that follow. The last piece is a whole record, header and all.
+// From kCompounds on, the first byte asks for a compound of NFSv4 in a session: the argument bytes are its operations.
 //
 // Every call has an answer in the shape of one, and nothing outside the folder is touched.
 #include <cstdlib>
@@ -17,6 +18,7 @@
 #include "tools/loopnfsd/nfs/mount.h"
 #include "tools/loopnfsd/nfs/nfs.h"
 #include "tools/loopnfsd/nfs/portmap.h"
+#include "tools/loopnfsd/nfs4/nfs4.h"
 
 namespace {
 
@@ -28,6 +30,8 @@ namespace files = std::filesystem;
 
 constexpr uint32_t kXid = 77;
 constexpr std::size_t kCallsMaximum = 16;  // of one run
+constexpr std::size_t kCompounds = 240;
+constexpr uint32_t kPutFh = 22, kExchangeId = 42, kCreateSession = 43, kSequence = 53, kReclaimComplete = 58;
 
 // An outer folder with a file that must stay as it is, and the served one in it.
 class Folder {
@@ -79,9 +83,10 @@ struct Server {
     loopnfsd::Tree tree{exports};
     loopnfsd::SharedFiles files{exports, tree, faults, settings};
     loopnfsd::NfsService nfs{files};
+    loopnfsd::nfs4::Nfs4Service nfs4{files, {}, [](std::string_view) {}};
     loopnfsd::MountService mount{exports, tree, faults, {"group"}};
     loopnfsd::PortmapService portmap;
-    loopnfsd::Dispatcher dispatcher{{&nfs, &mount, &portmap}, faults, statistics};
+    loopnfsd::Dispatcher dispatcher{{&nfs, &nfs4, &mount, &portmap}, faults, statistics};
 };
 
 class Caller {
@@ -99,7 +104,9 @@ class Caller {
     // Takes a piece of the input for a call.
     void call(fuzz::Input &input) {
         constexpr std::size_t kProcedures = 22, kMountProcedures = 6;
-        const std::size_t number = input.byte() % (kProcedures + kMountProcedures + 1);
+        const std::size_t first = input.byte();
+        if (first >= kCompounds) return compound(input);
+        const std::size_t number = first % (kProcedures + kMountProcedures + 1);
         if (number == kProcedures + kMountProcedures) {
             answer(input.bytes(input.byte()), false);
             return;
@@ -126,6 +133,65 @@ class Caller {
             out.put_u32(word);
         put(out);
         return answer(out.bytes(), true);
+    }
+
+    // An operation that needs no session; gives where its results begin, behind status, tag, count, number and status.
+    template <class Put>
+    std::vector<std::byte> alone(uint32_t operation, Put put) {
+        constexpr std::size_t kInFront = (6 + 5) * nfstdm::xdr::kWord;
+        const auto reply = call(nfstdm::nfs3::kProgram, 4, 1, [&](Writer &out) {
+            for (const uint32_t word : {0U, 1U, 1U, operation})
+                out.put_u32(word);
+            put(out);
+        });
+        require(reply.size() > kInFront, "a session can be made");
+        return {reply.begin() + kInFront, reply.end()};
+    }
+
+    void begin_session() {
+        const auto client = alone(kExchangeId, [](Writer &out) {
+            out.put_u64(1);
+            out.put_string("fuzzer");
+            for (int i = 0; i < 3; ++i)
+                out.put_u32(0);
+        });
+        const auto session = alone(kCreateSession, [&](Writer &out) {
+            out.put_fixed(std::span{client}.first(nfstdm::xdr::kHyper));
+            out.put_u32(1);
+            out.put_u32(0);
+            for (int i = 0; i < 2; ++i)
+                for (const uint32_t word : {0U, 1U << 20, 1U << 20, 8192U, 64U, 1U, 0U})
+                    out.put_u32(word);
+            out.put_u32(0);
+            out.put_u32(0);
+        });
+        session_.assign(session.begin(), session.begin() + loopnfsd::nfs4::kSessionIdSize);
+        put_compound(kReclaimComplete, 1, [](Writer &out) { out.put_bool(false); });
+    }
+
+    // SEQUENCE and one operation more, which is the first of so many.
+    template <class Put>
+    void put_compound(uint32_t operation, uint32_t count, Put put) {
+        call(nfstdm::nfs3::kProgram, 4, 1, [&](Writer &out) {
+            for (const uint32_t word : {0U, 2U, count + 1, kSequence})
+                out.put_u32(word);
+            out.put_fixed(session_);
+            for (const uint32_t word : {++sequence_, 0U, 0U, 1U})
+                out.put_u32(word);
+            out.put_u32(operation);
+            put(out);
+        });
+    }
+
+    void compound(fuzz::Input &input) {
+        if (session_.empty()) begin_session();
+        const std::size_t chosen = input.byte() % handles_.size();
+        const uint32_t count = input.byte() % 8;
+        const Bytes operations = input.bytes(input.byte());
+        put_compound(kPutFh, count + 1, [&](Writer &out) {
+            out.put_opaque(handles_[chosen]);
+            out.put_fixed(operations);
+        });
     }
 
     // The answer to a record, without its mark.
@@ -161,6 +227,8 @@ class Caller {
 
     Server server_;
     std::vector<Handle> handles_;
+    Handle session_;
+    uint32_t sequence_ = 0;
 };
 
 }  // namespace

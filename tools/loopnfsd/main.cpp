@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// loopnfsd: a small NFS version 3 server for trials, tests and benchmarks.
+// loopnfsd: a small NFS server for trials, tests and benchmarks.
 #include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>

@@ -116,6 +116,32 @@ std::string set_max_write(Parsed &parsed, std::string_view value) {
     return get_transfer_size(value, parsed.options.service.max_write);
 }
 
+std::string set_versions(Parsed &parsed, std::string_view value) {
+    Options &options = parsed.options;
+    options.version3 = options.version4 = false;
+    for (const std::string_view version : split(value, ',')) {
+        if (version != "3" && version != "4") return not_one(value, "3, 4 or 3,4");
+        (version == "3" ? options.version3 : options.version4) = true;
+    }
+    return {};
+}
+
+std::string set_grace(Parsed &parsed, std::string_view value) {
+    constexpr uint64_t kDay = 86400;
+    const auto seconds = parse_number(value);
+    if (!seconds || *seconds > kDay) return not_one(value, "a number of seconds up to a day");
+    parsed.options.version4_settings.grace = std::chrono::seconds(*seconds);
+    return {};
+}
+
+std::string set_slots(Parsed &parsed, std::string_view value) {
+    constexpr uint64_t kSlotsMaximum = 1024;
+    const auto slots = parse_number(value);
+    if (!slots || *slots == 0 || *slots > kSlotsMaximum) return not_one(value, "a number from 1 to 1024");
+    parsed.options.version4_settings.slots = static_cast<uint32_t>(*slots);
+    return {};
+}
+
 std::string set_hold(Parsed &parsed, std::string_view) {
     parsed.options.service.hold_unstable = true;
     return {};
@@ -165,6 +191,10 @@ constexpr std::array kOptions{
     OptionRow{"port", Value::needed, "PORT", "of addresses without one; 0 = a free one (0)", set_port},
     OptionRow{"portmap", Value::optional, "[PORT]", "be the portmapper too, on this port (111)", set_portmap},
     OptionRow{"port-file", Value::needed, "FILE", "write the ports to FILE, one a line, once ready", set_port_file},
+    OptionRow{"versions", Value::needed, "3,4", "the versions of NFS (3); 4 alone: no MOUNT, no portmapper",
+              set_versions},
+    OptionRow{"grace", Value::needed, "SECONDS", "of NFSv4 after the command \"restart\" (90)", set_grace},
+    OptionRow{"slots", Value::needed, "NUMBER", "of an NFSv4 session (64)", set_slots},
     OptionRow{"max-read", Value::needed, "BYTES", "largest READ (1M)", set_max_read},
     OptionRow{"max-write", Value::needed, "BYTES", "largest WRITE (1M)", set_max_write},
     OptionRow{"hold-unstable", Value::none, "", "keep unstable data in memory until COMMIT", set_hold},
@@ -241,6 +271,7 @@ std::string finish(Parsed &parsed) {
     Options &options = parsed.options;
     if (options.action != Options::Action::serve) return {};
     if (options.exports.empty()) return "which folder is to be served?";
+    if (options.portmap_port && !options.version3) return "--portmap: NFS version 4 alone is found without";
     if (parsed.addresses.empty()) parsed.addresses.push_back(kLoopback);
     for (const std::string_view text : parsed.addresses) {
         SocketAddress address;
@@ -287,7 +318,8 @@ std::string parse_options(int count, char *const *words, Options &options) {
 std::string help_text() {
     std::string text =
         "Usage: loopnfsd [OPTION]... [FOLDER]\n"
-        "Serves FOLDER (as /export) over NFS version 3 on a TCP port of loopback, until it gets SIGTERM or SIGINT.\n"
+        "Serves FOLDER (as /export) over NFS version 3 or 4 on a TCP port of loopback, until it gets SIGTERM or "
+        "SIGINT.\n"
         "Once ready it prints where: \"loopnfsd: listening on 127.0.0.1:PORT, export EXPORT -> FOLDER\".\n\n";
     for (const OptionRow &row : kOptions) {
         const std::string_view space = row.value == Value::none ? "" : " ";
@@ -301,7 +333,8 @@ std::string help_text() {
     text +=
         "\nCommands of the control: a fault, or \"clear [NAME]\", \"stats\", \"reset-stats\", \"caller\", \"held\", "
         "\"cut\",\n"
-        "\"ping\". Each is answered with one line: \"ok\", what was asked for, or \"error: ...\".\n";
+        "\"ping\"; of NFSv4 \"restart\", \"end-grace\", \"expire\", \"forget-clients\", \"lose-sessions\", "
+        "\"opens\".\nEach is answered with one line: \"ok\", what was asked for, or \"error: ...\".\n";
     return text;
 }
 

@@ -9,6 +9,7 @@
 
 #include "tools/loopnfsd/faults/fault_spec.h"
 #include "tools/loopnfsd/files/shared_files.h"
+#include "tools/loopnfsd/nfs4/nfs4.h"
 #include "tools/loopnfsd/wire/listener.h"
 
 namespace loopnfsd {
@@ -29,6 +30,9 @@ struct Options {
     std::vector<std::string> groups;
     std::vector<Fault> faults;
     ServiceSettings service;
+    bool version3 = true;  // with MOUNT, and the portmapper when asked for
+    bool version4 = false;
+    nfs4::Settings version4_settings;
     std::string control;    // path; empty = none
     std::string port_file;  // path; empty = none
     uint64_t seed = 1;

@@ -25,10 +25,18 @@ Server::Services::Services(const ExportTable &exports, Faults &faults, Statistic
     : tree(exports),
       files(exports, tree, faults, options.service),
       nfs(files),
+      nfs4(files, options.version4_settings,
+           [&statistics](std::string_view name) { ++statistics.calls[std::string(name)]; }),
       mount(exports, tree, faults, options.groups),
-      dispatcher(
-          options.portmap_port ? std::vector<Program *>{&nfs, &mount, &portmap} : std::vector<Program *>{&nfs, &mount},
-          faults, statistics) {}
+      dispatcher(programs(options), faults, statistics) {}
+
+std::vector<Program *> Server::Services::programs(const Options &options) {
+    std::vector<Program *> served;
+    if (options.version3) served = {&nfs, &mount};
+    if (options.version4) served.push_back(&nfs4);
+    if (options.portmap_port) served.push_back(&portmap);
+    return served;
+}
 
 Server::Server(Options options) : options_(std::move(options)), faults_(options_.seed) {}
 
@@ -169,7 +177,27 @@ std::string Server::command(std::string_view line) {
             if (connection) connection->cut();
         return "ok";
     }
+    if (options_.version4)
+        if (auto answer = version4_command(verb); !answer.empty()) return answer;
     return fault_command(verb);
+}
+
+std::string Server::version4_command(std::string_view verb) {
+    nfs4::Nfs4Service &nfs4 = services_->nfs4;
+    if (verb == "opens") return std::to_string(nfs4.open_count());
+    if (verb == "restart")
+        nfs4.restart();
+    else if (verb == "end-grace")
+        nfs4.end_grace();
+    else if (verb == "expire")
+        nfs4.expire();
+    else if (verb == "forget-clients")
+        nfs4.forget_clients();
+    else if (verb == "lose-sessions")
+        nfs4.lose_sessions();
+    else
+        return {};
+    return "ok";
 }
 
 }  // namespace loopnfsd

@@ -6,11 +6,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "nfstdm/base/event_loop.h"
 #include "tools/loopnfsd/nfs/mount.h"
 #include "tools/loopnfsd/nfs/nfs.h"
 #include "tools/loopnfsd/nfs/portmap.h"
+#include "tools/loopnfsd/nfs4/nfs4.h"
 #include "tools/loopnfsd/options.h"
 #include "tools/loopnfsd/wire/connection.h"
 #include "tools/loopnfsd/wire/control.h"
@@ -42,8 +44,10 @@ class Server {
         Tree tree;
         SharedFiles files;
         NfsService nfs;
+        nfs4::Nfs4Service nfs4;
         MountService mount;
         PortmapService portmap;
+        std::vector<Program *> programs(const Options &options);
         Dispatcher dispatcher;
     };
     std::string open_exports();
@@ -54,6 +58,7 @@ class Server {
     void add_fault(const Fault &fault);
     void wake_connections();
     std::string fault_command(std::string_view spec);
+    std::string version4_command(std::string_view verb);  // empty: none
     std::string caller() const;
 
     Options options_;

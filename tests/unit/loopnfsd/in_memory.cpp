@@ -126,19 +126,23 @@ void put_size(Writer &out, uint64_t size) {
     out.put_u32(0);
 }
 
-Backend::Backend(const std::filesystem::path &folder, loopnfsd::ServiceSettings settings, bool read_only) {
+Backend::Backend(const std::filesystem::path &folder, loopnfsd::ServiceSettings settings, bool read_only,
+                 bool version4) {
     EXPECT_EQ(exports.add("/export", folder, read_only), "");
     settings.sync = false;  // a test that waits for a disk proves nothing more
     tree = std::make_unique<loopnfsd::Tree>(exports);
     files = std::make_unique<loopnfsd::SharedFiles>(exports, *tree, faults, settings);
     nfs = std::make_unique<loopnfsd::NfsService>(*files);
+    nfs4 = std::make_unique<loopnfsd::nfs4::Nfs4Service>(
+        *files, loopnfsd::nfs4::Settings{}, [this](std::string_view name) { ++statistics.calls[std::string(name)]; });
     mount = std::make_unique<loopnfsd::MountService>(exports, *tree, faults, std::vector<std::string>{"alpha", "beta"});
-    dispatcher = std::make_unique<loopnfsd::Dispatcher>(
-        std::vector<loopnfsd::Program *>{nfs.get(), mount.get(), &portmap}, faults, statistics);
+    std::vector<loopnfsd::Program *> programs{nfs.get(), mount.get(), &portmap};
+    if (version4) programs.push_back(nfs4.get());
+    dispatcher = std::make_unique<loopnfsd::Dispatcher>(std::move(programs), faults, statistics);
 }
 
 void InMemory::start(loopnfsd::ServiceSettings settings, bool read_only) {
-    backend_ = std::make_unique<Backend>(folder_.path, settings, read_only);
+    backend_ = std::make_unique<Backend>(folder_.path, settings, read_only, version4_);
 }
 
 loopnfsd::Answer InMemory::answer(const Writer &call) {

@@ -20,6 +20,7 @@
 #include "tools/loopnfsd/nfs/mount.h"
 #include "tools/loopnfsd/nfs/nfs.h"
 #include "tools/loopnfsd/nfs/portmap.h"
+#include "tools/loopnfsd/nfs4/nfs4.h"
 
 namespace loopnfsd_test {
 
@@ -76,7 +77,7 @@ void put_size(Writer &out, uint64_t size);
 // What all programs need, in one place.
 struct Backend {
     explicit Backend(const std::filesystem::path &folder, loopnfsd::ServiceSettings settings = {},
-                     bool read_only = false);
+                     bool read_only = false, bool version4 = false);
 
     loopnfsd::ExportTable exports;
     loopnfsd::Faults faults;
@@ -84,6 +85,7 @@ struct Backend {
     std::unique_ptr<loopnfsd::Tree> tree;
     std::unique_ptr<loopnfsd::SharedFiles> files;
     std::unique_ptr<loopnfsd::NfsService> nfs;
+    std::unique_ptr<loopnfsd::nfs4::Nfs4Service> nfs4;
     std::unique_ptr<loopnfsd::MountService> mount;
     loopnfsd::PortmapService portmap;
     std::unique_ptr<loopnfsd::Dispatcher> dispatcher;
@@ -120,6 +122,7 @@ class InMemory : public testing::Test {
     std::string file_content(const std::string &name);
 
     TemporaryFolder folder_;
+    bool version4_ = false;  // serve NFSv4 beside NFSv3
     std::unique_ptr<Backend> backend_;
     Identity who_;
 };

@@ -29,6 +29,20 @@ std::string problem(const std::vector<std::string> &words) {
     return parse(words, options);
 }
 
+TEST(Options, TheVersionsOfNfsAreChosen) {
+    EXPECT_TRUE(good({"/tmp"}).version3);
+    EXPECT_FALSE(good({"/tmp"}).version4);
+    EXPECT_FALSE(good({"--versions", "4", "/tmp"}).version3);
+    EXPECT_TRUE(good({"--versions", "4", "/tmp"}).version4);
+    const Options both = good({"--versions=3,4", "--grace", "5", "--slots", "2", "/tmp"});
+    EXPECT_TRUE(both.version3 && both.version4);
+    EXPECT_EQ(both.version4_settings.grace, std::chrono::seconds(5));
+    EXPECT_EQ(both.version4_settings.slots, 2U);
+    for (const char *wrong : {"--versions=2", "--versions=", "--versions=3,", "--slots=0", "--grace=x"})
+        EXPECT_NE(problem({wrong, "/tmp"}), "") << wrong;
+    EXPECT_NE(problem({"--versions=4", "--portmap", "/tmp"}), "");
+}
+
 TEST(Options, AFolderIsServedOnAFreePortOfLoopback) {
     const Options options = good({"folder"});
     ASSERT_EQ(options.exports.size(), 1U);

@@ -92,6 +92,7 @@ TEST_F(RpcTest, BytesThatAreNoCallGetNoAnswer) {
 
 TEST_F(RpcTest, EveryProcedureRefusesArgumentsThatEndTooSoonOrTooLate) {
     for (const auto &row : loopnfsd::all_procedures()) {
+        if (row.version == 4) continue;  // a compound tells so in its own status
         Writer late;
         put_header(late, row.program, row.program == 100000 ? 2 : 3, row.number);
         for (int i = 0; i < 200; ++i)
@@ -115,7 +116,7 @@ TEST_F(RpcTest, AHandleBeyondTheProtocolsSizeIsGarbage) {
 
 TEST_F(RpcTest, AFailureHasTheShapeOfItsProcedure) {
     for (const auto &row : loopnfsd::all_procedures()) {
-        if (row.failure_words == kNoStatus) continue;
+        if (row.failure_words == kNoStatus || row.version == 4) continue;
         fault("status=" + std::string(row.name) + ":JUKEBOX:1");
         EXPECT_EQ(reply_to(row.program, 3, row.number),
                   accepted(AcceptStatus::success,

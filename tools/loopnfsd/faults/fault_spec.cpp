@@ -5,6 +5,7 @@
 #include <optional>
 #include <vector>
 
+#include "tools/loopnfsd/base/nfs4_numbers.h"
 #include "tools/loopnfsd/base/status.h"
 #include "tools/loopnfsd/base/text.h"
 
@@ -49,7 +50,7 @@ constexpr std::array<FaultRow, kFaultKinds> kFaults{{
     {FaultKind::short_write, "short-write", number, 0, "=BYTES", "a WRITE takes no more than so many bytes"},
     {FaultKind::silent, "silent", flag, 0, "", "connections stay open, nothing is answered until this is cleared"},
     {FaultKind::status, "status", status, 0, "=PROC:STATUS:COUNT[:SKIP]",
-     "answer with an NFS status such as JUKEBOX, STALE, IO, NOSPC, DQUOT"},
+     "answer with an NFS status such as JUKEBOX, STALE, IO, NOSPC, EXPIRED"},
     {FaultKind::undersize_record, "undersize-record", calls, 0, "=PROC:N[:COUNT]",
      "the reply is cut to the first word of its head"},
     {FaultKind::wrong_xid, "wrong-xid", calls, 0, "=PROC:N[:COUNT]", "the reply carries another call's xid"},
@@ -68,6 +69,7 @@ bool get_count(std::string_view text, uint64_t &count) {
 
 bool get_procedure(std::string_view text, Fault &fault) {
     fault.procedure = find_procedure(text);
+    if (fault.procedure == nullptr) fault.procedure = nfs4::find_operation(text);
     return text == "*" || fault.procedure != nullptr;
 }
 
@@ -79,12 +81,19 @@ bool get_first(std::string_view text, Fault &fault) {
     return true;
 }
 
+// The names that both versions of NFS have mean the same numbers.
+bool get_nfs_status(std::string_view text, Fault &fault) {
+    const auto status = status_by_name(text);
+    const auto status4 = nfs4::status_by_name(text);
+    if (status)
+        fault.status = static_cast<uint32_t>(*status);
+    else if (status4)
+        fault.status = static_cast<uint32_t>(*status4);
+    return status || status4;
+}
+
 bool get_status(std::string_view text, Fault &fault) {
-    if (fault.kind == FaultKind::status) {
-        const auto status = status_by_name(text);
-        if (status) fault.status = static_cast<uint32_t>(*status);
-        return status.has_value();
-    }
+    if (fault.kind == FaultKind::status) return get_nfs_status(text, fault);
     const auto error = std::ranges::find_if(kRpcErrors, [&](auto name) { return same_word(name, text); });
     fault.status = static_cast<uint32_t>(error - kRpcErrors.begin());
     return error != kRpcErrors.end();

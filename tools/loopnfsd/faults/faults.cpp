@@ -16,6 +16,11 @@ bool counts_calls(const Fault &fault) {
     return shape == FaultShape::calls || shape == FaultShape::status || fault.kind == FaultKind::cut_request;
 }
 
+// By name: READ means that of every version.
+bool is_meant(const Fault &fault, const ProcedureRow *procedure) {
+    return procedure != nullptr && fault.procedure->name == procedure->name;
+}
+
 bool is_null(const ProcedureRow *procedure) {
     return procedure != nullptr && procedure->number == 0;
 }
@@ -72,9 +77,15 @@ CallFaults Faults::befall(const ProcedureRow *procedure, unsigned path) {
     return call;
 }
 
+void Faults::befall_operation(const ProcedureRow &operation, unsigned path, CallFaults &call) {
+    call.nfs_status.reset();  // of the operation before
+    for (Fault &fault : faults_)
+        if (fault.procedure != nullptr && strikes(fault, &operation, path)) strike(fault, call);
+}
+
 bool Faults::strikes(Fault &fault, const ProcedureRow *procedure, unsigned path) {
     if (fault.path != 0 && fault.path != path) return false;
-    if (fault.procedure == nullptr ? is_null(procedure) : fault.procedure != procedure) return false;
+    if (fault.procedure == nullptr ? is_null(procedure) : !is_meant(fault, procedure)) return false;
     const bool has_status = procedure != nullptr && procedure->failure_words != kNoStatus;
     if (fault.kind == FaultKind::status && !has_status) return false;
     if (fault.skip > 0) {

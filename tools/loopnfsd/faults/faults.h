@@ -48,6 +48,8 @@ class Faults {
 
     // To be asked once for every call, since this counts.
     CallFaults befall(const ProcedureRow *procedure, unsigned path);
+    // The same for every operation of a compound, which is one call; only faults that name the operation hit it.
+    void befall_operation(const ProcedureRow &operation, unsigned path, CallFaults &call);
 
     uint64_t fired(FaultKind kind) const { return fired_[static_cast<std::size_t>(kind)]; }
     void note(FaultKind kind, uint64_t times = 1) { fired_[static_cast<std::size_t>(kind)] += times; }

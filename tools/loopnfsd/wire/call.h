@@ -10,6 +10,7 @@
 
 #include "nfstdm/xdr/reader.h"
 #include "nfstdm/xdr/writer.h"
+#include "tools/loopnfsd/faults/faults.h"
 
 namespace loopnfsd {
 
@@ -42,6 +43,7 @@ struct Call {
     const Credentials &who;
     const Arrival &arrival;
     Bulk bulk;
+    CallFaults befallen;  // what struck operations of the call, when it has some
 };
 
 }  // namespace loopnfsd

@@ -5,6 +5,7 @@
 
 #include "nfstdm/nfs3/constants.h"
 #include "nfstdm/rpc/message/constants.h"
+#include "tools/loopnfsd/base/nfs4_numbers.h"
 #include "tools/loopnfsd/base/status.h"
 
 namespace loopnfsd {
@@ -50,10 +51,10 @@ Record refuse(uint32_t xid, AcceptStatus status) {
     return finish(out);
 }
 
-Record refuse_version(uint32_t xid, uint32_t served) {
+Record refuse_version(uint32_t xid, uint32_t lowest, uint32_t highest) {
     Writer out = start_accepted(xid, AcceptStatus::program_mismatch);
-    out.put_u32(served);
-    out.put_u32(served);
+    out.put_u32(lowest);
+    out.put_u32(highest);
     return finish(out);
 }
 
@@ -79,7 +80,7 @@ Record fail_on_purpose(uint32_t xid, RpcError error, uint32_t version) {
         case RpcError::prog_unavail:
             return refuse(xid, AcceptStatus::program_unavailable);
         case RpcError::prog_mismatch:
-            return refuse_version(xid, version + 1);
+            return refuse_version(xid, version + 1, version + 1);
         case RpcError::proc_unavail:
             return refuse(xid, AcceptStatus::procedure_unavailable);
         case RpcError::garbage_args:
@@ -150,8 +151,9 @@ bool Dispatcher::get_credentials(Reader &in, Header &header) {
     return true;
 }
 
-Program *Dispatcher::find_program(uint32_t number) const {
-    const auto found = std::ranges::find_if(programs_, [&](const Program *each) { return each->number() == number; });
+Program *Dispatcher::find_program(uint32_t number, uint32_t version) const {
+    const auto found = std::ranges::find_if(
+        programs_, [&](const Program *each) { return each->number() == number && each->version() == version; });
     return found == programs_.end() ? nullptr : *found;
 }
 
@@ -164,12 +166,11 @@ Answer Dispatcher::answer(std::span<const std::byte> record, const Arrival &arri
     }
     if (header.rpc_version != nfstdm::rpc::kRpcVersion) return {deny_version(header.xid), false};
     if (!get_credentials(in, header)) return {deny_credentials(header.xid, kAuthBadCredentials), false};
-    const Program *program = find_program(header.program);
-    if (program != nullptr && program->version() == header.version)
-        header.row = find_procedure(header.program, header.procedure);
+    if (find_program(header.program, header.version) != nullptr)
+        header.row = find_procedure(header.program, header.version, header.procedure);
     if (header.row != nullptr) ++statistics_.calls[std::string(header.row->name)];
 
-    const CallFaults faults = faults_.befall(header.row, arrival.path);
+    CallFaults faults = faults_.befall(header.row, arrival.path);
     if (faults.cut) return {std::nullopt, true};
     Record reply = execute(header, faults, in, arrival);
     if (log_) log(header, reply, arrival);
@@ -178,22 +179,35 @@ Answer Dispatcher::answer(std::span<const std::byte> record, const Arrival &arri
     return {std::move(reply), false};
 }
 
-Record Dispatcher::execute(const Header &header, const CallFaults &faults, Reader arguments, const Arrival &arrival) {
+// What is not served: the program, its version, or the procedure.
+Record Dispatcher::refuse_program(const Header &header) const {
+    if (find_program(header.program, header.version) != nullptr)
+        return refuse(header.xid, AcceptStatus::procedure_unavailable);
+    std::vector<uint32_t> versions;
+    for (const Program *each : programs_)
+        if (each->number() == header.program) versions.push_back(each->version());
+    if (versions.empty()) return refuse(header.xid, AcceptStatus::program_unavailable);
+    const auto [lowest, highest] = std::ranges::minmax(versions);
+    return refuse_version(header.xid, lowest, highest);
+}
+
+// faults: also takes what befalls the operations of a compound.
+Record Dispatcher::execute(const Header &header, CallFaults &faults, Reader arguments, const Arrival &arrival) {
     if (faults.rpc_error) return fail_on_purpose(header.xid, *faults.rpc_error, header.version);
     if (faults.nfs_status && header.row != nullptr)
         return fail_with_status(header.xid, *faults.nfs_status, header.row->failure_words);
-    Program *program = find_program(header.program);
-    if (program != nullptr && header.row != nullptr) return run(*program, header, arguments, arrival);
+    Program *program = find_program(header.program, header.version);
+    if (program != nullptr && header.row != nullptr) return run(*program, header, faults, arguments, arrival);
     ++statistics_.unknown_calls;
-    if (program == nullptr) return refuse(header.xid, AcceptStatus::program_unavailable);
-    if (program->version() != header.version) return refuse_version(header.xid, program->version());
-    return refuse(header.xid, AcceptStatus::procedure_unavailable);
+    return refuse_program(header);
 }
 
-Record Dispatcher::run(Program &program, const Header &header, Reader arguments, const Arrival &arrival) {
+Record Dispatcher::run(Program &program, const Header &header, CallFaults &faults, Reader arguments,
+                       const Arrival &arrival) {
     Writer out = start_accepted(header.xid, AcceptStatus::success);
-    Call call{arguments, out, header.who, arrival, {}};
+    Call call{arguments, out, header.who, arrival, {}, faults};
     if (!program.run(header.procedure, call)) return refuse(header.xid, AcceptStatus::garbage_arguments);
+    faults = call.befallen;
     return finish(out, std::move(call.bulk));
 }
 
@@ -225,7 +239,9 @@ void Dispatcher::log(const Header &header, const Record &reply, const Arrival &a
         line += "program " + std::to_string(header.program) + " procedure " + std::to_string(header.procedure);
     else
         line += header.row->name;
-    if (has_status) line.append(" ").append(status_name(static_cast<NfsStatus>(status)));
+    const auto name = header.version == nfs4::kVersion ? nfs4::status_name(static_cast<nfs4::Status>(status))
+                                                       : status_name(static_cast<NfsStatus>(status));
+    if (has_status) line.append(" ").append(name);
     log_(line + ' ' + std::to_string(reply.size()));
 }
 

@@ -49,10 +49,11 @@ class Dispatcher {
     struct Header;
     static bool get_header(nfstdm::xdr::Reader &in, Header &header);
     bool get_credentials(nfstdm::xdr::Reader &in, Header &header);
-    Program *find_program(uint32_t number) const;
-    Record execute(const Header &header, const CallFaults &faults, nfstdm::xdr::Reader arguments,
-                   const Arrival &arrival);
-    Record run(Program &program, const Header &header, nfstdm::xdr::Reader arguments, const Arrival &arrival);
+    Program *find_program(uint32_t number, uint32_t version) const;
+    Record refuse_program(const Header &header) const;
+    Record execute(const Header &header, CallFaults &faults, nfstdm::xdr::Reader arguments, const Arrival &arrival);
+    Record run(Program &program, const Header &header, CallFaults &faults, nfstdm::xdr::Reader arguments,
+               const Arrival &arrival);
     void spoil(Record &reply, const CallFaults &faults);
     void log(const Header &header, const Record &reply, const Arrival &arrival) const;
 

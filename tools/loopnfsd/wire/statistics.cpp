@@ -1,6 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/loopnfsd/wire/statistics.h"
 
+#include <algorithm>
+#include <string_view>
+#include <vector>
+
+#include "tools/loopnfsd/base/nfs4_numbers.h"
+
 namespace loopnfsd {
 
 void Statistics::reset() {
@@ -29,8 +35,13 @@ std::string Statistics::line(const Faults &faults) const {
     add("sent", bytes_sent);
     for (const auto &[path, bytes] : bytes_by_path)
         add("path." + std::to_string(path), bytes);
-    for (const ProcedureRow &row : all_procedures())
-        if (const auto found = calls.find(row.name); found != calls.end()) add(row.name, found->second);
+    // In the order of the procedures, those of NFSv4 alone behind them: some names are of both.
+    std::vector<std::string_view> names;
+    for (const auto rows : {all_procedures(), nfs4::all_operations()})
+        for (const ProcedureRow &row : rows)
+            if (std::ranges::find(names, row.name) == names.end()) names.push_back(row.name);
+    for (const std::string_view name : names)
+        if (const auto found = calls.find(name); found != calls.end()) add(name, found->second);
     add("unknown", unknown_calls);
     add("broken", broken_records);
     for (const FaultRow &row : fault_rows())
