@@ -40,7 +40,9 @@ def pytest_generate_tests(metafunc):
         wanted = metafunc.config.getoption("servers").split(",")
         only = metafunc.definition.get_closest_marker("kinds")
         chosen = [name for name in servers.KINDS if name in wanted and (only is None or name in only.args)]
-        metafunc.parametrize("server", chosen, indirect=True, scope="session")
+        marks = {name: [pytest.mark.slow] for name in servers.IN_WHOLE_RUNS}
+        params = [pytest.param(name, marks=marks.get(name, [])) for name in chosen]
+        metafunc.parametrize("server", params, indirect=True, scope="session")
 
 
 @pytest.fixture(scope="session")

@@ -63,15 +63,16 @@ class Loopnfsd(Server):
     forgotten shows."""
 
     name = "loopnfsd"
+    words = ()
+    settings = {}
 
     def __init__(self, home, place):
         writable, read_only = place / "rw", place / "ro"
         writable.mkdir(parents=True)
         read_only.mkdir()
         super().__init__(home, writable, read_only)
-        self.daemon = LoopnfsdProcess(
-            home, "--no-sync", "--hold-unstable", "--export", f"/rw={writable}", "--export", f"/ro={read_only},ro"
-        )
+        exports = ("--export", f"/rw={writable}", "--export", f"/ro={read_only},ro")
+        self.daemon = LoopnfsdProcess(home, "--no-sync", "--hold-unstable", *self.words, *exports)
         self.client.tslnfstab.write_text(self.block_through(self.daemon.port))
 
     def ports(self):
@@ -82,7 +83,7 @@ class Loopnfsd(Server):
 
     def block_through(self, port, **settings):
         exports = [("/rw", READ_WRITE), ("/ro", READ_ONLY)]
-        return server_block("loop", f"127.0.0.1:{port}", exports, **settings)
+        return server_block("loop", f"127.0.0.1:{port}", exports, **{**self.settings, **settings})
 
     def kill(self):
         self.daemon.kill()
@@ -92,6 +93,14 @@ class Loopnfsd(Server):
 
     def close(self):
         self.daemon.close()
+
+
+class Loopnfsd4(Loopnfsd):
+    """loopnfsd as a server that speaks NFSv4 only."""
+
+    name = "loopnfsd4"
+    words = ("--versions", "4")
+    settings = {"version": "nfsv4.1"}
 
 
 class LoopnfsdProcess:
@@ -328,4 +337,6 @@ class Ganesha4(Ganesha):
         return [("/rw", READ_WRITE), ("/ro", READ_ONLY)]
 
 
-KINDS = {"loopnfsd": Loopnfsd, "ganesha": Ganesha, "ganesha4": Ganesha4}
+KINDS = {"loopnfsd": Loopnfsd, "ganesha": Ganesha, "ganesha4": Ganesha4, "loopnfsd4": Loopnfsd4}
+# What they show is mostly shown by the others too: only in whole runs.
+IN_WHOLE_RUNS = ("loopnfsd4",)

@@ -1,0 +1,163 @@
+"""NFSv4's sessions and state when connections break, leases run out and servers start again: nothing is lost, and what
+changes something is executed once."""
+
+import pytest
+
+from amounts import few_and_many
+
+SIZE = 6 << 20  # some WRITEs of the largest size
+
+
+@pytest.fixture
+def nas(faulty):
+    return faulty("--versions", "4", version="nfsv4.1")
+
+
+@pytest.fixture
+def content(chance):
+    return chance.randbytes(SIZE)
+
+
+@pytest.fixture
+def upload(nas, content, tmp_path):
+    """Copies the content up while something happens; gives the run."""
+    source = tmp_path / "source"
+    source.write_bytes(content)
+
+    def run():
+        return nas.run("cp", source, nas / "copy")
+
+    return run
+
+
+def uploaded(nas):
+    return (nas.files / "copy").read_bytes()
+
+
+IN_THE_MIDDLE = [
+    f"{operation}:{status}"
+    for operation, statuses in {
+        "SEQUENCE": (
+            "BADSESSION DEADSESSION BADSLOT SEQ_MISORDERED CONN_NOT_BOUND_TO_SESSION STALE_CLIENTID DELAY "
+            "RETRY_UNCACHED_REP SEQ_FALSE_RETRY"
+        ),
+        "WRITE": "EXPIRED BAD_STATEID STALE_STATEID OLD_STATEID ADMIN_REVOKED DELAY GRACE",
+        "COMMIT": "DELAY",
+    }.items()
+    for status in statuses.split()
+]
+
+
+@pytest.mark.parametrize("fault", IN_THE_MIDDLE)
+def test_an_upload_outlives_what_befalls_its_session(nas, upload, content, fault):
+    skip = 0 if fault.startswith("COMMIT") else 4
+    nas.fault(f"status={fault}:1:{skip}")
+    assert upload().status == 0
+    assert uploaded(nas) == content
+    assert nas.count("fault.status") == 1
+
+
+@pytest.mark.parametrize("fault", [each.replace("WRITE", "READ") for each in IN_THE_MIDDLE if "COMMIT" not in each])
+def test_a_download_outlives_what_befalls_its_session(nas, content, tmp_path, fault):
+    (nas.files / "source").write_bytes(content)
+    nas.fault(f"status={fault}:1:{4 if 'SEQUENCE' in fault else 1}")
+    nas.ok("cp", nas / "source", tmp_path / "copy")
+    assert (tmp_path / "copy").read_bytes() == content
+    assert nas.count("fault.status") == 1
+
+
+@pytest.mark.parametrize("fault", ["EXCHANGE_ID:DELAY", "CREATE_SESSION:DELAY", "CREATE_SESSION:STALE_CLIENTID"])
+def test_a_session_that_is_not_made_at_once_is_asked_for_again(nas, fault):
+    nas.fault(f"status={fault}:1")
+    nas.ok("mkdir", nas / "d")
+    assert (nas.files / "d").is_dir()
+    assert nas.count("fault.status") == 1
+
+
+@pytest.mark.parametrize("status", ["FHEXPIRED", "MOVED", "WRONGSEC", "STALE", "IO"])
+def test_an_upload_whose_file_is_gone_or_kept_from_us_fails(nas, upload, status):
+    nas.fault(f"status=WRITE:{status}:*")
+    assert upload().status == 1
+    assert nas.count("fault.status") > 0
+
+
+EVENTS = ("restart", "expire", "forget-clients", "lose-sessions", "cut")
+
+
+@pytest.mark.parametrize("event", EVENTS)
+def test_an_upload_outlives_a_server_that_forgets(nas, content, tmp_path, event):
+    source = tmp_path / "source"
+    source.write_bytes(content)
+    nas.fault("delay=50")
+    process = nas.start("cp", source, nas / "copy")
+    nas.await_count("WRITE", 2, process)
+    nas.tell(event)
+    nas.tell("clear delay")
+    output, errors = process.communicate(timeout=60)
+    assert process.returncode == 0, (output, errors)
+    assert uploaded(nas) == content
+
+
+def test_what_was_open_is_had_back_after_a_restart_and_nothing_else_is_opened(nas, content, tmp_path):
+    source = tmp_path / "source"
+    source.write_bytes(content)
+    nas.fault("delay=50")
+    process = nas.start("cp", source, nas / "copy")
+    nas.await_count("WRITE", 2, process)
+    before = nas.count("OPEN")
+    nas.tell("restart")
+    nas.tell("clear delay")
+    process.communicate(timeout=60)
+    assert process.returncode == 0
+    assert uploaded(nas) == content
+    assert nas.count("OPEN") == before + 1
+    assert nas.count("RECLAIM_COMPLETE") == 2
+    assert nas.tell("opens") == "0"
+
+
+def compounds_of(nas, *words):
+    """The number of calls of a command that works."""
+    before = nas.count("COMPOUND")
+    nas.ok(*words)
+    return nas.count("COMPOUND") - before
+
+
+@pytest.mark.parametrize("fault", ["cut-request={}", "drop-reply=COMPOUND:{}"])
+def test_a_directory_is_made_and_removed_once_wherever_the_connection_is_cut(nas, fault):
+    calls = compounds_of(nas, "mkdir", nas / "first")
+    for number in range(1, calls + 1):
+        made, removed = nas.count("CREATE"), nas.count("REMOVE")
+        nas.fault(fault.format(number))
+        nas.ok("mkdir", nas / f"d{number}")
+        assert (nas.files / f"d{number}").is_dir()
+        assert nas.count("CREATE") == made + 1, number
+        nas.tell("clear")
+        nas.fault(fault.format(number))
+        nas.ok("rmdir", nas / f"d{number}")
+        assert not (nas.files / f"d{number}").exists()
+        assert nas.count("REMOVE") == removed + 1, number
+        nas.tell("clear")
+
+
+@few_and_many("step", 4, 1)
+@pytest.mark.parametrize("fault", ["cut-request={}", "drop-reply=COMPOUND:{}"])
+def test_a_file_is_whole_wherever_the_connection_is_cut(nas, tmp_path, chance, fault, step):
+    source = tmp_path / "source"
+    source.write_bytes(chance.randbytes(3 << 20))
+    calls = compounds_of(nas, "cp", source, nas / "first")
+    for number in range(1, calls + 1, step):
+        opened = nas.count("OPEN")
+        nas.fault(fault.format(number))
+        nas.ok("cp", source, nas / f"f{number}")
+        nas.tell("clear")
+        assert (nas.files / f"f{number}").read_bytes() == source.read_bytes(), number
+        assert nas.count("OPEN") == opened + 1, number
+    assert nas.tell("opens") == "0"
+
+
+def test_what_a_file_needs_is_few_calls(nas, tmp_path):
+    (tmp_path / "small").write_bytes(b"content")
+    nas.ok("cp", tmp_path / "small", nas / "small")
+    before = nas.count("SEQUENCE")
+    nas.ok("cat", nas / "small")
+    assert nas.count("SEQUENCE") - before <= 3
