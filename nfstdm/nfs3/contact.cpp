@@ -11,11 +11,11 @@
 
 namespace nfstdm::nfs3 {
 
-Contact::Contact(remote::Server &server, std::string export_path, std::vector<std::byte> credential,
+Contact::Contact(remote::Server &server, std::string export_path, std::shared_ptr<rpc::Authenticator> authenticator,
                  EventLoop::Clock::time_point deadline, std::function<void(Result<Contacted>)> done)
     : server_(server),
       export_path_(std::move(export_path)),
-      credential_(std::move(credential)),
+      authenticator_(std::move(authenticator)),
       deadline_(deadline),
       done_(std::move(done)),
       ports_(server.known_ports.value_or(server.configured_ports())) {}
@@ -57,7 +57,7 @@ void Contact::port_known(uint16_t &port, const Result<uint16_t> &answer) {
 
 void Contact::mount() {
     mounter_ = server_.new_contact_client({mount3::kProgram, mount3::kVersion}, ports_.mount);
-    mount3::mount(*mounter_, {this, credential_, left()}, export_path_,
+    mount3::mount(*mounter_, {this, authenticator_, left()}, export_path_,
                   [this](Result<mount3::MountReply> reply) { mounted(std::move(reply)); });
 }
 

@@ -25,7 +25,7 @@ struct Contacted {
 class Contact {
   public:
     // server must outlive the contact; deadline is when the attempt has failed.
-    Contact(remote::Server &server, std::string export_path, std::vector<std::byte> credential,
+    Contact(remote::Server &server, std::string export_path, std::shared_ptr<rpc::Authenticator> authenticator,
             EventLoop::Clock::time_point deadline, std::function<void(Result<Contacted>)> done);
 
     void start();
@@ -43,7 +43,7 @@ class Contact {
 
     remote::Server &server_;
     const std::string export_path_;
-    const std::vector<std::byte> credential_;
+    const std::shared_ptr<rpc::Authenticator> authenticator_;
     const EventLoop::Clock::time_point deadline_;
     std::function<void(Result<Contacted>)> done_;
     remote::Ports ports_;

@@ -47,9 +47,9 @@ class Listing : public std::enable_shared_from_this<Listing> {
     }
 
     // Servers that check who asks take the process's own identity; without one the list is asked for by nobody.
-    static std::vector<std::byte> credential() {
+    static std::shared_ptr<rpc::Authenticator> authenticator() {
         const auto identity = rpc::process_identity();
-        return identity.ok() ? rpc::auth_sys_credential(identity.value()) : rpc::auth_none_credential();
+        return identity.ok() ? rpc::auth_sys(identity.value()) : rpc::auth_none();
     }
 
     std::unique_ptr<rpc::Client> new_client(rpc::ClientConfig config) const {
@@ -65,7 +65,8 @@ class Listing : public std::enable_shared_from_this<Listing> {
         mounter_ = new_client(std::move(config));
         auto request = std::make_unique<rpc::Request>();
         request->name = "EXPORT";
-        request->head = mounter_->begin(static_cast<uint32_t>(Procedure::export_list), credential()).take();
+        request->procedure = static_cast<uint32_t>(Procedure::export_list);
+        request->authenticator = authenticator();
         request->results_maximum = kListMaximum;
         request->limit = left();
         request->needs_contact = true;

@@ -27,12 +27,13 @@ std::string mount_name(std::string_view path) {
     return "MNT of " + std::string(path);
 }
 
-std::unique_ptr<rpc::Request> new_request(rpc::Client &client, const CallContext &context, Procedure procedure,
-                                          std::string_view path) {
+std::unique_ptr<rpc::Request> new_request(const CallContext &context, Procedure procedure, std::string_view path) {
     auto request = std::make_unique<rpc::Request>();
-    xdr::Writer writer = client.begin(static_cast<uint32_t>(procedure), context.credential);
+    request->procedure = static_cast<uint32_t>(procedure);
+    request->authenticator = context.authenticator;
+    xdr::Writer writer;
     writer.put_string(path);
-    request->head = writer.take();
+    request->arguments = writer.take();
     request->limit = context.limit;
     request->needs_contact = true;
     request->owner = context.owner;
@@ -73,7 +74,7 @@ bool is_export_list(std::span<const std::byte> results) {
 
 void mount(rpc::Client &client, const CallContext &context, std::string_view path,
            std::function<void(Result<MountReply>)> done) {
-    auto request = new_request(client, context, Procedure::mnt, path);
+    auto request = new_request(context, Procedure::mnt, path);
     request->name = "MNT";
     request->results_maximum = kMountResultsMaximum;
     request->done = [where = "server " + client.config().server, what = mount_name(path),
@@ -87,7 +88,7 @@ void mount(rpc::Client &client, const CallContext &context, std::string_view pat
 }
 
 void unmount(rpc::Client &client, const CallContext &context, std::string_view path, DoneCompletion done) {
-    auto request = new_request(client, context, Procedure::umnt, path);
+    auto request = new_request(context, Procedure::umnt, path);
     request->name = "UMNT";
     request->done = [done = std::move(done)](auto answered) { done(answered->status); };
     client.submit(std::move(request));

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -33,7 +34,7 @@ bool is_export_list(std::span<const std::byte> results);
 // How a call is made: whose it is (see rpc::Client::drop), as whom, and how long it may take.
 struct CallContext {
     const void *owner = nullptr;
-    std::span<const std::byte> credential;  // for the call of the function only
+    std::shared_ptr<rpc::Authenticator> authenticator;
     rpc::Duration limit{};
 };
 

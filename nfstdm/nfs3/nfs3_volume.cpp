@@ -14,8 +14,8 @@
 #include "nfstdm/nfs3/mount.h"
 #include "nfstdm/nfs3/operations.h"
 #include "nfstdm/nfs3/replies.h"
+#include "nfstdm/remote/security.h"
 #include "nfstdm/remote/server.h"
-#include "nfstdm/rpc/message/constants.h"
 
 namespace nfstdm::nfs3 {
 
@@ -94,38 +94,6 @@ void agree(uint32_t &maximum, uint32_t &preferred) {
     preferred = preferred == 0 ? maximum : std::min(preferred, maximum);
 }
 
-// The names that tslnfstab gives security flavours (RFC 5531 section 8.2, RFC 2623 section 2.2.2).
-std::string flavour_name(uint32_t flavour) {
-    switch (flavour) {
-        case rpc::kAuthNone:
-            return "none";
-        case rpc::kAuthSys:
-            return "sys";
-        case 390003:
-            return "krb5";
-        case 390004:
-            return "krb5i";
-        case 390005:
-            return "krb5p";
-        default:
-            return "flavour " + std::to_string(flavour);
-    }
-}
-
-std::string flavour_names(const std::vector<uint32_t> &flavours) {
-    std::string names;
-    for (const uint32_t flavour : flavours)
-        names += (names.empty() ? "" : ", ") + flavour_name(flavour);
-    return names;
-}
-
-bool offers(const std::vector<uint32_t> &flavours, uint32_t wanted) {
-    // An empty list names nothing to choose from; "none" in it says that the identity is not looked at.
-    return flavours.empty() || std::any_of(flavours.begin(), flavours.end(), [wanted](uint32_t flavour) {
-               return flavour == wanted || flavour == rpc::kAuthNone;
-           });
-}
-
 class Nfs3Volume : public Volume {
   public:
     Nfs3Volume(std::shared_ptr<remote::Server> server, ServerExport share);
@@ -178,7 +146,7 @@ class Nfs3Volume : public Volume {
     void refuse(std::unique_ptr<Operation> operation, const Status &why);
 
     EventLoop &loop() const { return server_->loop(); }
-    const std::string &security() const;
+    const std::string &security() const { return remote::wanted_security(server_->config(), share_); }
     Status in_context(const Status &status) const;
 
     void begin_contact();
@@ -195,7 +163,7 @@ class Nfs3Volume : public Volume {
     VolumeLimits limits_;
     std::optional<FsInfoReply> root_info_;
     uint32_t directory_bytes_ = kDirectoryBytes;
-    std::vector<std::byte> credential_;
+    std::shared_ptr<rpc::Authenticator> authenticator_;
     rpc::Client *client_ = nullptr;  // the server's, while in use here
     uint16_t mount_port_ = 0;
 
@@ -212,13 +180,6 @@ Nfs3Volume::Nfs3Volume(std::shared_ptr<remote::Server> server, ServerExport shar
 
 Nfs3Volume::~Nfs3Volume() {
     close(in_context({ECANCELED, "the export is no longer used"}));
-}
-
-const std::string &Nfs3Volume::security() const {
-    static const std::string kDefault = "sys";
-    if (!share_.security.empty()) return share_.security;
-    const std::string &general = server_->config().security_default;
-    return general.empty() ? kDefault : general;
 }
 
 Status Nfs3Volume::in_context(const Status &status) const {
@@ -241,13 +202,13 @@ void Nfs3Volume::attach(Completion<FileHandle> done) {
 void Nfs3Volume::begin_contact() {
     if (state_ != State::attaching) return;
     if (!server_->problem().ok()) return attach_ended(server_->problem());
-    auto credential = server_->credential(security());
-    if (!credential.ok()) return attach_ended(in_context(credential.status()));
+    auto authenticator = server_->authenticator(security());
+    if (!authenticator.ok()) return attach_ended(in_context(authenticator.status()));
     if (share_.export_path.size() > mount3::kPathMaximum)
         return attach_ended(in_context({ENAMETOOLONG, "the export's path is too long"}));
-    credential_ = std::move(credential.value());
+    authenticator_ = std::move(authenticator.value());
     const auto deadline = EventLoop::Clock::now() + server_->contact_limit();
-    contact_ = std::make_unique<Contact>(*server_, share_.export_path, credential_, deadline,
+    contact_ = std::make_unique<Contact>(*server_, share_.export_path, authenticator_, deadline,
                                          [this](Result<Contacted> result) { contacted(std::move(result)); });
     contact_->start();
 }
@@ -255,11 +216,10 @@ void Nfs3Volume::begin_contact() {
 void Nfs3Volume::contacted(Result<Contacted> result) {
     if (!result.ok()) return attach_ended(result.status());
     const Contacted &found = result.value();
-    const uint32_t wanted = security() == "none" ? rpc::kAuthNone : rpc::kAuthSys;
-    if (!offers(found.export_reply.flavours, wanted))
+    if (!remote::offers(found.export_reply.flavours, security()))
         return attach_ended(
             in_context({EACCES, "export " + share_.export_path + " is not offered with security " + security() +
-                                    ", only with " + flavour_names(found.export_reply.flavours)}));
+                                    ", only with " + remote::flavour_names(found.export_reply.flavours)}));
     root_ = found.export_reply.root;
     mount_port_ = found.ports.mount;
     client_ = &server_->use_nfs(found.ports.nfs);
@@ -335,7 +295,7 @@ void Nfs3Volume::detach(DoneCompletion done) {
     }
     detaching_ = std::move(done);
     unmounter_ = server_->new_contact_client({mount3::kProgram, mount3::kVersion}, mount_port_);
-    mount3::unmount(*unmounter_, {this, credential_, kUnmountLimit}, share_.export_path, [this](const Status &) {
+    mount3::unmount(*unmounter_, {this, authenticator_, kUnmountLimit}, share_.export_path, [this](const Status &) {
         // Whatever the server said: the export is not used any more.
         const auto detached = std::exchange(detaching_, nullptr);
         detached({});
@@ -358,11 +318,13 @@ void Nfs3Volume::start(Procedure procedure, std::unique_ptr<Operation> operation
                        PutArguments &&put) {
     const std::string name(row_of(procedure).name);
     if (client_ == nullptr) return refuse(std::move(operation), {ENOTCONN, name + ": the export is not attached"});
-    xdr::Writer writer = client_->begin(static_cast<uint32_t>(procedure), credential_);
+    xdr::Writer writer;
     put(writer);
     if (!writer.ok()) return refuse(std::move(operation), {ENAMETOOLONG, name + ": a name is longer than 255 bytes"});
     auto request = std::make_unique<rpc::Request>();
-    request->head = writer.take();
+    request->procedure = static_cast<uint32_t>(procedure);
+    request->authenticator = authenticator_;
+    request->arguments = writer.take();
     request->data = extra.data;
     request->landing = extra.landing;
     if (procedure == Procedure::read) request->data_position = read_data_position;

@@ -18,9 +18,9 @@ namespace nfstdm::nfs4 {
 
 struct Call {
     // What is asked; filled in by the caller.
-    std::string_view name;                  // for texts; must outlive the call
-    std::span<const std::byte> credential;  // must outlive it too
-    std::function<void(Compound &)> put;    // adds the operations behind SEQUENCE; called anew for every request made
+    std::string_view name;  // for texts; must outlive the call
+    std::shared_ptr<rpc::Authenticator> authenticator;
+    std::function<void(Compound &)> put;  // adds the operations behind SEQUENCE; called anew for every request made
     std::function<bool(Results &, const rpc::Request &)> read;  // false: an operation failed, or it makes no sense
     std::function<void(Status)> done;                           // called once, from the loop
     // Told what failed first; when it takes the call over (true), it starts it again or ends it itself.

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "nfstdm/nfs4/compound.h"
 
-#include <utility>
-
 #include "nfstdm/xdr/words.h"
 
 namespace nfstdm::nfs4 {
@@ -14,7 +12,7 @@ constexpr std::size_t kHeadMaximum = 3 * xdr::kWord + kTagMaximum;
 
 }  // namespace
 
-Compound::Compound(xdr::Writer call, uint32_t minor_version) : call_(std::move(call)), results_maximum_(kHeadMaximum) {
+Compound::Compound(uint32_t minor_version) : results_maximum_(kHeadMaximum) {
     call_.put_u32(0);  // an empty tag
     call_.put_u32(minor_version);
     count_at_ = call_.size();

@@ -15,11 +15,10 @@
 
 namespace nfstdm::nfs4 {
 
-// Operations behind the head of a call.
+// The arguments of a call.
 class Compound {
   public:
-    // call: the head that rpc::Client::begin() made.
-    Compound(xdr::Writer call, uint32_t minor_version);
+    explicit Compound(uint32_t minor_version);
 
     // Appends an operation; its arguments follow.
     xdr::Writer &add(Op op);

@@ -15,6 +15,7 @@
 #include "nfstdm/nfs4/replies.h"
 #include "nfstdm/nfs4/session.h"
 #include "nfstdm/nfs4/status_table.h"
+#include "nfstdm/remote/security.h"
 #include "nfstdm/remote/server.h"
 
 namespace nfstdm::nfs4 {
@@ -159,7 +160,7 @@ class Nfs4Volume : public Volume {
     void with_state(Call &call, const FileHandle &file, uint32_t access, std::shared_ptr<StateId> used);
 
     EventLoop &loop() const { return server_->server().loop(); }
-    const std::string &security() const;
+    const std::string &security() const { return remote::wanted_security(server_->server().config(), share_); }
     Status in_context(const Status &status) const;
 
     void begin_contact();
@@ -176,7 +177,7 @@ class Nfs4Volume : public Volume {
     bool joined_ = false;  // a user of the session
     FileHandle root_;
     VolumeLimits limits_;
-    std::vector<std::byte> credential_;
+    std::shared_ptr<rpc::Authenticator> authenticator_;
     Opens opens_;
 
     std::vector<Completion<FileHandle>> attaching_;  // who waits for the attach under way
@@ -195,13 +196,6 @@ Nfs4Volume::Nfs4Volume(std::shared_ptr<SharedServer> server, ServerExport share)
 
 Nfs4Volume::~Nfs4Volume() {
     close(in_context({ECANCELED, "the export is no longer used"}));
-}
-
-const std::string &Nfs4Volume::security() const {
-    static const std::string kDefault = "sys";
-    if (!share_.security.empty()) return share_.security;
-    const std::string &general = server_->server().config().security_default;
-    return general.empty() ? kDefault : general;
 }
 
 Status Nfs4Volume::in_context(const Status &status) const {
@@ -225,9 +219,9 @@ void Nfs4Volume::begin_contact() {
     if (state_ != State::attaching) return;
     const remote::Server &server = server_->server();
     if (!server.problem().ok()) return attach_ended(server.problem());
-    auto credential = server.credential(security());
-    if (!credential.ok()) return attach_ended(in_context(credential.status()));
-    credential_ = std::move(credential.value());
+    auto authenticator = server.authenticator(security());
+    if (!authenticator.ok()) return attach_ended(in_context(authenticator.status()));
+    authenticator_ = std::move(authenticator.value());
     session_.add_user(opens_);
     joined_ = true;
     const auto new_contact_call = [this](std::string_view name) {
@@ -320,7 +314,7 @@ void Nfs4Volume::detached() {
 std::unique_ptr<Call> Nfs4Volume::new_call(std::string_view name) {
     auto call = std::make_unique<Call>();
     call->name = name;
-    call->credential = credential_;
+    call->authenticator = authenticator_;
     call->limit = seconds(server_->server().config().io_timeout_seconds);
     call->owner = this;
     return call;

@@ -66,7 +66,7 @@ rpc::Duration Session::limit() const {
 
 void Session::make() {
     assert(state_ == State::down && !queue_.empty());
-    credential_.assign(queue_.front()->credential.begin(), queue_.front()->credential.end());
+    authenticator_ = queue_.front()->authenticator;
     deadline_ = EventLoop::Clock::now() + server_.contact_limit();
     if (attempts_ == 0) make_wait_ = server_.timing().jukebox_first;
     const auto step = identified_ ? &Session::create : &Session::identify;
@@ -76,12 +76,14 @@ void Session::make() {
 
 // Sends an operation that needs no session; what it is answered with goes to a step of the making.
 void Session::ask(Op op, const std::function<void(Compound &)> &put, std::function<void(Results &)> answered) {
-    Compound compound(client_->begin(kProcCompound, credential_), minor_);
+    Compound compound(minor_);
     put(compound);
     auto request = std::make_unique<rpc::Request>();
     request->name = row_of(op).name;
     request->results_maximum = compound.results_maximum();
-    request->head = compound.take();
+    request->procedure = kProcCompound;
+    request->authenticator = authenticator_;
+    request->arguments = compound.take();
     request->limit = farewells_ > 0 ? kFarewellLimit : limit();
     request->needs_contact = !contacted_ || farewells_ > 0;
     request->owner = this;
@@ -250,7 +252,7 @@ void Session::send(CallPointer pointer, uint32_t slot) {
     call.session = session_number_;
     call.doubtful = false;
     call.completes = must_complete_ && !call.reclaims;
-    Compound compound(client_->begin(kProcCompound, call.credential), minor_);
+    Compound compound(minor_);
     put_sequence(compound, {session_, slots_.sequence(slot), slot, slots_.highest(), false});
     const std::size_t cache = compound.last_word();
     if (call.completes) put_reclaim_complete(compound);
@@ -266,7 +268,9 @@ void Session::send(CallPointer pointer, uint32_t slot) {
     request->needs_contact = call.needs_contact;
     request->owner = call.owner;
     const bool sound = compound.ok();
-    request->head = compound.take();
+    request->procedure = kProcCompound;
+    request->authenticator = call.authenticator;
+    request->arguments = compound.take();
     if (sound) return submit(call, std::move(request));
     leave_slot(call, &Slots::refused);
     call.timer->after({}, [this, &call] { finish(call, {ENAMETOOLONG, "a name is too long"}); });
@@ -437,11 +441,13 @@ void Session::requeue(Call &call) {
 void Session::bind_connection(Call &call) {
     if (++call.restarts > kRestartsMaximum) return finish(call, to_status(NfsStatus::conn_not_bound_to_session));
     auto request = std::make_unique<rpc::Request>();
-    Compound compound(client_->begin(kProcCompound, call.credential), minor_);
+    Compound compound(minor_);
     put_bind_connection(compound, session_);
     request->name = row_of(Op::bind_conn_to_session).name;
     request->results_maximum = compound.results_maximum();
-    request->head = compound.take();
+    request->procedure = kProcCompound;
+    request->authenticator = call.authenticator;
+    request->arguments = compound.take();
     request->limit = call.limit;
     request->owner = call.owner;
     request->done = [this, &call](const std::unique_ptr<rpc::Request> &) { send_again(call); };

@@ -116,7 +116,7 @@ class Session {
     std::unique_ptr<rpc::Client> client_;
     const std::string owner_;
     const uint64_t verifier_;
-    std::vector<std::byte> credential_;
+    std::shared_ptr<rpc::Authenticator> authenticator_;  // who the session is made as
 
     State state_ = State::down;
     uint64_t client_id_ = 0;

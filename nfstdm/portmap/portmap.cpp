@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "nfstdm/portmap/constants.h"
-#include "nfstdm/rpc/auth/identity.h"
 #include "nfstdm/xdr/reader.h"
 
 namespace nfstdm::portmap {
@@ -25,12 +24,13 @@ void get_port(rpc::Client &client, const void *owner, rpc::Duration limit, uint3
               std::function<void(Result<uint16_t>)> done) {
     auto request = std::make_unique<rpc::Request>();
     request->name = "portmapper GETPORT";
-    xdr::Writer writer = client.begin(kProcGetPort, rpc::auth_none_credential());
+    request->procedure = kProcGetPort;
+    xdr::Writer writer;
     writer.put_u32(program);
     writer.put_u32(version);
     writer.put_u32(kProtocolTcp);
     writer.put_u32(0);  // the port is what is asked for
-    request->head = writer.take();
+    request->arguments = writer.take();
     request->results_maximum = 4;
     request->limit = limit;
     request->needs_contact = true;

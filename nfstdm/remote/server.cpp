@@ -64,13 +64,13 @@ Server::Server(EventLoop &loop, const ServerConfig &config, const Trace &trace, 
         });
 }
 
-Result<std::vector<std::byte>> Server::credential(std::string_view security) const {
-    if (security == "none") return rpc::auth_none_credential();
+Result<std::shared_ptr<rpc::Authenticator>> Server::authenticator(std::string_view security) const {
+    if (security == "none") return rpc::auth_none();
     if (security != "sys")
         return Status{ENOTSUP, "security " + std::string(security) + " is not supported, sys and none are"};
     const auto identity = identity_of(config_);
     if (!identity.ok()) return identity.status().in("identity");
-    return rpc::auth_sys_credential(identity.value());
+    return rpc::auth_sys(identity.value());
 }
 
 bool Server::every_path_has_port() const {

@@ -40,8 +40,8 @@ class Server {
     // Why nothing on this server can be used, whatever the export: its block, its version or one of its paths.
     const Status &problem() const { return problem_; }
 
-    // The credential for a security flavour by name, "sys" or "none"; another is ENOTSUP.
-    Result<std::vector<std::byte>> credential(std::string_view security) const;
+    // Who presents the caller under a security by name, "sys" or "none"; another is ENOTSUP.
+    Result<std::shared_ptr<rpc::Authenticator>> authenticator(std::string_view security) const;
 
     // Ports as far as the block gives them; 0 = the portmapper must be asked. A path that has a port of its own needs
     // neither.

@@ -6,7 +6,6 @@
 
 #include "nfstdm/remote/constants.h"
 #include "nfstdm/remote/server.h"
-#include "nfstdm/rpc/auth/identity.h"
 
 namespace nfstdm::remote {
 
@@ -22,7 +21,6 @@ VersionQuestion::VersionQuestion(Server &server, uint16_t port, rpc::Duration li
 void VersionQuestion::ask(rpc::Client &client, rpc::Duration limit, Status &answer) {
     auto request = std::make_unique<rpc::Request>();
     request->name = "NULL";
-    request->head = client.begin(0, rpc::auth_none_credential()).take();
     request->limit = limit;
     request->needs_contact = true;
     request->done = [this, &answer](const std::unique_ptr<rpc::Request> &answered) {

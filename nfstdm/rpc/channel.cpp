@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "nfstdm/rpc/envelope.h"
 #include "nfstdm/rpc/transport/tcp.h"
 
 namespace nfstdm::rpc {
@@ -92,7 +93,7 @@ void Channel::doubt() {
 void Channel::probe() {
     auto null_call = owner_.new_probe();
     null_call->owner = this;
-    probe_bytes_ = null_call->head.size();
+    probe_bytes_ = wire_size(*null_call);
     connection_.send(std::move(null_call));
 }
 

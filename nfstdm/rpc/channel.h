@@ -43,7 +43,7 @@ class ChannelOwner {
     // The channel can not be used now and tries again by itself while there is work; requests is what was on it, in
     // order of submission. nonsense: because of what the server sent.
     virtual void channel_lost(std::vector<std::unique_ptr<Request>> requests, const Status &why, bool nonsense) = 0;
-    // A NULL call of the channel's program, begun and ready to be sealed.
+    // A NULL call of the channel's program, sealed.
     virtual std::unique_ptr<Request> new_probe() = 0;
 };
 

@@ -7,6 +7,8 @@
 #include <random>
 #include <utility>
 
+#include "nfstdm/rpc/envelope.h"
+
 namespace nfstdm::rpc {
 
 namespace {
@@ -42,26 +44,23 @@ Client::Client(EventLoop &loop, ClientConfig config, const Trace &trace)
 
 Client::~Client() = default;
 
-xdr::Writer Client::begin(uint32_t procedure, std::span<const std::byte> credential) const {
-    xdr::Writer writer;
-    begin_call(writer, config_.program.number, config_.program.version, procedure, credential);
-    return writer;
-}
-
-void Client::seal(Request &request) {
-    request.sequence = next_sequence_++;
-    seal_call(request.head, request.xid(), request.data.size() + xdr::padding_of(request.data.size()));
+// Gives a request to a connection, with a header made for this transmission.
+void Client::transmit(std::unique_ptr<Request> request, Channel &channel) {
+    if (Status failed = seal(*request); !failed.ok()) return finish(std::move(request), failed);
+    channel.send(std::move(request));
 }
 
 void Client::submit(std::unique_ptr<Request> request) {
     request->status = {};
     request->sends = 0;
     request->faults = 0;
+    request->denials = 0;
     request->landed = 0;
     request->submitted = clock_;
     request->begun.reset();
     request->moved = false;
-    seal(*request);
+    request->program = config_.program;
+    request->sequence = next_sequence_++;
     ++outstanding_;
     worked_ = true;
     if (doubt_ && EventLoop::Clock::now() - last_tick_ > config_.timing.grace) {
@@ -86,23 +85,78 @@ void Client::begin_work() {
 }
 
 void Client::pump() {
-    while (!to_send_.empty()) {
-        Channel *channel = choose_channel(channels_, *to_send_.front(), connection_bytes());
-        if (channel == nullptr) return;
-        auto request = std::move(to_send_.front());
-        to_send_.pop_front();
+    for (std::size_t next = 0; next < to_send_.size();) {
+        // Others need not wait for a request that can not be sent yet.
+        if (to_send_[next]->authenticator->readiness() != Authenticator::Readiness::ready) {
+            ++next;
+            continue;
+        }
+        Channel *channel = choose_channel(channels_, *to_send_[next], connection_bytes());
+        if (channel == nullptr) break;
+        auto request = std::move(to_send_[next]);
+        to_send_.erase(to_send_.begin() + static_cast<std::ptrdiff_t>(next));
         if (!request->begun) request->begun = clock_;
-        channel->send(std::move(request));
+        transmit(std::move(request), *channel);
     }
     move_reads();
+    open_authenticators();
+}
+
+void Client::open_authenticators() {
+    const auto waits = [this](const auto &request) {
+        return !opening_.contains(request->authenticator.get()) &&
+               request->authenticator->readiness() == Authenticator::Readiness::unmade;
+    };
+    for (;;) {
+        const auto first = std::find_if(to_send_.begin(), to_send_.end(), waits);
+        if (first == to_send_.end()) return;
+        begin_opening(**first);
+    }
+}
+
+void Client::begin_opening(const Request &first) {
+    const auto authenticator = first.authenticator;
+    opening_.insert(authenticator.get());
+    open_further(authenticator, authenticator->next_opening(std::nullopt), first);
+}
+
+// The next call of an authenticator, which may take as long as the one that waits for it.
+void Client::open_further(const std::shared_ptr<Authenticator> &authenticator, Result<std::optional<Opening>> next,
+                          const Request &like) {
+    if (!next.ok()) return opening_failed(authenticator.get(), next.status().in("server " + config_.server));
+    if (!next.value()) {
+        opening_.erase(authenticator.get());
+        return pump();
+    }
+    auto request = std::make_unique<Request>();
+    request->name = "security context";
+    request->authenticator = std::move(next.value()->authenticator);
+    request->arguments = std::move(next.value()->arguments);
+    request->results_maximum = next.value()->results_maximum;
+    request->limit = like.limit;
+    request->needs_contact = like.needs_contact;
+    request->owner = this;
+    request->done = [this, authenticator](const std::unique_ptr<Request> &answered) {
+        if (!answered->status.ok()) return opening_failed(authenticator.get(), answered->status);
+        open_further(authenticator, authenticator->next_opening(answered->results()), *answered);
+    };
+    submit(std::move(request));
+}
+
+void Client::opening_failed(const Authenticator *authenticator, const Status &why) {
+    opening_.erase(authenticator);
+    for (auto &request : to_send_)
+        if (request->authenticator.get() == authenticator) conclude(std::move(request), why);
+    std::erase(to_send_, nullptr);
 }
 
 void Client::move_reads() {
     while (const auto move = find_move(channels_)) {
+        if (move->request->authenticator->readiness() != Authenticator::Readiness::ready) return;
         auto read = move->from->move(*move->request);
         if (read == nullptr) return;
         read->moved = true;
-        move->to->send(std::move(read));
+        transmit(std::move(read), *move->to);
     }
 }
 
@@ -123,8 +177,15 @@ void Client::channel_answered(std::unique_ptr<Request> request) {
     if (std::exchange(reported_, false))
         trace_.write(TraceLevel::failure, TraceComponent::rpc,
                      [this] { return "server " + config_.server + " ok again"; });
-    const Status status = std::move(request->status);
-    finish(std::move(request), status);
+    if (request->denied && ++request->denials < kDenialsMaximum) {
+        --request->sends;  // it was not executed
+        std::vector<std::unique_ptr<Request>> again;
+        again.push_back(std::move(request));
+        requeue(std::move(again));
+    } else {
+        const Status status = std::move(request->status);
+        finish(std::move(request), status);
+    }
     pump();
 }
 
@@ -145,8 +206,10 @@ void Client::channel_lost(std::vector<std::unique_ptr<Request>> requests, const 
 }
 
 void Client::requeue(std::vector<std::unique_ptr<Request>> requests) {
-    for (auto &request : requests)
+    for (auto &request : requests) {
+        request->transmission.reset();  // that one is over
         to_send_.push_back(std::move(request));
+    }
     std::sort(to_send_.begin(), to_send_.end(), [](const auto &a, const auto &b) { return a->sequence < b->sequence; });
 }
 
@@ -163,19 +226,27 @@ void Client::give_up_unreachable() {
 std::unique_ptr<Request> Client::new_probe() {
     auto probe = std::make_unique<Request>();
     probe->name = "NULL";
-    xdr::Writer writer = begin(0, std::vector<std::byte>(8));  // AUTH_NONE: a flavour and a length of zero
-    probe->head = writer.take();
+    probe->program = config_.program;
+    probe->sequence = next_sequence_++;
     probe->submitted = clock_;
-    seal(*probe);
+    [[maybe_unused]] const Status sealed = seal(*probe);
+    assert(sealed.ok());  // as AUTH_NONE, which can always be said
     return probe;
 }
 
 // The request leaves the client's work; its owner hears of it from the loop.
 void Client::finish(std::unique_ptr<Request> request, const Status &status) {
-    request->status = status.ok() ? Status{} : status.in(std::string(request->name)).in("server " + config_.server);
+    Status named = status.in(std::string(request->name)).in("server " + config_.server);
+    conclude(std::move(request), std::move(named));
+}
+
+// The same, of a failure that is told already of whom and of what it is.
+void Client::conclude(std::unique_ptr<Request> request, Status status) {
+    request->status = std::move(status);
     request->spent = clock_ - request->submitted;
     assert(outstanding_ > 0);
     --outstanding_;
+    request->transmission.reset();
     done_.push_back(std::move(request));
     if (!std::exchange(delivering_, true)) life_.soon(loop_, [this] { deliver(); });
 }
@@ -204,6 +275,8 @@ void Client::drop(const void *owner) {
 }
 
 void Client::close() {
+    drop(this);  // what nobody waits for any more
+    opening_.clear();
     assert(outstanding_ == 0);
     doubt_.end();
     tick_timer_.cancel();

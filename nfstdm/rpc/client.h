@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -20,14 +21,8 @@
 #include "nfstdm/rpc/doubt.h"
 #include "nfstdm/rpc/request.h"
 #include "nfstdm/rpc/timing.h"
-#include "nfstdm/xdr/writer.h"
 
 namespace nfstdm::rpc {
-
-struct Program {
-    uint32_t number = 0;
-    uint32_t version = 0;
-};
 
 struct ClientConfig {
     std::string server;  // its name, for texts
@@ -48,11 +43,8 @@ class Client : private ChannelOwner {
     Client(const Client &) = delete;
     Client &operator=(const Client &) = delete;
 
-    // Begins the head of a request: the arguments follow.
-    xdr::Writer begin(uint32_t procedure, std::span<const std::byte> credential) const;
-
-    // head, name and done must be set. The same request may be submitted again once it was given back; it is a new one
-    // then, with an xid of its own.
+    // What is asked and done must be set. The same request may be submitted again once it was given back; it is a new
+    // one then, with an xid of its own.
     void submit(std::unique_ptr<Request> request);
 
     // Forgets every request of an owner without a word: their buffers are not touched again, their done not called.
@@ -86,6 +78,8 @@ class Client : private ChannelOwner {
     static constexpr std::size_t kPromptConnectionBytes = std::size_t{32} << 20;
     // A request on the wire of this many connections that ended in nonsense is what the nonsense answers.
     static constexpr unsigned kFaultsMaximum = 3;
+    // An identity that is refused so often in a row is not one that needs renewing.
+    static constexpr unsigned kDenialsMaximum = 3;
 
     // A server in doubt is asked until it answers, whether somebody waits or not.
     bool has_work() const override { return outstanding_ > 0 || doubt_; }
@@ -99,7 +93,13 @@ class Client : private ChannelOwner {
     void pump();
     void move_reads();
     std::size_t connection_bytes() const { return prompt_ ? kPromptConnectionBytes : kConnectionBytes; }
-    void seal(Request &request);
+    void open_authenticators();
+    void begin_opening(const Request &first);
+    void open_further(const std::shared_ptr<Authenticator> &authenticator, Result<std::optional<Opening>> next,
+                      const Request &like);
+    void opening_failed(const Authenticator *authenticator, const Status &why);
+    void conclude(std::unique_ptr<Request> request, Status status);
+    void transmit(std::unique_ptr<Request> request, Channel &channel);
     void requeue(std::vector<std::unique_ptr<Request>> requests);
     void finish(std::unique_ptr<Request> request, const Status &status);
     void deliver();
@@ -123,6 +123,7 @@ class Client : private ChannelOwner {
     Channels channels_;
 
     std::deque<std::unique_ptr<Request>> to_send_;  // in order of submission
+    std::set<const Authenticator *> opening_;       // whose requests wait for what the server says
     std::deque<std::unique_ptr<Request>> done_;     // answered or given up, to be delivered from the loop
     std::size_t outstanding_ = 0;                   // requests to send and on channels
     uint64_t next_sequence_;

@@ -9,30 +9,25 @@
 #include <cerrno>
 #include <utility>
 
+#include "nfstdm/rpc/envelope.h"
+
 namespace nfstdm::rpc {
 
 namespace {
 
-// Pieces that are sent at once: several small requests leave in one packet, one large WRITE takes three.
+// Pieces that are sent at once: several small requests leave in one packet, one large WRITE takes four.
 constexpr std::size_t kParts = 48;
 // How often one turn of the loop receives before others have their turn.
 constexpr int kReceivesPerTurn = 16;
 
-constexpr std::array<std::byte, xdr::kWord> kPadding{};
-
-std::size_t wire_size(const Request &request) {
-    return request.head.size() + request.data.size() + xdr::padding_of(request.data.size());
-}
-
 // The parts of a record that are still to be sent, given how much of it was; gathers them without copying.
 class Gather {
   public:
-    bool full() const { return count_ + 3 > kParts; }
+    bool full() const { return count_ + 4 > kParts; }
 
     void add(const Request &request, std::size_t sent) {
-        add(request.head, sent);
-        add(request.data, sent);
-        add(std::span{kPadding}.first(xdr::padding_of(request.data.size())), sent);
+        for (const auto &piece : rpc::pieces(request))
+            add(piece, sent);
     }
 
     std::span<const iovec> pieces() const { return std::span{parts_}.first(count_); }
@@ -216,9 +211,14 @@ void Connection::record_received(Request &request, bool whole) {
     auto answered = std::move(found->second);
     on_wire_.erase(found);
     weight_ -= answered->weight();
-    answered->status = read_reply_header(answered->reply, answered->results_at);
-    if (answered->status.ok() && !whole) answered->status = {EIO, "the server's answer is cut or too long"};
-    owner_.connection_answered(std::move(answered));
+    open_reply(*answered, whole);
+    if (!answered->suspect) return owner_.connection_answered(std::move(answered));
+    // Whoever spoiled one answer may spoil the next. The request is asked again elsewhere.
+    const Status why = std::exchange(answered->status, {});
+    const uint32_t xid = answered->xid();
+    weight_ += answered->weight();
+    on_wire_.emplace(xid, std::move(answered));
+    fail(why, true);
 }
 
 }  // namespace nfstdm::rpc

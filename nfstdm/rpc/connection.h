@@ -45,7 +45,7 @@ class Connection : private RecordSink {
 
     bool is_open() const { return transport_ != nullptr; }
 
-    // Takes an open connection. The request's head is sealed.
+    // Takes an open connection. The request is sealed.
     void send(std::unique_ptr<Request> request);
 
     // Of a closed connection: every request, in order of submission.

@@ -166,7 +166,7 @@ Status Receiver::on_xid() {
     head_size_ = kWord;
     data_size_ = 0;
     tail_size_ = 0;
-    head_need_ = request_->data_position == nullptr ? kWholeRecord : head_size_;
+    head_need_ = request_->lands_directly() ? head_size_ : kWholeRecord;
     enter(State::head);
     if (head_need_ == head_size_) on_head();
     return {};

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "nfstdm/base/status.h"
+#include "nfstdm/rpc/auth/authenticator.h"
 #include "nfstdm/rpc/message/message.h"
 
 namespace nfstdm::rpc {
@@ -27,9 +28,11 @@ using DataPosition = std::size_t (*)(std::span<const std::byte> results);
 // client's answered requests; between Client::submit() and the delivery nobody else holds it.
 struct Request {
     // What is asked; filled in by the caller.
-    std::string_view name;                 // of the procedure, for texts; must outlive the request
-    std::vector<std::byte> head;           // begun by Client::begin(), then the arguments
-    std::span<const std::byte> data;       // sent behind head from where it is, then padded
+    std::string_view name;  // of the procedure, for texts; must outlive the request
+    uint32_t procedure = 0;
+    std::shared_ptr<Authenticator> authenticator = auth_none();
+    std::vector<std::byte> arguments;
+    std::span<const std::byte> data;       // sent behind the arguments from where it is, then padded
     std::span<std::byte> landing;          // takes the opaque data at the end of the results
     DataPosition data_position = nullptr;  // set when there is a landing
     std::size_t results_maximum = 0;       // bytes of results, the data in landing not counted
@@ -48,8 +51,17 @@ struct Request {
     std::chrono::steady_clock::time_point first_sent{};
     Duration spent{};  // of the limit
 
+    // The present transmission, as the envelope has it.
+    std::vector<std::byte> head;     // the record's mark and the call's header
+    std::vector<std::byte> wrapped;  // what is sent instead of arguments and data, where those are wrapped
+    std::unique_ptr<Transmission> transmission;
+    bool suspect = false;  // the answer is not to be trusted: nothing of it is used
+    bool denied = false;   // the server did not take the identity, and that has a cure
+
     // The client's own.
+    Program program;
     uint64_t sequence = 0;                        // order of submission; its low 32 bits are the xid
+    unsigned denials = 0;                         // of the identity, each of which had a cure
     unsigned faults = 0;                          // connections lost to nonsense while this was on the wire
     Duration submitted{};                         // on the client's clock
     std::optional<Duration> begun;                // when it was first given to a connection
@@ -59,10 +71,13 @@ struct Request {
     uint32_t xid() const { return static_cast<uint32_t>(sequence); }
     std::span<const std::byte> results() const { return std::span{reply}.subspan(results_at); }
     // What the request takes of a connection: the bytes that make it big, and something for the round trip.
-    std::size_t weight() const { return head.size() + data.size() + landing.size() + 1024; }
+    std::size_t weight() const { return head.size() + arguments.size() + data.size() + landing.size() + 1024; }
     std::size_t record_maximum() const {
-        return kReplyHeaderMaximum + results_maximum + landing.size() + xdr::padding_of(landing.size());
+        return kReplyHeaderMaximum + results_maximum + landing.size() + xdr::padding_of(landing.size()) +
+               authenticator->overhead();
     }
+    // READ data goes from the wire straight into its place.
+    bool lands_directly() const { return data_position != nullptr && !authenticator->wraps(); }
 };
 
 }  // namespace nfstdm::rpc

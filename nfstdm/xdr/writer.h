@@ -30,6 +30,9 @@ class Writer {
     // Replaces a word written earlier, at a byte position.
     void patch_u32(std::size_t position, uint32_t value);
 
+    // Makes room for this many bytes at once; without it room is made as they come.
+    void reserve(std::size_t size) { bytes_.reserve(size); }
+
     bool ok() const { return !failed_; }
     std::size_t size() const { return bytes_.size(); }
     std::span<const std::byte> bytes() const { return bytes_; }

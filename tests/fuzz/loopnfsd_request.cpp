@@ -210,8 +210,7 @@ class Caller {
         const auto *bulk = given.reply->bulk.bytes.get();
         reply.insert(reply.end(), bulk, bulk + given.reply->bulk.size);
         require(reply.size() % 4 == 0, "an answer is made of words");
-        std::size_t results = 0;
-        const auto judged = nfstdm::rpc::read_reply_header(reply, results);
+        const auto judged = nfstdm::rpc::read_reply_header(reply).status;
         require(judged.ok() || judged.text().find("well-formed") == std::string::npos, "an answer has a proper head");
         return reply;
     }

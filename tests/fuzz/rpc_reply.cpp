@@ -46,8 +46,9 @@ struct Outcome {
 
 // Whether a whole reply without a landing is judged the same way by both readers of the header.
 void examine_header(Bytes reply) {
-    std::size_t results = 0;
-    const bool accepted = rpc::read_reply_header(reply, results).ok();
+    const rpc::ReplyHeader header = rpc::read_reply_header(reply);
+    const bool accepted = header.status.ok();
+    const std::size_t results = header.results;
     require(results <= reply.size(), "results begin inside the reply");
     const std::size_t position = rpc::results_position(reply);
     require(accepted == (position <= reply.size()), "both readers of a header agree on success");

@@ -30,13 +30,14 @@ Status malformed() {
     return {EIO, "the server's answer is not a well-formed RPC reply"};
 }
 
-Status denied(xdr::Reader &reader) {
+Status denied(xdr::Reader &reader, std::optional<uint32_t> &auth_status) {
     uint32_t reason = 0;
     uint32_t detail = 0;
     if (!reader.get_u32(reason) || !reader.get_u32(detail)) return malformed();
     if (reason == static_cast<uint32_t>(RejectStatus::rpc_mismatch))
         return {EPROTONOSUPPORT, "the server does not speak RPC version 2"};
     if (reason != static_cast<uint32_t>(RejectStatus::auth_error)) return malformed();
+    auth_status = detail;
     return {EACCES, std::string("the server refuses the identity presented: ") + auth_words(detail)};
 }
 
@@ -65,24 +66,19 @@ Status accepted(uint32_t state, xdr::Reader &reader) {
 
 }  // namespace
 
-void begin_call(xdr::Writer &writer, uint32_t program, uint32_t version, uint32_t procedure,
-                std::span<const std::byte> credential) {
+void begin_call(xdr::Writer &writer, uint32_t xid, const Program &program, uint32_t procedure) {
     writer.put_u32(0);  // record mark
-    writer.put_u32(0);  // xid
+    writer.put_u32(xid);
     writer.put_u32(kCall);
     writer.put_u32(kRpcVersion);
-    writer.put_u32(program);
-    writer.put_u32(version);
+    writer.put_u32(program.number);
+    writer.put_u32(program.version);
     writer.put_u32(procedure);
-    writer.put_fixed(credential);
-    writer.put_u32(kAuthNone);  // verifier
-    writer.put_u32(0);
 }
 
-void seal_call(std::span<std::byte> head, uint32_t xid, std::size_t trailing) {
+void mark_call(std::span<std::byte> head, std::size_t trailing) {
     const std::size_t record = head.size() - xdr::kWord + trailing;
     xdr::store_u32(head, kLastFragment | static_cast<uint32_t>(record));
-    xdr::store_u32(head.subspan(xdr::kWord), xid);
 }
 
 std::size_t results_position(std::span<const std::byte> known) {
@@ -101,19 +97,24 @@ std::size_t results_position(std::span<const std::byte> known) {
     return success ? position : kWholeRecord;
 }
 
-Status read_reply_header(std::span<const std::byte> reply, std::size_t &results) {
+ReplyHeader read_reply_header(std::span<const std::byte> reply) {
     xdr::Reader reader(reply);
+    ReplyHeader header;
+    header.results = reply.size();
+    header.status = malformed();
     uint32_t xid = 0, kind = 0, state = 0;
-    results = reply.size();
-    if (!reader.get_u32(xid) || !reader.get_u32(kind) || !reader.get_u32(state) || kind != kReply) return malformed();
-    if (state == kMessageDenied) return denied(reader);
-    if (state != kMessageAccepted) return malformed();
-    uint32_t flavour = 0, accept = 0;
-    std::span<const std::byte> verifier;
-    if (!reader.get_u32(flavour) || !reader.get_opaque(verifier, kAuthBodyMaximum) || !reader.get_u32(accept))
-        return malformed();
-    results = reply.size() - reader.left();
-    return accepted(accept, reader);
+    if (!reader.get_u32(xid) || !reader.get_u32(kind) || !reader.get_u32(state) || kind != kReply) return header;
+    if (state == kMessageDenied) header.status = denied(reader, header.auth_status);
+    if (state != kMessageAccepted) return header;
+    Verifier verifier;
+    uint32_t accept = 0;
+    if (!reader.get_u32(verifier.flavour) || !reader.get_opaque(verifier.body, kAuthBodyMaximum) ||
+        !reader.get_u32(accept))
+        return header;
+    header.verifier = verifier;
+    header.results = reply.size() - reader.left();
+    header.status = accepted(accept, reader);
+    return header;
 }
 
 }  // namespace nfstdm::rpc

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "nfstdm/rpc/auth/identity.h"
+#include "nfstdm/rpc/envelope.h"
 #include "nfstdm/rpc/message/constants.h"
 #include "tests/unit/rpc/scripted_server.h"
 
@@ -26,11 +26,10 @@ class ChannelTest : public testing::Test, protected ChannelOwner {
 
     std::unique_ptr<Request> make(uint32_t procedure) {
         auto request = std::make_unique<Request>();
-        xdr::Writer writer;
-        begin_call(writer, 200001, 1, procedure, auth_none_credential());
-        request->head = writer.take();
+        request->program = {200001, 1};
+        request->procedure = procedure;
         request->sequence = ++sequence_;
-        seal_call(request->head, request->xid(), 0);
+        EXPECT_TRUE(seal(*request).ok());
         return request;
     }
 

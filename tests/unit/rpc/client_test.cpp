@@ -63,7 +63,7 @@ class ClientTest : public testing::Test {
     std::unique_ptr<Request> make(uint32_t procedure = 1) {
         auto request = std::make_unique<Request>();
         request->name = "CALL";
-        request->head = client->begin(procedure, auth_none_credential()).take();
+        request->procedure = procedure;
         request->results_maximum = 64;
         request->done = [this](std::unique_ptr<Request> done) { finished.push_back(std::move(done)); };
         return request;
