@@ -152,6 +152,9 @@ void ServerBuilder::take_value(Key key, const Setting &setting) {
         case Key::security_default:
             current_.security_default = setting.value;
             return;
+        case Key::principal_host:
+            current_.principal_host = setting.value;
+            return;
         case Key::uid:
             return take_number(setting, current_.uid);
         case Key::gid:

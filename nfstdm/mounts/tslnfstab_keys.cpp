@@ -23,6 +23,7 @@ constexpr KeyRow kKeys[] = {
     {Key::mount, Value::word, false, "mount"},
     {Key::security, Value::word, false, "security"},
     {Key::security_default, Value::word, false, "security_default"},
+    {Key::principal_host, Value::word, false, "principal_host"},
     {Key::uid, Value::number, false, "uid", 0, kAny},
     {Key::gid, Value::number, false, "gid", 0, kAny},
     {Key::version, Value::word, false, "version"},

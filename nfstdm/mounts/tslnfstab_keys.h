@@ -17,6 +17,7 @@ enum class Key : uint8_t {
     mount,
     security,
     security_default,
+    principal_host,
     uid,
     gid,
     version,

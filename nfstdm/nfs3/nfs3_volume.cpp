@@ -146,7 +146,8 @@ class Nfs3Volume : public Volume {
     void refuse(std::unique_ptr<Operation> operation, const Status &why);
 
     EventLoop &loop() const { return server_->loop(); }
-    const std::string &security() const { return remote::wanted_security(server_->config(), share_); }
+    const std::string &wanted() const { return remote::wanted_security(server_->config(), share_); }
+    Status choose_security(const std::vector<uint32_t> &offered);
     Status in_context(const Status &status) const;
 
     void begin_contact();
@@ -164,6 +165,7 @@ class Nfs3Volume : public Volume {
     std::optional<FsInfoReply> root_info_;
     uint32_t directory_bytes_ = kDirectoryBytes;
     std::shared_ptr<rpc::Authenticator> authenticator_;
+    std::shared_ptr<rpc::Authenticator> mount_authenticator_;
     rpc::Client *client_ = nullptr;  // the server's, while in use here
     uint16_t mount_port_ = 0;
 
@@ -202,13 +204,17 @@ void Nfs3Volume::attach(Completion<FileHandle> done) {
 void Nfs3Volume::begin_contact() {
     if (state_ != State::attaching) return;
     if (!server_->problem().ok()) return attach_ended(server_->problem());
-    auto authenticator = server_->authenticator(security());
+    // What tslnfstab asks for is there, or the server is not asked at all.
+    if (!wanted().empty())
+        if (const auto there = server_->authenticator(wanted()); !there.ok())
+            return attach_ended(in_context(there.status()));
+    auto authenticator = server_->mount_authenticator(wanted());
     if (!authenticator.ok()) return attach_ended(in_context(authenticator.status()));
     if (share_.export_path.size() > mount3::kPathMaximum)
         return attach_ended(in_context({ENAMETOOLONG, "the export's path is too long"}));
-    authenticator_ = std::move(authenticator.value());
+    mount_authenticator_ = std::move(authenticator.value());
     const auto deadline = EventLoop::Clock::now() + server_->contact_limit();
-    contact_ = std::make_unique<Contact>(*server_, share_.export_path, authenticator_, deadline,
+    contact_ = std::make_unique<Contact>(*server_, share_.export_path, mount_authenticator_, deadline,
                                          [this](Result<Contacted> result) { contacted(std::move(result)); });
     contact_->start();
 }
@@ -216,15 +222,21 @@ void Nfs3Volume::begin_contact() {
 void Nfs3Volume::contacted(Result<Contacted> result) {
     if (!result.ok()) return attach_ended(result.status());
     const Contacted &found = result.value();
-    if (!remote::offers(found.export_reply.flavours, security()))
-        return attach_ended(
-            in_context({EACCES, "export " + share_.export_path + " is not offered with security " + security() +
-                                    ", only with " + remote::flavour_names(found.export_reply.flavours)}));
+    if (Status status = choose_security(found.export_reply.flavours); !status.ok())
+        return attach_ended(in_context(status));
     root_ = found.export_reply.root;
     mount_port_ = found.ports.mount;
     client_ = &server_->use_nfs(found.ports.nfs);
     operations_.use(client_);
     ask_limits();
+}
+
+Status Nfs3Volume::choose_security(const std::vector<uint32_t> &offered) {
+    const auto security = remote::choose_security(wanted(), offered, share_.export_path);
+    if (!security.ok()) return security.status();
+    auto authenticator = server_->authenticator(security.value());
+    if (authenticator.ok()) authenticator_ = std::move(authenticator.value());
+    return authenticator.status();
 }
 
 void Nfs3Volume::ask_limits() {
@@ -295,11 +307,12 @@ void Nfs3Volume::detach(DoneCompletion done) {
     }
     detaching_ = std::move(done);
     unmounter_ = server_->new_contact_client({mount3::kProgram, mount3::kVersion}, mount_port_);
-    mount3::unmount(*unmounter_, {this, authenticator_, kUnmountLimit}, share_.export_path, [this](const Status &) {
-        // Whatever the server said: the export is not used any more.
-        const auto detached = std::exchange(detaching_, nullptr);
-        detached({});
-    });
+    mount3::unmount(*unmounter_, {this, mount_authenticator_, kUnmountLimit}, share_.export_path,
+                    [this](const Status &) {
+                        // Whatever the server said: the export is not used any more.
+                        const auto detached = std::exchange(detaching_, nullptr);
+                        detached({});
+                    });
 }
 
 bool Nfs3Volume::busy() const {

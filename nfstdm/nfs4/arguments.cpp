@@ -191,6 +191,10 @@ void put_secinfo_no_name(Compound &compound) {
     compound.add(Op::secinfo_no_name).put_u32(0);  // of the current file handle
 }
 
+void put_secinfo(Compound &compound, std::string_view name) {
+    compound.add(Op::secinfo).put_string(name, kNameMaximum);
+}
+
 void put_sequence(Compound &compound, const SequenceArguments &arguments) {
     xdr::Writer &writer = compound.add(Op::sequence);
     writer.put_fixed(arguments.session);

@@ -59,6 +59,7 @@ void put_destroy_clientid(Compound &compound, uint64_t client);
 void put_bind_connection(Compound &compound, const SessionId &session);
 void put_reclaim_complete(Compound &compound);
 void put_secinfo_no_name(Compound &compound);
+void put_secinfo(Compound &compound, std::string_view name);
 
 struct SequenceArguments {
     SessionId session{};

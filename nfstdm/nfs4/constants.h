@@ -34,6 +34,7 @@ enum class Op : uint32_t {
     readdir = 26,
     readlink = 27,
     remove = 28,
+    secinfo = 33,
     setattr = 34,
     verify = 37,
     write = 38,

@@ -61,6 +61,12 @@ void ExportContact::begin() {
 }
 
 bool ExportContact::read(Results &results) {
+    const bool found = read_found(results);
+    wrong_security_ = results.failure() == NfsStatus::wrongsec;
+    return found;
+}
+
+bool ExportContact::read_found(Results &results) {
     passed_ = 0;
     if (!results.next(Op::putrootfh)) return false;
     for (; passed_ < components_.size(); ++passed_)
@@ -75,6 +81,7 @@ void ExportContact::looked_up(const Status &status) {
     const Status named = status.in("export " + path_);
     if (absent) return list(named);
     if (status.number() == EREMOTE) return ask_where(named);
+    if (wrong_security_) return ask_security(named);
     finish(named);
 }
 
@@ -101,6 +108,28 @@ void ExportContact::ask_where(const Status &failure) {
         return results.next(Op::getattr) && get_attributes(results.reader(), *values);
     };
     call->done = [this, failure, values](const Status &) { finish(with_locations(failure, *values)); };
+    start_(std::move(call));
+}
+
+// What the server wants instead, at the component where it refused (RFC 8881 section 2.6.3.1).
+void ExportContact::ask_security(const Status &failure) {
+    auto call = new_call_("SECINFO");
+    call->put = [this](Compound &compound) {
+        put_path(compound, passed_);
+        if (passed_ < components_.size())
+            put_secinfo(compound, components_[passed_]);
+        else
+            put_secinfo_no_name(compound);
+    };
+    call->read = [this](Results &results, const rpc::Request &) {
+        offered_.clear();
+        if (!results.next(Op::putrootfh)) return false;
+        for (std::size_t i = 0; i < passed_; ++i)
+            if (!results.next(Op::lookup)) return false;
+        return results.next(passed_ < components_.size() ? Op::secinfo : Op::secinfo_no_name) &&
+               get_flavours(results.reader(), offered_);
+    };
+    call->done = [this, failure](const Status &) { finish(failure); };
     start_(std::move(call));
 }
 

@@ -38,11 +38,16 @@ class ExportContact {
 
     void begin();
 
+    // After a failure because of the security flavour: those that the server takes there.
+    const std::vector<uint32_t> &offered() const { return offered_; }
+
   private:
     void put_path(Compound &compound, std::size_t components) const;
     bool read(Results &results);
+    bool read_found(Results &results);
     void looked_up(const Status &status);
     void list(const Status &failure);
+    void ask_security(const Status &failure);
     void ask_where(const Status &failure);
     void finish(Result<FoundExport> result);
 
@@ -53,6 +58,8 @@ class ExportContact {
     Done done_;
     std::size_t passed_ = 0;  // components that are there
     FoundExport found_;
+    bool wrong_security_ = false;
+    std::vector<uint32_t> offered_;
 };
 
 }  // namespace nfstdm::nfs4

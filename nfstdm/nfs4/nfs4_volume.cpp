@@ -160,10 +160,13 @@ class Nfs4Volume : public Volume {
     void with_state(Call &call, const FileHandle &file, uint32_t access, std::shared_ptr<StateId> used);
 
     EventLoop &loop() const { return server_->server().loop(); }
-    const std::string &security() const { return remote::wanted_security(server_->server().config(), share_); }
+    const std::string &wanted() const { return remote::wanted_security(server_->server().config(), share_); }
+    Status use_security(const std::string &security);
     Status in_context(const Status &status) const;
 
     void begin_contact();
+    void find_export();
+    void find_with_another(const std::vector<uint32_t> &offered);
     void contacted(Result<FoundExport> result);
     void attach_ended(Status status);
     void leave();
@@ -177,6 +180,7 @@ class Nfs4Volume : public Volume {
     bool joined_ = false;  // a user of the session
     FileHandle root_;
     VolumeLimits limits_;
+    std::string security_;
     std::shared_ptr<rpc::Authenticator> authenticator_;
     Opens opens_;
 
@@ -219,11 +223,21 @@ void Nfs4Volume::begin_contact() {
     if (state_ != State::attaching) return;
     const remote::Server &server = server_->server();
     if (!server.problem().ok()) return attach_ended(server.problem());
-    auto authenticator = server.authenticator(security());
-    if (!authenticator.ok()) return attach_ended(in_context(authenticator.status()));
-    authenticator_ = std::move(authenticator.value());
+    if (Status status = use_security(wanted().empty() ? "sys" : wanted()); !status.ok())
+        return attach_ended(in_context(status));
     session_.add_user(opens_);
     joined_ = true;
+    find_export();
+}
+
+Status Nfs4Volume::use_security(const std::string &security) {
+    auto authenticator = server_->server().authenticator(security);
+    if (authenticator.ok()) authenticator_ = std::move(authenticator.value());
+    security_ = security;
+    return authenticator.status();
+}
+
+void Nfs4Volume::find_export() {
     const auto new_contact_call = [this](std::string_view name) {
         auto call = new_call(name);
         call->needs_contact = true;
@@ -236,7 +250,21 @@ void Nfs4Volume::begin_contact() {
     contact_->begin();
 }
 
+// The server has said what it wants instead. One more question settles it.
+void Nfs4Volume::find_with_another(const std::vector<uint32_t> &offered) {
+    const auto other = remote::choose_security(wanted(), offered, share_.export_path);
+    if (!other.ok()) return attach_ended(in_context(other.status()));
+    if (other.value() == security_)
+        return attach_ended(in_context({EACCES, "the server offers security " + security_ + " and refuses it"}));
+    if (Status status = use_security(other.value()); !status.ok()) return attach_ended(in_context(status));
+    find_export();
+}
+
 void Nfs4Volume::contacted(Result<FoundExport> result) {
+    if (!result.ok() && !contact_->offered().empty()) {
+        const auto offered = contact_->offered();
+        return find_with_another(offered);
+    }
     if (!result.ok()) return attach_ended(result.status());
     root_ = result.value().root;
     limits_ = limits_from(result.value().values, session_.sizes());

@@ -44,6 +44,7 @@ constexpr auto kTable = std::to_array<OpRow>({
     {Op::readdir, "READDIR", false, kDirectory},
     {Op::readlink, "READLINK", false, kHead + kWord + kTargetMaximum},
     {Op::remove, "REMOVE", true, kHead + kChange},
+    {Op::secinfo, "SECINFO", false, kHead + 1024},
     {Op::setattr, "SETATTR", true, kHead + kBitmap},
     {Op::write, "WRITE", false, kHead + 2 * kWord + kVerifierSize},
     {Op::verify, "VERIFY", false, kHead},

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "nfstdm/remote/security.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "nfstdm/rpc/message/message.h"
 #include "nfstdm/xdr/words.h"
 
@@ -78,6 +80,19 @@ bool get_entry(xdr::Reader &reader, DirectoryEntry &entry) {
     if (values.rdattr_error != 0) return true;
     entry.attributes = values.attributes();
     entry.handle = values.handle;
+    return true;
+}
+
+// A mechanism, a quality of protection, a service; flavour stays as it is for what is not known here.
+bool get_kerberos(xdr::Reader &reader, uint32_t &flavour) {
+    // 1.2.840.113554.1.2.2, as bare contents or with tag and length in front.
+    static constexpr std::string_view kMechanism = "\x2a\x86\x48\x86\xf7\x12\x01\x02\x02";
+    std::string_view mechanism;
+    uint32_t quality = 0;
+    uint32_t service = 0;
+    if (!reader.get_string(mechanism, kOpaqueMaximum) || !reader.get_u32(quality) || !reader.get_u32(service))
+        return false;
+    if (mechanism.ends_with(kMechanism) && service >= 1 && service <= 3) flavour = remote::krb5_flavour(service);
     return true;
 }
 
@@ -178,15 +193,13 @@ bool get_read_into(xdr::Reader &reader, std::span<std::byte> place, ReadReply &r
 
 bool get_flavours(xdr::Reader &reader, std::vector<uint32_t> &flavours) {
     constexpr uint32_t kFlavoursMaximum = 64;
-    constexpr uint32_t kRpcsecGss = 6;
     uint32_t count = 0;
     if (!reader.get_u32(count) || count > kFlavoursMaximum) return false;
     for (; count > 0; --count) {
         uint32_t flavour = 0;
         if (!reader.get_u32(flavour)) return false;
-        // A mechanism, a quality of protection, a service.
-        if (flavour == kRpcsecGss && !(skip_opaque(reader) && reader.skip(2 * xdr::kWord))) return false;
-        flavours.push_back(flavour);
+        if (flavour == rpc::kRpcsecGss && !get_kerberos(reader, flavour)) return false;
+        if (flavour != rpc::kRpcsecGss) flavours.push_back(flavour);
     }
     return true;
 }

@@ -61,7 +61,8 @@ bool get_readdir(xdr::Reader &reader, DirectoryReply &reply);
 bool get_read(xdr::Reader &reader, std::size_t landed, ReadReply &reply);
 // READ with its data, which fit into place.
 bool get_read_into(xdr::Reader &reader, std::span<std::byte> place, ReadReply &reply);
-// The flavours of RPC security that SECINFO_NO_NAME offers.
+// The flavours of RPC security that SECINFO and SECINFO_NO_NAME offer, with RPCSEC_GSS by the flavour that stands for
+// Kerberos and the service (RFC 2623 section 2.2.2); other mechanisms are left out.
 bool get_flavours(xdr::Reader &reader, std::vector<uint32_t> &flavours);
 
 // Moves over the results of an operation that succeeded; the reader fails when they are not all there, or when this

@@ -197,10 +197,16 @@ void Session::make_failed(const Status &why) {
     state_ = State::down;
     attempts_ = 0;
     const auto life = life_.watch();
-    for (auto &call : std::exchange(queue_, {})) {
+    // That one identity is refused says nothing of the others, which may make the session.
+    std::deque<CallPointer> failed;
+    for (auto &call : queue_)
+        if (why.number() != EACCES || call->authenticator == authenticator_) failed.push_back(std::move(call));
+    std::erase(queue_, nullptr);
+    for (auto &call : failed) {
         call->done(why);
         if (life.expired()) return;
     }
+    pump();
 }
 
 // The server does not know the session any more. Its client id may still be good, and with it what is open.

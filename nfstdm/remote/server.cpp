@@ -9,7 +9,9 @@
 #include "nfstdm/portmap/constants.h"
 #include "nfstdm/portmap/portmap.h"
 #include "nfstdm/remote/constants.h"
+#include "nfstdm/remote/security.h"
 #include "nfstdm/rpc/auth/identity.h"
+#include "nfstdm/rpc/message/constants.h"
 #include "nfstdm/rpc/transport/address.h"
 #include "nfstdm/volume/version.h"
 
@@ -48,6 +50,13 @@ Result<rpc::Identity> identity_of(const ServerConfig &config) {
     return identity;
 }
 
+// The host in the name of the server's Kerberos service.
+std::string principal_host(const ServerConfig &config) {
+    if (!config.principal_host.empty()) return config.principal_host;
+    const auto parsed = rpc::parse_host_port(config.name);
+    return parsed.ok() ? parsed.value().host : config.name;
+}
+
 }  // namespace
 
 Server::Server(EventLoop &loop, const ServerConfig &config, const Trace &trace, const rpc::Timing &timing)
@@ -64,13 +73,33 @@ Server::Server(EventLoop &loop, const ServerConfig &config, const Trace &trace, 
         });
 }
 
-Result<std::shared_ptr<rpc::Authenticator>> Server::authenticator(std::string_view security) const {
-    if (security == "none") return rpc::auth_none();
-    if (security != "sys")
-        return Status{ENOTSUP, "security " + std::string(security) + " is not supported, sys and none are"};
+Result<std::shared_ptr<rpc::Authenticator>> Server::authenticator(const std::string &security) {
+    const SecurityRow *const row = find_security(security);
+    if (row == nullptr) {
+        std::string words;
+        for (const SecurityRow &each : securities())
+            words += (words.empty() ? "" : ", ") + std::string(each.word);
+        return Status{ENOTSUP, "security " + security + " is not known; there are " + words};
+    }
+    if (row->service) return kerberos(security, *row->service);
+    if (row->flavour == rpc::kAuthNone) return rpc::auth_none();
     const auto identity = identity_of(config_);
     if (!identity.ok()) return identity.status().in("identity");
     return rpc::auth_sys(identity.value());
+}
+
+Result<std::shared_ptr<rpc::Authenticator>> Server::mount_authenticator(const std::string &security) {
+    return authenticator(security == "none" ? security : "sys");
+}
+
+// One security context does for all exports with the same security.
+Result<std::shared_ptr<rpc::Authenticator>> Server::kerberos(const std::string &security, rpc::GssService service) {
+    auto &known = kerberos_[security];
+    if (known != nullptr) return known;
+    const auto module = rpc::load_gss_module();
+    if (!module.ok()) return module.status().in("security " + security);
+    known = std::make_shared<rpc::GssAuthenticator>(*module.value(), "nfs@" + principal_host(config_), service);
+    return known;
 }
 
 bool Server::every_path_has_port() const {

@@ -6,15 +6,16 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "nfstdm/base/event_loop.h"
 #include "nfstdm/base/status.h"
 #include "nfstdm/base/trace.h"
+#include "nfstdm/rpc/auth/gss.h"
 #include "nfstdm/rpc/client.h"
 #include "nfstdm/rpc/timing.h"
 #include "nfstdm/volume/server_config.h"
@@ -40,8 +41,10 @@ class Server {
     // Why nothing on this server can be used, whatever the export: its block, its version or one of its paths.
     const Status &problem() const { return problem_; }
 
-    // Who presents the caller under a security by name, "sys" or "none"; another is ENOTSUP.
-    Result<std::shared_ptr<rpc::Authenticator>> authenticator(std::string_view security) const;
+    // Who presents the caller under a security by name. ENOTSUP for a name that is none, or whose module is missing.
+    Result<std::shared_ptr<rpc::Authenticator>> authenticator(const std::string &security);
+    // The same to the MOUNT program, which says what the export is to be used with and asks for no more than sys.
+    Result<std::shared_ptr<rpc::Authenticator>> mount_authenticator(const std::string &security);
 
     // Ports as far as the block gives them; 0 = the portmapper must be asked. A path that has a port of its own needs
     // neither.
@@ -67,6 +70,7 @@ class Server {
     std::optional<Ports> known_ports;
 
   private:
+    Result<std::shared_ptr<rpc::Authenticator>> kerberos(const std::string &security, rpc::GssService service);
     std::vector<rpc::Path> program_paths(uint16_t port) const;
     std::unique_ptr<rpc::Client> new_client(rpc::ClientConfig config);
     std::unique_ptr<rpc::Client> new_nfs_client(std::vector<rpc::Path> paths, uint32_t version);
@@ -78,6 +82,7 @@ class Server {
     const std::shared_ptr<rpc::AddressBook> addresses_ = std::make_shared<rpc::AddressBook>();
     std::vector<rpc::Path> paths_;  // port 0 = the program's
     Status problem_;
+    std::map<std::string, std::shared_ptr<rpc::Authenticator>> kerberos_;  // by security
     std::unique_ptr<rpc::Client> nfs_;
     unsigned users_ = 0;  // of nfs_
 };

@@ -19,7 +19,7 @@ struct ServerPath {
 struct ServerExport {
     std::string export_path;
     std::string mount_point;
-    std::string security;  // "sys" when empty; other flavours are refused when the export is used
+    std::string security;  // none, sys, krb5, krb5i or krb5p; empty = sys, or what the server offers instead
 };
 
 struct ServerConfig {
@@ -35,9 +35,10 @@ struct ServerConfig {
     uint16_t nfs_port = 0;                  // nfsport, 0 = ask the portmapper
     uint16_t rdma_port = 0;                 // rdmaport: read and traced; the transport is TCP
     std::string version;                    // "nfsv3" when empty
-    std::string security_default;
-    unsigned line = 0;    // of the server key in tslnfstab
-    std::string problem;  // why the block cannot be used; empty = usable
+    std::string security_default;           // of the exports that have none of their own
+    std::string principal_host;             // in the name of its Kerberos service; the server's name when empty
+    unsigned line = 0;                      // of the server key in tslnfstab
+    std::string problem;                    // why the block cannot be used; empty = usable
 };
 
 }  // namespace nfstdm

@@ -55,7 +55,7 @@ RULES = [
 STACKS = [
     ("platform", "include"),
     (
-        "nfstdm/base nfstdm/xdr nfstdm/volume nfstdm/rpc/message nfstdm/rpc/auth nfstdm/rpc/transport nfstdm/rpc"
+        "nfstdm/base nfstdm/xdr nfstdm/volume nfstdm/rpc/message nfstdm/rpc/auth nfstdm/gss nfstdm/rpc/transport nfstdm/rpc"
         " nfstdm/portmap nfstdm/remote nfstdm/nfs3 nfstdm/nfs4 nfstdm/mounts nfstdm/files nfstdm/tdm",
         "include",
     ),

@@ -25,6 +25,7 @@ check_needs=(
     /usr/lib/python3/dist-packages/pyte:python3-pyte
     dpkg-shlibdeps:dpkg-dev
     file:file
+    /usr/include/gssapi/gssapi_krb5.h:libkrb5-dev
 )
 # Checks that these bring are skipped, by name, where they cannot be had.
 # shellcheck disable=SC2034
@@ -35,6 +36,9 @@ optional_needs=(
     ganesha.nfsd:nfs-ganesha
     '/usr/lib/*/ganesha/libfsalvfs.so:nfs-ganesha-vfs'
     rpcbind:rpcbind
+    krb5kdc:krb5-kdc
+    kadmin.local:krb5-admin-server
+    kinit:krb5-user
     ip:iproute2
     unshare:util-linux
     zsh:zsh

@@ -36,6 +36,9 @@ def problems(home):
     for path, allowed in ((program, C_LIBRARY | {"libnfstdm.so"}), (library, C_LIBRARY), (server, C_LIBRARY)):
         for name in sorted(needed(path) - allowed):
             yield f"{path.name} needs {name}"
+    for path in home.glob("lib/nfstdm-*.so"):
+        for name in sorted(symbols(path, "--defined-only") - {path.stem.replace("-", "_") + "_module"}):
+            yield f"{path.name} exports {name}"
     if "libnfstdm.so" not in needed(program):
         yield "tslwnfs does not need libnfstdm.so"
 

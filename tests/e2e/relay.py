@@ -1,7 +1,8 @@
 """A TCP relay that a test holds in its hands: it lets so many bytes through and then waits; it resets connections.
 
 Run as a program, with the target's port, it prints its own and obeys one command a line: "allow BYTES" lets more through
-and is answered with "held" once they are used up, "reset" resets every connection.
+and is answered with "held" once they are used up, "reset" resets every connection, "flip BYTES" changes one byte of what
+the target sends after so many more of them.
 """
 
 import asyncio
@@ -52,6 +53,10 @@ class Relay:
     def reset(self):
         self._tell("reset")
 
+    def flip(self, distance):
+        """Changes one byte of what the target sends, after so many more."""
+        self._tell(f"flip {distance}")
+
     def close(self):
         self.process.stdin.close()
         namespace.stop(self.process)
@@ -66,6 +71,7 @@ class Line:
         self.left = 0
         self.gate = asyncio.Event()
         self.writers = set()
+        self.until_flip = None
 
     def allow(self, count):
         self.left += count
@@ -84,8 +90,19 @@ class Line:
             writer.get_extra_info("socket").setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, linger)
             writer.transport.abort()
 
-    async def pump(self, reader, writer):
+    def flipped(self, data):
+        """Bytes of the target, with the one changed whose turn it is."""
+        if self.until_flip is None:
+            return data
+        place = self.until_flip
+        self.until_flip = place - len(data) if place >= len(data) else None
+        if self.until_flip is not None:
+            return data
+        return data[:place] + bytes([data[place] ^ 0x10]) + data[place + 1 :]
+
+    async def pump(self, reader, writer, change=lambda data: data):
         while data := await reader.read(CHUNK):
+            data = change(data)
             while data:
                 while self.left == 0:
                     await self.gate.wait()
@@ -101,7 +118,7 @@ class Line:
             upstream, upstream_writer = await asyncio.open_connection("127.0.0.1", self.target)
             joined.add(upstream_writer)
             self.writers |= joined
-            pumps = [self.pump(reader, upstream_writer), self.pump(upstream, writer)]
+            pumps = [self.pump(reader, upstream_writer), self.pump(upstream, writer, self.flipped)]
             tasks = [asyncio.ensure_future(pump) for pump in pumps]
             await asyncio.wait(tasks, return_when=asyncio.FIRST_COMPLETED)
             for task in tasks:
@@ -122,6 +139,8 @@ async def serve(target):
     while command := (await commands.readline()).split():
         if command[0] == b"allow":
             line.allow(int(command[1]))
+        elif command[0] == b"flip":
+            line.until_flip = int(command[1])
         else:
             line.reset()
 

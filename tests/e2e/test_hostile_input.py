@@ -81,7 +81,7 @@ def test_a_tslnfstab_of_random_bytes_leaves_local_paths_usable(own, folder, seed
 
 
 KEYS = ["uid", "gid", "server", "local", "path", "export", "mount", "security", "version", "mnt_timeout", "rdmaport"]
-KEYS += ["community", "security_default", "management", "nconnect", "io_timeout", "mountport", "nfsport"]
+KEYS += ["community", "security_default", "principal_host", "management", "nconnect", "io_timeout", "mountport", "nfsport"]
 # Values that name a host stay on loopback, on a port where nothing listens: no test asks another machine.
 VALUES = ["127.0.0.1:1", "1", "-1", "0", "99999999999999999999", "", "#", "%s%n", "/hostile", "/", "x" * 1500, "\t", "\0"]
 

@@ -56,7 +56,9 @@ bool is_about_server(const Reason &reason) {
 
 // Nothing to do with who asks, and the reason says it all.
 bool is_about_security(const Reason &reason) {
-    return reason.text.find(" with security ") != std::string::npos;
+    return reason.text.find(" with security ") != std::string::npos ||
+           reason.text.find("Kerberos") != std::string::npos ||
+           reason.text.find(": security context: ") != std::string::npos;
 }
 
 // The question that the server of a reason answers, by the name that tslnfstab has for it.

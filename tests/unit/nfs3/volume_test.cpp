@@ -280,10 +280,21 @@ TEST_F(VolumeTest, ReportsWhatIsWrongWithABlockWithoutContact) {
     EXPECT_EQ(nfs.server.accepted(), 0);
 }
 
+TEST_F(VolumeTest, TakesTheStrongestSecurityWhereSysIsNotOfferedAndNoneIsAskedFor) {
+    FakeNfs nfs(loop);
+    nfs.flavours = {390004, 390003, 7};
+    open(config_of(nfs));
+    const auto root = attach();  // what Kerberos needs is not beside this program
+    EXPECT_EQ(root.status().number(), static_cast<uint32_t>(ENOTSUP));
+    EXPECT_THAT(root.status().text(), HasSubstr("security krb5i: Kerberos is not available"));
+    nfs.flavours = {7};
+    EXPECT_THAT(attach().status().text(), HasSubstr("not offered with security sys, only with flavour 7"));
+}
+
 TEST_F(VolumeTest, RefusesAnExportThatDoesNotTakeItsSecurity) {
     FakeNfs nfs(loop);
     nfs.flavours = {390003, 390004};
-    open(config_of(nfs));
+    open(config_of(nfs), "sys");
     const auto root = attach();
     EXPECT_EQ(root.status().number(), static_cast<uint32_t>(EACCES));
     EXPECT_THAT(root.status().text(), HasSubstr("not offered with security sys, only with krb5, krb5i"));

@@ -216,6 +216,16 @@ NfsStatus FakeNfs4::execute_file(Op op, Compound &compound) {
         case Op::lookup:
             compound.name = get_text(in);
             return names.contains(compound.name) ? NfsStatus::ok : NfsStatus::noent;
+        case Op::secinfo:
+            static_cast<void>(get_text(in));
+            out.put_u32(static_cast<uint32_t>(kerberos_services.size()));
+            for (const uint32_t service : kerberos_services) {
+                out.put_u32(6);
+                out.put_string("\x2a\x86\x48\x86\xf7\x12\x01\x02\x02");
+                out.put_u32(0);
+                out.put_u32(service);
+            }
+            return NfsStatus::ok;
         case Op::getfh:
             out.put_string(compound.name);
             return NfsStatus::ok;

@@ -46,6 +46,7 @@ class FakeNfs4 {
     uint32_t minor_version_maximum = 2;
     std::vector<std::pair<uint32_t, uint32_t>> sequences;  // slot and sequence number, as they came
     int grants_without_reclaim = 0;
+    std::vector<uint32_t> kerberos_services;  // of RPCSEC_GSS, as SECINFO tells them
 
   private:
     struct Session {

@@ -484,6 +484,22 @@ TEST_F(Nfs4VolumeTest, TellsWhereAnExportIsThatIsOnAnotherServer) {
     EXPECT_THAT(attach().status().text(), AllOf(HasSubstr("export /export"), HasSubstr("; it is at nas7:/vol/data")));
 }
 
+TEST_F(Nfs4VolumeTest, TakesTheStrongestSecurityThatAnExportOffersInsteadOfSys) {
+    nfs.kerberos_services = {1, 2};
+    open();
+    nfs.fail(Op::lookup, NfsStatus::wrongsec);
+    // What Kerberos needs is not beside this program.
+    EXPECT_THAT(attach().status().text(), HasSubstr("server db1: security krb5i: Kerberos is not available"));
+    EXPECT_EQ(nfs.executed(Op::secinfo), 1);
+}
+
+TEST_F(Nfs4VolumeTest, TellsWhatAnExportIsOfferedWithThatRefusesItsSecurity) {
+    nfs.kerberos_services = {1, 3};
+    volume = factory.open(config(), {"/export", "/mnt", "sys"}, {4, 1, false});
+    nfs.fail(Op::lookup, NfsStatus::wrongsec);
+    EXPECT_THAT(attach().status().text(), HasSubstr("is not offered with security sys, only with krb5, krb5p"));
+}
+
 TEST_F(Nfs4VolumeTest, RemovesNoDirectoryAsAFileAndNoFileAsADirectory) {
     open();
     ASSERT_TRUE(attach().ok());
