@@ -1,42 +1,45 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "nfstdm/nfs4/status_table.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <string>
+
+#include "nfstdm/remote/shared_statuses.h"
 
 namespace nfstdm::nfs4 {
 
 namespace {
 
-// Where NFSv3 has the same status the number and the words are the same.
+consteval StatusRow shared(NfsStatus status, std::string_view name) {
+    return remote::shared_row<StatusRow>(status, name);
+}
+
 constexpr auto kTable = std::to_array<StatusRow>({
-    {NfsStatus::perm, EPERM, "NFS4ERR_PERM", "only the owner may do that"},
-    {NfsStatus::noent, ENOENT, "NFS4ERR_NOENT", "no such file or directory"},
-    {NfsStatus::io, EIO, "NFS4ERR_IO", "the server's disk failed"},
-    {NfsStatus::nxio, ENXIO, "NFS4ERR_NXIO", "no such device"},
-    {NfsStatus::access, EACCES, "NFS4ERR_ACCESS", "permission denied"},
-    {NfsStatus::exist, EEXIST, "NFS4ERR_EXIST", "the name exists already"},
-    {NfsStatus::xdev, EXDEV, "NFS4ERR_XDEV", "not within one file system"},
-    {NfsStatus::notdir, ENOTDIR, "NFS4ERR_NOTDIR", "not a directory"},
-    {NfsStatus::isdir, EISDIR, "NFS4ERR_ISDIR", "it is a directory"},
-    {NfsStatus::inval, EINVAL, "NFS4ERR_INVAL", "an argument makes no sense to the server"},
-    {NfsStatus::fbig, EFBIG, "NFS4ERR_FBIG", "the file would be too large"},
-    {NfsStatus::nospc, ENOSPC, "NFS4ERR_NOSPC", "no space left on the server"},
-    {NfsStatus::rofs, EROFS, "NFS4ERR_ROFS", "the export is read-only"},
-    {NfsStatus::mlink, EMLINK, "NFS4ERR_MLINK", "too many links"},
-    {NfsStatus::nametoolong, ENAMETOOLONG, "NFS4ERR_NAMETOOLONG", "the name is too long"},
-    {NfsStatus::notempty, ENOTEMPTY, "NFS4ERR_NOTEMPTY", "the directory is not empty"},
-    {NfsStatus::dquot, EDQUOT, "NFS4ERR_DQUOT", "over quota on the server"},
-    {NfsStatus::stale, ESTALE, "NFS4ERR_STALE", "the file is gone from the server (stale handle)"},
-    {NfsStatus::badhandle, ESTALE, "NFS4ERR_BADHANDLE", "the server does not know the handle"},
-    {NfsStatus::bad_cookie, EBADE, "NFS4ERR_BAD_COOKIE", "the position in the directory is not valid any more"},
-    {NfsStatus::notsupp, ENOTSUP, "NFS4ERR_NOTSUPP", "the server does not do that"},
-    {NfsStatus::toosmall, EOVERFLOW, "NFS4ERR_TOOSMALL", "the answer does not fit what was asked for"},
-    {NfsStatus::serverfault, EREMOTEIO, "NFS4ERR_SERVERFAULT", "the server failed"},
-    {NfsStatus::badtype, EINVAL, "NFS4ERR_BADTYPE", "the server has no objects of that type"},
-    {NfsStatus::delay, EBUSY, "NFS4ERR_DELAY", "the server is not ready for it yet"},
+    shared(NfsStatus::perm, "NFS4ERR_PERM"),
+    shared(NfsStatus::noent, "NFS4ERR_NOENT"),
+    shared(NfsStatus::io, "NFS4ERR_IO"),
+    shared(NfsStatus::nxio, "NFS4ERR_NXIO"),
+    shared(NfsStatus::access, "NFS4ERR_ACCESS"),
+    shared(NfsStatus::exist, "NFS4ERR_EXIST"),
+    shared(NfsStatus::xdev, "NFS4ERR_XDEV"),
+    shared(NfsStatus::notdir, "NFS4ERR_NOTDIR"),
+    shared(NfsStatus::isdir, "NFS4ERR_ISDIR"),
+    shared(NfsStatus::inval, "NFS4ERR_INVAL"),
+    shared(NfsStatus::fbig, "NFS4ERR_FBIG"),
+    shared(NfsStatus::nospc, "NFS4ERR_NOSPC"),
+    shared(NfsStatus::rofs, "NFS4ERR_ROFS"),
+    shared(NfsStatus::mlink, "NFS4ERR_MLINK"),
+    shared(NfsStatus::nametoolong, "NFS4ERR_NAMETOOLONG"),
+    shared(NfsStatus::notempty, "NFS4ERR_NOTEMPTY"),
+    shared(NfsStatus::dquot, "NFS4ERR_DQUOT"),
+    shared(NfsStatus::stale, "NFS4ERR_STALE"),
+    shared(NfsStatus::badhandle, "NFS4ERR_BADHANDLE"),
+    shared(NfsStatus::bad_cookie, "NFS4ERR_BAD_COOKIE"),
+    shared(NfsStatus::notsupp, "NFS4ERR_NOTSUPP"),
+    shared(NfsStatus::toosmall, "NFS4ERR_TOOSMALL"),
+    shared(NfsStatus::serverfault, "NFS4ERR_SERVERFAULT"),
+    shared(NfsStatus::badtype, "NFS4ERR_BADTYPE"),
+    shared(NfsStatus::delay, "NFS4ERR_DELAY"),
     {NfsStatus::same, EBADE, "NFS4ERR_SAME", "the object has not changed"},
     {NfsStatus::denied, EACCES, "NFS4ERR_DENIED", "another client holds a lock"},
     {NfsStatus::expired, EIO, "NFS4ERR_EXPIRED", "the server took the open file back: it did not hear of us for long"},
@@ -101,13 +104,7 @@ std::span<const StatusRow> status_table() {
 }
 
 Status to_status(NfsStatus status) {
-    const auto row =
-        std::find_if(kTable.begin(), kTable.end(), [status](const StatusRow &each) { return each.status == status; });
-    if (row == kTable.end())
-        return {EIO, "the server answered with the unknown status " + std::to_string(static_cast<uint32_t>(status))};
-    std::string text(row->words);
-    text.append(" (").append(row->name).append(")");
-    return {static_cast<uint32_t>(row->number), std::move(text)};
+    return remote::refusal_of(kTable, static_cast<uint32_t>(status));
 }
 
 }  // namespace nfstdm::nfs4
