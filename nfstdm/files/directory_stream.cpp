@@ -10,8 +10,7 @@
 namespace nfstdm {
 namespace {
 
-constexpr unsigned kRestartsMaximum = 3;    // after cookies that became invalid
-constexpr uint32_t kInvalidCookie = EBADE;  // what a cookie that is no longer valid fails with
+constexpr unsigned kRestartsMaximum = 3;  // after cookies that became invalid
 
 }  // namespace
 
@@ -51,7 +50,7 @@ Status DirectoryStream::read_more() {
 // A server that changed the directory may refuse to go on from a cookie (RFC 1813 section 3.3.16). The listing then
 // starts again, and the names that were given stay given.
 Status DirectoryStream::start_again(const Status &failure) {
-    if (failure.number() != kInvalidCookie || cookie_ == 0 || restarts_ == kRestartsMaximum) return failure;
+    if (!failure.is(Condition::bad_cookie) || cookie_ == 0 || restarts_ == kRestartsMaximum) return failure;
     ++restarts_;
     cookie_ = 0;
     verifier_ = 0;

@@ -21,7 +21,7 @@ namespace {
 
 // The portmapper, MOUNT or NFSv3 is not offered, or nobody listens where it should be.
 bool lacks_version3(const Status &failure) {
-    return failure.number() == EPROTONOSUPPORT || failure.number() == ECONNREFUSED;
+    return failure.is(Condition::not_offered) || failure.number() == ECONNREFUSED;
 }
 
 }  // namespace
@@ -257,7 +257,7 @@ Result<DirectoryReply> MountedVolume::answer(DirectoryQuestionPointer question) 
     const auto wait = [&] { loop_.run_until([&question] { return question->reply.has_value(); }); };
     if (now_() - question->asked >= ObjectCache::kLifetime) ask_again();
     wait();
-    if (question->plus && question->reply->status().number() == ENOTSUP) {
+    if (question->plus && question->reply->status().is(Condition::no_operation)) {
         lists_attributes_ = false;
         ask_again();
         wait();

@@ -68,7 +68,7 @@ void OpenFile::read(uint64_t offset, std::span<std::byte> buffer, DoneCompletion
         if (Status failure = flush(); !failure.ok()) return done(std::move(failure));
     }
     windows().read.read(offset, buffer, [this, offset, buffer, done = std::move(done)](Status status) {
-        if (status.number() == ESTALE)
+        if (status.is(Condition::stale))
             windows_->stale_reads.push_back({offset, buffer, done, std::move(status)});
         else
             done(named(status));
@@ -112,7 +112,7 @@ Status OpenFile::look_up_again() {
     if (!place.ok()) return place.status();
     const auto &object = place.value().object;
     if (place.value().mount != &mount_ || !object || object->handle != handle())
-        return {ESTALE, path() + " is another file now"};
+        return {ESTALE, path() + " is another file now", Condition::stale};
     forget_read_ahead();
     return {};
 }
@@ -165,7 +165,7 @@ const Status &OpenFile::settle() {
         mount_.loop().run_until([&window] { return window.settled(); });
     };
     wait();
-    if (window.failure().number() == ESTALE && look_up_again().ok()) {
+    if (window.failure().is(Condition::stale) && look_up_again().ok()) {
         window.restart();
         wait();
     }
@@ -194,7 +194,7 @@ Status OpenFile::resize(uint64_t size) {
     SetAttributes set;
     set.size = size;
     Status status = mount_.set_attributes(handle(), set);
-    if (status.number() == ESTALE && look_up_again().ok()) status = mount_.set_attributes(handle(), set);
+    if (status.is(Condition::stale) && look_up_again().ok()) status = mount_.set_attributes(handle(), set);
     if (status.ok()) set_known_size(size);
     return named(status);
 }

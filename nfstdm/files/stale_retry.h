@@ -2,8 +2,6 @@
 // A handle that the server no longer knows is looked up again, once.
 #pragma once
 
-#include <cerrno>
-
 #include "nfstdm/files/mount_set.h"
 
 namespace nfstdm {
@@ -20,7 +18,7 @@ const Status &status_of(const Result<T> &result) {
 template <class Operation>
 auto retry_when_stale(MountSet &mounts, Operation &&operation) {
     auto result = operation();
-    if (status_of(result).number() != ESTALE) return result;
+    if (!status_of(result).is(Condition::stale)) return result;
     mounts.forget_handles();
     return operation();
 }

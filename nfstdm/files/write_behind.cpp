@@ -205,7 +205,7 @@ void WriteBehind::settle_committed(uint64_t verifier) {
 // ---- failing
 
 bool WriteBehind::keeps_blocks() const {
-    return failure_.number() == ESTALE;
+    return failure_.is(Condition::stale);
 }
 
 // Blocks that are on the wire stay until their WRITE is answered.

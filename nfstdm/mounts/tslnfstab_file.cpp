@@ -22,10 +22,6 @@ constexpr std::size_t kSizeMaximum = std::size_t{64} << 20;  // bytes
 constexpr std::chrono::milliseconds kChangeMaximum(200);
 constexpr std::chrono::milliseconds kBetweenLooks(10);
 
-Status failure(int number, const std::string &path) {
-    return {static_cast<uint32_t>(number), path + ": " + std::strerror(number)};
-}
-
 Status left_in(const std::string &path, const std::string &backup) {
     return {ECANCELED, "the configuration was left in " + backup + "; look at it and rename it to " + path};
 }
@@ -40,22 +36,22 @@ Tslnfstab nothing(const std::string &path) {
 // Reads a file to its end. Opened without waiting: the name may be a pipe's.
 Status read_file(const std::string &path, std::string &text) {
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0) return failure(errno, path);
+    if (descriptor < 0) return system_failure(path, errno);
     const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(::fdopen(descriptor, "r"), &std::fclose);
     if (!file) {
         ::close(descriptor);
-        return failure(ENOMEM, path);
+        return system_failure(path, ENOMEM);
     }
     struct stat status;
-    if (::fstat(descriptor, &status) != 0) return failure(errno, path);
-    if (S_ISDIR(status.st_mode)) return failure(EISDIR, path);
+    if (::fstat(descriptor, &status) != 0) return system_failure(path, errno);
+    if (S_ISDIR(status.st_mode)) return system_failure(path, EISDIR);
     if (!S_ISREG(status.st_mode)) return {EINVAL, path + ": it is no regular file"};
     std::array<char, 16384> piece;
     while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), file.get())) {
         text.append(piece.data(), count);
-        if (text.size() > kSizeMaximum) return failure(EFBIG, path);
+        if (text.size() > kSizeMaximum) return system_failure(path, EFBIG);
     }
-    return std::ferror(file.get()) != 0 ? failure(errno, path) : Status{};
+    return std::ferror(file.get()) != 0 ? system_failure(path, errno) : Status{};
 }
 
 bool is_missing(const Status &status) {

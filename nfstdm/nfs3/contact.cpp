@@ -73,11 +73,12 @@ void Contact::mounted(Result<mount3::MountReply> reply) {
 // What there is of the server refuses, or lacks a program: perhaps it is a server of another kind.
 void Contact::fail(const Status &why) {
     constexpr rpc::Duration kQuestionLimit = std::chrono::seconds(2);
-    if (why.number() != ECONNREFUSED && why.number() != EPROTONOSUPPORT) return finish(why);
+    if (why.number() != ECONNREFUSED && !why.is(Condition::not_offered)) return finish(why);
     version_question_ = std::make_unique<remote::VersionQuestion>(
         server_, ports_.nfs != 0 ? ports_.nfs : kPort, std::min(left(), kQuestionLimit), [this, why](bool v4_only) {
             if (!v4_only) return finish(why);
-            const Status reason{EPROTONOSUPPORT, "it offers NFSv4 only, and this client speaks NFSv3 with it"};
+            const Status reason{EPROTONOSUPPORT, "it offers NFSv4 only, and this client speaks NFSv3 with it",
+                                Condition::not_offered};
             finish(reason.in("server " + server_.name()));
         });
 }

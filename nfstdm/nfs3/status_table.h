@@ -16,6 +16,7 @@ struct StatusRow {
     int number;  // errno
     std::string_view name;
     std::string_view words;
+    Condition condition = Condition::none;
 };
 
 // A row for every value of RFC 1813, in rising order.

@@ -89,7 +89,7 @@ Status with_locations(const Status &failure, const AttributeValues &values) {
     std::string text = failure.text();
     for (const std::string &location : values.locations)
         text += (&location == values.locations.data() ? "; it is at " : ", ") + location;
-    return {failure.number(), std::move(text)};
+    return failure.told_as(std::move(text));
 }
 
 // Where the export went. Of what is elsewhere this alone can be asked here (RFC 8881 section 11.3.1).
@@ -155,8 +155,7 @@ void ExportContact::list(const Status &failure) {
         for (std::size_t i = 0; i < std::min(kNamesTold, reply->entries.size()); ++i)
             names += (i == 0 ? "/" : ", /") + reply->entries[i].name;
         if (reply->entries.size() > kNamesTold) names += ", ...";
-        finish(Status{failure.number(),
-                      failure.text() + "; " + where + (names.empty() ? " is empty" : " holds: " + names)});
+        finish(failure.told_as(failure.text() + "; " + where + (names.empty() ? " is empty" : " holds: " + names)));
     };
     start_(std::move(call));
 }

@@ -16,6 +16,7 @@ struct StatusRow {
     int number;              // the errno that fits
     std::string_view name;   // as the RFC has it
     std::string_view words;  // for people
+    Condition condition = Condition::none;
 };
 
 std::span<const StatusRow> status_table();

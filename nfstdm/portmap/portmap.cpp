@@ -16,7 +16,9 @@ Result<uint16_t> decode_port(std::span<const std::byte> results, uint32_t progra
     uint32_t port = 0;
     if (!reader.get_u32(port) || !reader.finished() || port > std::numeric_limits<uint16_t>::max())
         return Status{EIO, "the answer makes no sense"};
-    if (port == 0) return Status{EPROTONOSUPPORT, "program " + std::to_string(program) + " is not registered for TCP"};
+    if (port == 0)
+        return Status{EPROTONOSUPPORT, "program " + std::to_string(program) + " is not registered for TCP",
+                      Condition::not_offered};
     return static_cast<uint16_t>(port);
 }
 

@@ -18,6 +18,7 @@ struct Refusal {
     uint32_t status;         // as it comes off the wire
     int number;              // the errno that fits
     std::string_view words;  // for people
+    Condition condition = Condition::none;
 };
 
 inline constexpr auto kSharedRefusals = std::to_array<Refusal>({
@@ -38,25 +39,26 @@ inline constexpr auto kSharedRefusals = std::to_array<Refusal>({
     {63, ENAMETOOLONG, "the name is too long"},
     {66, ENOTEMPTY, "the directory is not empty"},
     {69, EDQUOT, "over quota on the server"},
-    {70, ESTALE, "the file is gone from the server (stale handle)"},
-    {10001, ESTALE, "the server does not know the handle"},
-    {10003, EBADE, "the position in the directory is not valid any more"},
-    {10004, ENOTSUP, "the server does not do that"},
+    {70, ESTALE, "the file is gone from the server (stale handle)", Condition::stale},
+    {10001, ESTALE, "the server does not know the handle", Condition::stale},
+    {10003, EBADE, "the position in the directory is not valid any more", Condition::bad_cookie},
+    {10004, ENOTSUP, "the server does not do that", Condition::no_operation},
     {10005, EOVERFLOW, "the answer does not fit what was asked for"},
     {10006, EREMOTEIO, "the server failed"},
     {10007, EINVAL, "the server has no objects of that type"},
-    {10008, EBUSY, "the server is not ready for it yet"},
+    {10008, EBUSY, "the server is not ready for it yet", Condition::not_ready},
 });
 
 // Not to be called: a compile-time search that would end here has found nothing.
 void no_such_shared_status();
 
-// A version's row of a status that both have, under the name that the version gives it. Row begins with the status, the
-// errno, the name and the words. One that is not shared does not compile.
+// A version's row of a status that both have, under the name that the version gives it. Row is the status, the
+// errno, the name, the words and the condition. One that is not shared does not compile.
 template <class Row, class NfsStatus>
 consteval Row shared_row(NfsStatus status, std::string_view name) {
     for (const Refusal &each : kSharedRefusals)
-        if (each.status == static_cast<uint32_t>(status)) return {status, each.number, name, each.words};
+        if (each.status == static_cast<uint32_t>(status))
+            return {status, each.number, name, each.words, each.condition};
     no_such_shared_status();
     return {};
 }
@@ -67,10 +69,11 @@ Status refusal_of(const Rows &rows, uint32_t number) {
     const auto row = std::ranges::find_if(
         rows, [number](const auto &each) { return static_cast<uint32_t>(each.status) == number && each.number != 0; });
     if (row == std::ranges::end(rows))
-        return {EIO, "the server answered with the unknown status " + std::to_string(number)};
+        return {EIO, "the server answered with the unknown status " + std::to_string(number),
+                Cause{Cause::Source::nfs, number}};
     std::string text(row->words);
     text.append(" (").append(row->name).append(")");
-    return {static_cast<uint32_t>(row->number), std::move(text)};
+    return {static_cast<uint32_t>(row->number), std::move(text), Cause{Cause::Source::nfs, number, row->condition}};
 }
 
 }  // namespace nfstdm::remote

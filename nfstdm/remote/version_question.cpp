@@ -27,7 +27,7 @@ void VersionQuestion::ask(rpc::Client &client, rpc::Duration limit, Status &answ
         answer = answered->status;
         if (--open_ > 0) return;
         const auto done = std::move(done_);
-        done(with_fourth_.ok() && with_third_.number() == EPROTONOSUPPORT);
+        done(with_fourth_.ok() && with_third_.is(Condition::not_offered));
     };
     client.submit(std::move(request));
 }

@@ -12,29 +12,20 @@
 
 namespace nfstdm::rpc {
 
-namespace {
-
-Status system_failure(const char *what) {
-    const int number = errno;
-    return {static_cast<uint32_t>(number), std::string(what) + ": " + std::strerror(number)};
-}
-
-}  // namespace
-
 Result<Identity> process_identity(const IdentitySource &source) {
     Identity identity;
     std::array<char, kMachineMaximum + 1> machine{};
     // A name that does not fit may come without its terminator; the last byte is never given away.
-    if (source.host_name(machine.data(), machine.size() - 1) != 0) return system_failure("machine name");
+    if (source.host_name(machine.data(), machine.size() - 1) != 0) return system_failure("machine name", errno);
     identity.machine = machine.data();
     identity.uid = source.user();
     identity.gid = source.group();
 
     const int count = source.groups(0, nullptr);
-    if (count < 0) return system_failure("groups");
+    if (count < 0) return system_failure("groups", errno);
     std::vector<gid_t> groups(static_cast<std::size_t>(count));
     const int got = count == 0 ? 0 : source.groups(count, groups.data());
-    if (got < 0) return system_failure("groups");
+    if (got < 0) return system_failure("groups", errno);
     groups.resize(std::min(groups.size(), static_cast<std::size_t>(got)));
     identity.groups.assign(groups.begin(), groups.end());
     return identity;

@@ -35,10 +35,15 @@ Status denied(xdr::Reader &reader, std::optional<uint32_t> &auth_status) {
     uint32_t detail = 0;
     if (!reader.get_u32(reason) || !reader.get_u32(detail)) return malformed();
     if (reason == static_cast<uint32_t>(RejectStatus::rpc_mismatch))
-        return {EPROTONOSUPPORT, "the server does not speak RPC version 2"};
+        return {EPROTONOSUPPORT, "the server does not speak RPC version 2", Condition::not_offered};
     if (reason != static_cast<uint32_t>(RejectStatus::auth_error)) return malformed();
     auth_status = detail;
-    return {EACCES, std::string("the server refuses the identity presented: ") + auth_words(detail)};
+    return {EACCES, std::string("the server refuses the identity presented: ") + auth_words(detail),
+            Cause{Cause::Source::rpc, detail, Condition::credential}};
+}
+
+Cause cause_of(uint32_t accept_stat, Condition condition = Condition::none) {
+    return {Cause::Source::rpc, accept_stat, condition};
 }
 
 Status accepted(uint32_t state, xdr::Reader &reader) {
@@ -46,19 +51,21 @@ Status accepted(uint32_t state, xdr::Reader &reader) {
         case AcceptStatus::success:
             return {};
         case AcceptStatus::program_unavailable:
-            return {EPROTONOSUPPORT, "the server does not offer the program"};
+            return {EPROTONOSUPPORT, "the server does not offer the program", cause_of(state, Condition::not_offered)};
         case AcceptStatus::procedure_unavailable:
-            return {ENOTSUP, "the server does not offer the procedure"};
+            return {ENOTSUP, "the server does not offer the procedure", cause_of(state, Condition::no_operation)};
         case AcceptStatus::garbage_arguments:
-            return {EIO, "the server could not read the request"};
+            return {EIO, "the server could not read the request", cause_of(state)};
         case AcceptStatus::system_error:
-            return {EIO, "the server ran out of something (RPC system error)"};
+            return {EIO, "the server ran out of something (RPC system error)", cause_of(state)};
         case AcceptStatus::program_mismatch: {
             uint32_t low = 0;
             uint32_t high = 0;
             if (!reader.get_u32(low) || !reader.get_u32(high)) return malformed();
-            return {EPROTONOSUPPORT, "the server offers versions " + std::to_string(low) + " to " +
-                                         std::to_string(high) + " of the program only"};
+            return {EPROTONOSUPPORT,
+                    "the server offers versions " + std::to_string(low) + " to " + std::to_string(high) +
+                        " of the program only",
+                    cause_of(state, Condition::not_offered)};
         }
     }
     return malformed();

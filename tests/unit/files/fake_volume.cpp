@@ -10,6 +10,19 @@
 
 namespace nfstdm::test {
 
+namespace {
+
+// A failure with what a protocol would make of its number.
+Status refusal(uint32_t number, std::string text) {
+    Condition condition = Condition::none;
+    if (number == ESTALE) condition = Condition::stale;
+    if (number == ENOTSUP) condition = Condition::no_operation;
+    if (number == EPROTONOSUPPORT) condition = Condition::not_offered;
+    return {number, std::move(text), condition};
+}
+
+}  // namespace
+
 std::vector<std::byte> pattern(std::size_t size, unsigned seed) {
     std::vector<std::byte> bytes(size);
     for (std::size_t i = 0; i < size; ++i)
@@ -124,7 +137,7 @@ std::optional<Status> FakeVolume::failure(Op op) {
     const uint32_t number = planned.front();
     planned.pop_front();
     if (number == 0) return std::nullopt;
-    return Status{number, "server " + server_.server_name + ": planned failure"};
+    return refusal(number, "server " + server_.server_name + ": planned failure");
 }
 
 void FakeVolume::later(Op op, uint64_t offset, std::size_t size, std::function<void()> answer) {
@@ -163,7 +176,7 @@ void FakeVolume::reply(Op op, const FileHandle *handle, Completion<T> done,
            object = handle == nullptr ? std::nullopt : std::optional(*handle)] {
               if (auto planned = failure(op)) return done(*planned);
               const uint64_t id = object ? server_.id_of(*object) : 1;
-              if (id == 0) return done(Status{ESTALE, "stale handle"});
+              if (id == 0) return done(refusal(ESTALE, "stale handle"));
               done(answer(id));
           });
 }
@@ -242,7 +255,7 @@ void FakeVolume::read(const FileHandle &file, uint64_t offset, std::span<std::by
     later(Op::read, offset, buffer.size(), [this, file, offset, buffer, done = std::move(done)] {
         if (auto planned = failure(Op::read)) return done(*planned);
         const uint64_t id = server_.id_of(file);
-        if (id == 0) return done(Status{ESTALE, "stale handle"});
+        if (id == 0) return done(refusal(ESTALE, "stale handle"));
         const auto &data = server_.node(id).data;
         ReadReply answer;
         if (offset < data.size())
@@ -262,7 +275,7 @@ void FakeVolume::write(const FileHandle &file, uint64_t offset, std::span<const 
     later(Op::write, offset, data.size(), [this, file, offset, data, stability, done = std::move(done)] {
         if (auto planned = failure(Op::write)) return done(*planned);
         const uint64_t id = server_.id_of(file);
-        if (id == 0) return done(Status{ESTALE, "stale handle"});
+        if (id == 0) return done(refusal(ESTALE, "stale handle"));
         auto &node = server_.node(id);
         const auto count = std::min<std::size_t>(data.size(), server_.write_at_most);
         server_.log.push_back("WRITE " + std::to_string(offset) + "+" + std::to_string(count) +
@@ -382,9 +395,11 @@ void FakeVolume::readdir(const FileHandle &directory, uint64_t cookie, uint64_t 
                          Completion<DirectoryReply> done) {
     reply<DirectoryReply>(Op::readdir, &directory, std::move(done),
                           [this, cookie, verifier, plus](uint64_t id) -> Result<DirectoryReply> {
-                              if (plus && !server_.has_readdirplus) return Status{ENOTSUP, "no READDIRPLUS"};
-                              if (server_.bad_cookies.erase(cookie) != 0) return Status{EBADE, "bad cookie"};
-                              if (verifier != (cookie == 0 ? 0 : 9)) return Status{EBADE, "wrong verifier"};
+                              if (plus && !server_.has_readdirplus) return refusal(ENOTSUP, "no READDIRPLUS");
+                              if (server_.bad_cookies.erase(cookie) != 0)
+                                  return Status{EIO, "bad cookie", Condition::bad_cookie};
+                              if (verifier != (cookie == 0 ? 0 : 9))
+                                  return Status{EIO, "wrong verifier", Condition::bad_cookie};
                               return list(id, cookie, plus);
                           });
 }

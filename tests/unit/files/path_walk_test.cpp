@@ -292,7 +292,7 @@ TEST_F(PathOperationsTest, AFailureBeforeRemovingKeepsTheFileAlsoWhenItIsAStaleH
     one_.add_file("/f");
     EXPECT_EQ(paths_.remove("/mnt/one/f",
                             [](const Place &) {
-                                return Status{ESTALE, "lost"};
+                                return Status{ESTALE, "lost", Condition::stale};
                             })
                   .status()
                   .number(),

@@ -46,6 +46,20 @@ TEST(StatusTable, KeepsTheErrorsApartThatAnAdministratorActsOn) {
     EXPECT_EQ(to_status(10004).number(), static_cast<uint32_t>(ENOTSUP));
 }
 
+TEST(StatusTable, TellsWhatCanBeDoneAboutARefusalAndKeepsItsNumber) {
+    EXPECT_TRUE(to_status(70).is(Condition::stale));
+    EXPECT_TRUE(to_status(10001).is(Condition::stale));
+    EXPECT_TRUE(to_status(10003).is(Condition::bad_cookie));
+    EXPECT_TRUE(to_status(10004).is(Condition::no_operation));
+    EXPECT_TRUE(to_status(10008).is(Condition::not_ready));
+    EXPECT_TRUE(to_status(13).is(Condition::none));
+    for (const uint32_t number : {10001U, 13U, 10008U, 54321U}) {
+        const Status status = to_status(number).in("READ").in("server s");
+        EXPECT_EQ(status.cause().source, Cause::Source::nfs);
+        EXPECT_EQ(status.cause().number, number);
+    }
+}
+
 TEST(StatusTable, TakesEveryUnknownNumberForAnIoErrorAndNamesIt) {
     const std::set<uint32_t> known(std::begin(kAll), std::end(kAll));
     for (uint32_t number = 1; number < 10100; ++number) {

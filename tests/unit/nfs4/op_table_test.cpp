@@ -42,6 +42,19 @@ TEST(StatusTable, GivesEveryFailureANumberAndWordsOnce) {
     }
 }
 
+// NFS4ERR_SAME and NFS4ERR_NOT_SAME have the errno of a cookie that is no longer valid.
+TEST(StatusTable, TellsWhatCanBeDoneAboutARefusalWhateverItsErrno) {
+    EXPECT_TRUE(to_status(NfsStatus::bad_cookie).is(Condition::bad_cookie));
+    EXPECT_TRUE(to_status(NfsStatus::same).is(Condition::none));
+    EXPECT_TRUE(to_status(NfsStatus::not_same).is(Condition::none));
+    EXPECT_TRUE(to_status(NfsStatus::stale).is(Condition::stale));
+    EXPECT_TRUE(to_status(NfsStatus::fhexpired).is(Condition::stale));
+    EXPECT_TRUE(to_status(NfsStatus::grace).is(Condition::not_ready));
+    EXPECT_TRUE(to_status(NfsStatus::minor_vers_mismatch).is(Condition::not_offered));
+    EXPECT_TRUE(to_status(NfsStatus::wrongsec).is(Condition::credential));
+    EXPECT_EQ(to_status(NfsStatus::grace).cause().number, 10013U);
+}
+
 TEST(StatusTable, NeverTurnsAFailureIntoSuccessAndNamesAnUnknownNumber) {
     EXPECT_FALSE(to_status(NfsStatus::ok).ok());
     const Status unknown = to_status(static_cast<NfsStatus>(54321));

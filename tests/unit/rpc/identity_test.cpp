@@ -94,6 +94,7 @@ TEST(Identity, FailsWhenTheSystemFailsToAnswer) {
         return -1;
     };
     EXPECT_EQ(process_identity(nameless).status().number(), static_cast<uint32_t>(EFAULT));
+    EXPECT_EQ(process_identity(nameless).status().cause().source, Cause::Source::system);
     EXPECT_THAT(process_identity(nameless).status().text(), HasSubstr("machine name"));
     const auto groupless = process_identity(failing(source_of("db1", {}), EINVAL));
     EXPECT_EQ(groupless.status().number(), static_cast<uint32_t>(EINVAL));

@@ -80,6 +80,19 @@ TEST(ReplyHeader, SaysWhatTheServerRefused) {
     EXPECT_EQ(judge(accepted(6)).number(), static_cast<uint32_t>(EIO));
 }
 
+TEST(ReplyHeader, SaysWhatCanBeDoneAboutARefusal) {
+    const auto accepted = [](uint32_t state) { return judge(words({1, kReply, kMessageAccepted, 0, 0, state, 2, 4})); };
+    EXPECT_TRUE(accepted(1).is(Condition::not_offered));
+    EXPECT_TRUE(accepted(2).is(Condition::not_offered));
+    EXPECT_TRUE(accepted(3).is(Condition::no_operation));
+    EXPECT_TRUE(accepted(5).is(Condition::none));
+    EXPECT_EQ(accepted(5).cause().source, Cause::Source::rpc);
+    EXPECT_EQ(accepted(5).cause().number, 5U);
+    const Status denied = judge(words({1, kReply, kMessageDenied, 1, 3}));
+    EXPECT_TRUE(denied.is(Condition::credential));
+    EXPECT_EQ(denied.cause().number, 3U);
+}
+
 TEST(ReplyHeader, SaysWhyTheIdentityWasRefused) {
     const auto denied = [](uint32_t reason) { return judge(words({1, kReply, kMessageDenied, 1, reason})); };
     EXPECT_EQ(denied(5).number(), static_cast<uint32_t>(EACCES));
