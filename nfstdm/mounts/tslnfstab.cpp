@@ -7,6 +7,7 @@
 #include <optional>
 #include <utility>
 
+#include "nfstdm/base/record.h"
 #include "nfstdm/mounts/path_text.h"
 #include "nfstdm/mounts/setting_scanner.h"
 #include "nfstdm/mounts/tslnfstab_keys.h"
@@ -191,7 +192,7 @@ void ServerBuilder::take_number(const Setting &setting, Number &number) {
 // An unknown key may be meant for another program; one in capitals hardly is, and what it was to say is missing.
 void ServerBuilder::remark_unknown(const Setting &setting) {
     const KeyRow *meant = find_key_in_capitals(setting.key);
-    const std::string hint = meant == nullptr ? "" : std::string(": keys are in lower case, ").append(meant->word);
+    const std::string hint = meant == nullptr ? "" : std::string(kKeyInCapitals).append(meant->word);
     remark(setting.line, "unknown key " + shown(setting.key) + hint);
 }
 

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "nfstdm/base/record.h"
 #include "nfstdm/nfs3/constants.h"
 #include "nfstdm/nfs3/fields.h"
 #include "nfstdm/nfs3/status_table.h"
@@ -24,7 +25,7 @@ Status malformed() {
 }
 
 std::string mount_name(std::string_view path) {
-    return "MNT of " + std::string(path);
+    return std::string(kMountCall).append(" of ").append(path);
 }
 
 std::unique_ptr<rpc::Request> new_request(const CallContext &context, Procedure procedure, std::string_view path) {
@@ -75,7 +76,7 @@ bool is_export_list(std::span<const std::byte> results) {
 void mount(rpc::Client &client, const CallContext &context, std::string_view path,
            std::function<void(Result<MountReply>)> done) {
     auto request = new_request(context, Procedure::mnt, path);
-    request->name = "MNT";
+    request->name = kMountCall;
     request->results_maximum = kMountResultsMaximum;
     request->done = [where = "server " + client.config().server, what = mount_name(path),
                      done = std::move(done)](auto answered) {

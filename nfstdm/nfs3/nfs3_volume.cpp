@@ -7,6 +7,7 @@
 #include <chrono>
 #include <vector>
 
+#include "nfstdm/base/record.h"
 #include "nfstdm/base/scoped.h"
 #include "nfstdm/nfs3/arguments.h"
 #include "nfstdm/nfs3/constants.h"

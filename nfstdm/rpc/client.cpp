@@ -7,6 +7,7 @@
 #include <random>
 #include <utility>
 
+#include "nfstdm/base/record.h"
 #include "nfstdm/rpc/envelope.h"
 
 namespace nfstdm::rpc {
@@ -37,9 +38,9 @@ Client::Client(EventLoop &loop, ClientConfig config, const Trace &trace)
     // The first connection of every path comes before the second of any.
     for (unsigned i = 0; i < std::max(1U, config_.connections_per_path); ++i)
         for (const Path &path : config_.paths)
-            channels_.push_back(
-                std::make_unique<Channel>(loop, static_cast<ChannelOwner &>(*this), *addresses_,
-                                          ChannelConfig{path, config_.source, config_.timing, several}));
+            channels_.push_back(std::make_unique<Channel>(
+                loop, static_cast<ChannelOwner &>(*this), *addresses_,
+                ChannelConfig{path, config_.source, config_.timing, several, config_.transports}));
 }
 
 Client::~Client() = default;
@@ -165,6 +166,10 @@ void Client::channel_usable() {
     pump();
 }
 
+void Client::channel_remarks(const std::string &remark) {
+    trace_.write(TraceLevel::notice, TraceComponent::rpc, [&] { return "server " + config_.server + ": " + remark; });
+}
+
 void Client::channel_proven() {
     doubt_.end();
     pump();
@@ -175,8 +180,9 @@ void Client::channel_answered(std::unique_ptr<Request> request) {
     last_answer_ = clock_;
     if (request->weight() >= kBulkBytes) prompt_ = clock_ - request->submitted < config_.timing.prompt;
     if (std::exchange(reported_, false))
-        trace_.write(TraceLevel::failure, TraceComponent::rpc,
-                     [this] { return "server " + config_.server + " ok again"; });
+        trace_.write(TraceLevel::failure, TraceComponent::rpc, [this] {
+            return record_text({RecordKind::recovery, {}, 0, config_.server});
+        });
     if (request->denied && ++request->denials < kDenialsMaximum) {
         --request->sends;  // it was not executed
         std::vector<std::unique_ptr<Request>> again;
@@ -387,8 +393,9 @@ void Client::report_silence() {
     for_each([&](const Request &request) { waiting = waiting || clock_ - request.submitted >= config_.timing.notice; });
     if (!waiting) return;
     reported_ = true;
-    trace_.write(TraceLevel::failure, TraceComponent::rpc,
-                 [this] { return "server " + config_.server + " not responding, still trying"; });
+    trace_.write(TraceLevel::failure, TraceComponent::rpc, [this] {
+        return record_text({RecordKind::silence, {}, 0, config_.server});
+    });
 }
 
 }  // namespace nfstdm::rpc

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "nfstdm/base/open_descriptors.h"
+#include "nfstdm/base/record.h"
 #include "nfstdm/mounts/tslnfstab_file.h"
 #include "nfstdm/tdm/volume_factory.h"
 
@@ -98,10 +99,10 @@ void *Library::open_session() {
 void Library::trace_settings(const Result<Tslnfstab> &servers) const {
     if (!trace_.wants(TraceLevel::failure)) return;
     if (!block_size().valid)
-        trace_.write(TraceLevel::failure, "tdm_init", "NFSTDM_BLOCK_SIZE is no positive number and is ignored");
-    if (!servers.ok()) return trace_.write(TraceLevel::failure, "tdm_init", servers.status().text());
+        trace_.write(TraceLevel::failure, kOpening.data(), "NFSTDM_BLOCK_SIZE is no positive number and is ignored");
+    if (!servers.ok()) return trace_.write(TraceLevel::failure, kOpening.data(), servers.status().text());
     for (const std::string &remark : servers.value().remarks)
-        trace_.write(TraceLevel::failure, "tdm_init", "tslnfstab, " + remark);
+        trace_.write(TraceLevel::failure, kOpening.data(), "tslnfstab, " + remark);
 }
 
 Session *Library::session(const void *handle) {

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "nfstdm/base/record.h"
 #include "nfstdm/tdm/public_number.h"
 #include "nfstdm/tdm/session.h"
 #include "nfstdm/tdm/trace_records.h"
@@ -88,13 +89,14 @@ uint32_t guarded(const char *name, std::string_view subject, Body &&body) noexce
     if (!stay) return kOtherThread;
     const TraceRecords &trace = Library::instance().trace();
     try {
-        if (trace.wants(TraceLevel::detail)) trace.write(TraceLevel::detail, name, "begins: " + std::string(subject));
+        if (trace.wants(TraceLevel::detail))
+            trace.write(TraceLevel::detail, name, record_text({RecordKind::begins, name, 0, std::string(subject)}));
         const Status status = body();
         if (!status.ok() && trace.wants(TraceLevel::failure))
             trace.write(TraceLevel::failure, name,
-                        "status " + std::to_string(public_number(status)) + ": " + status.text());
+                        record_text({RecordKind::failed, name, public_number(status), status.text()}));
         else if (trace.wants(TraceLevel::detail))
-            trace.write(TraceLevel::detail, name, "status " + std::to_string(public_number(status)));
+            trace.write(TraceLevel::detail, name, record_text({RecordKind::succeeded, name, 0, {}}));
         return public_number(status);
     } catch (const std::bad_alloc &) {
         trace.write(TraceLevel::failure, name, "out of memory");

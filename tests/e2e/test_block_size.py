@@ -60,6 +60,11 @@ def test_a_library_without_symbol_versions_stands_in_without_a_word_of_the_loade
     assert fake.log.read_text().startswith("tslinit")
 
 
+def test_what_a_call_returns_as_its_reason_is_told_of_a_library_that_tells_no_failures(fake):
+    run = fake.client.run("cat", "/m/none", env={**fake.environment, "TSLWNFS_TERMINAL": "always"})
+    assert (run.status, run.err) == (1, b"tslwnfs: The fake refuses.\n")
+
+
 def test_a_remote_source_is_grown_read_in_whole_blocks_and_shrunk_back(fake):
     make_file(fake.root / "a", 32868)
     run = fake.run("cp", "/m/a", "/m/b")

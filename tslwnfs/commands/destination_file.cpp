@@ -53,12 +53,13 @@ bool create_destination(DestinationFile &destination, uint64_t size, const Trans
     std::array<char, TDM_TEXT_SIZE> name = {};
     const uint32_t status = tdm_create(ctx, destination.path.c_str(), size, 2, 2, name.data(),
                                        static_cast<uint32_t>(name.size()), &destination.info);
+    name.back() = '\0';
     if (status != 0) {
+        terminal::note_library_text(status, name.data());
         trace_message(records.function, Message::create_failed, destination.path.c_str(), status);
         destination.refused = status != ENODEV;
         return false;
     }
-    name.back() = '\0';
     tslwnfswrf(records.created_level, records.function, "tdm_create of file %s successful \n", name.data());
     destination.created = true;
     return true;

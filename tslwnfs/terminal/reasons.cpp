@@ -6,10 +6,13 @@
 #include <string>
 #include <utility>
 
+#include "nfstdm/base/record.h"
 #include "tslwnfs/terminal/screen.h"
 
 namespace terminal {
 namespace {
+
+using nfstdm::Concern;
 
 constexpr uint32_t kStale = 70;  // a stale handle, in the numbers of the storage interface
 
@@ -45,22 +48,6 @@ Reason system_reason(std::string_view what, int error) {
     return {text, 0, error == ENOENT};
 }
 
-bool is_about_mounting(const Reason &reason) {
-    return reason.text.find(": MNT") != std::string::npos;
-}
-
-// Only a server is asked as somebody. The file that describes it is the caller's own affair.
-bool is_about_server(const Reason &reason) {
-    return reason.text.find("server ") != std::string::npos;
-}
-
-// Nothing to do with who asks, and the reason says it all.
-bool is_about_security(const Reason &reason) {
-    return reason.text.find(" with security ") != std::string::npos ||
-           reason.text.find("Kerberos") != std::string::npos ||
-           reason.text.find(": security context: ") != std::string::npos;
-}
-
 // The question that the server of a reason answers, by the name that tslnfstab has for it.
 std::string showmount(const Reason &reason) {
     constexpr std::string_view kServer = "server ";
@@ -72,6 +59,7 @@ std::string showmount(const Reason &reason) {
 
 // What to try.
 std::string advice(const Reason &reason) {
+    const Concern concern = nfstdm::concern_of(reason.text);
     switch (reason.status) {
         case ECONNREFUSED:
         case ECONNRESET:
@@ -80,13 +68,15 @@ std::string advice(const Reason &reason) {
         case ETIMEDOUT:
             return "is the server up, and is its address in tslnfstab right?";
         case ENOENT:
-            return is_about_mounting(reason) ? "does the server export that? " + showmount(reason) + " lists it" : "";
+            return concern == Concern::mounting ? "does the server export that? " + showmount(reason) + " lists it"
+                                                : "";
         case EACCES:
         case EPERM:
-            if (is_about_security(reason) || !is_about_server(reason)) return {};
-            return is_about_mounting(reason) ? "does the server admit this host? " + showmount(reason) + " tells"
-                                             : "the user and group that count are the caller's, unless tslnfstab "
-                                               "names others for the server";
+            // Only a server is asked as somebody, and what it says of security says it all.
+            if (concern == Concern::security || concern == Concern::host) return {};
+            return concern == Concern::mounting ? "does the server admit this host? " + showmount(reason) + " tells"
+                                                : "the user and group that count are the caller's, unless tslnfstab "
+                                                  "names others for the server";
         case EDQUOT:
         case ENOSPC:
             return "tslwnfs stat -f DIRECTORY tells what is free";
@@ -121,6 +111,10 @@ AskedBesides::~AskedBesides() {
 
 void note_library_reason(uint32_t status, std::string_view why) {
     if (!asked_besides) library = {std::string(why), status, false};
+}
+
+void note_library_text(uint32_t status, std::string_view why) {
+    if (!library.text.starts_with(why)) note_library_reason(status, why);
 }
 
 void note_failure(std::string_view what) {

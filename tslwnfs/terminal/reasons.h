@@ -13,6 +13,10 @@ namespace terminal {
 // The storage library failed with a status and says why. It stands for what is noted next as the library's.
 void note_library_reason(uint32_t status, std::string_view why);
 
+// The same, as a call that failed gave it back: cut to the room for it, so that the record of the same failure is
+// better where there is one. Empty when the library did not say.
+void note_library_text(uint32_t status, std::string_view why);
+
 // While one lives, what the library says is not noted: it is asked for what a person might want to know besides.
 class AskedBesides {
   public:

@@ -18,7 +18,7 @@ TEST_F(LibraryRecords, TakesTheReasonOfAFailedCall) {
 TEST_F(LibraryRecords, PassesOverEverythingElse) {
     for (const char *record :
          {"", "x", "[1],", "[1],tdm_create", "[1],tdm_create begins: /m/f", "[1],tdm_create status 0",
-          "[1],tdm_init begins: ", "[1],tdm_create status 13", "[1],tdm_create status x: y",
+          "[1],tdm_init begins: ", "[1],tdm_init status 13", "[1],tdm_create status 13", "[1],tdm_create status x: y",
           "[1],tdm_create status 99999999999: y", "[1],nfs server s ok again", "no record at all"})
         EXPECT_EQ(written([&] { take_library_record(record); }), "") << record;
     EXPECT_EQ(told(), "");

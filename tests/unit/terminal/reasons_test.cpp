@@ -31,6 +31,21 @@ TEST_F(Reasons, TellsTheMessageWhenTheLibraryGaveNoReason) {
     EXPECT_EQ(told(), "tslwnfs: A storage request did not complete (code 5)\n");
 }
 
+TEST_F(Reasons, TakesWhatACallReturnedWhereTheLibrarySaidNoMore) {
+    note_library_text(EIO, "/m/f: the disk is broken");
+    note_library_failure("A message");
+    EXPECT_EQ(told(), "tslwnfs: /m/f: the disk is broken\n");
+    note_library_reason(EIO, "/m/f: a long reason");
+    note_library_text(EIO, "/m/f: a lo");
+    note_library_text(EIO, "");
+    note_library_failure("A message");
+    EXPECT_EQ(told(), "tslwnfs: /m/f: a long reason\n");
+    note_library_reason(EIO, "of an earlier call");
+    note_library_text(EIO, "/m/f: of this one");
+    note_library_failure("A message");
+    EXPECT_EQ(told(), "tslwnfs: /m/f: of this one\n");
+}
+
 TEST_F(Reasons, TellsTheFirstFailure) {
     note_failure("the first");
     note_failure("the second");
