@@ -8,8 +8,6 @@
 namespace nfstdm {
 namespace {
 
-constexpr std::string_view kBlockBegin = "#<server block begin>";
-constexpr std::string_view kBlockEnd = "#<server block end>";
 constexpr std::string_view kBlank = " \t\r\f\v";
 
 void skip_blanks(std::string_view &rest) {

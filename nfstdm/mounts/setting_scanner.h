@@ -7,6 +7,10 @@
 
 namespace nfstdm {
 
+// What a server's block stands between, each alone on its line. Comments to whoever does not know them.
+inline constexpr std::string_view kBlockBegin = "#<server block begin>";
+inline constexpr std::string_view kBlockEnd = "#<server block end>";
+
 struct Setting {
     enum class Kind { setting, block_begin, block_end, unreadable };
     Kind kind = Kind::setting;

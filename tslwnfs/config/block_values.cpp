@@ -55,8 +55,8 @@ std::vector<BlockSetting> settings_of(const ServerBlock &server) {
     put(settings, "gid", server.gid);
     put(settings, "server", server.server);
     for (const auto &pair : server.pairs.value_or(std::vector<LocalPathPair>())) {
-        settings.push_back({"local", pair.local});
-        settings.push_back({"path", pair.path});
+        put(settings, "local", pair.local);
+        put(settings, "path", pair.path);
     }
     for (const auto &entry : server.exports.value_or(std::vector<ExportEntry>())) {
         settings.push_back({"export", entry.export_path});
@@ -72,6 +72,11 @@ std::vector<BlockSetting> settings_of(const ServerBlock &server) {
     return settings;
 }
 
+std::vector<BlockSetting> mount_settings_of(ServerBlock server, const char *export_path, const char *mount_point) {
+    server.exports = std::vector<ExportEntry>{{export_path, mount_point, std::nullopt}};
+    return settings_of(server);
+}
+
 std::string lines_of(const std::vector<BlockSetting> &settings) {
     std::string lines;
     for (const auto &setting : settings) {
@@ -83,6 +88,13 @@ std::string lines_of(const std::vector<BlockSetting> &settings) {
 
 std::string server_block_text(const ServerBlock &server) {
     return std::string(kBlockBegin).append("\n").append(lines_of(settings_of(server))).append(kBlockEnd).append("\n");
+}
+
+std::string mount_text(const std::vector<BlockSetting> &settings) {
+    std::string lines;
+    for (const auto &setting : settings)
+        lines.append(setting.key).append(": ").append(setting.value).append("\n");
+    return lines;
 }
 
 bool are_writable(const char *function, const std::vector<BlockSetting> &settings) {

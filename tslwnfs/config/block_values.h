@@ -17,11 +17,17 @@ struct BlockSetting {
 // which readers look behind the begin marker.
 std::vector<BlockSetting> settings_of(const ServerBlock &server);
 
+// Those of what mount adds: a server, as far as it was told, and one export.
+std::vector<BlockSetting> mount_settings_of(ServerBlock server, const char *export_path, const char *mount_point);
+
 // The block as it stands in the file, from marker to marker.
 std::string server_block_text(const ServerBlock &server);
 
 // The settings as lines: a path stands behind its local address, a mount point behind its export.
 std::string lines_of(const std::vector<BlockSetting> &settings);
+
+// The settings as mount writes them, each on a line of its own, without markers.
+std::string mount_text(const std::vector<BlockSetting> &settings);
 
 // False when a value holds a control character, which is traced as a record of function. A line feed would let a value
 // go on as settings of its own.

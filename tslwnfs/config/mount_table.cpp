@@ -24,30 +24,10 @@ namespace {
 constexpr char kMountFunction[] = "tslwnfs_mount_otab";
 constexpr char kUmountFunction[] = "tslwnfs_umount_otab";
 
-// The order is fixed and is not that of the description.
-std::vector<BlockSetting> settings_of(const char *export_path, const char *mount_point, const MountServer &server) {
-    std::vector<BlockSetting> settings;
-    if (server.uid_present != 0) settings.push_back({"uid", std::to_string(server.uid)});
-    if (server.gid_present != 0) settings.push_back({"gid", std::to_string(server.gid)});
-    if (server.server_present != 0) settings.push_back({"server", server.server});
-    if (server.local_present != 0) settings.push_back({"local", server.local});
-    if (server.path_present != 0) settings.push_back({"path", server.path});
-    settings.push_back({"export", export_path});
-    settings.push_back({"mount", mount_point});
-    return settings;
-}
-
-std::string mount_text(const std::vector<BlockSetting> &settings) {
-    std::string block;
-    for (const auto &setting : settings)
-        block.append(setting.key).append(": ").append(setting.value).append("\n");
-    return block;
-}
-
 // tslnfstab as a stream of words.
-class Words {
+class FileWords {
   public:
-    explicit Words(std::string_view text) : left_(text) {}
+    explicit FileWords(std::string_view text) : left_(text) {}
 
     // The next word; a long one is given in pieces.
     std::optional<std::string_view> word() {
@@ -77,12 +57,12 @@ class Words {
 };
 
 // Copies a comment from its first word on. Where the line is longer than a piece the word is repeated.
-void copy_comment(std::string &out, std::string_view first_word, Words &words) {
+void copy_comment(std::string &out, std::string_view first_word, FileWords &words) {
     std::string_view piece;
     do {
         piece = words.rest_of_line();
         out.append(" ").append(first_word).append(piece);
-    } while (piece.size() == Words::kPiece && !piece.ends_with('\n'));
+    } while (piece.size() == FileWords::kPiece && !piece.ends_with('\n'));
 }
 
 std::string lowered(std::string_view text) {
@@ -110,7 +90,7 @@ void warn_of_problems(std::string_view before, const PathBuffer &path) {
 std::string without_mount(std::string_view file, std::string_view mount_point) {
     const std::string unwanted = lowered(mount_point);
     std::string out, export_path;
-    Words words(file);
+    FileWords words(file);
     while (const auto key = words.word()) {
         if (key->starts_with('#')) {
             copy_comment(out, *key, words);
@@ -133,12 +113,11 @@ std::string without_mount(std::string_view file, std::string_view mount_point) {
 }
 
 uint32_t mount_otab(const char *export_path, const char *mount_point) {
-    const MountServer server = new_sinfo;
-    return tslwnfs_mount_otab(export_path, mount_point, server);
+    return tslwnfs_mount_otab(export_path, mount_point, new_sinfo);
 }
 
-uint32_t tslwnfs_mount_otab(const char *export_path, const char *mount_point, const MountServer &server) {
-    const auto settings = settings_of(export_path, mount_point, server);
+uint32_t tslwnfs_mount_otab(const char *export_path, const char *mount_point, const ServerBlock &server) {
+    const auto settings = mount_settings_of(server, export_path, mount_point);
     if (!are_writable(kMountFunction, settings)) return 1;
     for (const auto &misreading : misreadings_of(settings))
         warn(kMountFunction, misreading);
@@ -149,9 +128,9 @@ uint32_t tslwnfs_mount_otab(const char *export_path, const char *mount_point, co
     if (!find_and_lock_tslnfstab(kMountFunction, path, lock) || is_left_in_backup(kMountFunction, path)) return 1;
     const std::string block = mount_text(settings);
     std::string before;
-    if (server.replace != 0 || !read_whole_file(path.c_str(), before)) before.clear();
-    const uint32_t status = server.replace != 0 ? replace_tslnfstab(kMountFunction, path, block, lock)
-                                                : append_to_tslnfstab(kMountFunction, path, "\n" + block, lock);
+    if (server.replace || !read_whole_file(path.c_str(), before)) before.clear();
+    const uint32_t status = server.replace ? replace_tslnfstab(kMountFunction, path, block, lock)
+                                           : append_to_tslnfstab(kMountFunction, path, "\n" + block, lock);
     if (status == 0) warn_of_problems(before, path);
     return status;
 }

@@ -6,10 +6,10 @@
 #include <string>
 #include <string_view>
 
-#include "tslwnfs/options/options.h"
+#include "tslwnfs/options/server_block.h"
 
 uint32_t mount_otab(const char *export_path, const char *mount_point);
-uint32_t tslwnfs_mount_otab(const char *export_path, const char *mount_point, const MountServer &server);
+uint32_t tslwnfs_mount_otab(const char *export_path, const char *mount_point, const ServerBlock &server);
 uint32_t umount_otab(const char *mount_point);
 uint32_t tslwnfs_umount_otab(const char *mount_point);
 

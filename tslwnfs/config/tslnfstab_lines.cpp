@@ -44,10 +44,10 @@ std::string_view line_content(std::string_view line) {
     return content.starts_with('#') ? std::string_view() : content;
 }
 
-std::optional<Setting> parse_setting(std::string_view line) {
+std::optional<SettingLine> parse_setting(std::string_view line) {
     const std::string_view content = line_content(line);
     const std::size_t colon = std::min(content.find(':'), content.size());
     if (colon == 0) return std::nullopt;
     const std::string_view rest = skip(content.substr(std::min(colon + 1, content.size())), " ");
-    return Setting{content.substr(0, colon), rest.substr(0, rest.find_first_of(" #"))};
+    return SettingLine{content.substr(0, colon), rest.substr(0, rest.find_first_of(" #"))};
 }

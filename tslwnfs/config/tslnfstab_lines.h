@@ -10,8 +10,10 @@
 #include <string_view>
 #include <vector>
 
-constexpr std::string_view kBlockBegin = "#<server block begin>";
-constexpr std::string_view kBlockEnd = "#<server block end>";
+#include "nfstdm/mounts/setting_scanner.h"
+
+using nfstdm::kBlockBegin;
+using nfstdm::kBlockEnd;
 
 constexpr std::size_t kLineMaximum = 1023;  // characters, the line feed included; a longer line counts as several
 
@@ -33,7 +35,7 @@ bool is_block_end(std::string_view line);
 // for a comment, which carry nothing.
 std::string_view line_content(std::string_view line);
 
-struct Setting {
+struct SettingLine {
     std::string_view key;    // up to the first ":"
     std::string_view value;  // the word behind it, up to a blank or "#"; a tab is part of it. Empty for none.
 
@@ -43,4 +45,4 @@ struct Setting {
 };
 
 // Nothing for blank lines, comments and lines without a key.
-std::optional<Setting> parse_setting(std::string_view line);
+std::optional<SettingLine> parse_setting(std::string_view line);

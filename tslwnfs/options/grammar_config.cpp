@@ -15,10 +15,10 @@ namespace {
 
 constexpr std::size_t kFirstOperand = 2;  // word index
 
-// Words are shorter than the fields of the record, so nothing is cut.
-void set_text(uint8_t &present, char (&field)[513], const char *value) {
-    present = 1;
-    std::snprintf(field, sizeof field, "%s", value);
+// mount is given one local address and one path, in two options.
+LocalPathPair &mount_pair() {
+    if (!new_sinfo.pairs) new_sinfo.pairs.emplace(1);
+    return new_sinfo.pairs->front();
 }
 
 // A name has the number 0, which is root's: worth a word before it is presented to a server.
@@ -27,20 +27,12 @@ uint32_t identity_number(const char *option, const char *value) {
 }
 
 constexpr SettingOption kMountOptions[] = {
-    {"-f", false, [](const char *) { new_sinfo.replace = 1; }},
-    {"-u", true,
-     [](const char *value) {
-         new_sinfo.uid_present = 1;
-         new_sinfo.uid = identity_number("-u", value);
-     }},
-    {"-g", true,
-     [](const char *value) {
-         new_sinfo.gid_present = 1;
-         new_sinfo.gid = identity_number("-g", value);
-     }},
-    {"-s", true, [](const char *value) { set_text(new_sinfo.server_present, new_sinfo.server, value); }},
-    {"-p", true, [](const char *value) { set_text(new_sinfo.path_present, new_sinfo.path, value); }},
-    {"-l", true, [](const char *value) { set_text(new_sinfo.local_present, new_sinfo.local, value); }},
+    {"-f", false, [](const char *) { new_sinfo.replace = true; }},
+    {"-u", true, [](const char *value) { new_sinfo.uid = identity_number("-u", value); }},
+    {"-g", true, [](const char *value) { new_sinfo.gid = identity_number("-g", value); }},
+    {"-s", true, [](const char *value) { new_sinfo.server = value; }},
+    {"-p", true, [](const char *value) { mount_pair().path = value; }},
+    {"-l", true, [](const char *value) { mount_pair().local = value; }},
 };
 
 // The pieces of a text between separators; an empty text is one empty piece.
@@ -66,7 +58,7 @@ void for_each_entry(std::string_view list, Add add) {
 void add_pairs(const char *list) {
     if (!tab_info.pairs) tab_info.pairs.emplace();
     for_each_entry(list, [](const std::vector<std::string> &fields) {
-        LocalPathPair pair;
+        LocalPathPair pair{"", ""};
         for (std::size_t i = 0; i < fields.size(); ++i)
             (i % 2 == 0 ? pair.local : pair.path) = fields[i];
         tab_info.pairs->push_back(std::move(pair));

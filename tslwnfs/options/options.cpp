@@ -60,7 +60,7 @@ int32_t nios = kDefaultSlots;
 int32_t cios = kDefaultPerCall;
 int32_t wios = kDefaultWaits;
 
-MountServer new_sinfo;
+ServerBlock new_sinfo;
 ServerBlock tab_info;
 
 namespace {

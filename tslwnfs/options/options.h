@@ -138,20 +138,4 @@ extern int32_t nios;   // request slots of a transfer
 extern int32_t cios;   // requests a tdm_io call
 extern int32_t wios;   // completions dd waits for at once
 
-// The mount command's description of a server; a text is present when its flag is set.
-struct MountServer {
-    uint8_t replace;  // start a new file instead of appending
-    uint8_t server_present;
-    char server[513];
-    uint8_t path_present;
-    char path[513];
-    uint8_t local_present;
-    char local[513];
-    uint8_t uid_present;
-    uint32_t uid;
-    uint8_t gid_present;
-    uint32_t gid;
-};
-extern MountServer new_sinfo;
-
 void reset_options();

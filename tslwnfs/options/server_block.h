@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What createtslnfstab was told about a server: the command line fills it, createtslnfstab writes it.
+// What a command was told about a server: the command line fills it, createtslnfstab and mount write it.
 #pragma once
 
 #include <cstddef>
@@ -8,9 +8,10 @@
 #include <string>
 #include <vector>
 
+// mount may be given one of both.
 struct LocalPathPair {
-    std::string local;
-    std::string path;
+    std::optional<std::string> local;
+    std::optional<std::string> path;
 };
 
 struct ExportEntry {
@@ -34,6 +35,9 @@ struct ServerBlock {
     std::optional<std::string> community;
     std::optional<std::string> security_default;
     std::optional<std::string> management;
+    bool replace = false;  // mount: start a new file instead of adding to the one there is
 };
 
-extern ServerBlock tab_info;
+extern ServerBlock tab_info;  // createtslnfstab's
+
+extern ServerBlock new_sinfo;  // mount's, whose export and mount point are its operands

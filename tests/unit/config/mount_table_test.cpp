@@ -27,11 +27,6 @@ class MountTable : public CommandTest {
         EXPECT_EQ(read_file(tslnfstab()), file);
         return read_file(filtered());
     }
-
-    static void set_text(uint8_t &present, char (&field)[513], const char *text) {
-        present = 1;
-        std::snprintf(field, sizeof field, "%s", text);
-    }
 };
 
 TEST_F(MountTable, GetsALineFeedFirstEvenInANewFile) {
@@ -46,10 +41,9 @@ TEST_F(MountTable, GrowsAtItsEnd) {
 }
 
 TEST_F(MountTable, TakesTheServersDescriptionInItsFixedOrder) {
-    set_text(new_sinfo.path_present, new_sinfo.path, "10.0.0.2");
-    set_text(new_sinfo.local_present, new_sinfo.local, "10.0.0.1");
-    set_text(new_sinfo.server_present, new_sinfo.server, "filer");
-    new_sinfo.gid_present = new_sinfo.uid_present = 1;
+    new_sinfo.pairs = std::vector<LocalPathPair>{{"10.0.0.1", "10.0.0.2"}};
+    new_sinfo.server = "filer";
+    new_sinfo.uid = 0;
     new_sinfo.gid = 4294967295;
     EXPECT_EQ(mount(), (Outcome{0, ""}));
     EXPECT_EQ(read_file(tslnfstab()),
@@ -59,21 +53,21 @@ TEST_F(MountTable, TakesTheServersDescriptionInItsFixedOrder) {
 
 TEST_F(MountTable, TakesTextsOf512Characters) {
     const std::string longest(512, 's');
-    set_text(new_sinfo.server_present, new_sinfo.server, longest.c_str());
+    new_sinfo.server = longest;
     EXPECT_EQ(mount(), (Outcome{0, ""}));
     EXPECT_EQ(read_file(tslnfstab()), "\nserver: " + longest + "\nexport: srv:/vol\nmount: /m\n");
 }
 
 TEST_F(MountTable, IsBegunAnewOnDemand) {
     write_file(tslnfstab(), "server: a\n");
-    new_sinfo.replace = 1;
+    new_sinfo.replace = true;
     EXPECT_EQ(mount(), (Outcome{0, ""}));
     EXPECT_EQ(read_file(tslnfstab()), "export: srv:/vol\nmount: /m\n");
 }
 
 TEST_F(MountTable, StaysAsItIsWhenWhatIsBegunAnewDoesNotFit) {
     write_file(tslnfstab(), "server: a\n");
-    new_sinfo.replace = 1;
+    new_sinfo.replace = true;
     {
         const FileSizeLimit limit(10);
         EXPECT_EQ(mount(), (Outcome{1, ""}));
@@ -84,7 +78,7 @@ TEST_F(MountTable, StaysAsItIsWhenWhatIsBegunAnewDoesNotFit) {
 TEST_F(MountTable, NeedsTheDirectoryOfItsFile) {
     use_home(directory() + "/none");
     const std::string refusal = "The file " + directory() + "/none/dbs/tslnfstab could not be opened.";
-    for (const uint8_t replace : {0, 1}) {
+    for (const bool replace : {false, true}) {
         new_sinfo.replace = replace;
         EXPECT_EQ(mount(), (Outcome{1, ""}));
         EXPECT_EQ(trace(), record("tslwnfs_mount_otab", 65061, refusal));

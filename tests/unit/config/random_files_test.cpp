@@ -160,7 +160,8 @@ bool is_read_back(const ServerBlock &block, const nfstdm::ServerConfig &read) {
                 read.version == block.version.value_or("") && read.paths.size() == block.pairs->size() &&
                 read.exports.size() == block.exports->size() && read.problem.empty();
     for (std::size_t i = 0; same && i < read.paths.size(); ++i)
-        same = read.paths[i].local == (*block.pairs)[i].local && read.paths[i].path == (*block.pairs)[i].path;
+        same =
+            read.paths[i].local == (*block.pairs)[i].local.value_or("") && read.paths[i].path == (*block.pairs)[i].path;
     for (std::size_t i = 0; same && i < read.exports.size(); ++i) {
         const ExportEntry &given = (*block.exports)[i];
         const auto point = nfstdm::join_path(nfstdm::split_path(given.mount_point));
@@ -181,6 +182,32 @@ TEST(RandomBlocks, AreReadBackAsTheyWereGivenOrWarnedAbout) {
         const auto tab = nfstdm::read_tslnfstab("server: ahead\n" + server_block_text(block) + "server: behind\n");
         const bool is_same = tab.servers.size() == 3 && is_read_back(block, tab.servers[1]);
         EXPECT_EQ(is_same, !is_warned) << server_block_text(block);
+        (is_same ? read_back : warned) += 1;
+    }
+    EXPECT_GT(read_back, 1000);
+    EXPECT_GT(warned, 1000);
+}
+
+// As mount adds it: with at most one path, of which either half may be missing, and without markers.
+TEST(RandomBlocks, ThatMountAddsAreReadBackAsTheyWereGivenOrWarnedAbout) {
+    std::mt19937 random(6);
+    int read_back = 0, warned = 0;
+    for (int i = 0; i < 20000; ++i) {
+        ServerBlock block;
+        block.server = "s" + random_value(random);
+        if (random() % 2 == 0) block.uid = static_cast<uint32_t>(random());
+        if (random() % 2 == 0) block.gid = static_cast<uint32_t>(random());
+        block.pairs.emplace();
+        if (random() % 2 == 0) block.pairs->push_back({std::nullopt, "p" + random_value(random)});
+        if (random() % 4 == 0)
+            block.pairs = std::vector<LocalPathPair>{{random_value(random), "p" + random_value(random)}};
+        const std::string export_path = "/" + random_value(random), point = "/m" + random_value(random);
+        const auto settings = mount_settings_of(block, export_path.c_str(), point.c_str());
+        const bool is_warned = !misreadings_of(settings).empty() || !problem_of(settings).empty();
+        const auto tab = nfstdm::read_tslnfstab("server: ahead\n\n" + mount_text(settings) + "server: behind\n");
+        block.exports = std::vector<ExportEntry>{{export_path, point, std::nullopt}};
+        const bool is_same = tab.servers.size() == 3 && is_read_back(block, tab.servers[1]);
+        EXPECT_EQ(is_same, !is_warned) << mount_text(settings);
         (is_same ? read_back : warned) += 1;
     }
     EXPECT_GT(read_back, 1000);

@@ -20,7 +20,7 @@ TEST_F(ConfigGrammar, MountTakesTwoWordsWhateverTheyLookLike) {
     EXPECT_EQ(operands(), "exp mp");
     EXPECT_EQ(parse("mount -f exp mp"), kAccepted);
     EXPECT_EQ(operands(), "-f exp");
-    EXPECT_EQ(new_sinfo.replace, 0);
+    EXPECT_FALSE(new_sinfo.replace);
     EXPECT_EQ(parse("mount -f"), kAccepted);
     EXPECT_EQ(operands(), "-f null");
     EXPECT_EQ(parse("mount"), kAccepted);
@@ -29,29 +29,30 @@ TEST_F(ConfigGrammar, MountTakesTwoWordsWhateverTheyLookLike) {
 
 TEST_F(ConfigGrammar, MountFillsTheServersDescription) {
     EXPECT_EQ(parse("mount exp mp -f -u 5 -g 6x -s srv -p 10.0.0.1 -l 10.0.0.2"), kAccepted);
-    EXPECT_EQ(new_sinfo.replace, 1);
-    EXPECT_EQ(new_sinfo.uid_present, 1);
+    EXPECT_TRUE(new_sinfo.replace);
     EXPECT_EQ(new_sinfo.uid, 5u);
-    EXPECT_EQ(new_sinfo.gid_present, 1);
     EXPECT_EQ(new_sinfo.gid, 6u);
-    EXPECT_STREQ(new_sinfo.server, "srv");
-    EXPECT_STREQ(new_sinfo.path, "10.0.0.1");
-    EXPECT_STREQ(new_sinfo.local, "10.0.0.2");
-    EXPECT_EQ(new_sinfo.server_present + new_sinfo.path_present + new_sinfo.local_present, 3);
+    EXPECT_EQ(new_sinfo.server, "srv");
+    ASSERT_EQ(new_sinfo.pairs->size(), 1u);
+    EXPECT_EQ(new_sinfo.pairs->front().path, "10.0.0.1");
+    EXPECT_EQ(new_sinfo.pairs->front().local, "10.0.0.2");
+    EXPECT_EQ(parse("mount exp mp -p 10.0.0.1"), kAccepted);
+    EXPECT_EQ(new_sinfo.pairs->front().path, "10.0.0.1");
+    EXPECT_EQ(new_sinfo.pairs->front().local, std::nullopt);
 }
 
 TEST_F(ConfigGrammar, MountSkipsUnknownOptionsAndThoseWithoutAValue) {
     EXPECT_EQ(parse("mount exp mp -x -- -u -5 -s"), kAccepted);
     EXPECT_EQ(new_sinfo.uid, 4294967291u);
-    EXPECT_EQ(new_sinfo.server_present, 0);
+    EXPECT_EQ(new_sinfo.server, std::nullopt);
     EXPECT_EQ(parse("mount exp mp word -u 5"), kAccepted);
-    EXPECT_EQ(new_sinfo.uid_present, 0);
+    EXPECT_EQ(new_sinfo.uid, std::nullopt);
 }
 
 TEST_F(ConfigGrammar, MountForgetsWhatAnEarlierOneSaid) {
-    new_sinfo.uid_present = 1;
+    new_sinfo.uid = 1;
     get_options(keep({"mount", "exp", "mp"}));
-    EXPECT_EQ(new_sinfo.uid_present, 0);
+    EXPECT_EQ(new_sinfo.uid, std::nullopt);
 }
 
 TEST_F(ConfigGrammar, UmountTakesOneWordWhateverItLooksLike) {
@@ -128,7 +129,7 @@ TEST_F(ConfigGrammar, CreateSplitsPairs) {
     ASSERT_TRUE(tab_info.pairs.has_value());
     std::vector<std::string> pairs;
     for (const auto &pair : *tab_info.pairs)
-        pairs.push_back(pair.local + "|" + pair.path);
+        pairs.push_back(pair.local.value() + "|" + pair.path.value());
     EXPECT_THAT(pairs, testing::ElementsAre("c|b", "d|", "|e", "h|i"));
 }
 
