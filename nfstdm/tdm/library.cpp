@@ -1,18 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "nfstdm/tdm/library.h"
 
-#include <sys/stat.h>
-
 #include <charconv>
 #include <cstdlib>
-#include <fstream>
-#include <ios>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "nfstdm/base/open_descriptors.h"
 #include "nfstdm/base/record.h"
+#include "nfstdm/base/umask.h"
 #include "nfstdm/mounts/tslnfstab_file.h"
 #include "nfstdm/tdm/volume_factory.h"
 
@@ -22,18 +19,6 @@ namespace {
 std::string_view environment(const char *name) {
     const char *value = std::getenv(name);
     return value == nullptr ? std::string_view{} : value;
-}
-
-// Read where it can be read: setting it, the only other way to learn it, would for a moment open what other threads of
-// the caller's process create.
-uint32_t process_umask() {
-    std::ifstream status("/proc/self/status");
-    uint32_t mask = 0;
-    for (std::string word; status >> word;)
-        if (word == "Umask:" && status >> std::oct >> mask) return mask;
-    mask = ::umask(0);
-    ::umask(mask);
-    return mask;
 }
 
 // What a parent had open is kept for ever: its destructors would speak to servers in the parent's name.

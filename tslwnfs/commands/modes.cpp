@@ -6,6 +6,7 @@
 #include <string>
 
 #include "include/tdm.h"
+#include "nfstdm/base/umask.h"
 #include "tslwnfs/options/options.h"
 #include "tslwnfs/options/strict.h"
 #include "tslwnfs/output/messages.h"
@@ -17,9 +18,7 @@ namespace {
 constexpr uint32_t kPermissions = S_IRWXU | S_IRWXG | S_IRWXO;
 
 uint32_t without_masked(uint32_t mode) {
-    const mode_t mask = umask(0);
-    umask(mask);
-    return mode & kPermissions & ~(mask & S_IRWXO);
+    return mode & kPermissions & ~(nfstdm::process_umask() & S_IRWXO);
 }
 
 // Of a remote file: nothing for anybody but its owner, who has to write it.
