@@ -22,6 +22,8 @@ class Walk {
   private:
     enum class Step { arrived, again };
     Result<Step> descend(MountedVolume &mount, std::size_t depth);
+    void take_back(std::size_t at);
+    Result<Step> enter(FileHandle &directory, std::size_t at);
     Result<Step> arrive_at_root(const FileHandle &root);
     Result<Step> follow(std::size_t at, const std::string &target);
 
@@ -63,28 +65,39 @@ Result<Walk::Step> Walk::descend(MountedVolume &mount, std::size_t depth) {
     mount.look_ahead(directory, below.first(static_cast<std::size_t>(std::ranges::find(below, "..") - below.begin())));
     for (std::size_t at = depth; at < path_.size(); ++at) {
         if (path_[at] == "..") {
-            // Everything before is walked and no link, so it can be taken back by text.
-            path_.erase(path_.begin() + static_cast<std::ptrdiff_t>(at == 0 ? 0 : at - 1),
-                        path_.begin() + static_cast<std::ptrdiff_t>(at + 1));
+            take_back(at);
             return Step::again;
         }
-        const bool is_last = at + 1 == path_.size();
-        const auto object = mount.lookup(directory, path_[at]);
-        if (!object.ok() && !(is_last && object.status().number() == ENOENT)) return object.status();
-        const bool is_link = object.ok() && object.value().attributes.type == FileType::link;
-        if (is_link && !(is_last && last_ == LastLink::keep)) {
-            auto target = mount.read_link(object.value().handle);
-            if (!target.ok()) return target.status();
-            return follow(at, target.value());
-        }
-        if (is_last) {
-            place_.directory = directory;
-            place_.name = path_[at];
-            if (object.ok()) place_.object = object.value();
-        } else {
-            directory = object.value().handle;
-        }
+        auto step = enter(directory, at);
+        if (!step.ok() || step.value() == Step::again) return step;
     }
+    return Step::arrived;
+}
+
+// Everything ahead of a ".." is walked and no link, so it can be taken back by text.
+void Walk::take_back(std::size_t at) {
+    path_.erase(path_.begin() + static_cast<std::ptrdiff_t>(at == 0 ? 0 : at - 1),
+                path_.begin() + static_cast<std::ptrdiff_t>(at + 1));
+}
+
+// From a directory to what the next component names, or to where that leads.
+Result<Walk::Step> Walk::enter(FileHandle &directory, std::size_t at) {
+    const bool is_last = at + 1 == path_.size();
+    const auto object = place_.mount->lookup(directory, path_[at]);
+    if (!object.ok() && !(is_last && object.status().number() == ENOENT)) return object.status();
+    const bool is_link = object.ok() && object.value().attributes.type == FileType::link;
+    if (is_link && !(is_last && last_ == LastLink::keep)) {
+        auto target = place_.mount->read_link(object.value().handle);
+        if (!target.ok()) return target.status();
+        return follow(at, target.value());
+    }
+    if (!is_last) {
+        directory = object.value().handle;
+        return Step::arrived;
+    }
+    place_.directory = directory;
+    place_.name = path_[at];
+    if (object.ok()) place_.object = object.value();
     return Step::arrived;
 }
 
