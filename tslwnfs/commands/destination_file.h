@@ -13,7 +13,7 @@
 struct DestinationFile {
     PathBuffer path;
     bool local = false;
-    FileStream stream;      // of a local file, while it is open
+    Stream stream;          // of a local file, while it is open
     TdmFileInfo info = {};  // of a remote file
     bool created = false;   // a remote file made by this command, hence to be committed
     bool refused = false;   // by the server that would have had to create it

@@ -39,7 +39,7 @@ struct SourceFile {
 
     PathBuffer path;
     bool local = false;
-    FileStream stream;       // of a local file, while it is open
+    Stream stream;           // of a local file, while it is open
     TdmFileInfo info = {};   // of a remote file
     uint64_t size = 0;       // bytes
     uint64_t padding = 0;    // bytes

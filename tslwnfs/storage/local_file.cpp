@@ -3,11 +3,11 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <string>
 
+#include "platform/descriptor.h"
 #include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/resolve.h"
 
@@ -24,15 +24,16 @@ bool is_regular(int descriptor) {
 }
 
 // Never waits for the other end of a pipe that somebody put into a tree.
-FileStream open_stream(const LocalPlace &place, int flags, const char *mode) {
+Stream open_stream(const LocalPlace &place, int flags, const char *mode) {
     constexpr mode_t kPermissions = 0666;  // less the umask's
     const int waits = place.held ? O_NONBLOCK : 0;
-    const int descriptor = openat(place.directory, place.name, flags | waits | O_CLOEXEC, kPermissions);
-    if (descriptor < 0) return nullptr;
+    Descriptor descriptor(openat(place.directory, place.name, flags | waits | O_CLOEXEC, kPermissions));
+    if (!descriptor) return nullptr;
     errno = EINVAL;
-    FILE *const stream = place.held && !is_regular(descriptor) ? nullptr : fdopen(descriptor, mode);
-    if (stream == nullptr) close(descriptor);
-    return FileStream(stream);
+    if (place.held && !is_regular(descriptor.get())) return nullptr;
+    Stream stream(fdopen(descriptor.get(), mode));
+    if (stream) static_cast<void>(descriptor.release());
+    return stream;
 }
 
 bool synchronize(int descriptor) {
@@ -45,17 +46,14 @@ bool synchronize_parent(const char *path) {
     const std::size_t separator = last_separator(text);
     if (separator == std::string_view::npos) return true;
     const std::string parent = separator == 0 ? "/" : text.substr(0, separator);
-    const int descriptor = open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0) return true;
-    const bool synchronized = synchronize(descriptor);
-    close(descriptor);
-    return synchronized;
+    const Descriptor directory(open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return !directory || synchronize(directory.get());
 }
 
 }  // namespace
 
-FileStream open_local_source(const char *path, uint64_t &size) {
-    FileStream stream = open_stream(local_place(path), O_RDONLY, "rb");
+Stream open_local_source(const char *path, uint64_t &size) {
+    Stream stream = open_stream(local_place(path), O_RDONLY, "rb");
     if (stream == nullptr || is_directory(stream.get())) return nullptr;
     off_t end = -1;
     if (fseeko(stream.get(), 0, SEEK_END) == 0) end = ftello(stream.get());
@@ -64,7 +62,7 @@ FileStream open_local_source(const char *path, uint64_t &size) {
     return stream;
 }
 
-FileStream create_local_file(const char *path) {
+Stream create_local_file(const char *path) {
     const LocalPlace place = local_place(path);
     return open_stream(place, O_WRONLY | O_CREAT | O_TRUNC | place.no_follow(), "wb");
 }
@@ -72,10 +70,7 @@ FileStream create_local_file(const char *path) {
 bool is_readable(const char *path) {
     const LocalPlace place = local_place(path);
     const int flags = O_RDONLY | O_NONBLOCK | O_CLOEXEC | place.no_follow();
-    const int descriptor = openat(place.directory, place.name, flags);
-    if (descriptor < 0) return false;
-    close(descriptor);
-    return true;
+    return static_cast<bool>(Descriptor(openat(place.directory, place.name, flags)));
 }
 
 bool synchronize_stream(FILE *stream, const char *path) {

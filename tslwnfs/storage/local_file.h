@@ -7,17 +7,15 @@
 
 #include "platform/stream.h"
 
-using FileStream = Stream;
-
 // In a tree that is walked a source may be a link, and a destination may not; nothing but regular files is opened
 // there.
 
 // Opens a file for reading, at its start, and gives its size in bytes: 0 for what has no position, such as a pipe.
 // Returns null when it cannot be opened, and for a directory, which the C library would open and report as endless.
-FileStream open_local_source(const char *path, uint64_t &size);
+Stream open_local_source(const char *path, uint64_t &size);
 
 // Makes a file or empties it, for writing. Returns null and sets errno.
-FileStream create_local_file(const char *path);
+Stream create_local_file(const char *path);
 
 // Whether a file can be opened for reading. Never waits for the other end of a pipe.
 bool is_readable(const char *path);

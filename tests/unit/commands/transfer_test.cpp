@@ -133,7 +133,7 @@ TEST_F(TransferTest, ABufferThatCannotBeAllocatedIsTraced) {
 TEST_F(TransferTest, LocalDataGoesThroughTheSlotsBuffer) {
     const std::string path = directory_.file("f", "abcdef");
     uint64_t size = 0;
-    FileStream source = open_local_source(path.c_str(), size);
+    Stream source = open_local_source(path.c_str(), size);
     ASSERT_NE(source, nullptr);
     EXPECT_EQ(size, 6u);
     fill(IoOperation::read, 0, 4);
@@ -141,7 +141,7 @@ TEST_F(TransferTest, LocalDataGoesThroughTheSlotsBuffer) {
     EXPECT_EQ(buffer_text(4), "abcd");
     EXPECT_EQ(readlocfile(requests_, 5, source.get(), 4), 2u);
 
-    FileStream target(std::fopen(directory_.path("g").c_str(), "wb"));
+    Stream target(std::fopen(directory_.path("g").c_str(), "wb"));
     EXPECT_EQ(writelocfile(requests_, 5, target.get(), 3), 3u);
     EXPECT_TRUE(close_stream(target));
     EXPECT_EQ(read_file(directory_.path("g")), "efc");
@@ -154,7 +154,7 @@ TEST_F(TransferTest, ADirectoryIsNoLocalSource) {
 }
 
 TEST_F(TransferTest, ALostWriteShowsWhenTheStreamIsClosed) {
-    FileStream full(std::fopen("/dev/full", "wb"));
+    Stream full(std::fopen("/dev/full", "wb"));
     std::fputs("text", full.get());
     EXPECT_FALSE(close_stream(full));
     EXPECT_EQ(full, nullptr);
@@ -162,11 +162,11 @@ TEST_F(TransferTest, ALostWriteShowsWhenTheStreamIsClosed) {
 }
 
 TEST_F(TransferTest, ALostWriteShowsWhenTheStreamIsSynchronised) {
-    const FileStream full(std::fopen("/dev/full", "wb"));
+    const Stream full(std::fopen("/dev/full", "wb"));
     std::fputs("text", full.get());
     EXPECT_FALSE(synchronize_stream(full.get(), "/dev/full"));
     const std::string path = directory_.path("f");
-    const FileStream file(std::fopen(path.c_str(), "wb"));
+    const Stream file(std::fopen(path.c_str(), "wb"));
     std::fputs("text", file.get());
     EXPECT_TRUE(synchronize_stream(file.get(), path.c_str()));
     EXPECT_EQ(read_file(path), "text");
