@@ -151,7 +151,7 @@ uint32_t getattrdir(const Operand &path, AttrResult &result, int32_t print_block
 }
 
 Kind kind_of(const Operand &path, AttrResult &result) {
-    switch (getattrdir(path, result, 0)) {
+    switch (getattrdir(path, result, kUnprinted)) {
         case kTypeDirectory:
             return is_directory(result) ? Kind::directory : Kind::special;
         case kTypeRegular:
@@ -184,6 +184,6 @@ uint32_t setattrdir(const Operand &path) {
     PathBuffer resolved;
     if (!resolve_operand("setattrdir", path, resolved)) return 1;
     AttrResult result;
-    if (getattrdir(resolved, result, 0) != kTypeDirectory || result.empty()) return 1;
+    if (getattrdir(resolved, result, kUnprinted) != kTypeDirectory || result.empty()) return 1;
     return result.is_local != 0 ? set_local_permissions(resolved) : set_remote_permissions(resolved);
 }

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "include/tdm.h"
+#include "tslwnfs/output/printing.h"
 #include "tslwnfs/storage/operand.h"
 
 // What getattrdir found. Exactly one record is set after a result other than 1; none when the storage interface

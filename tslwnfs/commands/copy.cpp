@@ -28,7 +28,7 @@ constexpr TransferRecords kRecords = {.function = "copyfile",
 
 bool is_local(const PathBuffer &path) {
     AttrResult attributes;
-    getattrdir(path, attributes, 0);
+    getattrdir(path, attributes, kUnprinted);
     return attributes.local != nullptr;
 }
 

@@ -44,9 +44,9 @@ uint32_t make_below_parent(const PathBuffer &path, int levels_left) {
     if (parent.empty() || levels_left == 0) return 1;
 
     AttrResult result;
-    switch (getattrdir(parent, result, 0)) {
+    switch (getattrdir(parent, result, kUnprinted)) {
         case kTypeDirectory:
-            return getattrdir(path, result, 0) == kTypeDirectory ? 0 : 1;
+            return getattrdir(path, result, kUnprinted) == kTypeDirectory ? 0 : 1;
         case kTypeFailure:
             if (make_with_parents(parent, levels_left - 1) != 0) return 1;
             return make_with_parents(path, levels_left - 1);

@@ -55,7 +55,7 @@ uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names) {
 
 bool is_empty_directory(const PathBuffer &path) {
     NameList names;
-    return is_strict(Strict::status) && read_dir(path, names, 0) == 0 && names.empty();
+    return is_strict(Strict::status) && read_dir(path, names, kUnprinted) == 0 && names.empty();
 }
 
 uint32_t list_content(const Operand &path, NameList &names) {

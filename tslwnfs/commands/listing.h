@@ -6,6 +6,7 @@
 
 #include "platform/path_buffer.h"
 #include "tslwnfs/commands/name_list.h"
+#include "tslwnfs/output/printing.h"
 #include "tslwnfs/storage/operand.h"
 
 // Lists the names of a directory, without "." and "..", in the order they were read, and with print_names prints them.

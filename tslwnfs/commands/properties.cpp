@@ -73,7 +73,7 @@ uint32_t statfile(const Operand &path) {
     PathBuffer resolved;
     if (!resolve_operand(kFunction, path, resolved)) return 1;
     AttrResult attributes;
-    if (getattrdir(resolved, attributes, 0) == kTypeDirectory) return 1;
+    if (getattrdir(resolved, attributes, kUnprinted) == kTypeDirectory) return 1;
     TdmFileInfo info = {};
     switch (identify_existing(kFunction, resolved, info)) {
         case FileKind::local:

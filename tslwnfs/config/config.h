@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "tslwnfs/output/printing.h"
+
 uint32_t createtslnfstab();
 uint32_t getserverlist();
 uint32_t display_server(const char *server);

@@ -19,12 +19,12 @@ constexpr int32_t kFamilyV4 = 2, kFamilyV6 = 10;
 
 uint32_t run_getattr(const Operand &path, const Operand &) {
     AttrResult result;
-    return getattrdir(path, result, 1);
+    return getattrdir(path, result, kPrinted);
 }
 
 uint32_t run_list(const Operand &path, const Operand &) {
     NameList names;
-    return read_dir(path, names, 1);
+    return read_dir(path, names, kPrinted);
 }
 
 // The address commands of one family set it; those of both leave it alone.
@@ -265,7 +265,7 @@ constexpr Command kCommands[] = {
      .prints_result = true},
     {.words = {"delete_server"},
      .grammar = parse_server,
-     .run = [](const Operand &server, const Operand &) { return delete_server(server.text(), 1); },
+     .run = [](const Operand &server, const Operand &) { return delete_server(server.text(), kPrinted); },
      .code = kDeleteServer,
      .required = Required::first},
     {.words = {"getsubnetmask"},

@@ -242,7 +242,7 @@ TEST_F(AttributesTest, MissingMemoryIsTraced) {
 }
 
 TEST_F(AttributesTest, AMissingOrUnresolvablePathFails) {
-    EXPECT_EQ(run([&] { return getattrdir(nullptr, result_, 1); }).status, 1u);
+    EXPECT_EQ(run([&] { return getattrdir(nullptr, result_, kPrinted); }).status, 1u);
     EXPECT_EQ(getattr("..").status, 1u);
     EXPECT_EQ(run([&] { return setattrdir(nullptr); }).status, 1u);
     EXPECT_EQ(setattr("..", "").status, 1u);

@@ -356,7 +356,7 @@ TEST_F(ListingTest, AnEmptyDirectoryShowsItsDotsInTheLongLayout) {
 }
 
 TEST_F(ListingTest, AMissingOrUnresolvablePathFails) {
-    EXPECT_EQ(run([&] { return read_dir(nullptr, names_, 1); }).status, 1u);
+    EXPECT_EQ(run([&] { return read_dir(nullptr, names_, kPrinted); }).status, 1u);
     EXPECT_EQ(list("..").status, 1u);
     EXPECT_THAT(trace(), ElementsAre("read_dir TWNFS-65016: The first operand is missing.",
                                      "read_dir TWNFS-65059: The path .. could not be resolved."));
