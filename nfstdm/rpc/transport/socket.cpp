@@ -22,10 +22,6 @@ constexpr uint16_t kFirstReserved = 665;
 constexpr uint16_t kLastReserved = 1023;
 constexpr unsigned kReservedPorts = kLastReserved - kFirstReserved + 1;
 
-Status failure(const std::string &what, int number) {
-    return {static_cast<uint32_t>(number), what + ": " + std::strerror(number)};
-}
-
 void set_option(int descriptor, int level, int option) {
     const int on = 1;
     // What these options do is welcome, not needed; a system that lacks one still works.
@@ -34,7 +30,7 @@ void set_option(int descriptor, int level, int option) {
 
 Result<Descriptor> new_socket(int family) {
     Descriptor socket(::socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP));
-    if (!socket) return failure("socket", errno);
+    if (!socket) return system_failure("socket", errno);
     set_option(socket.get(), IPPROTO_TCP, TCP_NODELAY);
     set_option(socket.get(), SOL_SOCKET, SO_KEEPALIVE);
     return socket;
@@ -74,9 +70,9 @@ Result<Descriptor> connect_reserved(const Address &to, Address from) {
         const int error = bind_and_connect(socket.value().get(), &from, to);
         if (error == 0) return socket;
         // In use, or still remembered from an earlier connection to the same server.
-        if (error != EADDRINUSE && error != EADDRNOTAVAIL) return failure("connect", error);
+        if (error != EADDRINUSE && error != EADDRNOTAVAIL) return system_failure("connect", error);
     }
-    return failure("reserved port", EADDRNOTAVAIL);
+    return system_failure("reserved port", EADDRNOTAVAIL);
 }
 
 bool may_do_without(uint32_t error) {
@@ -95,7 +91,7 @@ Result<Descriptor> start_connect(const Address &to, const std::string &local, So
     auto socket = new_socket(to.family());
     if (!socket.ok()) return socket;
     const int error = bind_and_connect(socket.value().get(), local.empty() ? nullptr : &from.value(), to);
-    if (error != 0) return failure("connect", error);
+    if (error != 0) return system_failure("connect", error);
     return socket;
 }
 
@@ -103,7 +99,7 @@ Status connect_result(int descriptor) {
     int error = 0;
     socklen_t length = sizeof error;
     if (getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &length) != 0) error = errno;
-    return error == 0 ? Status{} : failure("connect", error);
+    return error == 0 ? Status{} : system_failure("connect", error);
 }
 
 std::size_t unacknowledged(int descriptor) {

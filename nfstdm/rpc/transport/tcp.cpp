@@ -4,7 +4,6 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <cstring>
 #include <string>
 
 #include "nfstdm/rpc/transport/socket.h"
@@ -21,10 +20,6 @@ msghdr message_of(std::span<const iovec> areas) {
     return header;
 }
 
-Status failure(const char *what, int number) {
-    return {static_cast<uint32_t>(number), std::string(what) + ": " + std::strerror(number)};
-}
-
 }  // namespace
 
 TcpTransport::~TcpTransport() {
@@ -37,7 +32,7 @@ Result<std::size_t> TcpTransport::receive(std::span<const iovec> places) {
     if (got > 0) return static_cast<std::size_t>(got);
     if (got == 0) return Status{ECONNRESET, "the server closed the connection"};
     if (errno == EAGAIN || errno == EINTR) return std::size_t{0};
-    return failure("receive", errno);
+    return system_failure("receive", errno);
 }
 
 Result<std::size_t> TcpTransport::send(std::span<const iovec> pieces) {
@@ -48,7 +43,7 @@ Result<std::size_t> TcpTransport::send(std::span<const iovec> pieces) {
     while (got < 0 && errno == EINTR);
     if (got >= 0) return static_cast<std::size_t>(got);
     if (errno == EAGAIN) return std::size_t{0};
-    return failure("send", errno);
+    return system_failure("send", errno);
 }
 
 std::size_t TcpTransport::unacknowledged() const {

@@ -94,6 +94,7 @@ TEST_F(DialerTest, FailsWhenEveryAddressRefuses) {
     const Dialled &result = dial({refused, refused});
     EXPECT_FALSE(result.socket);
     EXPECT_EQ(result.failure.number(), static_cast<uint32_t>(ECONNREFUSED));
+    EXPECT_EQ(result.failure.cause().source, Cause::Source::system);
     EXPECT_FALSE(result.unanswered);
 }
 
