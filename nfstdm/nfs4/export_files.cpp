@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: Apache-2.0
+// What is done to the content of files, and to what is open for it.
+#include <chrono>
+
+#include "nfstdm/nfs4/export_volume.h"
+#include "nfstdm/nfs4/status_table.h"
+
+namespace nfstdm::nfs4 {
+
+namespace {
+
+// Data that is copied into a request so that more can be asked behind it.
+constexpr std::size_t kSmallWrite = std::size_t{64} << 10;
+// How often an operation may meet a server that has lost its state.
+constexpr unsigned kRescuesMaximum = 8;
+
+struct Nothing {};
+
+bool state_is_lost(NfsStatus status) {
+    switch (status) {
+        case NfsStatus::bad_stateid:
+        case NfsStatus::stale_stateid:
+        case NfsStatus::old_stateid:
+        case NfsStatus::expired:
+        case NfsStatus::admin_revoked:
+            return true;
+        default:
+            return false;
+    }
+}
+
+Completion<Nothing> without_reply(DoneCompletion done) {
+    return [done = std::move(done)](const Result<Nothing> &result) { done(result.status()); };
+}
+
+// A server can not have accepted more than it was sent, and one that accepts nothing of something would be sent it
+// again for ever.
+bool get_written(Results &results, std::size_t sent, WriteReply &reply) {
+    return results.next(Op::putfh) && results.next(Op::write) && get_write(results.reader(), reply) &&
+           reply.count <= sent && (reply.count > 0 || sent == 0);
+}
+
+}  // namespace
+
+// A call that presents the state of an open file: when the server has lost it, the file is opened again and the call
+// made once more.
+void ExportVolume::with_state(Call &call, const FileHandle &file, uint32_t access, std::shared_ptr<StateId> used) {
+    auto rescues = std::make_shared<unsigned>(0);
+    call.rescue = [this, file, access, used = std::move(used), rescues](NfsStatus status,
+                                                                        std::unique_ptr<Call> &pointer) {
+        if (!state_is_lost(status) || ++*rescues > kRescuesMaximum) return false;
+        opens_.lost(file, *used);
+        std::shared_ptr<std::unique_ptr<Call>> kept = std::make_shared<std::unique_ptr<Call>>(std::move(pointer));
+        opens_.use(file, access, [this, kept](const Status &opened) {
+            if (opened.ok()) return session_.start(std::move(*kept));
+            (*kept)->done(opened);
+        });
+        return true;
+    };
+}
+
+void ExportVolume::setattr(const FileHandle &object, const SetAttributes &set, DoneCompletion done) {
+    auto used = std::make_shared<StateId>();
+    auto call = make<Nothing>(
+        "SETATTR", without_reply(std::move(done)),
+        [this, object, set, used](Compound &compound) {
+            *used = opens_.state(object);
+            put_putfh(compound, object);
+            put_setattr(compound, *used, set);
+        },
+        [](Results &results, const rpc::Request &, Nothing &) {
+            return results.next(Op::putfh) && results.next(Op::setattr) && get_set(results.reader());
+        });
+    with_state(*call, object, kShareAccessWrite, used);
+    send(std::move(call));
+}
+
+void ExportVolume::read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+                        Completion<ReadReply> done) {
+    // Less than a whole READ from the start is most likely all of the file.
+    const bool whole = offset == 0 && buffer.size() < limits_.read_maximum && !opens_.knows(file);
+    if (whole || state_ != State::attached) return read_whole(file, buffer, std::move(done));
+    opens_.use(file, kShareAccessRead, [this, file, offset, buffer, done = std::move(done)](const Status &opened) {
+        if (!opened.ok()) return done(opened);
+        read_open(file, offset, buffer, done);
+    });
+}
+
+// Opens, reads and closes in one question.
+void ExportVolume::read_whole(const FileHandle &file, std::span<std::byte> buffer, Completion<ReadReply> done) {
+    auto call = make<ReadReply>(
+        "READ", std::move(done),
+        [this, file, buffer](Compound &compound) {
+            put_putfh(compound, file);
+            put_open_handle(compound, session_.new_open_owner(), kShareAccessRead, Claim::file_handle);
+            put_read(compound, StateId::current(), 0, static_cast<uint32_t>(buffer.size()));
+            put_close(compound, StateId::current());
+            compound.expect(buffer.size() + xdr::kWord);
+        },
+        [buffer](Results &results, const rpc::Request &, ReadReply &reply) {
+            OpenReply open;
+            return results.next(Op::putfh) && results.next(Op::open) && get_open(results.reader(), open) &&
+                   results.next(Op::read) && get_read_into(results.reader(), buffer, reply) &&
+                   results.next(Op::close) && get_close(results.reader());
+        });
+    call->repeatable = true;
+    send(std::move(call));
+}
+
+void ExportVolume::read_open(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+                             Completion<ReadReply> done) {
+    auto used = std::make_shared<StateId>();
+    auto call = make<ReadReply>(
+        "READ", std::move(done),
+        [this, file, offset, buffer, used](Compound &compound) {
+            *used = opens_.state(file);
+            put_putfh(compound, file);
+            put_read(compound, *used, offset, static_cast<uint32_t>(buffer.size()));
+        },
+        [](Results &results, const rpc::Request &request, ReadReply &reply) {
+            return results.next(Op::putfh) && results.next(Op::read) &&
+                   get_read(results.reader(), request.landed, reply);
+        });
+    call->landing = buffer;
+    with_state(*call, file, kShareAccessRead, used);
+    send(std::move(call));
+}
+
+void ExportVolume::write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
+                         Completion<WriteReply> done) {
+    if (state_ != State::attached) return write_open(file, offset, data, stability, std::move(done));
+    opens_.use(file, kShareAccessWrite,
+               [this, file, offset, data, stability, done = std::move(done)](const Status &opened) {
+                   if (!opened.ok()) return done(opened);
+                   // What is brought to stable storage by itself is mostly the end of what is written.
+                   if (stability == Stability::file_sync && data.size() <= kSmallWrite)
+                       return write_last(file, offset, data, done);
+                   write_open(file, offset, data, stability, done);
+               });
+}
+
+void ExportVolume::write_open(const FileHandle &file, uint64_t offset, std::span<const std::byte> data,
+                              Stability stability, Completion<WriteReply> done) {
+    auto used = std::make_shared<StateId>();
+    auto call = make<WriteReply>(
+        "WRITE", std::move(done),
+        [this, file, offset, data, stability, used](Compound &compound) {
+            *used = opens_.state(file);
+            put_putfh(compound, file);
+            put_write(compound, *used, offset, static_cast<uint32_t>(data.size()), stability);
+        },
+        [sent = data.size()](Results &results, const rpc::Request &, WriteReply &reply) {
+            return get_written(results, sent, reply);
+        });
+    call->data = data;
+    with_state(*call, file, kShareAccessWrite, used);
+    send(std::move(call));
+}
+
+// Writes, tells the size and closes in one question. Whoever writes more opens the file again.
+void ExportVolume::write_last(const FileHandle &file, uint64_t offset, std::span<const std::byte> data,
+                              const Completion<WriteReply> &done) {
+    const StateId state = opens_.take(file);
+    auto call = make<WriteReply>(
+        "WRITE", done,
+        [file, offset, data, state](Compound &compound) {
+            put_putfh(compound, file);
+            put_write_with(compound, state, offset, data, Stability::file_sync);
+            put_getattr(compound, object_attributes());
+            put_close(compound, state);
+        },
+        [sent = data.size()](Results &results, const rpc::Request &, WriteReply &reply) {
+            AttributeValues values;
+            if (!get_written(results, sent, reply) || !results.next(Op::getattr) ||
+                !get_attributes(results.reader(), values))
+                return false;
+            reply.attributes = values.attributes();
+            return results.next(Op::close) && get_close(results.reader());
+        });
+    call->rescue = [this, file, offset, data, done](NfsStatus status, const std::unique_ptr<Call> &) {
+        if (!state_is_lost(status)) return false;
+        opens_.use(file, kShareAccessWrite, [this, file, offset, data, done](const Status &opened) {
+            if (!opened.ok()) return done(opened);
+            write_open(file, offset, data, Stability::file_sync, done);
+        });
+        return true;
+    };
+    send(std::move(call));
+}
+
+void ExportVolume::commit(const FileHandle &file, Completion<CommitReply> done) {
+    start<CommitReply>(
+        "COMMIT", std::move(done),
+        [file](Compound &compound) {
+            put_putfh(compound, file);
+            put_commit(compound);
+        },
+        [](Results &results, const rpc::Request &, CommitReply &reply) {
+            return results.next(Op::putfh) && results.next(Op::commit) && get_commit(results.reader(), reply);
+        });
+}
+
+void ExportVolume::create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
+                          Completion<CreateReply> done) {
+    struct Created {
+        CreateReply made;
+        OpenOwner owner;
+        OpenReply open;
+    };
+    auto owner = std::make_shared<OpenOwner>();
+    start<Created>(
+        "CREATE",
+        [this, done = std::move(done)](Result<Created> result) {
+            if (!result.ok()) return done(result.status());
+            const Created &created = result.value();
+            if (created.made.handle)
+                opens_.opened(*created.made.handle, created.owner, kShareAccessWrite, created.open.state);
+            done(created.made);
+        },
+        [this, directory, name = std::string(name), set, owner](Compound &compound) {
+            *owner = session_.new_open_owner();
+            put_putfh(compound, directory);
+            put_open_create(compound, *owner, kShareAccessWrite, name, set);
+            put_object(compound);
+        },
+        [owner](Results &results, const rpc::Request &, Created &reply) {
+            reply.owner = *owner;
+            return results.next(Op::putfh) && results.next(Op::open) && get_open(results.reader(), reply.open) &&
+                   get_object(results, reply.made.handle.emplace(), reply.made.attributes);
+        });
+}
+
+}  // namespace nfstdm::nfs4

@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: Apache-2.0
+// What is asked of names, and of the objects that have them.
+#include <algorithm>
+
+#include "nfstdm/nfs4/export_volume.h"
+#include "nfstdm/nfs4/status_table.h"
+
+namespace nfstdm::nfs4 {
+
+void put_object(Compound &compound) {
+    put_plain(compound, Op::getfh);
+    put_getattr(compound, object_attributes());
+}
+
+bool get_object(Results &results, FileHandle &handle, std::optional<Attributes> &attributes) {
+    AttributeValues values;
+    if (!results.next(Op::getfh) || !get_handle(results.reader(), handle) || !results.next(Op::getattr) ||
+        !get_attributes(results.reader(), values))
+        return false;
+    attributes = values.attributes();
+    return true;
+}
+
+void ExportVolume::getattr(const FileHandle &object, Completion<Attributes> done) {
+    start<Attributes>(
+        "GETATTR", std::move(done),
+        [object](Compound &compound) {
+            put_putfh(compound, object);
+            put_getattr(compound, object_attributes());
+        },
+        [](Results &results, const rpc::Request &, Attributes &reply) {
+            AttributeValues values;
+            if (!results.next(Op::putfh) || !results.next(Op::getattr) || !get_attributes(results.reader(), values) ||
+                !values.attributes())
+                return false;
+            reply = *values.attributes();
+            return true;
+        });
+}
+
+void ExportVolume::lookup(const FileHandle &directory, std::string_view name, Completion<LookupReply> done) {
+    start<LookupReply>(
+        "LOOKUP", std::move(done),
+        [directory, name = std::string(name)](Compound &compound) {
+            put_putfh(compound, directory);
+            put_lookup(compound, name);
+            put_object(compound);
+        },
+        [](Results &results, const rpc::Request &, LookupReply &reply) {
+            return results.next(Op::putfh) && results.next(Op::lookup) &&
+                   get_object(results, reply.handle, reply.attributes);
+        });
+}
+
+// As many as the server takes operations for: SEQUENCE, perhaps RECLAIM_COMPLETE, PUTFH, and three for each component.
+std::size_t ExportVolume::path_components_maximum() const {
+    constexpr uint32_t kInFront = 3;
+    constexpr uint32_t kEach = 3;
+    return std::max(1U, (std::max(session_.sizes().operations, kInFront) - kInFront) / kEach);
+}
+
+void ExportVolume::lookup_path(const FileHandle &directory, const std::vector<std::string> &names,
+                               Completion<PathReply> done) {
+    start<PathReply>(
+        "LOOKUP", std::move(done),
+        [directory, names](Compound &compound) {
+            put_putfh(compound, directory);
+            for (const std::string &name : names) {
+                put_lookup(compound, name);
+                put_object(compound);
+            }
+        },
+        [this, count = names.size()](Results &results, const rpc::Request &, PathReply &reply) {
+            if (!results.next(Op::putfh)) return false;
+            for (std::size_t i = 0; i < count; ++i) {
+                LookupReply found;
+                if (!results.next(Op::lookup)) break;
+                if (!get_object(results, found.handle, found.attributes)) return false;
+                reply.found.push_back(found);
+            }
+            // Where a lookup ends the question, what was found before it is the answer.
+            const bool ended = results.failure() == NfsStatus::noent || results.failure() == NfsStatus::symlink ||
+                               results.failure() == NfsStatus::notdir || results.failure() == NfsStatus::access;
+            if (ended) reply.failure = in_context(to_status(results.failure()).in("LOOKUP"));
+            return ended || results.failure() == NfsStatus::ok;
+        });
+}
+
+void ExportVolume::readlink(const FileHandle &link, Completion<std::string> done) {
+    start<std::string>(
+        "READLINK", std::move(done),
+        [link](Compound &compound) {
+            put_putfh(compound, link);
+            put_plain(compound, Op::readlink);
+        },
+        [](Results &results, const rpc::Request &, std::string &reply) {
+            return results.next(Op::putfh) && results.next(Op::readlink) && get_readlink(results.reader(), reply);
+        });
+}
+
+void ExportVolume::mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
+                         Completion<CreateReply> done) {
+    auto met = std::make_shared<std::optional<EventLoop::Clock::time_point>>();
+    auto call = make<CreateReply>(
+        "MKDIR",
+        [met, done = std::move(done)](Result<CreateReply> result) {
+            if (result.ok()) result.value().maybe_made_since = *met;
+            done(std::move(result));
+        },
+        [directory, name = std::string(name), mode](Compound &compound) {
+            put_putfh(compound, directory);
+            put_mkdir(compound, name, mode);
+            put_object(compound);
+        },
+        [](Results &results, const rpc::Request &, CreateReply &reply) {
+            return results.next(Op::putfh) && results.next(Op::create) && get_created(results.reader()) &&
+                   get_object(results, reply.handle.emplace(), reply.attributes);
+        });
+    call->done_before = NfsStatus::exist;
+    call->found_done = [met](EventLoop::Clock::time_point first_sent) { *met = first_sent; };
+    send(std::move(call));
+}
+
+void ExportVolume::remove(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) {
+    unlink("REMOVE", directory, name, false, std::move(done));
+}
+
+void ExportVolume::rmdir(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) {
+    unlink("RMDIR", directory, name, true, std::move(done));
+}
+
+// NFSv4 has one operation for both, which takes away whatever has the name: what it is is verified in front.
+void ExportVolume::unlink(std::string_view name, const FileHandle &directory, std::string_view entry, bool is_directory,
+                          Completion<DirectoryChange> done) {
+    auto call = make<DirectoryChange>(
+        name, std::move(done),
+        [directory, entry = std::string(entry), is_directory](Compound &compound) {
+            put_putfh(compound, directory);
+            put_lookup(compound, entry);
+            put_verify_directory(compound, is_directory);
+            put_putfh(compound, directory);
+            put_remove(compound, entry);
+        },
+        [is_directory](Results &results, const rpc::Request &, DirectoryChange &) {
+            return results.next(Op::putfh) && results.next(Op::lookup) &&
+                   results.next(is_directory ? Op::verify : Op::nverify) && results.next(Op::putfh) &&
+                   results.next(Op::remove) && get_change(results.reader());
+        });
+    call->done_before = NfsStatus::noent;
+    call->rescue = [this, is_directory](NfsStatus status, const std::unique_ptr<Call> &refused) {
+        if (status != NfsStatus::same && status != NfsStatus::not_same) return false;
+        const NfsStatus meant = is_directory ? NfsStatus::notdir : NfsStatus::isdir;
+        refused->done(in_context(to_status(meant).in(std::string(refused->name))));
+        return true;
+    };
+    send(std::move(call));
+}
+
+void ExportVolume::readdir(const FileHandle &directory, uint64_t cookie, uint64_t verifier, bool /*plus*/,
+                           Completion<DirectoryReply> done) {
+    static const AttributeSet kEntryAttributes = [] {
+        AttributeSet set = object_attributes();
+        set.add(Attribute::rdattr_error);
+        set.add(Attribute::filehandle);
+        return set;
+    }();
+    start<DirectoryReply>(
+        "READDIR", std::move(done),
+        [this, directory, cookie, verifier](Compound &compound) {
+            put_putfh(compound, directory);
+            put_getattr(compound, object_attributes());
+            put_readdir(compound, cookie, verifier, limits_.readdir_preferred, kEntryAttributes);
+            compound.expect(limits_.readdir_preferred);
+        },
+        [](Results &results, const rpc::Request &, DirectoryReply &reply) {
+            AttributeValues values;
+            if (!results.next(Op::putfh) || !results.next(Op::getattr) || !get_attributes(results.reader(), values))
+                return false;
+            reply.directory = values.attributes();
+            return results.next(Op::readdir) && get_readdir(results.reader(), reply);
+        });
+}
+
+}  // namespace nfstdm::nfs4

@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/nfs4/export_volume.h"
+
+#include <cerrno>
+#include <chrono>
+
+#include "nfstdm/nfs4/status_table.h"
+
+namespace nfstdm::nfs4 {
+
+namespace {
+
+using std::chrono::seconds;
+
+// What is still open when the export is left is closed as a courtesy: nobody waits for it long.
+constexpr rpc::Duration kFarewellLimit = seconds(2);
+
+}  // namespace
+
+ExportVolume::ExportVolume(std::shared_ptr<SharedServer> server, ServerExport share)
+    : server_(std::move(server)),
+      session_(server_->session()),
+      share_(std::move(share)),
+      opens_(session_, [this](std::string_view name) { return new_call(name); }),
+      farewell_timer_(server_->server().loop()) {}
+
+ExportVolume::~ExportVolume() {
+    close(in_context({ECANCELED, "the export is no longer used"}));
+}
+
+Status ExportVolume::in_context(const Status &status) const {
+    return status.in("server " + server_->server().name());
+}
+
+// --- attach and detach
+
+void ExportVolume::attach(Completion<FileHandle> done) {
+    if (state_ == State::attached) {
+        loop().soon([done = std::move(done), root = root_] { done(root); });
+        return;
+    }
+    attaching_.push_back(std::move(done));
+    if (state_ == State::attaching) return;
+    state_ = State::attaching;
+    life_.soon(loop(), [this] { begin_contact(); });
+}
+
+void ExportVolume::begin_contact() {
+    if (state_ != State::attaching) return;
+    const remote::Server &server = server_->server();
+    if (!server.problem().ok()) return attach_ended(server.problem());
+    if (Status status = use_security(wanted().empty() ? "sys" : wanted()); !status.ok())
+        return attach_ended(in_context(status));
+    session_.add_user(opens_);
+    joined_ = true;
+    find_export();
+}
+
+Status ExportVolume::use_security(const std::string &security) {
+    auto authenticator = server_->server().authenticator(security);
+    if (authenticator.ok()) authenticator_ = std::move(authenticator.value());
+    security_ = security;
+    return authenticator.status();
+}
+
+void ExportVolume::find_export() {
+    const auto new_contact_call = [this](std::string_view name) {
+        auto call = new_call(name);
+        call->needs_contact = true;
+        call->limit = server_->server().contact_limit();
+        return call;
+    };
+    contact_ = std::make_unique<ExportContact>(
+        share_.export_path, new_contact_call, [this](std::unique_ptr<Call> call) { session_.start(std::move(call)); },
+        [this](Result<FoundExport> result) { contacted(std::move(result)); });
+    contact_->begin();
+}
+
+// The server has said what it wants instead. One more question settles it.
+void ExportVolume::find_with_another(const std::vector<uint32_t> &offered) {
+    const auto other = remote::choose_security(wanted(), offered, share_.export_path);
+    if (!other.ok()) return attach_ended(in_context(other.status()));
+    if (other.value() == security_)
+        return attach_ended(in_context({EACCES, "the server offers security " + security_ + " and refuses it"}));
+    if (Status status = use_security(other.value()); !status.ok()) return attach_ended(in_context(status));
+    find_export();
+}
+
+void ExportVolume::contacted(Result<FoundExport> result) {
+    if (!result.ok() && !contact_->offered().empty()) {
+        const auto offered = contact_->offered();
+        return find_with_another(offered);
+    }
+    if (!result.ok()) return attach_ended(result.status());
+    root_ = result.value().root;
+    limits_ = limits_from(result.value().values, session_.sizes());
+    attach_ended({});
+}
+
+// The last step of every attempt. A waiter may destroy the volume.
+void ExportVolume::attach_ended(Status status) {
+    contact_.reset();
+    state_ = status.ok() ? State::attached : State::detached;
+    if (!status.ok()) leave();
+    server_->server().trace().write(TraceLevel::notice, TraceComponent::mount, [&] {
+        return "server " + server_->server().name() + ": export " + share_.export_path +
+               (status.ok() ? ": attached with NFSv4." + std::to_string(session_.minor_version())
+                            : ": not attached: " + status.text());
+    });
+    const FileHandle root = root_;
+    for (const auto &done : std::exchange(attaching_, {})) {
+        if (status.ok())
+            done(root);
+        else
+            done(status);
+    }
+}
+
+// Without a word to anyone who waits.
+void ExportVolume::leave() {
+    if (std::exchange(joined_, false)) session_.remove_user(opens_, [](const Status &) {});
+}
+
+// Ends everything under way with a failure and lets go of the server.
+void ExportVolume::close(const Status &why) {
+    contact_.reset();
+    const bool attaching = state_ == State::attaching;
+    state_ = State::detached;
+    farewell_timer_.cancel();
+    session_.fail_all(this, why);
+    session_.fail_all(&opens_, why);
+    opens_.clear();
+    leave();
+    if (attaching && !attaching_.empty()) attach_ended(why);
+    if (const auto done = std::exchange(detaching_, nullptr)) done(why);
+}
+
+// What is under way ends at once; what is open is closed in order, and then the server is told that this was all.
+void ExportVolume::detach(DoneCompletion done) {
+    const Status why = in_context({ECANCELED, "the export is no longer used"});
+    if (state_ != State::attached) {
+        close(why);
+        loop().soon([done = std::move(done)] { done({}); });
+        return;
+    }
+    state_ = State::detached;
+    session_.fail_all(this, why);
+    detaching_ = std::move(done);
+    farewell_timer_.after(kFarewellLimit, [this, why] { session_.fail_all(&opens_, why); });
+    life_.soon(loop(), [this] {
+        opens_.close_all([this](const Status &) {
+            farewell_timer_.cancel();
+            if (!std::exchange(joined_, false)) return;
+            session_.remove_user(opens_, [life = life_.watch(), this](const Status &) {
+                if (!life.expired()) detached();
+            });
+        });
+    });
+}
+
+void ExportVolume::detached() {
+    const auto done = std::exchange(detaching_, nullptr);
+    if (done) done({});
+}
+
+// --- calls
+
+std::unique_ptr<Call> ExportVolume::new_call(std::string_view name) {
+    auto call = std::make_unique<Call>();
+    call->name = name;
+    call->authenticator = authenticator_;
+    call->limit = seconds(server_->server().config().io_timeout_seconds);
+    call->owner = this;
+    return call;
+}
+
+void ExportVolume::send(std::unique_ptr<Call> call) {
+    call->done = [this, done = std::move(call->done)](Status status) {
+        if (status.number() == EREMOTE && state_ == State::attached) return ask_where(status, done);
+        done(std::move(status));
+    };
+    if (state_ == State::attached) return session_.start(std::move(call));
+    const Status why = in_context({ENOTCONN, std::string(call->name) + ": the export is not attached"});
+    std::shared_ptr<Call> kept = std::move(call);
+    loop().soon([kept, why] { kept->done(why); });
+}
+
+// The file system is on another server now, and the one that had it may tell which.
+void ExportVolume::ask_where(const Status &failure, const DoneCompletion &done) {
+    auto call = make<AttributeValues>(
+        "GETATTR",
+        [failure, done](const Result<AttributeValues> &values) {
+            done(values.ok() ? with_locations(failure, values.value()) : failure);
+        },
+        [this](Compound &compound) {
+            put_putfh(compound, root_);
+            put_getattr(compound, {Attribute::fs_locations});
+            compound.expect(kLocationsMaximum);
+        },
+        [](Results &results, const rpc::Request &, AttributeValues &values) {
+            return results.next(Op::putfh) && results.next(Op::getattr) && get_attributes(results.reader(), values);
+        });
+    session_.start(std::move(call));
+}
+
+}  // namespace nfstdm::nfs4

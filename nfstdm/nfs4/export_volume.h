@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: Apache-2.0
+// One export of a server as a volume. Its operations stand by what they are about: the contact and the calls in
+// export_volume.cpp, names and attributes in export_names.cpp, the content of files in export_files.cpp, figures of the
+// file system in export_figures.cpp.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "nfstdm/base/scoped.h"
+#include "nfstdm/nfs4/arguments.h"
+#include "nfstdm/nfs4/call.h"
+#include "nfstdm/nfs4/export_contact.h"
+#include "nfstdm/nfs4/opens.h"
+#include "nfstdm/nfs4/replies.h"
+#include "nfstdm/nfs4/shared_server.h"
+#include "nfstdm/remote/security.h"
+#include "nfstdm/volume/volume.h"
+
+namespace nfstdm::nfs4 {
+
+// What transfers of a file system carry, as its server and the session allow.
+VolumeLimits limits_from(const AttributeValues &values, const ChannelSizes &sizes);
+
+// Handle and attributes of the current object: what every way to an object ends with.
+void put_object(Compound &compound);
+bool get_object(Results &results, FileHandle &handle, std::optional<Attributes> &attributes);
+
+class ExportVolume : public Volume {
+  public:
+    ExportVolume(std::shared_ptr<SharedServer> server, ServerExport share);
+    ~ExportVolume() override;
+
+    void attach(Completion<FileHandle> done) override;
+    void detach(DoneCompletion done) override;
+    const VolumeLimits &limits() const override { return limits_; }
+    bool busy() const override { return session_.busy(); }
+
+    void getattr(const FileHandle &object, Completion<Attributes> done) override;
+    void setattr(const FileHandle &object, const SetAttributes &set, DoneCompletion done) override;
+    void lookup(const FileHandle &directory, std::string_view name, Completion<LookupReply> done) override;
+    std::size_t path_components_maximum() const override;
+    void lookup_path(const FileHandle &directory, const std::vector<std::string> &names,
+                     Completion<PathReply> done) override;
+    void readlink(const FileHandle &link, Completion<std::string> done) override;
+    void read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+              Completion<ReadReply> done) override;
+    void write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
+               Completion<WriteReply> done) override;
+    void commit(const FileHandle &file, Completion<CommitReply> done) override;
+    void release(const FileHandle &file) override {
+        if (state_ == State::attached) opens_.close(file);
+    }
+    void create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
+                Completion<CreateReply> done) override;
+    void mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
+               Completion<CreateReply> done) override;
+    void remove(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) override;
+    void rmdir(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) override;
+    void readdir(const FileHandle &directory, uint64_t cookie, uint64_t verifier, bool plus,
+                 Completion<DirectoryReply> done) override;
+    void fsinfo(const FileHandle &object, Completion<FsInfoReply> done) override;
+    void fsstat(const FileHandle &object, Completion<FsStatReply> done) override;
+
+  private:
+    enum class State : uint8_t { detached, attaching, attached };
+
+    std::unique_ptr<Call> new_call(std::string_view name);
+    template <class Reply, class Put, class Read>
+    std::unique_ptr<Call> make(std::string_view name, Completion<Reply> done, Put put, Read read);
+    template <class Reply, class Put, class Read>
+    void start(std::string_view name, Completion<Reply> done, Put put, Read read) {
+        send(make<Reply>(name, std::move(done), std::move(put), std::move(read)));
+    }
+    void send(std::unique_ptr<Call> call);
+    void ask_where(const Status &failure, const DoneCompletion &done);
+    void unlink(std::string_view name, const FileHandle &directory, std::string_view entry, bool is_directory,
+                Completion<DirectoryChange> done);
+
+    void read_whole(const FileHandle &file, std::span<std::byte> buffer, Completion<ReadReply> done);
+    void read_open(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer, Completion<ReadReply> done);
+    void write_open(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
+                    Completion<WriteReply> done);
+    void write_last(const FileHandle &file, uint64_t offset, std::span<const std::byte> data,
+                    const Completion<WriteReply> &done);
+    void with_state(Call &call, const FileHandle &file, uint32_t access, std::shared_ptr<StateId> used);
+
+    EventLoop &loop() const { return server_->server().loop(); }
+    const std::string &wanted() const { return remote::wanted_security(server_->server().config(), share_); }
+    Status use_security(const std::string &security);
+    Status in_context(const Status &status) const;
+
+    void begin_contact();
+    void find_export();
+    void find_with_another(const std::vector<uint32_t> &offered);
+    void contacted(Result<FoundExport> result);
+    void attach_ended(Status status);
+    void leave();
+    void close(const Status &why);
+    void detached();
+
+    const std::shared_ptr<SharedServer> server_;
+    Session &session_;
+    const ServerExport share_;
+    State state_ = State::detached;
+    bool joined_ = false;  // a user of the session
+    FileHandle root_;
+    VolumeLimits limits_;
+    std::string security_;
+    std::shared_ptr<rpc::Authenticator> authenticator_;
+    Opens opens_;
+
+    std::vector<Completion<FileHandle>> attaching_;  // who waits for the attach under way
+    std::unique_ptr<ExportContact> contact_;
+    DoneCompletion detaching_;  // who waits for the detach under way
+    ScopedTimer farewell_timer_;
+    Lifeline life_;
+};
+
+// A call whose results make a reply; one that ends well without any (see Call::done_before) gives an empty one.
+template <class Reply, class Put, class Read>
+std::unique_ptr<Call> ExportVolume::make(std::string_view name, Completion<Reply> done, Put put, Read read) {
+    auto call = new_call(name);
+    auto reply = std::make_shared<Reply>();
+    call->put = std::move(put);
+    call->read = [reply, read = std::move(read)](Results &results, const rpc::Request &request) {
+        *reply = {};
+        return read(results, request, *reply);
+    };
+    call->done = [reply, done = std::move(done)](Status status) {
+        if (status.ok())
+            done(std::move(*reply));
+        else
+            done(std::move(status));
+    };
+    return call;
+}
+
+}  // namespace nfstdm::nfs4
