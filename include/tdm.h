@@ -272,6 +272,22 @@ uint32_t tdm_fsinfo(void *ctx, const char *path, TdmFsInfo *info, uint32_t *loca
 uint32_t tdm_fsstat(void *ctx, const char *path, TdmFsStat *stat, uint32_t *location);
 
 /*
+ * The operations below are optional: a program that uses them declares them weak, asks whether they are there, and does
+ * without where they are not, or fail.
+ */
+
+/* Has the server copy count bytes (above 0) from one open file into another, without moving them to this host. *copied
+ * is how many it has copied, at least one; whoever wants the rest asks again. What was copied is on stable storage. Fails
+ * with 95 where the server does not copy between these files; then the caller reads and writes. */
+uint32_t tdm_copy(void *ctx, uint64_t source, uint64_t source_offset, uint64_t destination, uint64_t destination_offset,
+                  uint64_t count, uint64_t *copied);
+
+/* The next bytes of an open file, at or behind an offset, that are no hole: from *begin up to *end. Both are the file's
+ * size when there is nothing but a hole. The caller is taken to read there next. Fails with 95 where holes are not
+ * known; then everything is to be read. */
+uint32_t tdm_extent(void *ctx, uint64_t file, uint64_t offset, uint64_t *begin, uint64_t *end);
+
+/*
  * Starts requests (submit), collects completed ones (reap), or both. Every accepted request completes exactly once, at
  * the latest before tdm_fini returns; a refused one never does. With timeout TDM_WAIT_FOREVER the call returns when
  * every request of the reap list has completed, with 0 at once; *count is set to the number collected and left alone by

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "nfstdm/files/await.h"
+
 namespace nfstdm {
 namespace {
 
@@ -117,6 +119,24 @@ Status OpenFile::look_up_again() {
     return {};
 }
 
+// A file that takes up as much as it is long has no holes that anyone need ask for.
+Result<Extent> OpenFile::extent(uint64_t offset) {
+    Volume &volume = mount_.volume();
+    if (!volume.tells_holes()) return Status{ENOTSUP, path() + ": where it has holes is not known"};
+    if (Status failure = flush(); !failure.ok()) return failure;
+    const auto attributes = mount_.attributes(handle());
+    if (!attributes.ok()) return named(attributes.status());
+    const uint64_t size = known_size_;
+    if (offset >= size) return Extent{size, size};
+    if (attributes.value().used >= size) return Extent{offset, size};
+    const auto found =
+        await<Extent>(mount_.loop(), [&](auto done) { volume.extent(handle(), offset, std::move(done)); });
+    if (!found.ok()) return named(found.status());
+    const Extent extent{std::min(found.value().begin, size), std::min(found.value().end, size)};
+    windows().read.go_on_at(extent.begin, extent.end);
+    return extent;
+}
+
 // ---- writing
 
 void OpenFile::list_as_unwritten() {
@@ -181,6 +201,20 @@ Status OpenFile::flush() {
     }
     unlist();
     return failure;
+}
+
+Result<uint64_t> OpenFile::copy_from(OpenFile &source, const CopyRange &range) {
+    if (Status failure = source.flush(); !failure.ok()) return failure;
+    if (Status failure = flush(); !failure.ok()) return failure;
+    forget_read_ahead();
+    if (windows_) windows_->write.forget_size_shown();
+    const auto copied = await<CopyReply>(mount_.loop(), [&](auto done) {
+        mount_.volume().copy(source.mount_.volume(), source.handle(), handle(), range, std::move(done));
+    });
+    mount_.cache().forget_attributes(handle());
+    if (!copied.ok()) return named(copied.status());
+    set_known_size(std::max(known_size_, range.destination_offset + copied.value().count));
+    return copied.value().count;
 }
 
 Status OpenFile::resize(uint64_t size) {

@@ -64,6 +64,13 @@ class OpenFile {
     Status write(uint64_t offset, std::span<const std::byte> data);
     bool dirty() const { return windows_ && !(windows_->write.clean() && windows_->write.failure().ok()); }
 
+    // Has the server copy from another file of it, at least one byte and at most the range: what was copied is on
+    // stable storage. Fails with ENOTSUP where the server does not; the caller then reads and writes.
+    Result<uint64_t> copy_from(OpenFile &source, const CopyRange &range);
+    // The next bytes at or behind an offset that are no hole, up to the file's end; an empty extent there when there
+    // are none. Fails with ENOTSUP where that is not known. The caller is taken to read there next.
+    Result<Extent> extent(uint64_t offset);
+
     // Brings every accepted write to stable storage. flush() gives the first failure there was and forgets it,
     // settle() leaves it for a later flush().
     Status flush();

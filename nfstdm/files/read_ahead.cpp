@@ -65,6 +65,11 @@ void ReadAhead::move_to(uint64_t offset) {
     if (!in_window && requests_.empty()) drop_window();
 }
 
+void ReadAhead::go_on_at(uint64_t begin, uint64_t end) {
+    position_ = begin;
+    data_end_ = end;
+}
+
 void ReadAhead::forget() {
     drop_window();
     if (requests_.empty()) return;
@@ -92,13 +97,14 @@ void ReadAhead::extend() {
 // READs after the first start at multiples of their size. The window stops at the expected end: what lies beyond is
 // read only when asked for.
 bool ReadAhead::extend_by_one(uint64_t offset) {
-    if (offset >= expected_size_) return false;
+    const uint64_t end = std::min(expected_size_, data_end_);
+    if (offset >= end) return false;
     if (in_flight_ > 0 && volume_.busy()) return false;
     auto buffer = pool_.take(buffer_size_);
     if (!buffer) return false;
     auto chunk = std::make_shared<Chunk>();
     chunk->offset = offset;
-    chunk->length = std::min<uint64_t>(read_size_ - offset % read_size_, expected_size_ - offset);
+    chunk->length = std::min<uint64_t>(read_size_ - offset % read_size_, end - offset);
     chunk->buffer = std::move(*buffer);
     window_.push_back(chunk);
     ++in_flight_;

@@ -44,7 +44,13 @@ class ReadAhead {
     void forget();
 
     // The file's size as it was told to the caller. As far as nothing newer is known, nothing is read ahead beyond it.
-    void expect_size(uint64_t size) { expected_size_ = told_size_ = size; }
+    void expect_size(uint64_t size) {
+        expected_size_ = told_size_ = size;
+        data_end_ = UINT64_MAX;
+    }
+
+    // The caller goes on at begin, and from end on there is nothing worth reading ahead.
+    void go_on_at(uint64_t begin, uint64_t end);
 
     bool idle() const { return requests_.empty() && direct_ == 0; }
     bool holds_memory() const { return !window_.empty(); }
@@ -113,6 +119,7 @@ class ReadAhead {
     uint64_t position_ = 0;  // end of the latest request
     uint64_t expected_size_ = 0;
     uint64_t told_size_ = 0;
+    uint64_t data_end_ = UINT64_MAX;  // as far as is known
 };
 
 }  // namespace nfstdm

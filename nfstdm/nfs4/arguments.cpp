@@ -40,6 +40,14 @@ void put_channel(xdr::Writer &writer, const ChannelSizes &sizes) {
     writer.put_u32(0);  // no RDMA
 }
 
+void put_range(xdr::Writer &writer, const CopyArguments &arguments) {
+    put_state_id(writer, arguments.source);
+    put_state_id(writer, arguments.destination);
+    writer.put_u64(arguments.source_offset);
+    writer.put_u64(arguments.destination_offset);
+    writer.put_u64(arguments.count);
+}
+
 }  // namespace
 
 void put_plain(Compound &compound, Op op) {
@@ -193,6 +201,29 @@ void put_secinfo_no_name(Compound &compound) {
 
 void put_secinfo(Compound &compound, std::string_view name) {
     compound.add(Op::secinfo).put_string(name, kNameMaximum);
+}
+
+void put_clone(Compound &compound, const CopyArguments &arguments) {
+    put_range(compound.add(Op::clone), arguments);
+}
+
+void put_copy(Compound &compound, const CopyArguments &arguments, bool synchronous) {
+    xdr::Writer &writer = compound.add(Op::copy);
+    put_range(writer, arguments);
+    writer.put_bool(true);  // from the start to the end: a count then tells what is copied
+    writer.put_bool(synchronous);
+    writer.put_u32(0);  // no other server to copy from
+}
+
+void put_offload_status(Compound &compound, const StateId &copy) {
+    put_state_id(compound.add(Op::offload_status), copy);
+}
+
+void put_seek(Compound &compound, const StateId &state, uint64_t offset, Content wanted) {
+    xdr::Writer &writer = compound.add(Op::seek);
+    put_state_id(writer, state);
+    writer.put_u64(offset);
+    writer.put_u32(static_cast<uint32_t>(wanted));
 }
 
 void put_sequence(Compound &compound, const SequenceArguments &arguments) {

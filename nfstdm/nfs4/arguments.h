@@ -14,7 +14,7 @@
 
 namespace nfstdm::nfs4 {
 
-// GETFH, PUTROOTFH and READLINK: they have no arguments.
+// GETFH, PUTROOTFH, SAVEFH and READLINK: they have no arguments.
 void put_plain(Compound &compound, Op op);
 void put_putfh(Compound &compound, const FileHandle &object);
 void put_lookup(Compound &compound, std::string_view name);
@@ -60,6 +60,22 @@ void put_bind_connection(Compound &compound, const SessionId &session);
 void put_reclaim_complete(Compound &compound);
 void put_secinfo_no_name(Compound &compound);
 void put_secinfo(Compound &compound, std::string_view name);
+
+// From the saved file to the current one (RFC 7862 section 15).
+struct CopyArguments {
+    StateId source;
+    StateId destination;
+    uint64_t source_offset = 0;
+    uint64_t destination_offset = 0;
+    uint64_t count = 0;  // bytes
+};
+void put_clone(Compound &compound, const CopyArguments &arguments);
+// synchronous: the answer is to come when the copy is made.
+void put_copy(Compound &compound, const CopyArguments &arguments, bool synchronous);
+void put_offload_status(Compound &compound, const StateId &copy);
+// Where the next data, or the next hole, begin.
+enum class Content : uint32_t { data = 0, hole = 1 };
+void put_seek(Compound &compound, const StateId &state, uint64_t offset, Content wanted);
 
 struct SequenceArguments {
     SessionId session{};

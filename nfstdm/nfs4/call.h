@@ -22,7 +22,9 @@ struct Call {
     std::shared_ptr<rpc::Authenticator> authenticator;
     std::function<void(Compound &)> put;  // adds the operations behind SEQUENCE; called anew for every request made
     std::function<bool(Results &, const rpc::Request &)> read;  // false: an operation failed, or it makes no sense
-    std::function<void(Status)> done;                           // called once, from the loop
+    // Tells after read() that the work is not over yet: the call is made again after a pause.
+    std::function<bool()> unfinished;
+    std::function<void(Status)> done;  // called once, from the loop
     // Told what failed first; when it takes the call over (true), it starts it again or ends it itself.
     std::function<bool(NfsStatus, std::unique_ptr<Call> &)> rescue;
     std::span<const std::byte> data;  // sent behind the last operation
@@ -35,6 +37,7 @@ struct Call {
     NfsStatus done_before = NfsStatus::ok;
     // Told that it was met, and when the call was sent first: perhaps somebody else did the work.
     std::function<void(EventLoop::Clock::time_point)> found_done;
+    rpc::Duration wait{};     // the next pause; zero = as for a server that is not ready
     bool repeatable = false;  // executing it twice is as good as a long answer that the server would have to keep
     bool reclaims = false;    // may be sent while the server gives state back
 
@@ -47,7 +50,6 @@ struct Call {
     bool completes = false;  // RECLAIM_COMPLETE was put in front
     EventLoop::Clock::time_point first_sent;
     unsigned restarts = 0;  // because of the session, not of the operation
-    rpc::Duration wait{};   // the next one for a server that is not ready
     std::unique_ptr<ScopedTimer> timer;
     std::unique_ptr<rpc::Request> delayed;  // to be sent again as it is
 };

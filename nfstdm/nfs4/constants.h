@@ -9,6 +9,7 @@
 namespace nfstdm::nfs4 {
 
 constexpr uint32_t kProcCompound = 1;
+constexpr uint32_t kMinorVersionOfCopies = 2;  // COPY, CLONE, SEEK: RFC 7862
 
 constexpr std::size_t kTagMaximum = 1024;  // of a compound; what a server may put there
 constexpr std::size_t kHandleMaximum = 128;
@@ -34,6 +35,7 @@ enum class Op : uint32_t {
     readdir = 26,
     readlink = 27,
     remove = 28,
+    savefh = 32,
     secinfo = 33,
     setattr = 34,
     verify = 37,
@@ -46,9 +48,14 @@ enum class Op : uint32_t {
     sequence = 53,
     destroy_clientid = 57,
     reclaim_complete = 58,
+    // Of minor version 2.
+    copy = 60,
+    offload_status = 67,
+    seek = 69,
+    clone = 71,
 };
 
-// nfsstat4, RFC 8881 section 15.1.
+// nfsstat4, RFC 8881 section 15.1 and RFC 7862 section 11.1.
 enum class NfsStatus : uint32_t {
     ok = 0,
     perm = 1,
@@ -128,6 +135,9 @@ enum class NfsStatus : uint32_t {
     not_only_op = 10081,
     wrong_cred = 10082,
     wrong_type = 10083,
+    union_notsupp = 10090,
+    offload_denied = 10091,
+    offload_no_reqs = 10094,
 };
 
 // File attributes by number (RFC 8881 section 5); each is a bit of a bitmap4.

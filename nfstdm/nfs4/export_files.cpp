@@ -16,19 +16,6 @@ constexpr unsigned kRescuesMaximum = 8;
 
 struct Nothing {};
 
-bool state_is_lost(NfsStatus status) {
-    switch (status) {
-        case NfsStatus::bad_stateid:
-        case NfsStatus::stale_stateid:
-        case NfsStatus::old_stateid:
-        case NfsStatus::expired:
-        case NfsStatus::admin_revoked:
-            return true;
-        default:
-            return false;
-    }
-}
-
 Completion<Nothing> without_reply(DoneCompletion done) {
     return [done = std::move(done)](const Result<Nothing> &result) { done(result.status()); };
 }

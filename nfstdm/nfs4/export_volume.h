@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // One export of a server as a volume. Its operations stand by what they are about: the contact and the calls in
 // export_volume.cpp, names and attributes in export_names.cpp, the content of files in export_files.cpp, figures of the
-// file system in export_figures.cpp.
+// file system in export_figures.cpp, copies that the server makes and holes in export_copies.cpp.
 #pragma once
 
 #include <cstddef>
@@ -20,6 +20,7 @@
 #include "nfstdm/nfs4/export_contact.h"
 #include "nfstdm/nfs4/opens.h"
 #include "nfstdm/nfs4/replies.h"
+#include "nfstdm/nfs4/server_copy.h"
 #include "nfstdm/nfs4/shared_server.h"
 #include "nfstdm/remote/security.h"
 #include "nfstdm/volume/volume.h"
@@ -55,6 +56,10 @@ class ExportVolume : public Volume {
     void write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
                Completion<WriteReply> done) override;
     void commit(const FileHandle &file, Completion<CommitReply> done) override;
+    void copy(Volume &source, const FileHandle &from, const FileHandle &to, const CopyRange &range,
+              Completion<CopyReply> done) override;
+    bool tells_holes() const override { return session_.minor_version() >= kMinorVersionOfCopies && abilities_.seeks; }
+    void extent(const FileHandle &file, uint64_t offset, Completion<Extent> done) override;
     void release(const FileHandle &file) override {
         if (state_ == State::attached) opens_.close(file);
     }
@@ -92,6 +97,9 @@ class ExportVolume : public Volume {
                     const Completion<WriteReply> &done);
     void with_state(Call &call, const FileHandle &file, uint32_t access, std::shared_ptr<StateId> used);
 
+    Status not_told();
+    void seek_end(const FileHandle &file, uint64_t begin, const Completion<Extent> &done);
+
     EventLoop &loop() const { return server_->server().loop(); }
     const std::string &wanted() const { return remote::wanted_security(server_->server().config(), share_); }
     Status use_security(const std::string &security);
@@ -116,6 +124,7 @@ class ExportVolume : public Volume {
     std::string security_;
     std::shared_ptr<rpc::Authenticator> authenticator_;
     Opens opens_;
+    Abilities abilities_;
 
     std::vector<Completion<FileHandle>> attaching_;  // who waits for the attach under way
     std::unique_ptr<ExportContact> contact_;

@@ -44,6 +44,7 @@ constexpr auto kTable = std::to_array<OpRow>({
     {Op::readdir, "READDIR", false, kDirectory},
     {Op::readlink, "READLINK", false, kHead + kWord + kTargetMaximum},
     {Op::remove, "REMOVE", true, kHead + kChange},
+    {Op::savefh, "SAVEFH", false, kHead},
     {Op::secinfo, "SECINFO", false, kHead + 1024},
     {Op::setattr, "SETATTR", true, kHead + kBitmap},
     {Op::write, "WRITE", false, kHead + 2 * kWord + kVerifierSize},
@@ -57,6 +58,10 @@ constexpr auto kTable = std::to_array<OpRow>({
     {Op::sequence, "SEQUENCE", false, kHead + kSessionIdSize + 5 * kWord},
     {Op::destroy_clientid, "DESTROY_CLIENTID", false, kHead},
     {Op::reclaim_complete, "RECLAIM_COMPLETE", false, kHead},
+    {Op::copy, "COPY", false, kHead + kWord + kStateId + kHyper + kWord + kVerifierSize + 2 * kWord},
+    {Op::offload_status, "OFFLOAD_STATUS", false, kHead + kHyper + 2 * kWord},
+    {Op::seek, "SEEK", false, kHead + kWord + kHyper},
+    {Op::clone, "CLONE", false, kHead},
 });
 
 }  // namespace

@@ -170,6 +170,34 @@ bool get_commit(xdr::Reader &reader, CommitReply &reply) {
     return reader.get_u64(reply.verifier);
 }
 
+bool get_copy(xdr::Reader &reader, CopyAnswer &reply) {
+    uint32_t states = 0;
+    uint32_t committed = 0;
+    bool consecutive = false;
+    bool synchronous = false;
+    if (!reader.get_u32(states) || states > 1) return false;
+    if (states == 1 && !get_state_id(reader, reply.going_on.emplace())) return false;
+    if (!reader.get_u64(reply.count) || !reader.get_u32(committed) || !reader.get_u64(reply.verifier) ||
+        committed > static_cast<uint32_t>(Stability::file_sync))
+        return false;
+    reply.committed = static_cast<Stability>(committed);
+    return reader.get_bool(consecutive) && reader.get_bool(synchronous);
+}
+
+bool get_offload_status(xdr::Reader &reader, OffloadReply &reply) {
+    uint32_t outcomes = 0;
+    uint32_t outcome = 0;
+    if (!reader.get_u64(reply.count) || !reader.get_u32(outcomes) || outcomes > 1) return false;
+    if (outcomes == 0) return true;
+    if (!reader.get_u32(outcome)) return false;
+    reply.outcome = static_cast<NfsStatus>(outcome);
+    return true;
+}
+
+bool get_seek(xdr::Reader &reader, SeekReply &reply) {
+    return reader.get_bool(reply.eof) && reader.get_u64(reply.offset);
+}
+
 bool get_readdir(xdr::Reader &reader, DirectoryReply &reply) {
     bool another = false;
     if (!reader.get_u64(reply.verifier)) return false;

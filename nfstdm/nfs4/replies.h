@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -61,6 +62,24 @@ bool get_readdir(xdr::Reader &reader, DirectoryReply &reply);
 bool get_read(xdr::Reader &reader, std::size_t landed, ReadReply &reply);
 // READ with its data, which fit into place.
 bool get_read_into(xdr::Reader &reader, std::span<std::byte> place, ReadReply &reply);
+// COPY: what was written, or the state under which it goes on.
+struct CopyAnswer {
+    std::optional<StateId> going_on;
+    uint64_t count = 0;
+    Stability committed = Stability::unstable;
+    uint64_t verifier = 0;
+};
+bool get_copy(xdr::Reader &reader, CopyAnswer &reply);
+struct OffloadReply {
+    uint64_t count = 0;                // bytes so far
+    std::optional<NfsStatus> outcome;  // once it is over
+};
+bool get_offload_status(xdr::Reader &reader, OffloadReply &reply);
+struct SeekReply {
+    bool eof = false;  // there is none up to the end of the file
+    uint64_t offset = 0;
+};
+bool get_seek(xdr::Reader &reader, SeekReply &reply);
 // The flavours of RPC security that SECINFO and SECINFO_NO_NAME offer, with RPCSEC_GSS by the flavour that stands for
 // Kerberos and the service (RFC 2623 section 2.2.2); other mechanisms are left out.
 bool get_flavours(xdr::Reader &reader, std::vector<uint32_t> &flavours);

@@ -223,7 +223,7 @@ void Session::lose_session() {
 // --- calls
 
 void Session::start(std::unique_ptr<Call> call) {
-    call->wait = server_.timing().jukebox_first;
+    if (call->wait == rpc::Duration::zero()) call->wait = server_.timing().jukebox_first;
     call->timer = std::make_unique<ScopedTimer>(loop_);
     queue_.push_back(std::move(call));
     pump();
@@ -365,7 +365,10 @@ void Session::executed(Call &call, Results &results, const rpc::Request &request
         if (call.session == session_number_) must_complete_ = false;
         if (!results.next(Op::reclaim_complete)) return requeue(call);
     }
-    if (call.read(results, request) && results.finished()) return finish(call, {});
+    if (call.read(results, request) && results.finished()) {
+        if (!call.unfinished || !call.unfinished()) return finish(call, {});
+        return wait(call, [this](Call &again) { requeue(again); });
+    }
     if (results.failure() != NfsStatus::ok) return failed(call, results.failure());
     finish(call, {EIO, "the server's answer makes no sense"});
 }

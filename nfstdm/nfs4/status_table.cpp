@@ -98,9 +98,25 @@ constexpr auto kTable = std::to_array<StatusRow>({
     {NfsStatus::wrong_cred, EACCES, "NFS4ERR_WRONG_CRED", "the server knows this client under another identity",
      Condition::credential},
     {NfsStatus::wrong_type, EINVAL, "NFS4ERR_WRONG_TYPE", "it is no object of the right type"},
+    {NfsStatus::union_notsupp, ENOTSUP, "NFS4ERR_UNION_NOTSUPP", "the server does not do that"},
+    {NfsStatus::offload_denied, ENOTSUP, "NFS4ERR_OFFLOAD_DENIED", "the server does not want to copy by itself"},
+    {NfsStatus::offload_no_reqs, ENOTSUP, "NFS4ERR_OFFLOAD_NO_REQS", "the server copies in another manner only"},
 });
 
 }  // namespace
+
+bool state_is_lost(NfsStatus status) {
+    switch (status) {
+        case NfsStatus::bad_stateid:
+        case NfsStatus::stale_stateid:
+        case NfsStatus::old_stateid:
+        case NfsStatus::expired:
+        case NfsStatus::admin_revoked:
+            return true;
+        default:
+            return false;
+    }
+}
 
 std::span<const StatusRow> status_table() {
     return kTable;

@@ -21,6 +21,9 @@ struct StatusRow {
 
 std::span<const StatusRow> status_table();
 
+// The server does not know a state that it was shown, or not any more.
+bool state_is_lost(NfsStatus status);
+
 // Of a status that is no success.
 Status to_status(NfsStatus status);
 

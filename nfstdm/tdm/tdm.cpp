@@ -171,6 +171,46 @@ uint32_t tdm_unidentify(void *ctx, uint64_t file) {
                           [file](Session &session, OpenFile &) { return session.files().close(file); });
 }
 
+// ---- what a caller can do without
+
+namespace {
+
+// That the server, or the protocol, lacks something is an answer and no failure that anyone need be told of.
+template <class Body>
+uint32_t optional_operation(const char *name, const void *ctx, uint64_t file, Body &&body) noexcept {
+    bool lacking = false;
+    const uint32_t status = file_operation(name, ctx, file, [&](Session &session, OpenFile &open) -> Status {
+        Status failure = body(session, open);
+        lacking = failure.number() == ENOTSUP;
+        return lacking ? Status{} : failure;
+    });
+    return lacking ? uint32_t{ENOTSUP} : status;
+}
+
+}  // namespace
+
+uint32_t tdm_copy(void *ctx, uint64_t source, uint64_t source_offset, uint64_t destination, uint64_t destination_offset,
+                  uint64_t count, uint64_t *copied) {
+    return optional_operation("tdm_copy", ctx, destination, [&](Session &session, OpenFile &to) -> Status {
+        OpenFile *from = session.files().find(source);
+        if (copied == nullptr || from == nullptr || count == 0) return missing("file, count or place for an answer");
+        const auto done = to.copy_from(*from, {source_offset, destination_offset, count});
+        if (done.ok()) *copied = done.value();
+        return done.status();
+    });
+}
+
+uint32_t tdm_extent(void *ctx, uint64_t file, uint64_t offset, uint64_t *begin, uint64_t *end) {
+    return optional_operation("tdm_extent", ctx, file, [&](Session &, OpenFile &open) -> Status {
+        if (begin == nullptr || end == nullptr) return missing("place for an answer");
+        const auto extent = open.extent(offset);
+        if (!extent.ok()) return extent.status();
+        *begin = extent.value().begin;
+        *end = extent.value().end;
+        return {};
+    });
+}
+
 // ---- paths
 
 uint32_t tdm_delete(void *ctx, const char *path, uint32_t *location) {

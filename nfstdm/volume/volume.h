@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -126,6 +127,23 @@ struct CommitReply {
     std::optional<Attributes> attributes;
 };
 
+// Bytes of a file that may hold something; between them are holes, which read as zeros.
+struct Extent {
+    uint64_t begin = 0;
+    uint64_t end = 0;
+};
+
+// A part of a file to be copied into another one.
+struct CopyRange {
+    uint64_t source_offset = 0;
+    uint64_t destination_offset = 0;
+    uint64_t count = 0;  // bytes, above 0
+};
+
+struct CopyReply {
+    uint64_t count = 0;  // bytes copied, from the start of the range on, and on stable storage; above 0
+};
+
 struct DirectoryEntry {
     uint64_t fileid = 0;
     uint64_t cookie = 0;  // the position after this entry
@@ -208,6 +226,19 @@ class Volume {
     virtual void write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
                        Completion<WriteReply> done) = 0;
     virtual void commit(const FileHandle &file, Completion<CommitReply> done) = 0;
+
+    // Copies between two files of the same server without moving the bytes to here and back. source is the volume that
+    // from lies on. Fails with ENOTSUP where that cannot be had; the caller then reads and writes.
+    virtual void copy(Volume & /*source*/, const FileHandle & /*from*/, const FileHandle & /*to*/,
+                      const CopyRange & /*range*/, Completion<CopyReply> done) {
+        done(Status{ENOTSUP, "the protocol has no copy"});
+    }
+    // Whether extent() can be asked.
+    virtual bool tells_holes() const { return false; }
+    // The next bytes at or behind an offset that are no hole; an empty extent when there are none.
+    virtual void extent(const FileHandle & /*file*/, uint64_t /*offset*/, Completion<Extent> done) {
+        done(Status{ENOTSUP, "the protocol does not tell holes"});
+    }
 
     // Nobody reads or writes the file any more for now: what the server keeps for it may be given back. What is asked
     // of it later is served all the same. A protocol without state has nothing to do.

@@ -132,6 +132,9 @@ constexpr std::array kKinds = {
     read_into,
     walk,
     read_position,
+    results<CopyAnswer, get_copy>,
+    results<OffloadReply, get_offload_status>,
+    results<SeekReply, get_seek>,
 };
 
 }  // namespace

@@ -24,6 +24,7 @@
 #include "tslwnfs/output/output.h"
 #include "tslwnfs/output/trace.h"
 #include "tslwnfs/storage/identify.h"
+#include "tslwnfs/storage/optional_operations.h"
 #include "tslwnfs/storage/resolve.h"
 #include "tslwnfs/terminal/screen.h"
 
@@ -254,6 +255,20 @@ void show_progress(const Run &run, bool prints, DdInput &input) {
         input.show_progress(run.source.path.view());
 }
 
+// Has the server copy from one of its files into another as far as it likes, and gives how many bytes it has. What of
+// the input is padding is nothing that a server has.
+uint64_t copy_remotely(const Run &run, DdInput &input, uint64_t seek) {
+    const uint64_t start = input.offset();
+    while (run.source.padding == 0 && !input.at_end()) {
+        const ServerCopyRange range{run.source.info.file, input.offset(), run.destination.info.file,
+                                    seek + (input.offset() - start), input.left()};
+        uint64_t copied = 0;
+        if (copy_by_server(range, copied) != 0 || copied == 0 || copied > range.count) break;
+        input.pass(copied);
+    }
+    return input.offset() - start;
+}
+
 // Local data goes to a server in batches; everything else goes block by block.
 bool copy_blocks(Run &run, DdInput &input, Unfinished &unfinished) {
     const auto input_block = static_cast<std::size_t>(IBS);
@@ -265,7 +280,8 @@ bool copy_blocks(Run &run, DdInput &input, Unfinished &unfinished) {
         DdBatch batch(run.destination.info.file, seek, run.requests);
         return batch.allocate(input_block) && batch.copy(input, *unfinished);
     }
-    DdOutput output(offound == 0 ? nullptr : &run.destination, seek, run.requests);
+    const uint64_t copied = to_server ? copy_remotely(run, input, seek) : 0;
+    DdOutput output(offound == 0 ? nullptr : &run.destination, seek + copied, run.requests);
     if (!output.allocate(static_cast<std::size_t>(OBS), input_block)) return false;
     return input.is_remote() ? copy_remote_input(input, output, unfinished, to_server)
                              : copy_stream(input, output, unfinished);

@@ -51,7 +51,7 @@ std::span<const std::byte> DdInput::read_next_block() {
     return buffer_.bytes().first(count);
 }
 
-void DdInput::advance(std::size_t bytes) {
+void DdInput::advance(uint64_t bytes) {
     offset_ += bytes;
     if (progress_) progress_->at(offset_ - shown_from_);
 }

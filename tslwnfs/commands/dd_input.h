@@ -54,6 +54,11 @@ class DdInput {
     void show_progress(std::string_view name);
 
     bool at_end() const { return offset_ >= end(); }
+    // Where the input stands, and how much of it is still to come (bytes).
+    uint64_t offset() const { return offset_; }
+    uint64_t left() const { return at_end() ? 0 : end() - offset_; }
+    // So many bytes of it were copied otherwise.
+    void pass(uint64_t bytes) { advance(bytes); }
     // Bytes of the input; what was read, once a stream has ended before its size.
     uint64_t size() const { return size_ == kUntilEnd ? (end_ < offset_ ? end_ : offset_) : size_; }
 
@@ -76,7 +81,7 @@ class DdInput {
   private:
     uint64_t end() const { return end_ < size_ ? end_ : size_; }
     uint64_t padded_size() const;
-    void advance(std::size_t bytes);
+    void advance(uint64_t bytes);
     std::span<const std::byte> read_next_block();
 
     const SourceFile *source_;

@@ -5,24 +5,6 @@
 #include "tslwnfs/options/options.h"
 #include "tslwnfs/output/messages.h"
 #include "tslwnfs/storage/resolve.h"
-#include "tslwnfs/terminal/progress.h"
-
-namespace {
-
-bool write_piece(const DestinationFile &destination, const Pieces &pieces, RequestSlots &requests,
-                 const TransferBuffer &buffer, const TransferRecords &records) {
-    const std::size_t slot = pieces.slot();
-    requests.fill(slot, IoOperation::write, destination.info.file, pieces.offset(), buffer.data(), pieces.count());
-    if (!destination.local) {
-        writenfsfile(requests, slot, 0);
-        return true;
-    }
-    if (writelocfile(requests, slot, destination.stream.get(), pieces.payload()) == pieces.payload()) return true;
-    trace_unwritten(records.function, destination.path.c_str());
-    return false;
-}
-
-}  // namespace
 
 bool check_operands(const Operand &source, const Operand &destination, const TransferRecords &records) {
     if (source.text() == nullptr) {
@@ -33,24 +15,6 @@ bool check_operands(const Operand &source, const Operand &destination, const Tra
         print_message(Message::second_operand_missing);
         return false;
     }
-    return true;
-}
-
-bool transfer_data(SourceFile &source, const DestinationFile &destination, UnfinishedDestination &unfinished,
-                   RequestSlots &requests, const TransferRecords &records) {
-    TransferBuffer buffer;
-    if (!buffer.allocate(records.function, TransferBuffer::size_for(static_cast<std::size_t>(bsize)))) return false;
-    Pieces pieces(source);
-    if (destination.local) write_through(destination.stream.get());
-    terminal::Progress progress(source.path.view(), source.size);
-    do {
-        progress.at(pieces.offset());
-        unfinished.at(pieces.offset());
-        if (!read_piece(source, pieces, requests, buffer, records)) return false;
-        if (pieces.is_beyond_end()) break;
-        if (!write_piece(destination, pieces, requests, buffer, records)) return false;
-    } while (pieces.advance());
-    source.size = pieces.size();
     return true;
 }
 

@@ -13,7 +13,7 @@
 
 // Copies the whole source into the destination; the size of one that was read until its end is known then. Traces and
 // returns false for a short read or write of a local file and when there is no memory; failing remote requests end the
-// process.
+// process. Between two files of one server the server copies, where it does; holes stay holes.
 [[nodiscard]] bool transfer_data(SourceFile &source, const DestinationFile &destination,
                                  UnfinishedDestination &unfinished, RequestSlots &requests,
                                  const TransferRecords &records);

@@ -141,7 +141,8 @@ bool read_piece(const SourceFile &source, Pieces &pieces, RequestSlots &requests
 
 uint32_t Pieces::count() const {
     if (until_end_) return static_cast<uint32_t>(bsize);
-    return static_cast<uint32_t>(std::min<uint64_t>(static_cast<uint64_t>(bsize), total_ - offset_));
+    return static_cast<uint32_t>(
+        std::min<uint64_t>(static_cast<uint64_t>(bsize), std::min(total_, content_end_) - offset_));
 }
 
 uint32_t Pieces::payload() const {

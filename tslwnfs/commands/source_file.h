@@ -77,6 +77,17 @@ class Pieces {
     uint32_t payload() const;  // bytes of these that belong to the file, not to its padding
     [[nodiscard]] bool advance();
 
+    // From now on the pieces are those of what the file holds, told as the transfer comes to it. A padded file, or one
+    // whose end is not known, is transferred whole all the same.
+    void follow_content() { content_end_ = !until_end_ && total_ > 0 && total_ == size_ ? 0 : UINT64_MAX; }
+    // The next content is to be told here.
+    bool is_between_content() const { return offset_ == content_end_; }
+    // The next piece begins at begin, and none goes beyond end.
+    void enter_content(uint64_t begin, uint64_t end) { offset_ = begin, content_end_ = end; }
+    // So many bytes were transferred otherwise.
+    void pass(uint64_t bytes) { offset_ += bytes; }
+    uint64_t content_end() const { return content_end_; }
+
     // While the end is not known every piece is a whole one. It is found by a read that gives less.
     bool end_is_known() const { return !until_end_; }
     void end_at(uint64_t size);
@@ -88,6 +99,7 @@ class Pieces {
     uint64_t size_;
     uint64_t total_;
     bool until_end_;
+    uint64_t content_end_ = UINT64_MAX;
     uint64_t offset_ = 0;
     std::size_t slot_ = 0;
 };

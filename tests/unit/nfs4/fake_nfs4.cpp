@@ -197,6 +197,86 @@ NfsStatus FakeNfs4::open(Compound &compound) {
     return NfsStatus::ok;
 }
 
+NfsStatus FakeNfs4::get_range(Compound &compound, Copied &range) {
+    StateId source;
+    StateId destination;
+    auto &in = compound.arguments;
+    get_state_id(in, source);
+    get_state_id(in, destination);
+    in.get_u64(range.from);
+    in.get_u64(range.to);
+    in.get_u64(range.count);
+    const NfsStatus status = check(source, compound);
+    return status == NfsStatus::ok ? check(destination, compound) : status;
+}
+
+NfsStatus FakeNfs4::clone(Compound &compound) {
+    Copied range;
+    const NfsStatus status = get_range(compound, range);
+    if (status == NfsStatus::ok) clones.push_back(range);
+    return status;
+}
+
+NfsStatus FakeNfs4::copy(Compound &compound) {
+    Copied range;
+    const NfsStatus status = get_range(compound, range);
+    bool consecutive = false;
+    bool at_once = false;
+    compound.arguments.get_bool(consecutive);
+    compound.arguments.get_bool(at_once);
+    compound.arguments.skip(4);
+    if (status != NfsStatus::ok) return status;
+    copies.push_back(range);
+    copies_at_once.push_back(at_once);
+    uint64_t verifier = 77;
+    if (!copy_verifiers.empty()) {
+        verifier = copy_verifiers.front();
+        copy_verifiers.erase(copy_verifiers.begin());
+    }
+    const bool in_background = looks_until_copied > 0;
+    auto &out = compound.results;
+    out.put_u32(in_background ? 1 : 0);
+    if (in_background) put_state_id(out, samples::state_id(200));
+    out.put_u64(in_background ? 0 : std::min(range.count, copy_maximum));
+    out.put_u32(copy_is_synced ? 2 : 0);
+    out.put_u64(verifier);
+    out.put_bool(true);
+    out.put_bool(!in_background);
+    return NfsStatus::ok;
+}
+
+NfsStatus FakeNfs4::look_at_copy(Compound &compound) {
+    StateId state;
+    get_state_id(compound.arguments, state);
+    if (state.other[0] != std::byte{200}) return NfsStatus::bad_stateid;
+    const bool over = --looks_until_copied <= 0;
+    compound.results.put_u64(over ? std::min(copies.back().count, copy_maximum) : 1);
+    compound.results.put_u32(over ? 1 : 0);
+    if (over) compound.results.put_u32(static_cast<uint32_t>(copy_outcome));
+    return NfsStatus::ok;
+}
+
+// The end of the file counts as a hole (RFC 7862 section 15.11.3).
+NfsStatus FakeNfs4::seek(Compound &compound) {
+    StateId state;
+    uint64_t offset = 0;
+    uint32_t wanted = 0;
+    get_state_id(compound.arguments, state);
+    compound.arguments.get_u64(offset);
+    compound.arguments.get_u32(wanted);
+    if (offset >= content.size()) return NfsStatus::nxio;
+    uint64_t found = wanted == 0 ? content.size() : offset;
+    for (const auto &[begin, end] : extents) {
+        if (wanted == 1 && found >= begin && found < end) found = end;
+        if (wanted == 0 && end > offset) found = std::min(found, std::max(begin, offset));
+    }
+    if (seeks_in_vain) found = offset;
+    if (wanted == 0 && found == content.size()) return NfsStatus::nxio;
+    compound.results.put_bool(found >= content.size());
+    compound.results.put_u64(found);
+    return NfsStatus::ok;
+}
+
 NfsStatus FakeNfs4::execute_file(Op op, Compound &compound) {
     auto &in = compound.arguments;
     auto &out = compound.results;
@@ -210,6 +290,16 @@ NfsStatus FakeNfs4::execute_file(Op op, Compound &compound) {
         case Op::putfh:
             compound.name = get_text(in);
             return NfsStatus::ok;
+        case Op::savefh:
+            return NfsStatus::ok;
+        case Op::clone:
+            return clone(compound);
+        case Op::copy:
+            return copy(compound);
+        case Op::offload_status:
+            return look_at_copy(compound);
+        case Op::seek:
+            return seek(compound);
         case Op::putrootfh:
             compound.name = "/";
             return NfsStatus::ok;

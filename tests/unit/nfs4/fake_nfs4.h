@@ -48,6 +48,22 @@ class FakeNfs4 {
     int grants_without_reclaim = 0;
     std::vector<uint32_t> kerberos_services;  // of RPCSEC_GSS, as SECINFO tells them
 
+    // Copies: what was asked, and how the server goes about them.
+    struct Copied {
+        uint64_t from = 0, to = 0, count = 0;
+        bool operator==(const Copied &) const = default;
+    };
+    std::vector<Copied> clones;
+    std::vector<Copied> copies;
+    std::vector<bool> copies_at_once;        // whether it was asked for
+    uint64_t copy_maximum = UINT64_MAX;      // bytes
+    int looks_until_copied = 0;              // above 0: in the background
+    NfsStatus copy_outcome = NfsStatus::ok;  // of one in the background
+    std::vector<uint64_t> copy_verifiers;    // of the next copies; those of a COMMIT else
+    bool copy_is_synced = false;
+    std::vector<std::pair<uint64_t, uint64_t>> extents;  // of every file; holes are between
+    bool seeks_in_vain = false;                       // finds everything where it is asked to look
+
   private:
     struct Session {
         uint64_t client = 0;
@@ -74,6 +90,11 @@ class FakeNfs4 {
     NfsStatus execute_file(Op op, Compound &compound);
     NfsStatus sequence(Compound &compound);
     NfsStatus open(Compound &compound);
+    NfsStatus clone(Compound &compound);
+    NfsStatus copy(Compound &compound);
+    NfsStatus look_at_copy(Compound &compound);
+    NfsStatus seek(Compound &compound);
+    NfsStatus get_range(Compound &compound, Copied &range);
     NfsStatus check(const StateId &state, const Compound &compound) const;
     static SessionId session_id(uint32_t number);
 

@@ -101,6 +101,30 @@ std::vector<Kind> kinds() {
          },
          into(get_flavours)},
         {"REMOVE", put_change, get_change},
+        {"COPY",
+         [](auto &w) {
+             w.put_u32(1);
+             put_state_id(w, state_id(1));
+             w.put_u64(1000);
+             w.put_u32(2);
+             w.put_u64(99);
+             w.put_bool(true);
+             w.put_bool(false);
+         },
+         into(get_copy)},
+        {"OFFLOAD_STATUS",
+         [](auto &w) {
+             w.put_u64(1000);
+             w.put_u32(1);
+             w.put_u32(28);
+         },
+         into(get_offload_status)},
+        {"SEEK",
+         [](auto &w) {
+             w.put_bool(true);
+             w.put_u64(1000);
+         },
+         into(get_seek)},
     };
 }
 

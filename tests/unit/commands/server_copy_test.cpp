@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: Apache-2.0
+// Copies that the storage library has the server make, and the holes that it tells: both are left out by the fake
+// library, which lacks the operations, and are added to it here.
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+
+#include "tests/unit/commands/command_fixture.h"
+#include "tslwnfs/commands/files.h"
+
+namespace {
+
+using testing::IsEmpty;
+
+struct OptionalOperations {
+    bool copies = false;
+    uint64_t copy_maximum = UINT64_MAX;  // bytes of one call
+    uint64_t copies_until = UINT64_MAX;  // of the source; the server declines what lies behind
+    std::vector<std::pair<uint64_t, uint64_t>> extents;
+    std::vector<std::string> calls;
+} optional_operations;
+
+FakeNodePointer node_of(uint64_t file) {
+    const auto found = FakeTdm::instance().open_files_.find(file);
+    return found == FakeTdm::instance().open_files_.end() ? nullptr : found->second.node;
+}
+
+}  // namespace
+
+extern "C" uint32_t tdm_copy(void *, uint64_t source, uint64_t source_offset, uint64_t destination,
+                             uint64_t destination_offset, uint64_t count, uint64_t *copied) {
+    const auto from = node_of(source);
+    const auto to = node_of(destination);
+    if (!optional_operations.copies || from == nullptr || to == nullptr) return ENOTSUP;
+    if (source_offset >= optional_operations.copies_until) return EIO;
+    optional_operations.calls.push_back(std::to_string(source_offset) + "+" + std::to_string(count) + ">" +
+                                        std::to_string(destination_offset));
+    *copied = std::min({count, optional_operations.copy_maximum, from->data.size() - source_offset});
+    to->data.resize(std::max<std::size_t>(to->data.size(), destination_offset + *copied));
+    std::copy_n(from->data.begin() + static_cast<std::ptrdiff_t>(source_offset), *copied,
+                to->data.begin() + static_cast<std::ptrdiff_t>(destination_offset));
+    return 0;
+}
+
+extern "C" uint32_t tdm_extent(void *, uint64_t file, uint64_t offset, uint64_t *begin, uint64_t *end) {
+    const auto node = node_of(file);
+    if (optional_operations.extents.empty() || node == nullptr) return ENOTSUP;
+    *begin = *end = node->data.size();
+    for (const auto &[from, to] : optional_operations.extents) {
+        if (to <= offset) continue;
+        *begin = std::max(offset, from);
+        *end = to;
+        break;
+    }
+    return 0;
+}
+
+namespace {
+
+class ServerCopyTest : public CommandTest {
+  protected:
+    ServerCopyTest() {
+        optional_operations = {};
+        commandtype = kCopy;
+        pbsz = 1;
+    }
+    ~ServerCopyTest() override { optional_operations = {}; }
+
+    uint32_t copy(const std::string &source, const std::string &destination) {
+        return run([&] { return copyfile(source.c_str(), destination.c_str()); }).status;
+    }
+    std::vector<std::string> requests() const { return fake_.calls_of({"submit"}); }
+};
+
+TEST_F(ServerCopyTest, MovesNoByteThroughThisHost) {
+    const std::string text = sample_text(200000);
+    fake_.volume.add_file("/m/src", text);
+    optional_operations.copies = true;
+    optional_operations.copy_maximum = 90000;
+    EXPECT_EQ(copy("/m/src", "/m/dst"), 0u);
+    EXPECT_EQ(fake_.volume.content("/m/dst"), text);
+    EXPECT_THAT(requests(), IsEmpty());
+    EXPECT_THAT(optional_operations.calls,
+                testing::ElementsAre("0+200000>0", "90000+110000>90000", "180000+20000>180000"));
+}
+
+TEST_F(ServerCopyTest, GoesOnByReadingAndWritingWhereTheServerDeclines) {
+    const std::string text = sample_text(200000);
+    fake_.volume.add_file("/m/src", text);
+    optional_operations.copies = true;
+    optional_operations.copy_maximum = 90000;
+    optional_operations.copies_until = 90000;
+    EXPECT_EQ(copy("/m/src", "/m/dst"), 0u);
+    EXPECT_EQ(fake_.volume.content("/m/dst"), text);
+    EXPECT_EQ(optional_operations.calls.size(), 1u);
+    EXPECT_EQ(requests().size(), 2 * ((200000 - 90000) / 32768 + 1));
+}
+
+TEST_F(ServerCopyTest, TakesPartInAMoveThatKeepsItsPromises) {
+    const std::string text = sample_text(100000);
+    fake_.volume.add_file("/m/src", text);
+    optional_operations.copies = true;
+    commandtype = kMove;
+    EXPECT_EQ(run([&] { return movefile("/m/src", "/m/dst"); }).status, 0u);
+    EXPECT_EQ(fake_.volume.content("/m/dst"), text);
+    EXPECT_THAT(requests(), IsEmpty());
+    EXPECT_FALSE(fake_.volume.find("/m/src") != nullptr);
+}
+
+TEST_F(ServerCopyTest, IsNotAskedForBetweenAServerAndThisHost) {
+    fake_.volume.add_file("/m/src", sample_text(1000));
+    optional_operations.copies = true;
+    EXPECT_EQ(copy("/m/src", directory_.path("down")), 0u);
+    EXPECT_EQ(copy(directory_.path("down"), "/m/up"), 0u);
+    EXPECT_THAT(optional_operations.calls, IsEmpty());
+    EXPECT_EQ(fake_.volume.content("/m/up"), sample_text(1000));
+}
+
+TEST_F(ServerCopyTest, LeavesOutTheHolesThatTheServerTells) {
+    std::string text(1 << 20, '\0');
+    text.replace(100000, 3000, sample_text(3000));
+    text.replace(500000, 40000, sample_text(40000));
+    fake_.volume.add_file("/m/src", text);
+    optional_operations.extents = {{100000, 103000}, {500000, 540000}};
+    EXPECT_EQ(copy("/m/src", "/m/dst"), 0u);
+    EXPECT_EQ(fake_.volume.content("/m/dst"), text);
+    EXPECT_EQ(requests().size(), 2u * (1 + 2)) << "pieces that hold something, read and written";
+    EXPECT_EQ(copy("/m/src", directory_.path("down")), 0u);
+    EXPECT_EQ(read_file(directory_.path("down")), text);
+}
+
+TEST_F(ServerCopyTest, WritesTheHolesOverWhatAnOlderFileHolds) {
+    std::string text(300000, '\0');
+    text.replace(0, 1000, sample_text(1000));
+    fake_.volume.add_file("/m/src", text);
+    fake_.volume.add_file("/m/dst", std::string(200000, 'x'));
+    optional_operations.extents = {{0, 1000}};
+    EXPECT_EQ(copy("/m/src", "/m/dst"), 0u);
+    EXPECT_EQ(fake_.volume.content("/m/dst"), text);
+}
+
+TEST_F(ServerCopyTest, ReadsEverythingWhereTheExtentsMakeNoSense) {
+    const std::string text = sample_text(100000);
+    fake_.volume.add_file("/m/src", text);
+    optional_operations.extents = {{50, 50}};
+    EXPECT_EQ(copy("/m/src", "/m/dst"), 0u);
+    EXPECT_EQ(fake_.volume.content("/m/dst"), text);
+}
+
+TEST_F(ServerCopyTest, CopiesTheRangeOfDd) {
+    const std::string text = sample_text(10000);
+    fake_.volume.add_file("/m/src", text);
+    optional_operations.copies = true;
+    optional_operations.copy_maximum = 2500;
+    commandtype = kDd;
+    iffound = offound = 1;
+    IBS = OBS = 1000;
+    SKIP = 2000;
+    SEEK = 500;
+    COUNT = 6000;
+    EXPECT_EQ(run([&] { return ddfile("/m/src", "/m/dst"); }).status, 0u);
+    EXPECT_EQ(fake_.volume.content("/m/dst").substr(500, 6000), text.substr(2000, 6000));
+    EXPECT_THAT(optional_operations.calls, testing::ElementsAre("2000+6000>500", "4500+3500>3000", "7000+1000>5500"));
+}
+
+}  // namespace

@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: Apache-2.0
+// The content of a file on its way: what the server copies by itself, what is a hole, and the rest piece by piece.
+#include "platform/stream.h"
+#include "tslwnfs/commands/file_transfer.h"
+#include "tslwnfs/commands/source_content.h"
+#include "tslwnfs/options/options.h"
+#include "tslwnfs/output/messages.h"
+#include "tslwnfs/storage/optional_operations.h"
+#include "tslwnfs/storage/sparse_file.h"
+#include "tslwnfs/terminal/progress.h"
+
+namespace {
+
+class Transfer {
+  public:
+    Transfer(SourceFile &source, const DestinationFile &destination, RequestSlots &requests,
+             const TransferRecords &records)
+        : source_(source),
+          destination_(destination),
+          requests_(requests),
+          records_(records),
+          pieces_(source),
+          content_(source, destination),
+          progress_(source.path.view(), source.size) {}
+
+    bool run();
+
+  private:
+    bool go_on();
+    bool find_content();
+    void copy_remotely();
+    bool write_piece();
+    bool write_local();
+    bool unwritten() const;
+
+    SourceFile &source_;
+    const DestinationFile &destination_;
+    RequestSlots &requests_;
+    const TransferRecords &records_;
+    Pieces pieces_;
+    SourceContent content_;
+    terminal::Progress progress_;
+    TransferBuffer buffer_;
+    bool server_copies_ = !source_.local && !destination_.local;  // as far as is known
+    bool sparse_ = false;                                         // a hole was left in a local file
+    bool ends_in_hole_ = false;
+};
+
+bool Transfer::run() {
+    if (!buffer_.allocate(records_.function, TransferBuffer::size_for(static_cast<std::size_t>(bsize)))) return false;
+    if (destination_.local) write_through(destination_.stream.get());
+    pieces_.follow_content();
+    if (!go_on()) return false;
+    source_.size = pieces_.size();
+    if (sparse_) return end_sparse_file(destination_.stream.get(), source_.size) || unwritten();
+    return !ends_in_hole_ || resize_destination(destination_, source_.size, records_);
+}
+
+bool Transfer::go_on() {
+    do {
+        if (!find_content()) return unwritten();
+        if (pieces_.is_between_content()) break;
+        progress_.at(pieces_.offset());
+        if (!read_piece(source_, pieces_, requests_, buffer_, records_)) return false;
+        if (pieces_.is_beyond_end()) break;
+        if (!write_piece()) return unwritten();
+    } while (pieces_.advance());
+    return true;
+}
+
+// Goes on to what is to be read and written next; when nothing is, it stays between contents.
+bool Transfer::find_content() {
+    while (pieces_.is_between_content()) {
+        const ContentRange next = content_.next(pieces_.offset());
+        const bool is_hole = next.begin != pieces_.offset();
+        sparse_ = sparse_ || (is_hole && destination_.local);
+        if (is_hole && destination_.local && !leave_hole(destination_.stream.get(), next.begin)) return false;
+        pieces_.enter_content(next.begin, next.end);
+        ends_in_hole_ = next.begin == next.end && is_hole;
+        if (next.begin == next.end) return true;
+        copy_remotely();
+        if (pieces_.offset() == source_.size) return true;
+    }
+    return true;
+}
+
+// What the server declines to copy is read and written from there on.
+void Transfer::copy_remotely() {
+    while (server_copies_ && !pieces_.is_between_content()) {
+        const ServerCopyRange range{source_.info.file, pieces_.offset(), destination_.info.file, pieces_.offset(),
+                                    pieces_.content_end() - pieces_.offset()};
+        uint64_t copied = 0;
+        server_copies_ = copy_by_server(range, copied) == 0 && copied > 0 && copied <= range.count;
+        if (!server_copies_) return;
+        pieces_.pass(copied);
+        progress_.at(pieces_.offset());
+    }
+}
+
+bool Transfer::write_piece() {
+    const std::size_t slot = pieces_.slot();
+    requests_.fill(slot, IoOperation::write, destination_.info.file, pieces_.offset(), buffer_.data(), pieces_.count());
+    if (destination_.local) return write_local();
+    writenfsfile(requests_, slot, 0);
+    return true;
+}
+
+bool Transfer::write_local() {
+    FILE *const stream = destination_.stream.get();
+    const std::size_t payload = pieces_.payload();
+    if (!content_.zeros_are_holes()) return writelocfile(requests_, pieces_.slot(), stream, payload) == payload;
+    sparse_ = true;
+    return write_without_zeros(stream, buffer_.bytes().first(payload));
+}
+
+bool Transfer::unwritten() const {
+    trace_unwritten(records_.function, destination_.path.c_str());
+    return false;
+}
+
+}  // namespace
+
+bool transfer_data(SourceFile &source, const DestinationFile &destination, RequestSlots &requests,
+                   const TransferRecords &records) {
+    return Transfer(source, destination, requests, records).run();
+}

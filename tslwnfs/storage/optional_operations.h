@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+// The operations that a storage library may lack. Each fails with ENOTSUP where it does.
+#pragma once
+
+#include <cstdint>
+
+// Has a server copy between two of its open files; the arguments and the promise are those of tdm_copy.
+struct ServerCopyRange {
+    uint64_t source;  // identifiers of the files
+    uint64_t source_offset;
+    uint64_t destination;
+    uint64_t destination_offset;
+    uint64_t count;  // bytes, above 0
+};
+uint32_t copy_by_server(const ServerCopyRange &range, uint64_t &copied);
+
+// The next bytes of an open remote file that are no hole, as tdm_extent tells them.
+uint32_t next_extent(uint64_t file, uint64_t offset, uint64_t &begin, uint64_t &end);
