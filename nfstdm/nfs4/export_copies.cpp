@@ -19,11 +19,11 @@ constexpr Extent kNothing{UINT64_MAX, UINT64_MAX};
 
 }  // namespace
 
-// Between two exports only where both files may be shown under one credential.
+// Between two exports only where both files are shown to the same user.
 void ExportVolume::copy(Volume &source, const FileHandle &from, const FileHandle &to, const CopyRange &range,
                         Completion<CopyReply> done) {
     auto *const other = dynamic_cast<ExportVolume *>(&source);
-    const bool possible = other != nullptr && other->server_ == server_ && other->authenticator_ == authenticator_ &&
+    const bool possible = other != nullptr && other->server_ == server_ && other->security_ == security_ &&
                           session_.minor_version() >= kMinorVersionOfCopies &&
                           (abilities_.clones || abilities_.copies) && state_ == State::attached;
     if (!possible) {

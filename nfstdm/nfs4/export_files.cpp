@@ -208,12 +208,12 @@ void ExportVolume::create(const FileHandle &directory, std::string_view name, co
             *owner = session_.new_open_owner();
             put_putfh(compound, directory);
             put_open_create(compound, *owner, kShareAccessWrite, name, set);
-            put_object(compound);
+            put_made(compound, directory);
         },
         [owner](Results &results, const rpc::Request &, Created &reply) {
             reply.owner = *owner;
             return results.next(Op::putfh) && results.next(Op::open) && get_open(results.reader(), reply.open) &&
-                   get_object(results, reply.made.handle.emplace(), reply.made.attributes);
+                   get_made(results, reply.made);
         });
 }
 

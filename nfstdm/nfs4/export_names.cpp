@@ -7,6 +7,22 @@
 
 namespace nfstdm::nfs4 {
 
+namespace {
+
+bool get_after(Results &results, DirectoryChange &change) {
+    AttributeValues values;
+    if (!results.next(Op::getattr) || !get_attributes(results.reader(), values)) return false;
+    change.after = values.attributes();
+    return true;
+}
+
+// What was to be told besides is not, though what was asked for is done: the caller asks for it by itself.
+bool was_refused(const Results &results) {
+    return results.failure() != NfsStatus::ok;
+}
+
+}  // namespace
+
 void put_object(Compound &compound) {
     put_plain(compound, Op::getfh);
     put_getattr(compound, object_attributes());
@@ -19,6 +35,19 @@ bool get_object(Results &results, FileHandle &handle, std::optional<Attributes> 
         return false;
     attributes = values.attributes();
     return true;
+}
+
+void put_made(Compound &compound, const FileHandle &directory) {
+    put_object(compound);
+    put_putfh(compound, directory);
+    put_getattr(compound, object_attributes());
+}
+
+bool get_made(Results &results, CreateReply &reply) {
+    FileHandle handle;
+    if (!get_object(results, handle, reply.attributes)) return was_refused(results);
+    reply.handle = handle;
+    return (results.next(Op::putfh) && get_after(results, reply.directory)) || was_refused(results);
 }
 
 void ExportVolume::getattr(const FileHandle &object, Completion<Attributes> done) {
@@ -110,11 +139,11 @@ void ExportVolume::mkdir(const FileHandle &directory, std::string_view name, uin
         [directory, name = std::string(name), mode](Compound &compound) {
             put_putfh(compound, directory);
             put_mkdir(compound, name, mode);
-            put_object(compound);
+            put_made(compound, directory);
         },
         [](Results &results, const rpc::Request &, CreateReply &reply) {
             return results.next(Op::putfh) && results.next(Op::create) && get_created(results.reader()) &&
-                   get_object(results, reply.handle.emplace(), reply.attributes);
+                   get_made(results, reply);
         });
     call->done_before = NfsStatus::exist;
     call->found_done = [met](EventLoop::Clock::time_point first_sent) { *met = first_sent; };
@@ -140,11 +169,13 @@ void ExportVolume::unlink(std::string_view name, const FileHandle &directory, st
             put_verify_directory(compound, is_directory);
             put_putfh(compound, directory);
             put_remove(compound, entry);
+            put_getattr(compound, object_attributes());
         },
-        [is_directory](Results &results, const rpc::Request &, DirectoryChange &) {
+        [is_directory](Results &results, const rpc::Request &, DirectoryChange &change) {
             return results.next(Op::putfh) && results.next(Op::lookup) &&
                    results.next(is_directory ? Op::verify : Op::nverify) && results.next(Op::putfh) &&
-                   results.next(Op::remove) && get_change(results.reader());
+                   results.next(Op::remove) && get_change(results.reader()) &&
+                   (get_after(results, change) || was_refused(results));
         });
     call->done_before = NfsStatus::noent;
     call->rescue = [this, is_directory](NfsStatus status, const std::unique_ptr<Call> &refused) {

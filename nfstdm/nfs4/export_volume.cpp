@@ -93,6 +93,7 @@ void ExportVolume::contacted(Result<FoundExport> result) {
     }
     if (!result.ok()) return attach_ended(result.status());
     root_ = result.value().root;
+    root_attributes_ = result.value().values.attributes();
     limits_ = limits_from(result.value().values, session_.sizes());
     attach_ended({});
 }

@@ -33,6 +33,10 @@ VolumeLimits limits_from(const AttributeValues &values, const ChannelSizes &size
 // Handle and attributes of the current object: what every way to an object ends with.
 void put_object(Compound &compound);
 bool get_object(Results &results, FileHandle &handle, std::optional<Attributes> &attributes);
+// The same for what was just made, and its directory as it is then. It counts as made even when the server does not
+// tell: were it asked to make it once more, it would refuse.
+void put_made(Compound &compound, const FileHandle &directory);
+bool get_made(Results &results, CreateReply &reply);
 
 class ExportVolume : public Volume {
   public:
@@ -42,6 +46,7 @@ class ExportVolume : public Volume {
     void attach(Completion<FileHandle> done) override;
     void detach(DoneCompletion done) override;
     const VolumeLimits &limits() const override { return limits_; }
+    std::optional<FsInfoReply> root_info() const override { return FsInfoReply{root_attributes_, limits_}; }
     bool busy() const override { return session_.busy(); }
 
     void getattr(const FileHandle &object, Completion<Attributes> done) override;
@@ -121,6 +126,7 @@ class ExportVolume : public Volume {
     bool joined_ = false;  // a user of the session
     FileHandle root_;
     VolumeLimits limits_;
+    std::optional<Attributes> root_attributes_;  // when it was attached
     std::string security_;
     std::shared_ptr<rpc::Authenticator> authenticator_;
     Opens opens_;

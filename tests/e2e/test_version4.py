@@ -82,6 +82,17 @@ def test_a_directory_is_not_removed_as_a_file_nor_a_file_as_a_directory(asked, p
 FIRST_CONTACT = 1  # the session's own two need no SEQUENCE
 
 
+def test_a_long_listing_of_a_large_directory_needs_few_calls(server, place, capture):  # noqa: F811
+    (place.files / "many").mkdir()
+    for i in range(10_000):
+        (place.files / "many" / f"entry{i}").touch()
+    listing = server.ok("ls", "-l", place / "many")
+    assert listing.count(b"entry") == 10_000
+    await_condition(lambda: capture.matching("nfs.opcode == 57 && rpc.msgtyp == 0"), "the farewell")
+    asked = capture.matching("nfs.opcode == 53 && rpc.msgtyp == 0")
+    assert FIRST_CONTACT < len(asked) <= 40
+
+
 @pytest.mark.parametrize(
     "words, calls",
     [

@@ -284,7 +284,7 @@ TEST_F(Nfs4VolumeTest, WritesASmallFileToStableStorageAndClosesItInOneQuestion) 
         volume->create(root, "file", {0644, uint64_t{0}}, std::move(done));
     });
     ASSERT_TRUE(made.ok() && made.value().handle);
-    EXPECT_EQ(nfs.compounds().back(), "SEQUENCE PUTFH OPEN GETFH GETATTR");
+    EXPECT_EQ(nfs.compounds().back(), "SEQUENCE PUTFH OPEN GETFH GETATTR PUTFH GETATTR");
     const auto reply = write("whole", Stability::file_sync);
     ASSERT_TRUE(reply.ok()) << reply.status().text();
     EXPECT_EQ(reply.value().committed, Stability::file_sync);
@@ -471,6 +471,40 @@ TEST_F(Nfs4VolumeTest, ListsADirectoryWithHandlesAndAttributesInOneQuestion) {
     ASSERT_EQ(reply.value().entries.size(), 3U);
     EXPECT_TRUE(reply.value().eof && reply.value().directory);
     EXPECT_TRUE(reply.value().entries[0].handle && reply.value().entries[0].attributes);
+}
+
+TEST_F(Nfs4VolumeTest, LearnsWhatADirectoryBecameFromTheChangeItself) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    const auto made = mkdir("new");
+    ASSERT_TRUE(made.ok());
+    EXPECT_TRUE(made.value().directory.after.has_value());
+    EXPECT_EQ(nfs.compounds().back(), "SEQUENCE PUTFH CREATE GETFH GETATTR PUTFH GETATTR");
+    const auto removed = get<DirectoryChange>([this](auto done) { volume->remove(root, "file", std::move(done)); });
+    ASSERT_TRUE(removed.ok());
+    EXPECT_TRUE(removed.value().after.has_value());
+}
+
+TEST_F(Nfs4VolumeTest, CountsAsDoneWhatWasDoneWhenTheServerDoesNotTellWhatCameOfIt) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail(Op::getattr, NfsStatus::delay);
+    EXPECT_TRUE(remove("file").ok());
+    EXPECT_EQ(nfs.executed(Op::remove), 1);
+    nfs.fail(Op::getattr, NfsStatus::delay);
+    const auto made = mkdir("new");
+    EXPECT_TRUE(made.ok()) << made.status().text();
+    EXPECT_FALSE(made.value().handle.has_value());
+    EXPECT_EQ(nfs.executed(Op::create), 1);
+}
+
+TEST_F(Nfs4VolumeTest, TellsOfItsRootWithoutAskingAgain) {
+    open();
+    EXPECT_TRUE(attach().ok());
+    const auto told = volume->root_info();
+    ASSERT_TRUE(told && told->attributes);
+    EXPECT_EQ(told->attributes->type, FileType::directory);
+    EXPECT_EQ(told->limits.read_maximum, volume->limits().read_maximum);
 }
 
 }  // namespace
