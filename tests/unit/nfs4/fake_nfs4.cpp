@@ -78,7 +78,7 @@ void FakeNfs4::answer(const ReceivedCall &call) {
     if (compound.kept == nullptr) compounds_.push_back(compound.text);
     if (compound.session != nullptr && compound.kept == nullptr)
         compound.session->answers[compound.slot] = {compound.sequence, bytes};
-    if (compound.lose) return server.cut(call.connection);
+    if (compound.lose || (spoil && !spoil(bytes))) return server.cut(call.connection);
     xdr::Writer reply = nfstdm::test::begin_reply(call.xid);
     reply.put_fixed(bytes);
     server.reply(call.connection, reply);

@@ -42,6 +42,8 @@ class FakeNfs4 {
     nfstdm::test::ScriptedServer server;
     std::string content = "content";    // of every file
     std::map<std::string, char> names;  // of the only directory: 'd' a directory, 'f' a file
+    // Does something to the results of an answer before they are sent; false: the connection is cut instead.
+    std::function<bool(Bytes &)> spoil;
     uint32_t slots = 4;
     uint32_t minor_version_maximum = 2;
     std::vector<std::pair<uint32_t, uint32_t>> sequences;  // slot and sequence number, as they came
