@@ -55,7 +55,8 @@ RULES = [
 STACKS = [
     ("platform", "include"),
     (
-        "nfstdm/base nfstdm/xdr nfstdm/volume nfstdm/rpc/message nfstdm/rpc/auth nfstdm/gss nfstdm/rpc/transport nfstdm/rpc"
+        "nfstdm/base nfstdm/tls nfstdm/tls/module nfstdm/xdr nfstdm/volume nfstdm/rpc/message nfstdm/rpc/auth nfstdm/gss"
+        " nfstdm/rpc/transport nfstdm/rpc"
         " nfstdm/portmap nfstdm/remote nfstdm/nfs3 nfstdm/nfs4 nfstdm/mounts nfstdm/files nfstdm/tdm",
         "include",
     ),
@@ -67,7 +68,7 @@ STACKS = [
     (
         "tools/loopnfsd/base tools/loopnfsd/faults tools/loopnfsd/store tools/loopnfsd/wire tools/loopnfsd/files"
         " tools/loopnfsd/nfs tools/loopnfsd/nfs4 tools/loopnfsd",
-        "nfstdm/base nfstdm/xdr nfstdm/rpc/message nfstdm/portmap nfstdm/remote nfstdm/nfs3",
+        "nfstdm/base nfstdm/tls nfstdm/xdr nfstdm/rpc/message nfstdm/portmap nfstdm/remote nfstdm/nfs3",
     ),
 ]
 INCLUDE = re.compile(r'^#include "([^"]+)"', re.MULTILINE)

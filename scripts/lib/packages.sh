@@ -5,10 +5,11 @@
 # Debian package that brings it.
 
 # shellcheck disable=SC2034  # the lists are for the scripts that source this file
-build_needs=(g++:g++ cmake:cmake ninja:ninja-build gencat:libc-dev-bin)
+build_needs=(g++:g++ cmake:cmake ninja:ninja-build gencat:libc-dev-bin /usr/include/openssl/ssl.h:libssl-dev)
 # shellcheck disable=SC2034
 check_needs=(
     git:git
+    openssl:openssl
     python3:python3
     clang++:clang
     clang-format:clang-format

@@ -29,7 +29,7 @@ struct Parsed {
 
 using Setter = std::string (*)(Parsed &parsed, std::string_view value);  // gives what is wrong with the value
 
-enum class Value { none, needed, optional };
+enum class Value { none, needed, optional, two };
 
 struct OptionRow {
     std::string_view name;
@@ -37,6 +37,7 @@ struct OptionRow {
     std::string_view argument;
     std::string_view help;
     Setter set;
+    Setter set_second = nullptr;  // of two values
 };
 
 std::string not_one(std::string_view value, std::string_view what) {
@@ -157,6 +158,21 @@ std::string set_no_sync(Parsed &parsed, std::string_view) {
     return {};
 }
 
+std::string set_certificate(Parsed &parsed, std::string_view value) {
+    parsed.options.tls.certificate = value;
+    return {};
+}
+
+std::string set_key(Parsed &parsed, std::string_view value) {
+    parsed.options.tls.key = value;
+    return {};
+}
+
+std::string set_client_ca(Parsed &parsed, std::string_view value) {
+    parsed.options.tls.client_ca = value;
+    return {};
+}
+
 std::string set_seed(Parsed &parsed, std::string_view value) {
     const auto seed = parse_number(value);
     parsed.options.seed = seed.value_or(0);
@@ -200,6 +216,8 @@ constexpr std::array kOptions{
     OptionRow{"hold-unstable", Value::none, "", "keep unstable data in memory until COMMIT", set_hold},
     OptionRow{"check-ids", Value::none, "", "enforce permissions by the caller's uid and gids", set_check_ids},
     OptionRow{"no-sync", Value::none, "", "leave stable data to the kernel (for benchmarks)", set_no_sync},
+    OptionRow{"tls", Value::two, "CERTIFICATE KEY", "offer TLS, and serve NFS by it only", set_certificate, set_key},
+    OptionRow{"mtls", Value::needed, "CA", "with --tls: clients need a certificate signed by CA", set_client_ca},
     OptionRow{"fault", Value::needed, "FAULT", "misbehave; may be repeated, see below", set_fault},
     OptionRow{"control", Value::needed, "PATH", "take commands on a Unix socket, see below", set_control},
     OptionRow{"seed", Value::needed, "NUMBER", "of the rubbish that faults make (1)", set_seed},
@@ -247,6 +265,9 @@ std::string parse_option(std::string_view word, Words &words, Parsed &parsed) {
     std::string_view value = given ? word.substr(equals + 1) : std::string_view{};
     auto problem = take_value(*row, given, words, value);
     if (problem.empty()) problem = row->set(parsed, value);
+    if (problem.empty() && row->set_second != nullptr)
+        problem = words.empty() ? "--" + std::string(row->name) + " needs two values: " + std::string(row->argument)
+                                : row->set_second(parsed, words.take());
     if (!problem.empty() && !problem.starts_with("--")) problem.insert(0, "--" + std::string(row->name) + ": ");
     return problem;
 }
@@ -270,6 +291,7 @@ std::string parse_address(std::string_view text, uint16_t usual_port, SocketAddr
 std::string finish(Parsed &parsed) {
     Options &options = parsed.options;
     if (options.action != Options::Action::serve) return {};
+    if (!options.tls.client_ca.empty() && options.tls.certificate.empty()) return "--mtls needs --tls";
     if (options.exports.empty()) return "which folder is to be served?";
     if (options.portmap_port && !options.version3) return "--portmap: NFS version 4 alone is found without";
     if (parsed.addresses.empty()) parsed.addresses.push_back(kLoopback);

@@ -11,6 +11,7 @@
 #include "tools/loopnfsd/files/shared_files.h"
 #include "tools/loopnfsd/nfs4/nfs4.h"
 #include "tools/loopnfsd/wire/listener.h"
+#include "tools/loopnfsd/wire/stream.h"
 
 namespace loopnfsd {
 
@@ -30,6 +31,7 @@ struct Options {
     std::vector<std::string> groups;
     std::vector<Fault> faults;
     ServiceSettings service;
+    TlsFiles tls;
     bool version3 = true;  // with MOUNT, and the portmapper when asked for
     bool version4 = false;
     nfs4::Settings version4_settings;

@@ -43,6 +43,8 @@ Server::Server(Options options) : options_(std::move(options)), faults_(options_
 std::string Server::start() {
     if (!options_.port_file.empty()) std::remove(options_.port_file.c_str());  // what another server left there
     if (auto problem = open_exports(); !problem.empty()) return problem;
+    if (!options_.tls.certificate.empty())
+        if (auto problem = tls_.open(options_.tls); !problem.empty()) return problem;
     services_.emplace(exports_, faults_, statistics_, options_);
     if (options_.verbose)
         services_->dispatcher.log_to([](const std::string &line) { std::fprintf(stderr, "%s\n", line.c_str()); });
@@ -81,10 +83,11 @@ std::string Server::listen(const SocketAddress &address, std::size_t path) {
 void Server::accept(UniqueFd socket, std::string client, std::size_t path) {
     ++statistics_.connections;
     const SocketAddress &local = std::next(listeners_.begin(), static_cast<std::ptrdiff_t>(path))->address();
-    const Surroundings surroundings{loop_, services_->dispatcher, faults_, statistics_,
-                                    options_.service.max_write + kAroundData};
+    const Surroundings surroundings{
+        loop_, services_->dispatcher, faults_, statistics_, tls_, options_.service.max_write + kAroundData};
     const auto place = connections_.emplace(connections_.end(), std::nullopt);
-    Arrival arrival{static_cast<unsigned>(path + 1), local.port, std::move(client)};
+    Arrival arrival{static_cast<unsigned>(path + 1), local.port, std::move(client),
+                    tls_.is_open() ? Arrival::Tls::offered : Arrival::Tls::none};
     place->emplace(surroundings, std::move(socket), std::move(arrival),
                    [this, place] { loop_.soon([this, place] { connections_.erase(place); }); });
 }

@@ -65,6 +65,7 @@ class Server {
     nfstdm::EventLoop loop_;
     Faults faults_;
     Statistics statistics_;
+    TlsService tls_;
     ExportTable exports_;
     std::optional<Services> services_;
     std::list<std::optional<Connection>> connections_;  // without one: its place until it is made

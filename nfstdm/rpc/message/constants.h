@@ -27,6 +27,7 @@ enum class RejectStatus : uint32_t { rpc_mismatch = 0, auth_error = 1 };
 constexpr uint32_t kAuthNone = 0;
 constexpr uint32_t kAuthSys = 1;
 constexpr uint32_t kRpcsecGss = 6;
+constexpr uint32_t kAuthTls = 7;  // RFC 9289 section 8.1
 constexpr std::size_t kAuthBodyMaximum = 400;
 constexpr std::size_t kAuthSysGroupsMaximum = 16;
 constexpr std::size_t kAuthSysMachineNameMaximum = 255;

@@ -27,7 +27,7 @@ class ConnectionTest : public InMemory {
         closed_ = false;
         connection_.reset();
         connection_.emplace(loopnfsd::Surroundings{loop_, *backend_->dispatcher, backend_->faults, backend_->statistics,
-                                                   std::size_t{1} << 16},
+                                                   tls_, std::size_t{1} << 16},
                             loopnfsd::UniqueFd(ends[1]), loopnfsd::Arrival{1, 2049, "client"},
                             [this] { closed_ = true; });
     }
@@ -79,6 +79,7 @@ class ConnectionTest : public InMemory {
     using Xids = std::vector<uint32_t>;
 
     nfstdm::EventLoop loop_;
+    loopnfsd::TlsService tls_;
     std::optional<loopnfsd::Connection> connection_;
     loopnfsd::UniqueFd client_;
     std::string received_;

@@ -35,6 +35,8 @@ struct Arrival {
     unsigned path = 1;   // number of the address, as the faults count them
     uint16_t port = 0;   // that NFS and MOUNT are served on there
     std::string client;  // address of the caller, numeric
+    // none: TLS is not served; offered: it can be asked for, and without it nothing of value is served.
+    enum class Tls { none, offered, used } tls = Tls::none;
 };
 
 struct Call {

@@ -22,34 +22,34 @@ constexpr uint64_t kNoLimit = RateLimit::kNoLimit;
 
 Connection::Connection(const Surroundings &surroundings, UniqueFd socket, Arrival arrival, std::function<void()> closed)
     : around_(surroundings),
-      socket_(std::move(socket)),
+      stream_(std::move(socket), surroundings.tls, surroundings.statistics),
       arrival_(std::move(arrival)),
       closed_(std::move(closed)),
       reader_(surroundings.record_maximum),
-      alarm_(surroundings.loop, [this] { pump(); }) {
+      alarm_(surroundings.loop, [this] { woken(); }) {
     pump();
 }
 
 Connection::~Connection() {
-    if (socket_) around_.loop.forget(socket_.get());
+    if (stream_) around_.loop.forget(stream_.get());
 }
 
 void Connection::wake() {
-    if (socket_) pump();
+    if (stream_) pump();
 }
 
 void Connection::close() {
-    if (!socket_) return;
-    around_.loop.forget(socket_.get());
+    if (!stream_) return;
+    around_.loop.forget(stream_.get());
     alarm_.set(std::nullopt);
-    socket_.close();
+    stream_.close();
     closed_();
 }
 
 void Connection::cut() {
-    if (socket_ && around_.faults.hit(FaultKind::reset, arrival_.path)) {
+    if (stream_ && around_.faults.hit(FaultKind::reset, arrival_.path)) {
         const linger at_once{1, 0};
-        setsockopt(socket_.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+        setsockopt(stream_.get(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
     }
     close();
 }
@@ -77,8 +77,15 @@ LineConditions Connection::conditions() const {
 void Connection::ready(short events) {
     if ((events & POLLIN) != 0)
         receive();
+    else if ((events & POLLOUT) != 0 && stream_.waits_for() != 0 && !stream_.go_on())
+        return close();
     else if ((events & (POLLERR | POLLHUP)) != 0)
         return close();
+    pump();
+}
+
+void Connection::woken() {
+    if (stream_ && stream_.holds_received()) receive();
     pump();
 }
 
@@ -87,9 +94,9 @@ void Connection::receive() {
         std::min(in_.allowance(around_.faults.number(FaultKind::rate, arrival_.path), Clock::now()), before_cut());
     if (allowed == 0) return;
     const auto space = reader_.space();
-    const ssize_t got = recv(socket_.get(), space.data(), std::min<uint64_t>(space.size(), allowed), 0);
-    if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
-    if (got <= 0) return close();
+    const ssize_t got = stream_.receive(space.first(std::min<uint64_t>(space.size(), allowed)));
+    if (got < 0) return close();
+    if (got == 0) return;
     in_.take(static_cast<uint64_t>(got));
     passed_ += static_cast<uint64_t>(got);
     around_.statistics.received(arrival_.path, static_cast<uint64_t>(got));
@@ -98,7 +105,7 @@ void Connection::receive() {
 }
 
 void Connection::serve() {
-    while (socket_) {
+    while (stream_) {
         std::span<const std::byte> record;
         switch (reader_.next(record)) {
             case RecordReader::Next::incomplete:
@@ -116,17 +123,18 @@ void Connection::serve() {
 void Connection::act_on(Answer answer) {
     if (answer.close) return cut();
     if (!answer.reply) return;
-    if (around_.faults.hit(FaultKind::duplicate, arrival_.path)) line_.add(*answer.reply, Clock::now(), conditions());
+    if (!answer.reply->starts_tls && around_.faults.hit(FaultKind::duplicate, arrival_.path))
+        line_.add(*answer.reply, Clock::now(), conditions());
     line_.add(std::move(*answer.reply), Clock::now(), conditions());
 }
 
 // Sends what may be sent now and arranges to be called again.
 void Connection::pump() {
-    if (!socket_ || at_cut()) return;
+    if (!stream_ || at_cut()) return;
     if (around_.faults.on(FaultKind::silent, arrival_.path)) {
         alarm_.set(std::nullopt);
         watched_ = 0;
-        around_.loop.watch(socket_.get(), 0, [this](short events) { ready(events); });
+        around_.loop.watch(stream_.get(), 0, [this](short events) { ready(events); });
         return;
     }
     const std::size_t turned = line_.release(Clock::now(), conditions(), sending_);
@@ -141,7 +149,7 @@ bool Connection::send() {
     while (!sending_.empty()) {
         const uint64_t allowed = std::min(out_.allowance(rate, Clock::now()), before_cut());
         if (allowed == 0) return true;
-        if (!send_some(allowed)) return static_cast<bool>(socket_);
+        if (!send_some(allowed)) return static_cast<bool>(stream_);
     }
     return true;
 }
@@ -163,17 +171,13 @@ bool Connection::send_some(uint64_t limit) {
     for (auto record = sending_.begin(); record != sending_.end() && count + 2 <= kPiecesAtOnce; ++record) {
         add(record->head.data(), record->head.size());
         add(record->bulk.bytes.get(), record->bulk.size);
+        if (record->starts_tls) break;
     }
-    msghdr message{};
-    message.msg_iov = pieces.data();
-    message.msg_iovlen = count;
-    const ssize_t sent = sendmsg(socket_.get(), &message, MSG_NOSIGNAL);
-    if (sent < 0) {
-        if (errno != EAGAIN && errno != EINTR) close();
-        return false;
-    }
+    const ssize_t sent = stream_.send(std::span<const iovec>{pieces}.first(count));
+    if (sent < 0) close();
+    if (sent <= 0) return false;
     drop_sent(static_cast<std::size_t>(sent));
-    return true;
+    return static_cast<bool>(stream_);
 }
 
 void Connection::drop_sent(std::size_t size) {
@@ -183,8 +187,15 @@ void Connection::drop_sent(std::size_t size) {
     sent_ += size;
     while (!sending_.empty() && sent_ >= sending_.front().size()) {
         sent_ -= sending_.front().size();
+        const bool starts_tls = sending_.front().starts_tls;
         sending_.pop_front();
+        if (starts_tls) return start_tls();
     }
+}
+
+void Connection::start_tls() {
+    arrival_.tls = Arrival::Tls::used;
+    if (!stream_.start_tls()) close();
 }
 
 void Connection::wait_for_more() {
@@ -202,13 +213,15 @@ void Connection::wait_for_more() {
         else
             no_later_than(in_.ready_at());
     }
-    if (!sending_.empty()) {
+    if ((events & POLLIN) != 0 && stream_.holds_received()) no_later_than(now);
+    events |= stream_.waits_for();
+    if (!sending_.empty() && !stream_.is_shaking_hands()) {
         if (out_.allowance(rate, now) > 0)
             events |= POLLOUT;
         else
             no_later_than(out_.ready_at());
     }
-    if (events != watched_) around_.loop.watch(socket_.get(), events, [this](short now_ready) { ready(now_ready); });
+    if (events != watched_) around_.loop.watch(stream_.get(), events, [this](short now_ready) { ready(now_ready); });
     watched_ = events;
     alarm_.set(wake_up);
 }

@@ -7,7 +7,6 @@
 
 #include "nfstdm/base/event_loop.h"
 #include "tools/loopnfsd/base/alarm.h"
-#include "tools/loopnfsd/base/unique_fd.h"
 #include "tools/loopnfsd/faults/faults.h"
 #include "tools/loopnfsd/wire/call.h"
 #include "tools/loopnfsd/wire/rate_limit.h"
@@ -15,6 +14,7 @@
 #include "tools/loopnfsd/wire/reply_line.h"
 #include "tools/loopnfsd/wire/rpc.h"
 #include "tools/loopnfsd/wire/statistics.h"
+#include "tools/loopnfsd/wire/stream.h"
 
 namespace loopnfsd {
 
@@ -24,6 +24,7 @@ struct Surroundings {
     Dispatcher &dispatcher;
     Faults &faults;
     Statistics &statistics;
+    TlsService &tls;
     std::size_t record_maximum;  // bytes of the largest call that is accepted
 };
 
@@ -42,6 +43,7 @@ class Connection {
 
   private:
     void ready(short events);
+    void woken();
     void receive();
     void serve();
     void act_on(Answer answer);
@@ -49,6 +51,7 @@ class Connection {
     bool send();
     bool send_some(uint64_t limit);
     void drop_sent(std::size_t size);
+    void start_tls();
     void wait_for_more();
     bool at_cut();
     uint64_t before_cut() const;
@@ -56,7 +59,7 @@ class Connection {
     void close();
 
     Surroundings around_;
-    UniqueFd socket_;
+    Stream stream_;
     Arrival arrival_;
     std::function<void()> closed_;
     RecordReader reader_;

@@ -16,6 +16,7 @@ namespace loopnfsd {
 struct Record {
     std::vector<std::byte> head;
     Bulk bulk;
+    bool starts_tls = false;  // what goes either way behind it is TLS
 
     std::size_t size() const { return head.size() + bulk.size; }
 };

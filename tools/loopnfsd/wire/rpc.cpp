@@ -20,6 +20,8 @@ using nfstdm::xdr::Writer;
 constexpr std::size_t kAcceptedHeadSize = 24;  // xid, reply, accepted, verifier (2), accept_stat
 constexpr uint32_t kAuthBadCredentials = 1;    // auth_stat, RFC 5531 section 9
 constexpr uint32_t kAuthRejectedCredentials = 2;
+constexpr uint32_t kAuthTooWeak = 5;
+constexpr std::string_view kStartTls = "STARTTLS";  // RFC 9289 section 4.1
 constexpr uint32_t kOversize = 0x7FFFFFF0;
 constexpr std::byte kForeignXid{0x10};  // turned over in the first byte of an xid, it gives one that is not in use
 
@@ -41,7 +43,7 @@ Writer start_accepted(uint32_t xid, AcceptStatus status) {
 }
 
 Record finish(Writer &out, Bulk bulk = {}) {
-    Record record{out.take(), std::move(bulk)};
+    Record record{out.take(), std::move(bulk), false};
     set_record_mark(record, static_cast<uint32_t>(record.size() - kRecordMarkSize));
     return record;
 }
@@ -73,6 +75,17 @@ Record deny_credentials(uint32_t xid, uint32_t reason) {
     out.put_u32(static_cast<uint32_t>(RejectStatus::auth_error));
     out.put_u32(reason);
     return finish(out);
+}
+
+Record offer_tls(uint32_t xid) {
+    Writer out = start_reply(xid);
+    out.put_u32(nfstdm::rpc::kMessageAccepted);
+    out.put_u32(nfstdm::rpc::kAuthNone);
+    out.put_string(kStartTls);
+    out.put_u32(static_cast<uint32_t>(AcceptStatus::success));
+    Record record = finish(out);
+    record.starts_tls = true;
+    return record;
 }
 
 Record fail_on_purpose(uint32_t xid, RpcError error, uint32_t version) {
@@ -126,6 +139,7 @@ struct Dispatcher::Header {
     uint32_t program = 0;
     uint32_t version = 0;
     uint32_t procedure = 0;
+    uint32_t flavour = 0;  // of the credentials
     Credentials who;
     const ProcedureRow *row = nullptr;  // of a procedure that is served
 };
@@ -139,7 +153,7 @@ bool Dispatcher::get_header(Reader &in, Header &header) {
 
 // Credentials and verifier. Only AUTH_SYS is looked into; nothing is refused for being of another flavour.
 bool Dispatcher::get_credentials(Reader &in, Header &header) {
-    uint32_t flavour = 0;
+    uint32_t &flavour = header.flavour;
     uint32_t verifier_flavour = 0;
     std::span<const std::byte> body;
     std::span<const std::byte> verifier;
@@ -149,6 +163,18 @@ bool Dispatcher::get_credentials(Reader &in, Header &header) {
     if (flavour == nfstdm::rpc::kAuthSys && !get_auth_sys(Reader(body), header.who)) return false;
     statistics_.last_caller = header.who;
     return true;
+}
+
+// The question for TLS, and calls of NFS that should have come by it.
+std::optional<Answer> Dispatcher::answer_for_tls(const Header &header, const Arrival &arrival) {
+    using Tls = Arrival::Tls;
+    const bool asks = header.flavour == nfstdm::rpc::kAuthTls && arrival.tls != Tls::none;
+    if (asks && arrival.tls == Tls::offered && header.procedure == 0) return Answer{offer_tls(header.xid), false};
+    if (asks) return Answer{deny_credentials(header.xid, kAuthRejectedCredentials), false};
+    const bool too_open =
+        arrival.tls == Tls::offered && header.program == nfstdm::nfs3::kProgram && header.procedure != 0;
+    if (too_open) return Answer{deny_credentials(header.xid, kAuthTooWeak), false};
+    return std::nullopt;
 }
 
 Program *Dispatcher::find_program(uint32_t number, uint32_t version) const {
@@ -166,6 +192,7 @@ Answer Dispatcher::answer(std::span<const std::byte> record, const Arrival &arri
     }
     if (header.rpc_version != nfstdm::rpc::kRpcVersion) return {deny_version(header.xid), false};
     if (!get_credentials(in, header)) return {deny_credentials(header.xid, kAuthBadCredentials), false};
+    if (auto answer = answer_for_tls(header, arrival)) return std::move(*answer);
     if (find_program(header.program, header.version) != nullptr)
         header.row = find_procedure(header.program, header.version, header.procedure);
     if (header.row != nullptr) ++statistics_.calls[std::string(header.row->name)];

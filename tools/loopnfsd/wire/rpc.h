@@ -49,6 +49,7 @@ class Dispatcher {
     struct Header;
     static bool get_header(nfstdm::xdr::Reader &in, Header &header);
     bool get_credentials(nfstdm::xdr::Reader &in, Header &header);
+    static std::optional<Answer> answer_for_tls(const Header &header, const Arrival &arrival);
     Program *find_program(uint32_t number, uint32_t version) const;
     Record refuse_program(const Header &header) const;
     Record execute(const Header &header, CallFaults &faults, nfstdm::xdr::Reader arguments, const Arrival &arrival);

@@ -31,6 +31,8 @@ std::string Statistics::line(const Faults &faults) const {
         text += name;
         text += '=' + std::to_string(count);
     };
+    add("tls", tls_connections);
+    add("tls-resumed", tls_resumed);
     add("received", bytes_received);
     add("sent", bytes_sent);
     for (const auto &[path, bytes] : bytes_by_path)

@@ -16,6 +16,8 @@ struct Statistics {
     uint64_t unknown_calls = 0;                          // of programs, versions, procedures that are not served
     uint64_t broken_records = 0;                         // that were no calls
     uint64_t connections = 0;                            // accepted
+    uint64_t tls_connections = 0;                        // whose TLS handshake was done
+    uint64_t tls_resumed = 0;                            // of them, those that resumed a session
     uint64_t bytes_received = 0;
     uint64_t bytes_sent = 0;
     std::map<unsigned, uint64_t> bytes_by_path;  // both ways together
