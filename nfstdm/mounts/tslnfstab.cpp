@@ -173,6 +173,18 @@ void ServerBuilder::take_value(Key key, const Setting &setting) {
             return take_number(setting, current_.mount_port);
         case Key::nfsport:
             return take_number(setting, current_.nfs_port);
+        case Key::transport_security:
+            current_.transport_security = setting.value;
+            return;
+        case Key::tls_ca:
+            current_.tls_ca = setting.value;
+            return;
+        case Key::tls_certificate:
+            current_.tls_certificate = setting.value;
+            return;
+        case Key::tls_key:
+            current_.tls_key = setting.value;
+            return;
         case Key::community:
         case Key::management:
             return;  // read for the sake of others

@@ -32,6 +32,10 @@ constexpr KeyRow kKeys[] = {
     {Key::nconnect, Value::number, false, "nconnect", 1, 16},
     {Key::mountport, Value::number, false, "mountport", 1, kPortMaximum},
     {Key::nfsport, Value::number, false, "nfsport", 1, kPortMaximum},
+    {Key::transport_security, Value::word, false, "transport_security"},
+    {Key::tls_ca, Value::word, false, "tls_ca"},
+    {Key::tls_certificate, Value::word, false, "tls_certificate"},
+    {Key::tls_key, Value::word, false, "tls_key"},
     {Key::community, Value::text, false, "community"},
     {Key::management, Value::text, false, "management"},
 };

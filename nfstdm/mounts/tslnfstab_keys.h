@@ -26,6 +26,10 @@ enum class Key : uint8_t {
     nconnect,
     mountport,
     nfsport,
+    transport_security,
+    tls_ca,
+    tls_certificate,
+    tls_key,
     community,
     management,
 };

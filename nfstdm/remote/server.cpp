@@ -13,6 +13,7 @@
 #include "nfstdm/rpc/auth/identity.h"
 #include "nfstdm/rpc/message/constants.h"
 #include "nfstdm/rpc/transport/address.h"
+#include "nfstdm/tls/loader.h"
 #include "nfstdm/volume/version.h"
 
 namespace nfstdm::remote {
@@ -34,9 +35,30 @@ Result<std::vector<rpc::Path>> parse_paths(const ServerConfig &config) {
     return paths;
 }
 
+// Whether transport_security asks for TLS; fails where it asks for what is not there.
+Result<bool> wants_tls(const ServerConfig &config) {
+    const std::string &value = config.transport_security;
+    if (value.empty() || value == "none") return false;
+    if (value != "tls" && value != "mtls")
+        return Status{EINVAL, "transport_security: \"" + value + "\" is none of none, tls and mtls"};
+    if (value == "mtls" && config.tls_certificate.empty())
+        return Status{EINVAL, "transport_security mtls needs a tls_certificate"};
+    return true;
+}
+
+// What makes a server's connections, of whatever program; null for plain TCP.
+std::shared_ptr<rpc::TlsContext> tls_of(const ServerConfig &config) {
+    const auto tls = wants_tls(config);
+    if (!tls.ok() || !tls.value()) return nullptr;
+    const bool shows_itself = config.transport_security == "mtls";
+    return std::make_shared<rpc::TlsContext>(rpc::TlsSettings{config.tls_ca, shows_itself ? config.tls_certificate : "",
+                                                              config.tls_key, tls::module_path()});
+}
+
 Status find_problem(const ServerConfig &config) {
     if (!config.problem.empty()) return {EINVAL, config.problem};
-    if (config.version.empty()) return {};
+    const auto tls = wants_tls(config);
+    if (!tls.ok() || config.version.empty()) return tls.status();
     return parse_version(config.version).status();
 }
 
@@ -50,17 +72,25 @@ Result<rpc::Identity> identity_of(const ServerConfig &config) {
     return identity;
 }
 
+std::string host_of(const std::string &name) {
+    auto parsed = rpc::parse_host_port(name);
+    return parsed.ok() ? std::move(parsed.value().host) : name;
+}
+
 // The host in the name of the server's Kerberos service.
 std::string principal_host(const ServerConfig &config) {
-    if (!config.principal_host.empty()) return config.principal_host;
-    const auto parsed = rpc::parse_host_port(config.name);
-    return parsed.ok() ? parsed.value().host : config.name;
+    return config.principal_host.empty() ? host_of(config.name) : config.principal_host;
 }
 
 }  // namespace
 
 Server::Server(EventLoop &loop, const ServerConfig &config, const Trace &trace, const rpc::Timing &timing)
-    : loop_(loop), config_(config), trace_(trace), timing_(timing), problem_(find_problem(config)) {
+    : loop_(loop),
+      config_(config),
+      trace_(trace),
+      timing_(timing),
+      tls_(tls_of(config)),
+      problem_(find_problem(config)) {
     auto paths = parse_paths(config);
     if (paths.ok())
         paths_ = std::move(paths.value());
@@ -124,8 +154,22 @@ std::chrono::seconds Server::contact_limit() const {
     return std::chrono::seconds(std::max(1U, config_.contact_timeout_seconds));
 }
 
+// NFS goes by TLS or not at all; the programs that lead to it are often not offered so, and tell no secrets.
+rpc::TransportMaker Server::tls_transports(rpc::Program program) const {
+    return [tls = tls_, program, server = host_of(config_.name)](Descriptor connected, const std::string &host,
+                                                                 uint16_t port) {
+        rpc::TlsPeer peer{host + ":" + std::to_string(port),
+                          {host, server},
+                          program.number,
+                          program.version,
+                          program.number == kProgram};
+        return std::make_unique<rpc::TlsTransport>(std::move(connected), tls, std::move(peer));
+    };
+}
+
 std::unique_ptr<rpc::Client> Server::new_client(rpc::ClientConfig config) {
     config.addresses = addresses_;
+    if (tls_ != nullptr) config.transports = tls_transports(config.program);
     return std::make_unique<rpc::Client>(loop_, std::move(config), trace_);
 }
 

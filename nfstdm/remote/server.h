@@ -18,6 +18,7 @@
 #include "nfstdm/rpc/auth/gss.h"
 #include "nfstdm/rpc/client.h"
 #include "nfstdm/rpc/timing.h"
+#include "nfstdm/rpc/transport/tls.h"
 #include "nfstdm/volume/server_config.h"
 
 namespace nfstdm::remote {
@@ -72,6 +73,7 @@ class Server {
   private:
     Result<std::shared_ptr<rpc::Authenticator>> kerberos(const std::string &security, rpc::GssService service);
     std::vector<rpc::Path> program_paths(uint16_t port) const;
+    rpc::TransportMaker tls_transports(rpc::Program program) const;
     std::unique_ptr<rpc::Client> new_client(rpc::ClientConfig config);
     std::unique_ptr<rpc::Client> new_nfs_client(std::vector<rpc::Path> paths, uint32_t version);
 
@@ -80,7 +82,8 @@ class Server {
     const Trace &trace_;
     const rpc::Timing timing_;
     const std::shared_ptr<rpc::AddressBook> addresses_ = std::make_shared<rpc::AddressBook>();
-    std::vector<rpc::Path> paths_;  // port 0 = the program's
+    const std::shared_ptr<rpc::TlsContext> tls_;  // null = plain TCP
+    std::vector<rpc::Path> paths_;                // port 0 = the program's
     Status problem_;
     std::map<std::string, std::shared_ptr<rpc::Authenticator>> kerberos_;  // by security
     std::unique_ptr<rpc::Client> nfs_;

@@ -10,11 +10,21 @@
 
 namespace nfstdm::rpc {
 
+namespace {
+
+// A connection that ended may be a server that is just starting; what it said no to it will say no to again.
+bool may_pass(const Status &why) {
+    return why.number() == ECONNRESET || why.number() == EPIPE || why.number() == ETIMEDOUT;
+}
+
+}  // namespace
+
 Channel::Channel(EventLoop &loop, ChannelOwner &owner, AddressBook &book, ChannelConfig config)
     : owner_(owner),
       book_(book),
       config_(std::move(config)),
       dialer_(loop, config_.timing),
+      handshake_(loop),
       connection_(loop, *this),
       timer_(loop) {}
 
@@ -45,6 +55,7 @@ void Channel::send(std::unique_ptr<Request> request) {
 void Channel::close() {
     timer_.cancel();
     dialer_.cancel();
+    handshake_.cancel();
     connection_.close();
     static_cast<void>(connection_.take_all());
     state_ = State::idle;
@@ -69,9 +80,27 @@ void Channel::dialled(Dialled result) {
         return lost(result.failure.in(where()), false);
     }
     address_ = result.address;
-    book_.prefer(config_.path.host, address_);
-    connection_.open(std::make_unique<TcpTransport>(std::move(result.socket)));
+    handshake_.begin(new_transport(std::move(result.socket)), silence_limit(false),
+                     [this](auto transport) { connected(std::move(transport)); });
+}
+
+std::unique_ptr<Transport> Channel::new_transport(Descriptor connected) const {
+    if (config_.transports) return config_.transports(std::move(connected), config_.path.host, config_.path.port);
+    return std::make_unique<TcpTransport>(std::move(connected));
+}
+
+void Channel::connected(Result<std::unique_ptr<Transport>> transport) {
     proven_ = false;
+    if (!transport.ok()) {
+        book_.avoid(config_.path.host, address_);
+        unreachable_ = unreachable_ || !may_pass(transport.status());
+        if (transport.status().number() == ETIMEDOUT) grow_patience();
+        return lost(transport.status().in(where()), false);
+    }
+    book_.prefer(config_.path.host, address_);
+    if (const auto remark = transport.value()->remark(); !remark.empty())
+        owner_.channel_remarks(where() + ": " + remark);
+    connection_.open(std::move(transport.value()));
     quiet_ = {};
     progress_ = connection_.progress();
     if (!doubted_ && !config_.one_of_several) return become_usable();
@@ -113,6 +142,8 @@ void Channel::connection_answered(std::unique_ptr<Request> request) {
 }
 
 void Channel::connection_closed(const Status &why, bool nonsense) {
+    // Refused in TLS 1.3 is a client after its own handshake is done.
+    unreachable_ = unreachable_ || (!proven_ && why.number() == EKEYREJECTED);
     lost(why.in(where()), nonsense);
 }
 
@@ -150,6 +181,10 @@ bool Channel::moved() {
     return true;
 }
 
+void Channel::grow_patience() {
+    patience_ = std::min(patience_ * 2, config_.timing.patience_maximum);
+}
+
 Duration Channel::silence_limit(bool alone) const {
     const Timing &timing = config_.timing;
     return alone ? timing.silence_alone * patience_ : std::min(timing.silence * patience_, timing.silence_most);
@@ -165,7 +200,7 @@ void Channel::tick(Duration elapsed, bool alone) {
     quiet_ += elapsed;
     if (quiet_ >= config_.timing.probe && probe_bytes_ == 0) probe();
     if (quiet_ < silence_limit(alone) || !connection_.is_open()) return;
-    patience_ = std::min(patience_ * 2, config_.timing.patience_maximum);
+    grow_patience();
     doubted_ = true;
     book_.avoid(config_.path.host, address_);
     connection_.close();

@@ -16,8 +16,10 @@
 #include "nfstdm/rpc/address_book.h"
 #include "nfstdm/rpc/connection.h"
 #include "nfstdm/rpc/dialer.h"
+#include "nfstdm/rpc/handshake.h"
 #include "nfstdm/rpc/rate_meter.h"
 #include "nfstdm/rpc/timing.h"
+#include "nfstdm/rpc/transport/transport.h"
 
 namespace nfstdm::rpc {
 
@@ -37,6 +39,8 @@ class ChannelOwner {
     // Whether a channel that is not connected should try to be.
     virtual bool has_work() const = 0;
     virtual void channel_usable() = 0;
+    // What there is to tell about a new connection.
+    virtual void channel_remarks(const std::string &remark) = 0;
     // Somebody is there: a NULL call was answered.
     virtual void channel_proven() = 0;
     virtual void channel_answered(std::unique_ptr<Request> request) = 0;
@@ -52,6 +56,7 @@ struct ChannelConfig {
     SourcePort source = SourcePort::reserved;
     Timing timing;
     bool one_of_several = false;  // there are other ways to the server
+    TransportMaker transports = nullptr;
 };
 
 class Channel : private ConnectionOwner {
@@ -93,7 +98,7 @@ class Channel : private ConnectionOwner {
   private:
     enum class State : uint8_t {
         idle,        // nothing to do, or not tried yet
-        connecting,  // to the host
+        connecting,  // to the host, handshake included
         proving,     // connected, waiting for the answer to a NULL call
         usable,
         waiting,  // between attempts
@@ -105,9 +110,12 @@ class Channel : private ConnectionOwner {
     void measure();
     void begin_round();
     void dialled(Dialled result);
+    std::unique_ptr<Transport> new_transport(Descriptor connected) const;
+    void connected(Result<std::unique_ptr<Transport>> transport);
     void become_usable();
     bool moved();
     Duration silence_limit(bool alone) const;
+    void grow_patience();
     void probe();
     void lost(const Status &why, bool nonsense);
     void wait_and_retry();
@@ -116,6 +124,7 @@ class Channel : private ConnectionOwner {
     AddressBook &book_;
     const ChannelConfig config_;
     Dialer dialer_;
+    Handshake handshake_;
     Connection connection_;
     RateMeter meter_;  // of the connection
     ScopedTimer timer_;

@@ -21,6 +21,7 @@
 #include "nfstdm/rpc/doubt.h"
 #include "nfstdm/rpc/request.h"
 #include "nfstdm/rpc/timing.h"
+#include "nfstdm/rpc/transport/transport.h"
 
 namespace nfstdm::rpc {
 
@@ -31,6 +32,7 @@ struct ClientConfig {
     unsigned connections_per_path = 1;
     SourcePort source = SourcePort::reserved;
     Timing timing;
+    TransportMaker transports = nullptr;     // null = plain TCP
     std::shared_ptr<AddressBook> addresses;  // shared with other clients of the server; null = one of its own
 };
 
@@ -84,6 +86,7 @@ class Client : private ChannelOwner {
     // A server in doubt is asked until it answers, whether somebody waits or not.
     bool has_work() const override { return outstanding_ > 0 || doubt_; }
     void channel_usable() override;
+    void channel_remarks(const std::string &remark) override;
     void channel_proven() override;
     void channel_answered(std::unique_ptr<Request> request) override;
     void channel_lost(std::vector<std::unique_ptr<Request>> requests, const Status &why, bool nonsense) override;

@@ -129,11 +129,14 @@ std::unique_ptr<Request> Connection::move(const Request &request) {
 
 uint64_t Connection::progress() const {
     const std::size_t waiting = is_open() ? transport_->unacknowledged() : 0;
-    return received_bytes_ + sent_bytes_ - waiting;
+    // A transport may add bytes of its own to those that wait; what was acknowledged once stays so.
+    acknowledged_bytes_ = std::max(acknowledged_bytes_, sent_bytes_ - std::min<uint64_t>(sent_bytes_, waiting));
+    return received_bytes_ + acknowledged_bytes_;
 }
 
 void Connection::watch() {
-    const short events = static_cast<short>(sending_.empty() ? POLLIN : POLLIN | POLLOUT);
+    const short events =
+        static_cast<short>(sending_.empty() && !transport_->holds_unsent() ? POLLIN : POLLIN | POLLOUT);
     if (events == watched_) return;
     watched_ = events;
     loop_.watch(transport_->descriptor(), events, [this](short happened) { ready(happened); });
@@ -161,10 +164,20 @@ void Connection::receive() {
             room += place.iov_len;
         if (size < room) return;  // that was all there is
     }
+    receive_held();
+}
+
+// What the loop will not tell of, as no more bytes come for it: once others had their turn.
+void Connection::receive_held() {
+    if (!is_open() || !transport_->holds_received() || std::exchange(resuming_, true)) return;
+    life_.soon(loop_, [this] {
+        resuming_ = false;
+        if (is_open()) receive();
+    });
 }
 
 void Connection::flush() {
-    while (!sending_.empty()) {
+    while (!sending_.empty() || transport_->holds_unsent()) {
         Gather gather;
         std::size_t offered = 0;
         for (auto next = sending_.begin(); next != sending_.end() && !gather.full(); ++next) {
@@ -175,7 +188,7 @@ void Connection::flush() {
         const auto taken = transport_->send(gather.pieces());
         if (!taken.ok()) return fail(taken.status(), false);
         sent(taken.value());
-        if (taken.value() < offered) break;
+        if (taken.value() < offered || transport_->holds_unsent()) break;
     }
     watch();
 }

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "nfstdm/base/event_loop.h"
+#include "nfstdm/base/scoped.h"
 #include "nfstdm/rpc/receiver.h"
 #include "nfstdm/rpc/request.h"
 #include "nfstdm/rpc/transport/transport.h"
@@ -37,7 +38,7 @@ class Connection : private RecordSink {
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
 
-    // Uses a connected transport from now on.
+    // Uses a transport whose handshake is done from now on.
     void open(std::unique_ptr<Transport> connected);
 
     // Closes without telling the owner.
@@ -80,6 +81,7 @@ class Connection : private RecordSink {
 
     void ready(short events);
     void receive();
+    void receive_held();
     void flush();
     void sent(std::size_t size);
     void watch();
@@ -100,6 +102,9 @@ class Connection : private RecordSink {
     std::size_t record_maximum_ = 0;  // over all requests of this connection, as an answer may come late
     uint64_t received_bytes_ = 0;
     uint64_t sent_bytes_ = 0;
+    mutable uint64_t acknowledged_bytes_ = 0;
+    bool resuming_ = false;  // a task is about to receive what the transport holds
+    Lifeline life_;
 };
 
 }  // namespace nfstdm::rpc

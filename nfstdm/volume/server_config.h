@@ -37,8 +37,12 @@ struct ServerConfig {
     std::string version;                    // "nfsv3" when empty
     std::string security_default;           // of the exports that have none of their own
     std::string principal_host;             // in the name of its Kerberos service; the server's name when empty
-    unsigned line = 0;                      // of the server key in tslnfstab
-    std::string problem;                    // why the block cannot be used; empty = usable
+    std::string transport_security;         // "none" when empty
+    std::string tls_ca;  // files of RPC over TLS; empty = the system's, none, and that of the certificate
+    std::string tls_certificate;
+    std::string tls_key;
+    unsigned line = 0;    // of the server key in tslnfstab
+    std::string problem;  // why the block cannot be used; empty = usable
 };
 
 }  // namespace nfstdm

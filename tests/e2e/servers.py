@@ -6,6 +6,7 @@ import shutil
 import socket
 import subprocess
 
+import certificates
 import client
 import namespace
 
@@ -63,15 +64,15 @@ class Loopnfsd(Server):
     forgotten shows."""
 
     name = "loopnfsd"
-    words = ()
-    settings = {}
+    words = ()  # further options of loopnfsd
+    settings = {}  # of the block
 
     def __init__(self, home, place):
         writable, read_only = place / "rw", place / "ro"
         writable.mkdir(parents=True)
         read_only.mkdir()
         super().__init__(home, writable, read_only)
-        exports = ("--export", f"/rw={writable}", "--export", f"/ro={read_only},ro")
+        exports = ["--export", f"/rw={writable}", "--export", f"/ro={read_only},ro"]
         self.daemon = LoopnfsdProcess(home, "--no-sync", "--hold-unstable", *self.words, *exports)
         self.client.tslnfstab.write_text(self.block_through(self.daemon.port))
 
@@ -93,6 +94,23 @@ class Loopnfsd(Server):
 
     def close(self):
         self.daemon.close()
+
+
+class LoopnfsdByTls(Loopnfsd):
+    """loopnfsd that is used by TLS."""
+
+    name = "tls"
+
+    def __init__(self, home, place):
+        authority = certificates.Authority(pathlib.Path(home).parent / "authority")
+        signed = authority.sign("server")
+        self.words = ("--tls", signed.certificate, signed.key)
+        self.settings = {"transport_security": "tls", "tls_ca": authority.certificate}
+        super().__init__(home, place)
+
+    @staticmethod
+    def why_impossible():
+        return None if shutil.which("openssl") else "openssl is not installed"
 
 
 class Loopnfsd4(Loopnfsd):
@@ -337,6 +355,12 @@ class Ganesha4(Ganesha):
         return [("/rw", READ_WRITE), ("/ro", READ_ONLY)]
 
 
-KINDS = {"loopnfsd": Loopnfsd, "ganesha": Ganesha, "ganesha4": Ganesha4, "loopnfsd4": Loopnfsd4}
+KINDS = {
+    "loopnfsd": Loopnfsd,
+    "tls": LoopnfsdByTls,
+    "ganesha": Ganesha,
+    "ganesha4": Ganesha4,
+    "loopnfsd4": Loopnfsd4,
+}
 # What they show is mostly shown by the others too: only in whole runs.
-IN_WHOLE_RUNS = ("loopnfsd4",)
+IN_WHOLE_RUNS = ("tls", "loopnfsd4")

@@ -30,6 +30,18 @@ ServerConfig only_server_in(std::string_view text) {
     return servers.empty() ? ServerConfig{} : servers.front();
 }
 
+TEST(Tslnfstab, TheKeysOfTlsAreReadAsTheyStand) {
+    const auto server = only_server_in(
+        "server: filer\nexport: /a mount: /mnt/a\n"
+        "transport_security: mtls tls_ca: /etc/ca.pem tls_certificate: /etc/c.pem tls_key: /etc/c.key\n");
+    EXPECT_EQ(server.problem, "");
+    EXPECT_EQ(server.transport_security, "mtls");
+    EXPECT_EQ(server.tls_ca, "/etc/ca.pem");
+    EXPECT_EQ(server.tls_certificate, "/etc/c.pem");
+    EXPECT_EQ(server.tls_key, "/etc/c.key");
+    EXPECT_EQ(only_server_in("server: filer\nexport: /a mount: /mnt/a\n").transport_security, "");
+}
+
 TEST(Tslnfstab, ABlockAsTheUtilityWritesItIsRead) {
     const auto server = only_server_in(
         "#<server block begin>\n"

@@ -19,6 +19,7 @@ class ChannelTest : public testing::Test, protected ChannelOwner {
   protected:
     bool has_work() const override { return false; }
     void channel_usable() override {}
+    void channel_remarks(const std::string &) override {}
     void channel_proven() override {}
     void channel_answered(std::unique_ptr<Request>) override {}
     void channel_lost(std::vector<std::unique_ptr<Request>>, const Status &, bool) override { lost_ = true; }
