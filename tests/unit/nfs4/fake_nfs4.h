@@ -64,7 +64,7 @@ class FakeNfs4 {
     std::vector<uint64_t> copy_verifiers;    // of the next copies; those of a COMMIT else
     bool copy_is_synced = false;
     std::vector<std::pair<uint64_t, uint64_t>> extents;  // of every file; holes are between
-    bool seeks_in_vain = false;                       // finds everything where it is asked to look
+    bool seeks_in_vain = false;                          // finds everything where it is asked to look
 
   private:
     struct Session {
