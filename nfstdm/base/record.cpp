@@ -16,6 +16,7 @@ constexpr std::string_view kServer = "server ";
 constexpr std::string_view kSilent = " not responding, still trying";
 constexpr std::string_view kBack = " ok again";
 constexpr std::string_view kSecurity = "with security ";
+constexpr std::string_view kKerberos = "Kerberos";
 
 bool contains(std::string_view text, std::string_view words) {
     return text.find(words) != std::string_view::npos;
@@ -98,7 +99,7 @@ Record read_record(std::string_view line) {
 }
 
 Concern concern_of(std::string_view reason) {
-    if (contains(reason, named_security(""))) return Concern::security;
+    if (contains(reason, kSecurity) || contains(reason, kKerberos)) return Concern::security;
     if (contains(reason, std::string(kWhy) + kMountCall)) return Concern::mounting;
     return contains(reason, kServer) ? Concern::server : Concern::host;
 }

@@ -13,10 +13,11 @@ namespace {
 
 class Transfer {
   public:
-    Transfer(SourceFile &source, const DestinationFile &destination, RequestSlots &requests,
-             const TransferRecords &records)
+    Transfer(SourceFile &source, const DestinationFile &destination, UnfinishedDestination &unfinished,
+             RequestSlots &requests, const TransferRecords &records)
         : source_(source),
           destination_(destination),
+          unfinished_(unfinished),
           requests_(requests),
           records_(records),
           pieces_(source),
@@ -29,12 +30,14 @@ class Transfer {
     bool go_on();
     bool find_content();
     void copy_remotely();
+    void arrived_at(uint64_t offset);
     bool write_piece();
     bool write_local();
     bool unwritten() const;
 
     SourceFile &source_;
     const DestinationFile &destination_;
+    UnfinishedDestination &unfinished_;
     RequestSlots &requests_;
     const TransferRecords &records_;
     Pieces pieces_;
@@ -60,7 +63,7 @@ bool Transfer::go_on() {
     do {
         if (!find_content()) return unwritten();
         if (pieces_.is_between_content()) break;
-        progress_.at(pieces_.offset());
+        arrived_at(pieces_.offset());
         if (!read_piece(source_, pieces_, requests_, buffer_, records_)) return false;
         if (pieces_.is_beyond_end()) break;
         if (!write_piece()) return unwritten();
@@ -93,8 +96,13 @@ void Transfer::copy_remotely() {
         server_copies_ = copy_by_server(range, copied) == 0 && copied > 0 && copied <= range.count;
         if (!server_copies_) return;
         pieces_.pass(copied);
-        progress_.at(pieces_.offset());
+        arrived_at(pieces_.offset());
     }
+}
+
+void Transfer::arrived_at(uint64_t offset) {
+    progress_.at(offset);
+    unfinished_.at(offset);
 }
 
 bool Transfer::write_piece() {
@@ -120,7 +128,7 @@ bool Transfer::unwritten() const {
 
 }  // namespace
 
-bool transfer_data(SourceFile &source, const DestinationFile &destination, RequestSlots &requests,
-                   const TransferRecords &records) {
-    return Transfer(source, destination, requests, records).run();
+bool transfer_data(SourceFile &source, const DestinationFile &destination, UnfinishedDestination &unfinished,
+                   RequestSlots &requests, const TransferRecords &records) {
+    return Transfer(source, destination, unfinished, requests, records).run();
 }
