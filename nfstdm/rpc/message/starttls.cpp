@@ -23,13 +23,12 @@ Status nonsense(const char *what) {
 }
 
 std::vector<std::byte> make_call(uint32_t program, uint32_t version, uint32_t xid) {
-    xdr::Writer credential;
-    credential.put_u32(kAuthTls);
-    credential.put_u32(0);
     xdr::Writer writer;
-    begin_call(writer, program, version, 0, credential.take());
+    begin_call(writer, xid, {program, version}, 0);
+    for (const uint32_t word : {kAuthTls, 0U, kAuthNone, 0U})  // an empty credential and an empty verifier
+        writer.put_u32(word);
     auto call = writer.take();
-    seal_call(call, xid, 0);
+    mark_call(call, 0);
     return call;
 }
 
