@@ -6,7 +6,7 @@
 namespace nfstdm {
 
 MountSet::MountSet(EventLoop &loop, MountTable table, VolumeFactory open_volume, const TimeSource &now)
-    : table_(std::move(table)), open_volume_(std::move(open_volume)) {
+    : loop_(loop), table_(std::move(table)), open_volume_(std::move(open_volume)) {
     for (const Mount &mount : table_.mounts())
         volumes_.push_back(
             std::make_unique<MountedVolume>(loop, table_.server(mount), table_.exported(mount), open_volume_, now));
@@ -24,8 +24,10 @@ void MountSet::forget_handles() {
 }
 
 void MountSet::detach() {
+    const auto left = std::make_shared<std::size_t>(0);
     for (const auto &volume : volumes_)
-        volume->detach();
+        volume->detach([left](const Status &) { ++*left; });
+    loop_.run_until([this, &left] { return *left == volumes_.size(); });
 }
 
 }  // namespace nfstdm

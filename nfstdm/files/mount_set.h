@@ -29,9 +29,11 @@ class MountSet {
     const MountTable &table() const { return table_; }
 
     void forget_handles();
+    // Leaves all servers at the same time, and waits for that.
     void detach();
 
   private:
+    EventLoop &loop_;
     MountTable table_;
     VolumeFactory open_volume_;
     std::vector<std::unique_ptr<MountedVolume>> volumes_;  // as table_.mounts()

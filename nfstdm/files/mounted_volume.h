@@ -80,7 +80,8 @@ class MountedVolume {
     // Forgets every handle, the root's included.
     void forget_handles();
 
-    void detach();
+    // Leaves the server without waiting for that: done is called once, from the loop.
+    void detach(DoneCompletion done);
 
     // A failure that this side found, with the server's name in front.
     Status named(const Status &failure) const { return failure.in("server " + server_.name); }

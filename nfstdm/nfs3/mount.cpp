@@ -91,6 +91,7 @@ void mount(rpc::Client &client, const CallContext &context, std::string_view pat
 void unmount(rpc::Client &client, const CallContext &context, std::string_view path, DoneCompletion done) {
     auto request = new_request(context, Procedure::umnt, path);
     request->name = "UMNT";
+    request->one_way = true;
     request->done = [done = std::move(done)](auto answered) { done(answered->status); };
     client.submit(std::move(request));
 }

@@ -42,6 +42,7 @@ struct CallContext {
 // before.
 void mount(rpc::Client &client, const CallContext &context, std::string_view path,
            std::function<void(Result<MountReply>)> done);
+// done when it was sent: nobody waits for the answer.
 void unmount(rpc::Client &client, const CallContext &context, std::string_view path, DoneCompletion done);
 
 constexpr rpc::Duration kListLimit = std::chrono::seconds(30);

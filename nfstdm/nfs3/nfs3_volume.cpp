@@ -24,7 +24,7 @@ namespace {
 
 using std::chrono::seconds;
 
-// UMNT is a courtesy: the server's list of clients is informational, and nobody waits for it long.
+// UMNT is a courtesy: the server's list of clients is informational, and nobody waits for more than its sending.
 constexpr rpc::Duration kUnmountLimit = seconds(2);
 // For a server that names no size at all; every server takes this much (RFC 1094's maximum).
 constexpr uint32_t kTransferDefault = 8192;
@@ -308,12 +308,10 @@ void Nfs3Volume::detach(DoneCompletion done) {
     }
     detaching_ = std::move(done);
     unmounter_ = server_->new_contact_client({mount3::kProgram, mount3::kVersion}, mount_port_);
-    mount3::unmount(*unmounter_, {this, mount_authenticator_, kUnmountLimit}, share_.export_path,
-                    [this](const Status &) {
-                        // Whatever the server said: the export is not used any more.
-                        const auto detached = std::exchange(detaching_, nullptr);
-                        detached({});
-                    });
+    mount3::unmount(*unmounter_, {this, mount_authenticator_, kUnmountLimit}, share_.export_path, [this](const Status &) {
+        const auto detached = std::exchange(detaching_, nullptr);
+        detached({});
+    });
 }
 
 bool Nfs3Volume::busy() const {

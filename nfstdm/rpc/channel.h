@@ -44,6 +44,7 @@ class ChannelOwner {
     // Somebody is there: a NULL call was answered.
     virtual void channel_proven() = 0;
     virtual void channel_answered(std::unique_ptr<Request> request) = 0;
+    virtual void channel_sent(std::unique_ptr<Request> request) = 0;
     // The channel can not be used now and tries again by itself while there is work; requests is what was on it, in
     // order of submission. nonsense: because of what the server sent.
     virtual void channel_lost(std::vector<std::unique_ptr<Request>> requests, const Status &why, bool nonsense) = 0;
@@ -105,6 +106,7 @@ class Channel : private ConnectionOwner {
     };
 
     void connection_answered(std::unique_ptr<Request> request) override;
+    void connection_sent(std::unique_ptr<Request> request) override { owner_.channel_sent(std::move(request)); }
     void connection_closed(const Status &why, bool nonsense) override;
 
     void measure();

@@ -89,6 +89,7 @@ class Client : private ChannelOwner {
     void channel_remarks(const std::string &remark) override;
     void channel_proven() override;
     void channel_answered(std::unique_ptr<Request> request) override;
+    void channel_sent(std::unique_ptr<Request> request) override { finish(std::move(request), {}); }
     void channel_lost(std::vector<std::unique_ptr<Request>> requests, const Status &why, bool nonsense) override;
     std::unique_ptr<Request> new_probe() override;
 

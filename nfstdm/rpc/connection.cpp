@@ -53,12 +53,14 @@ void Connection::open(std::unique_ptr<Transport> connected) {
     receiver_.reset();
     record_maximum_ = 0;
     watched_ = 0;
+    parting_ = false;
     watch();
 }
 
 void Connection::close() {
     if (!is_open()) return;
     loop_.forget(transport_->descriptor());
+    if (parting_) transport_->close_behind();
     transport_.reset();
     receiver_.reset();
     cursor_ = 0;
@@ -201,9 +203,16 @@ void Connection::sent(std::size_t size) {
         cursor_ -= wire_size(*sending_.front());
         Request &whole = *sending_.front();
         if (++whole.sends == 1) whole.first_sent = std::chrono::steady_clock::now();
-        const uint32_t xid = whole.xid();
-        on_wire_.insert_or_assign(xid, std::move(sending_.front()));
+        auto left = std::move(sending_.front());
         sending_.pop_front();
+        parting_ = left->one_way;
+        if (!parting_) {
+            const uint32_t xid = left->xid();
+            on_wire_.insert_or_assign(xid, std::move(left));
+            continue;
+        }
+        weight_ -= left->weight();
+        owner_.connection_sent(std::move(left));
     }
     assert(!sending_.empty() || cursor_ == 0);
 }

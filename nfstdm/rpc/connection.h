@@ -27,6 +27,8 @@ class ConnectionOwner {
 
     // reply, landed and, for a record that did not hold together, status of the request are filled in.
     virtual void connection_answered(std::unique_ptr<Request> request) = 0;
+    // Of a request that is one-way: its last byte has left.
+    virtual void connection_sent(std::unique_ptr<Request> request) = 0;
     // The connection is closed already; its requests wait for take_all(). nonsense: because of what the server sent.
     virtual void connection_closed(const Status &why, bool nonsense) = 0;
 };
@@ -97,6 +99,7 @@ class Connection : private RecordSink {
     std::unordered_map<uint32_t, std::unique_ptr<Request>> on_wire_;
     std::unordered_map<uint32_t, std::size_t> moved_;  // weights, by xid
     std::size_t weight_ = 0;
+    bool parting_ = false;  // what was sent last is still to arrive when this is closed
 
     Receiver receiver_;
     std::size_t record_maximum_ = 0;  // over all requests of this connection, as an answer may come late

@@ -38,6 +38,7 @@ struct Request {
     std::size_t results_maximum = 0;       // bytes of results, the data in landing not counted
     Duration limit{};                      // how long to wait for the answer over all attempts; 0 = for ever
     bool needs_contact = false;            // fail as soon as every path has turned out to be unreachable
+    bool one_way = false;                  // done when its last byte has left: nobody waits for the answer
     const void *owner = nullptr;           // whose request this is, for Client::drop()
     std::function<void(std::unique_ptr<Request>)> done;  // called once, from the loop
 

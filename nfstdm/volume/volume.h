@@ -260,7 +260,8 @@ class Volume {
     virtual void fsinfo(const FileHandle &object, Completion<FsInfoReply> done) = 0;
     virtual void fsstat(const FileHandle &object, Completion<FsStatReply> done) = 0;
 
-    // Tells the server that the export is no longer used (UMNT), at most for a moment, and closes the connections.
+    // Tells the server that the export is no longer used (UMNT), at most for a moment and without waiting for what it
+    // says to that, and closes the connections.
     // Operations still under way complete with a failure.
     virtual void detach(DoneCompletion done) = 0;
 };

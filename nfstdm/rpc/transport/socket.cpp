@@ -114,4 +114,10 @@ void close_now(Descriptor &socket) {
     socket.close();
 }
 
+void close_behind(Descriptor &socket) {
+    const int not_at_all = -1;  // to linger on when the peer has acknowledged the end
+    if (socket) static_cast<void>(setsockopt(socket.get(), IPPROTO_TCP, TCP_LINGER2, &not_at_all, sizeof not_at_all));
+    socket.close();
+}
+
 }  // namespace nfstdm::rpc

@@ -28,4 +28,7 @@ std::size_t unacknowledged(int descriptor);
 // few, out of use for a minute. Whatever is still unsent is dropped.
 void close_now(Descriptor &socket);
 
+// Closes behind what was sent, which still arrives; the source port is free as soon as it has.
+void close_behind(Descriptor &socket);
+
 }  // namespace nfstdm::rpc

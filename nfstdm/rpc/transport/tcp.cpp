@@ -26,6 +26,10 @@ TcpTransport::~TcpTransport() {
     close_now(socket_);
 }
 
+void TcpTransport::close_behind() {
+    rpc::close_behind(socket_);
+}
+
 Result<std::size_t> TcpTransport::receive(std::span<const iovec> places) {
     msghdr header = message_of(places);
     const ssize_t got = recvmsg(socket_.get(), &header, MSG_DONTWAIT);

@@ -19,6 +19,7 @@ class TcpTransport final : public Transport {
     Result<std::size_t> receive(std::span<const iovec> places) override;
     Result<std::size_t> send(std::span<const iovec> pieces) override;
     std::size_t unacknowledged() const override;
+    void close_behind() override;
 
   private:
     Descriptor socket_;

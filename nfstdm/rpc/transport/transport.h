@@ -16,7 +16,7 @@
 
 namespace nfstdm::rpc {
 
-// Closes at once when it is destroyed; what is still unsent is dropped.
+// Closes at once when it is destroyed; what is still unsent is dropped, but behind close_behind().
 class Transport {
   public:
     Transport() = default;
@@ -49,6 +49,10 @@ class Transport {
     // What the trace should tell of a transport whose handshake is done; nothing of plain TCP that nobody wanted
     // otherwise.
     virtual std::string remark() const { return {}; }
+
+    // Closes behind what was taken, which still arrives, where the transport can do that. It is only to be destroyed
+    // then.
+    virtual void close_behind() {}
 };
 
 // Makes the transport of a connected socket; host and port are those that were asked for. An empty one stands for plain

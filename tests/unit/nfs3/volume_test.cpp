@@ -416,10 +416,20 @@ TEST_F(VolumeTest, DetachesTellsTheServerAndMayAttachAgain) {
     FakeNfs nfs(loop);
     attach_to(nfs);
     EXPECT_TRUE(done([this](auto completion) { volume->detach(completion); }).ok());
-    EXPECT_EQ(nfs.mount_count(mount3::Procedure::umnt), 1U);
+    EXPECT_TRUE(test::run(loop, [&] { return nfs.mount_count(mount3::Procedure::umnt) == 1; }));
     EXPECT_EQ(getattr().status().number(), static_cast<uint32_t>(ENOTCONN));
     EXPECT_TRUE(attach().ok());
     volume.reset();
+    EXPECT_TRUE(test::run(loop, [&] { return nfs.server.open_connections() == 0; }));
+}
+
+TEST_F(VolumeTest, TheGoodByeArrivesAlthoughNobodyWaitsForItsAnswer) {
+    FakeNfs nfs(loop);
+    nfs.answer_unmount = false;
+    attach_to(nfs);
+    EXPECT_TRUE(done([this](auto completion) { volume->detach(completion); }).ok());
+    volume.reset();
+    EXPECT_TRUE(test::run(loop, [&] { return nfs.mount_count(mount3::Procedure::umnt) == 1; }));
     EXPECT_TRUE(test::run(loop, [&] { return nfs.server.open_connections() == 0; }));
 }
 

@@ -22,6 +22,7 @@ class ChannelTest : public testing::Test, protected ChannelOwner {
     void channel_remarks(const std::string &) override {}
     void channel_proven() override {}
     void channel_answered(std::unique_ptr<Request>) override {}
+    void channel_sent(std::unique_ptr<Request>) override {}
     void channel_lost(std::vector<std::unique_ptr<Request>>, const Status &, bool) override { lost_ = true; }
     std::unique_ptr<Request> new_probe() override { return make(0); }
 
