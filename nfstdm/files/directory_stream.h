@@ -1,18 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 // One directory as it is being listed.
 //
-// Every entry that was read is kept until the listing is given up, and its position is its number: so the listing can
-// go on from any entry, although servers' cookies need neither grow nor stay valid (RFC 1813 section 3.3.16), and no
-// name comes twice.
+// An entry's position is its number. The entries from the latest batch on are kept as they were read, so the listing
+// can go on from any of them although servers' cookies need neither grow nor stay valid (RFC 1813 section 3.3.16); an
+// earlier one is read again from where its part began. Of all of them a fingerprint is kept, so no name comes twice.
 #pragma once
 
 #include <cstdint>
+#include <deque>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
+#include "nfstdm/files/listing_index.h"
 #include "nfstdm/files/mounted_volume.h"
 
 namespace nfstdm {
@@ -23,14 +25,15 @@ bool is_safe_name(std::string_view name);
 
 class DirectoryStream {
   public:
-    // Of a directory; one that has more is taken for endless.
-    static constexpr std::size_t kEntriesMaximum = std::size_t{1} << 22;
+    // Of a directory; one that has more is taken for endless. The bytes are those that whoever holds the names needs
+    // for them; what is kept here is bounded by the number.
+    static constexpr std::size_t kEntriesMaximum = std::size_t{1} << 24;
     static constexpr std::size_t kBytesMaximum = std::size_t{256} << 20;
 
     struct Entry {
         uint64_t fileid = 0;
         FileType type = FileType::none;  // none when the server did not tell
-        std::string_view name;           // as long as the listing lasts
+        std::string_view name;
     };
     // Valid until the next call.
     struct Batch {
@@ -42,7 +45,7 @@ class DirectoryStream {
     DirectoryStream(MountedVolume &mount, const FoundObject &directory);
 
     const MountedVolume &mount() const { return mount_; }
-    const FileHandle &directory() const { return directory_; }
+    const FileHandle &directory() const { return index_->directory(); }
     std::size_t names_refused() const { return names_refused_; }
 
     // At most `most` entries from a position on (0 = the start): "." and ".." first, then the names in the server's
@@ -50,24 +53,48 @@ class DirectoryStream {
     Result<Batch> batch(uint64_t position, std::size_t most);
 
   private:
+    // What one reply brought.
+    struct Block {
+        uint64_t first = 0;  // position
+        std::string names;
+        std::vector<Entry> entries;
+
+        uint64_t end() const { return first + entries.size(); }
+    };
+
+    Block dots() const;
+    void go_back(uint64_t position);
+    void drop_before(uint64_t position);
+    Batch gather(uint64_t position, std::size_t most);
+    void ask();
     Status read_more();
     Status start_again(const Status &failure);
     Status move_behind(const DirectoryReply &reply);
+    Status notice_loop();
     Status endless() const;
-    void take_entry(const DirectoryEntry &entry);
+    void take_entries(const DirectoryReply &reply);
+    bool take_name(const DirectoryEntry &entry);
 
     MountedVolume &mount_;
-    const FileHandle directory_;
-    std::vector<Entry> entries_;
-    std::unordered_set<std::string> names_;  // every name once; the entries show them
-    std::unordered_set<uint64_t> cookies_used_;
+    const std::shared_ptr<ListingIndex> index_;
+    uint64_t own_fileid_ = 0;
+    uint64_t parent_fileid_ = 0;
+    std::deque<Block> blocks_;  // from the latest batch on
+    std::vector<Entry> batch_;
+    uint64_t next_ = 0;                  // the position after all that was read
     DirectoryQuestionPointer question_;  // what follows, asked for ahead
     uint64_t cookie_ = 0;
     uint64_t verifier_ = 0;
+    // A cookie from before, to find out that the server leads in a circle: each is kept for twice as many replies as
+    // the one before (Brent's algorithm).
+    uint64_t cookie_before_ = 0;
+    std::size_t replies_since_ = 0;
+    std::size_t replies_until_next_ = 1;
     std::size_t entries_read_ = 0;
-    std::size_t bytes_ = 0;  // that the entries take
+    std::size_t bytes_ = 0;  // that the names take
     std::size_t names_refused_ = 0;
     unsigned restarts_ = 0;
+    bool begun_ = false;  // a reply came
     bool at_end_ = false;
 };
 

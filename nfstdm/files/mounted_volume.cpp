@@ -93,7 +93,8 @@ Result<FoundObject> MountedVolume::with_attributes(const FileHandle &handle) {
 }
 
 Result<FoundObject> MountedVolume::lookup(const FileHandle &directory, const std::string &name) {
-    const auto known = cache_.find_name(directory, name);
+    auto known = cache_.find_name(directory, name);
+    if (!known.known && learn_part_of(directory, name)) known = cache_.find_name(directory, name);
     if (known.handle) return with_attributes(*known.handle);  // which does not make what is known any younger
     if (known.known) return named({ENOENT, "LOOKUP " + name + ": no such file or directory"});
     auto reply = await<LookupReply>(loop_, [&](auto done) { volume_->lookup(directory, name, std::move(done)); });
@@ -244,16 +245,21 @@ Result<FsStatReply> MountedVolume::fsstat(const FileHandle &object) {
     return reply;
 }
 
-DirectoryQuestionPointer MountedVolume::ask_directory(const FileHandle &directory, uint64_t cookie, uint64_t verifier) {
-    auto question = std::make_shared<DirectoryQuestion>(
-        DirectoryQuestion{directory, cookie, verifier, lists_attributes_, now_(), std::nullopt});
+DirectoryQuestionPointer MountedVolume::ask_directory(const FileHandle &directory, uint64_t cookie, uint64_t verifier,
+                                                      Entries entries) {
+    const bool plus = entries == Entries::with_attributes && lists_attributes_;
+    auto question =
+        std::make_shared<DirectoryQuestion>(DirectoryQuestion{directory, cookie, verifier, plus, now_(), std::nullopt});
     volume_->readdir(directory, cookie, verifier, question->plus,
                      [question](Result<DirectoryReply> reply) { question->reply = std::move(reply); });
     return question;
 }
 
 Result<DirectoryReply> MountedVolume::answer(DirectoryQuestionPointer question) {
-    const auto ask_again = [&] { question = ask_directory(question->directory, question->cookie, question->verifier); };
+    const auto ask_again = [&] {
+        const Entries entries = question->plus ? Entries::with_attributes : Entries::names;
+        question = ask_directory(question->directory, question->cookie, question->verifier, entries);
+    };
     const auto wait = [&] { loop_.run_until([&question] { return question->reply.has_value(); }); };
     if (now_() - question->asked >= ObjectCache::kLifetime) ask_again();
     wait();
@@ -266,15 +272,58 @@ Result<DirectoryReply> MountedVolume::answer(DirectoryQuestionPointer question) 
     return std::move(*question->reply);
 }
 
+void MountedVolume::learn_entry(const FileHandle &directory, const DirectoryEntry &entry) {
+    if (!entry.handle) return;
+    cache_.put_name(directory, entry.name, *entry.handle);
+    cache_.put_attributes(*entry.handle, entry.attributes);
+}
+
+DirectoryQuestionPointer MountedVolume::question_of(const KnownListings::Wanted &wanted) {
+    const auto &part = wanted.listing->part(wanted.part);
+    const auto &directory = wanted.listing->directory();
+    const auto ahead = std::exchange(next_part_, nullptr);
+    const bool asked = ahead && next_part_changes_ == cache_.changes() && ahead->directory == directory &&
+                       ahead->cookie == part.cookie && ahead->verifier == part.verifier;
+    return asked ? ahead : ask_directory(directory, part.cookie, part.verifier);
+}
+
+// While the entries of a part are used the server works on the next one.
+void MountedVolume::ask_ahead(const KnownListings::Wanted &wanted) {
+    if (!wanted.in_order || wanted.part + 1 >= wanted.listing->parts()) return;
+    const auto &part = wanted.listing->part(wanted.part + 1);
+    next_part_ = ask_directory(wanted.listing->directory(), part.cookie, part.verifier);
+    next_part_changes_ = cache_.changes();
+}
+
+// Asks again for the part of a listing that a name came with. False when there is none, or the server does not go on
+// from there any more.
+bool MountedVolume::learn_part_of(const FileHandle &directory, const std::string &name) {
+    if (!lists_attributes_) return false;
+    const auto wanted = listings_.part_to_learn(directory, name, now_(), ObjectCache::kLifetime);
+    if (!wanted) return false;
+    const auto reply = answer(question_of(*wanted));
+    if (!reply.ok()) {
+        listings_.forget(directory);
+        return false;
+    }
+    listings_.learnt(directory, wanted->part, now_());
+    ask_ahead(*wanted);
+    for (const auto &entry : reply.value().entries)
+        learn_entry(directory, entry);
+    return true;
+}
+
 void MountedVolume::forget_handles() {
     cache_.clear();
+    listings_.clear();
+    next_part_.reset();
     root_.reset();
 }
 
 void MountedVolume::detach(DoneCompletion done) {
     forget_handles();
+    if (volume_) return volume_->detach(std::move(done));
+    loop_.soon([done = std::move(done)] { done({}); });
 }
 
 }  // namespace nfstdm
-    if (volume_) return volume_->detach(std::move(done));
-    loop_.soon([done = std::move(done)] { done({}); });

@@ -12,6 +12,7 @@
 #include <unordered_map>
 
 #include "nfstdm/base/event_loop.h"
+#include "nfstdm/files/known_listings.h"
 #include "nfstdm/files/object_cache.h"
 #include "nfstdm/files/server_clock.h"
 #include "nfstdm/volume/server_config.h"
@@ -73,9 +74,15 @@ class MountedVolume {
     Result<FsStatReply> fsstat(const FileHandle &object);
 
     // Asks for the entries from a cookie on without waiting for them; answer() does. An answer that may be as old as
-    // what the cache forgets is asked for again.
-    DirectoryQuestionPointer ask_directory(const FileHandle &directory, uint64_t cookie, uint64_t verifier);
+    // what the cache forgets is asked for again. The names alone, or with handles and attributes, if the server can.
+    enum class Entries { names, with_attributes };
+    DirectoryQuestionPointer ask_directory(const FileHandle &directory, uint64_t cookie, uint64_t verifier,
+                                           Entries entries = Entries::with_attributes);
     Result<DirectoryReply> answer(DirectoryQuestionPointer question);
+    // What an entry of a reply told.
+    void learn_entry(const FileHandle &directory, const DirectoryEntry &entry);
+    // A listing that entries may be learnt from again.
+    void know_listing(const std::shared_ptr<const ListingIndex> &listing) { listings_.add(listing); }
 
     // Forgets every handle, the root's included.
     void forget_handles();
@@ -101,6 +108,9 @@ class MountedVolume {
     Status confirm_made(const FileHandle &directory, const std::string &name, const std::optional<FoundObject> &known,
                         EventLoop::Clock::time_point since);
     Result<bool> is_empty(const FileHandle &directory);
+    bool learn_part_of(const FileHandle &directory, const std::string &name);
+    DirectoryQuestionPointer question_of(const KnownListings::Wanted &wanted);
+    void ask_ahead(const KnownListings::Wanted &wanted);
 
     EventLoop &loop_;
     const ServerConfig &server_;
@@ -112,6 +122,10 @@ class MountedVolume {
     Status contact_failure_;
     EventLoop::Clock::time_point contact_again_;
     ObjectCache cache_;
+    KnownListings listings_;
+    // The part of a listing that follows the one that was learnt last, and what the cache had forgotten until then.
+    DirectoryQuestionPointer next_part_;
+    uint64_t next_part_changes_ = 0;
     ServerClock server_clock_;
     std::unordered_map<uint64_t, VolumeLimits> limits_;  // by fsid
     bool lists_attributes_ = true;                       // until the server turns out to lack READDIRPLUS

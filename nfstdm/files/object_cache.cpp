@@ -28,10 +28,12 @@ ObjectCache::Answer ObjectCache::find_name(const FileHandle &directory, std::str
 // The names stay where they are, for their keys are not sorted by directory. What is put from now on counts, and by the
 // time that this is forgotten itself, all from before has expired.
 void ObjectCache::forget_names(const FileHandle &directory) {
+    ++changes_;
     forgotten_.put(directory, names_put_, now_() + kLifetime);
 }
 
 void ObjectCache::clear() {
+    ++changes_;
     attributes_.clear();
     names_.clear();
     forgotten_.clear();

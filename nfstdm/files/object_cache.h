@@ -26,7 +26,10 @@ class ObjectCache {
 
     void put_attributes(const FileHandle &object, const std::optional<Attributes> &attributes);
     std::optional<Attributes> attributes(const FileHandle &object);
-    void forget_attributes(const FileHandle &object) { attributes_.erase(object); }
+    void forget_attributes(const FileHandle &object) {
+        ++changes_;
+        attributes_.erase(object);
+    }
 
     // handle: nothing when the directory is known not to have the name.
     void put_name(const FileHandle &directory, std::string_view name, const std::optional<FileHandle> &handle);
@@ -35,11 +38,18 @@ class ObjectCache {
         std::optional<FileHandle> handle;
     };
     Answer find_name(const FileHandle &directory, std::string_view name);
-    void forget_name(const FileHandle &directory, std::string_view name) { names_.erase(key(directory, name)); }
+    void forget_name(const FileHandle &directory, std::string_view name) {
+        ++changes_;
+        names_.erase(key(directory, name));
+    }
     // All that a directory is known to have, and to lack.
     void forget_names(const FileHandle &directory);
 
     void clear();
+
+    // Grows whenever something is forgotten because it does not hold any more: an answer to what was asked before then
+    // may be no younger.
+    uint64_t changes() const { return changes_; }
 
   private:
     struct Name {
@@ -53,6 +63,7 @@ class ObjectCache {
     ExpiringCache<FileHandle, Attributes, FileHandleHash> attributes_{kLimit};
     ExpiringCache<std::string, Name> names_{kLimit};
     uint64_t names_put_ = 0;
+    uint64_t changes_ = 0;
     ExpiringCache<FileHandle, uint64_t, FileHandleHash> forgotten_{kLimit};  // the last name not to be known any more
     std::string key_;                                                        // the latest made, for its memory
 };

@@ -45,6 +45,19 @@ class DirectoryTest : public MountedTest {
         names.insert(names.begin(), {".", ".."});
         return names;
     }
+    std::vector<std::string> add_many(std::size_t count) {
+        std::vector<std::string> names;
+        for (std::size_t i = 0; i < count; ++i) {
+            names.push_back("n" + std::to_string(i));
+            one_.add_child(1, names.back(), FileType::regular);
+        }
+        one_.entries_per_reply = 1000;
+        return names;
+    }
+    Status failure_of(const std::string &name) {
+        Attributes attributes;
+        return paths_.get_attributes("/mnt/one/" + name, attributes).status();
+    }
     Status failure_after(std::size_t most) {
         DirectoryStream::Batch batch;
         return paths_.list("/mnt/one", 0, most, batch).status();
@@ -192,6 +205,69 @@ TEST_F(DirectoryTest, AListingGoesOnFromAnyOfItsEntries) {
         for (std::size_t i = 0; i < batch.entries.size(); ++i)
             EXPECT_EQ(batch.entries[i].name, names[position + i]);
     }
+}
+
+TEST_F(DirectoryTest, AnEntryFromBeforeTheLatestBatchIsReadAgainFromWhereItsPartBegan) {
+    const auto names = with_dots(add_many(10000));
+    EXPECT_THAT(list(1024), ElementsAreArray(names));
+    one_.calls.clear();
+    DirectoryStream::Batch batch;
+    ASSERT_TRUE(paths_.list("/mnt/one", 7003, 4, batch).ok());
+    EXPECT_EQ(batch.entries[0].name, names[7003]);
+    loop_.poll_once();
+    EXPECT_EQ(one_.calls[Op::readdir], 2U) << "one, and what follows";
+}
+
+TEST_F(DirectoryTest, WalkingALongListingInOrderCostsOneCallAThousandEntries) {
+    constexpr std::size_t kCount = 100000;
+    const auto names = add_many(kCount);
+    EXPECT_THAT(list(1024, 1), ElementsAreArray(with_dots(names)));
+    for (const auto &name : names)
+        ASSERT_EQ(failure_of(name).number(), 0U);
+    EXPECT_LE(one_.total_calls(), kCount / 1000 * 2 + 10);
+}
+
+TEST_F(DirectoryTest, WhatTheCacheForgotInTheMeantimeIsLearntAgainByTheThousand) {
+    const auto names = add_many(5000);
+    EXPECT_THAT(list(1024, 1), ElementsAreArray(with_dots(names)));
+    now_ += ObjectCache::kLifetime;
+    one_.calls.clear();
+    for (const auto &name : names)
+        ASSERT_EQ(failure_of(name).number(), 0U);
+    EXPECT_LE(one_.total_calls(), 5U + 5);
+}
+
+TEST_F(DirectoryTest, EntriesAskedForHereAndThereAreLookedUpOneByOne) {
+    const auto names = add_many(50000);
+    EXPECT_THAT(list(1024, 1), ElementsAreArray(with_dots(names)));
+    now_ += ObjectCache::kLifetime;
+    one_.calls.clear();
+    for (std::size_t i = 500; i < names.size(); i += 2000)
+        ASSERT_EQ(failure_of(names[i]).number(), 0U);
+    EXPECT_EQ(one_.calls[Op::readdir], 0U);
+}
+
+TEST_F(DirectoryTest, AnEntryThatWasRemovedSinceItWasListedIsNotThere) {
+    const auto names = add_many(3000);
+    EXPECT_THAT(list(1024, 1), ElementsAreArray(with_dots(names)));
+    now_ += ObjectCache::kLifetime;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const std::string path = "/mnt/one/" + names[i];
+        ASSERT_TRUE(paths_.remove(path, [](const Place &) { return Status{}; }).ok()) << i;
+        ASSERT_EQ(failure_of(names[i]).number(), uint32_t{ENOENT}) << i;
+    }
+}
+
+TEST_F(DirectoryTest, WhereTheServerDoesNotGoOnFromEntriesAreLookedUp) {
+    const auto names = add_many(3000);
+    EXPECT_THAT(list(1024, 1), ElementsAreArray(with_dots(names)));
+    now_ += ObjectCache::kLifetime;
+    one_.fail_next(Op::readdir, EBADE);
+    one_.calls.clear();
+    for (const auto &name : names)
+        ASSERT_EQ(failure_of(name).number(), 0U);
+    EXPECT_EQ(one_.calls[Op::readdir], 1U);
+    EXPECT_EQ(one_.calls[Op::lookup], 3000U);
 }
 
 TEST_F(DirectoryTest, BeyondTheEndThereIsNothing) {
