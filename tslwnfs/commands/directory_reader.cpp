@@ -56,7 +56,7 @@ bool read_local(const PathBuffer &path, NameList &names) {
             break;
         }
         const std::string_view name = entry->d_name;
-        if (name != "." && name != "..") names.emplace_back(name);
+        if (name != "." && name != "..") names.add(name);
     }
     if (error == 0) return true;
     trace_message(kFunction, Message::local_directory_unopenable, path.c_str());
@@ -126,7 +126,7 @@ class RemoteReader {
     void take_names(std::span<const TdmDirEntry> entries) {
         const std::size_t dots = first_batch_ ? 2 : 0;
         for (const TdmDirEntry &entry : entries.subspan(std::min(dots, entries.size()))) {
-            names_.emplace_back(entry.name, strnlen(entry.name, sizeof entry.name));
+            names_.add({entry.name, strnlen(entry.name, sizeof entry.name)});
         }
     }
 
@@ -151,14 +151,6 @@ class RemoteReader {
     uint64_t left_out_ = 0;  // names
     bool first_batch_ = true;
 };
-
-// What a list of names holds, about.
-unsigned long bytes_of(const NameList &names) {
-    unsigned long bytes = 0;
-    for (const std::string &name : names)
-        bytes += sizeof(std::string) + name.size();
-    return bytes;
-}
 
 bool read(const PathBuffer &path, NameList &names, bool &complete) {
     TdmFsInfo info = {};
@@ -187,8 +179,8 @@ bool read_directory(const PathBuffer &path, NameList &names, bool *complete) {
         if (complete != nullptr) *complete = all;
         return done;
     } catch (const std::bad_alloc &) {
-        const unsigned long bytes = bytes_of(names);
-        NameList().swap(names);
+        const unsigned long bytes = names.bytes();
+        names.clear();
         trace_message(kFunction, Message::out_of_memory, bytes);
         return false;
     }

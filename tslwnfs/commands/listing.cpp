@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/commands/listing.h"
 
-#include <algorithm>
+#include <string_view>
 
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/directory_reader.h"
@@ -22,7 +22,9 @@ constexpr int32_t kTreeDepth = 50;
 bool list_subdirectories(const PathBuffer &path, const NameList &names, int32_t depth) {
     if (depth + 1 == kTreeDepth) return true;
     bool complete = true;
-    for (const std::string &name : names) {
+    const bool reverse = (COMMAND_OPTION & kListReverse) != 0;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const std::string_view name = names[reverse ? names.size() - 1 - i : i];
         PathBuffer full;
         if (!join_path("read_dirlist", path, name, full)) continue;
         AttrResult attributes;
@@ -39,7 +41,7 @@ bool list(const PathBuffer &path, NameList &names, Listed &listed) {
     const Kind kind = kind_of(path, attributes);
     listed = kind == Kind::directory || kind == Kind::missing ? Listed::directory : Listed::single_path;
     if (listed == Listed::directory) return read_directory(path, names);
-    names.emplace_back(path.view());
+    names.add(path.view());
     return true;
 }
 
@@ -85,6 +87,5 @@ uint32_t read_dirlist(const Operand &path, int32_t depth) {
     }
     const bool shown = print_listing(resolved, names, listed);
     if (listed == Listed::single_path) return shown ? 0 : 1;
-    if ((COMMAND_OPTION & kListReverse) != 0) std::reverse(names.begin(), names.end());
     return list_subdirectories(resolved, names, depth) && shown ? 0 : 1;
 }

@@ -84,7 +84,9 @@ bool is_directory_destination(const Operand &path) {
 }
 
 uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names) {
-    names.assign(recorder().listing.begin(), recorder().listing.end());
+    names.clear();
+    for (const auto &name : recorder().listing)
+        names.add(name);
     return note("read_dir", path, print_names);
 }
 uint32_t list_content(const Operand &path, NameList &names) {
