@@ -90,13 +90,13 @@ void DirectoryStream::ask() {
 // While what came is taken in and given to the caller the server works on what follows.
 Status DirectoryStream::read_more() {
     if (!question_) ask();
-    index_->go_on({cookie_, verifier_, next_, bytes_});
+    DirectoryPosition from{cookie_, verifier_};
     const auto reply = mount_.answer(std::exchange(question_, nullptr));
     if (!reply.ok()) return start_again(reply.status());
     begun_ = true;
     if (Status failure = move_behind(reply.value()); !failure.ok()) return failure;
     if (!at_end_) ask();
-    take_entries(reply.value());
+    take_entries(from, reply.value());
     return bytes_ > kBytesMaximum ? endless() : Status{};
 }
 
@@ -136,7 +136,7 @@ Status DirectoryStream::endless() const {
     return mount_.named({EOVERFLOW, "READDIR: the directory does not end"});
 }
 
-void DirectoryStream::take_entries(const DirectoryReply &reply) {
+void DirectoryStream::take_entries(DirectoryPosition from, const DirectoryReply &reply) {
     Block &block = blocks_.emplace_back();
     block.first = next_;
     block.entries.reserve(reply.entries.size());
@@ -144,7 +144,10 @@ void DirectoryStream::take_entries(const DirectoryReply &reply) {
     for (const auto &entry : reply.entries)
         size += entry.name.size();
     block.names.reserve(size);  // so that what shows the names stays valid
-    for (const auto &entry : reply.entries) {
+    for (std::size_t i = 0; i < reply.entries.size(); ++i) {
+        const DirectoryEntry &entry = reply.entries[i];
+        if (i % ListingIndex::kPartMaximum == 0) index_->go_on({from.cookie, from.verifier, block.end(), bytes_});
+        from = {entry.cookie, reply.verifier};
         if (!take_name(entry)) continue;
         const std::size_t at = block.names.size();
         block.names += entry.name;

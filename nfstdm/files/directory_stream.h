@@ -72,7 +72,7 @@ class DirectoryStream {
     Status move_behind(const DirectoryReply &reply);
     Status notice_loop();
     Status endless() const;
-    void take_entries(const DirectoryReply &reply);
+    void take_entries(DirectoryPosition from, const DirectoryReply &reply);
     bool take_name(const DirectoryEntry &entry);
 
     MountedVolume &mount_;

@@ -5,6 +5,12 @@
 #include <utility>
 
 namespace nfstdm {
+namespace {
+
+// As far as one answer may reach.
+constexpr std::size_t kPartsAhead = 2;
+
+}  // namespace
 
 KnownListings::Listings::iterator KnownListings::find(const FileHandle &directory) {
     return std::ranges::find_if(listings_,
@@ -13,7 +19,7 @@ KnownListings::Listings::iterator KnownListings::find(const FileHandle &director
 
 void KnownListings::add(const std::shared_ptr<const ListingIndex> &listing) {
     forget(listing->directory());
-    listings_.push_front({listing, {}, {}, {}});
+    listings_.push_front({listing, {}, {}, {}, {}});
     std::size_t bytes = 0;
     std::size_t count = 0;
     std::erase_if(listings_, [&](const Known &known) {
@@ -34,17 +40,22 @@ std::optional<KnownListings::Wanted> KnownListings::part_to_learn(const FileHand
     const auto part = known->listing->part_of(name);
     if (!part) return std::nullopt;
     const bool again = std::exchange(known->missed, part) == part;
-    const bool in_order = known->learnt && *known->learnt + 1 == *part;
+    const bool in_order = known->next && *part >= *known->learnt && *part <= *known->learnt + kPartsAhead;
+    if (in_order) return Wanted{known->listing, *part, *known->next, true};
     if (known->learnt == part && now - known->when < young) return std::nullopt;  // it did not tell
-    if (!again && !in_order && known->learnt != part) return std::nullopt;
-    return Wanted{known->listing, *part, in_order};
+    if (!again && known->learnt != part) return std::nullopt;
+    const auto &[cookie, verifier, first, bytes] = known->listing->part(*part);
+    return Wanted{known->listing, *part, {cookie, verifier}, false};
 }
 
-void KnownListings::learnt(const FileHandle &directory, std::size_t part, TimePoint now) {
-    const auto known = find(directory);
+void KnownListings::learnt(const Wanted &wanted, bool told, const std::optional<DirectoryPosition> &next,
+                           TimePoint now) {
+    const auto known = find(wanted.listing->directory());
     if (known == listings_.end()) return;
-    known->learnt = part;
+    known->next = told ? next : std::nullopt;
     known->when = now;
+    known->learnt = wanted.part;
+    if (!told && wanted.in_order) known->learnt.reset();  // its part may still tell
 }
 
 }  // namespace nfstdm

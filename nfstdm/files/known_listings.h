@@ -27,14 +27,16 @@ class KnownListings {
 
     struct Wanted {
         std::shared_ptr<const ListingIndex> listing;
-        std::size_t part = 0;
-        bool in_order = false;  // the part before was learnt just before
+        std::size_t part = 0;  // that the name came with
+        DirectoryPosition from;
+        bool in_order = false;  // this follows what was learnt last
     };
-    // The part to ask for when a name is not known any more; nothing when the name is to be looked up by itself.
-    // young: how long what a part tells is good for.
+    // Where to ask for what a name came with, when it is not known any more; nothing when the name is to be looked up
+    // by itself. young: how long what an answer tells is good for.
     std::optional<Wanted> part_to_learn(const FileHandle &directory, std::string_view name, TimePoint now,
                                         EventLoop::Clock::duration young);
-    void learnt(const FileHandle &directory, std::size_t part, TimePoint now);
+    // told: whether the name was among what came; next: where to go on from then, unless that was the end.
+    void learnt(const Wanted &wanted, bool told, const std::optional<DirectoryPosition> &next, TimePoint now);
 
   private:
     static constexpr std::size_t kListingsMaximum = 64;
@@ -42,9 +44,10 @@ class KnownListings {
 
     struct Known {
         std::shared_ptr<const ListingIndex> listing;
-        std::optional<std::size_t> missed;  // the latest part that a name was missing of
-        std::optional<std::size_t> learnt;  // the latest part that was asked for again
-        TimePoint when;                     // that was
+        std::optional<std::size_t> missed;      // the latest part that a name was missing of
+        std::optional<std::size_t> learnt;      // the latest part that was asked for again
+        TimePoint when;                         // that was
+        std::optional<DirectoryPosition> next;  // behind what came then
     };
     using Listings = std::list<Known>;
 

@@ -16,16 +16,23 @@
 
 namespace nfstdm {
 
+// Where a directory is read on from.
+struct DirectoryPosition {
+    uint64_t cookie = 0;
+    uint64_t verifier = 0;
+};
+
 class ListingIndex {
   public:
-    // A part is what one reply brought, or several small ones.
+    // A part is a stretch of what one reply brought, or several small ones.
     struct Part {
         uint64_t cookie = 0;  // that it is asked for with
         uint64_t verifier = 0;
         uint64_t first = 0;       // the position of its first entry
         uint64_t name_bytes = 0;  // of the parts before
     };
-    static constexpr std::size_t kPartMinimum = 64;  // entries, but for the last one
+    static constexpr std::size_t kPartMinimum = 64;    // entries, but for the last one
+    static constexpr std::size_t kPartMaximum = 1000;  // about as many as come with their attributes in one reply
 
     explicit ListingIndex(const FileHandle &directory, const HashKey &key = process_hash_key())
         : directory_(directory), key_(key) {}

@@ -93,8 +93,7 @@ Result<FoundObject> MountedVolume::with_attributes(const FileHandle &handle) {
 }
 
 Result<FoundObject> MountedVolume::lookup(const FileHandle &directory, const std::string &name) {
-    auto known = cache_.find_name(directory, name);
-    if (!known.known && learn_part_of(directory, name)) known = cache_.find_name(directory, name);
+    const auto known = find_name(directory, name);
     if (known.handle) return with_attributes(*known.handle);  // which does not make what is known any younger
     if (known.known) return named({ENOENT, "LOOKUP " + name + ": no such file or directory"});
     auto reply = await<LookupReply>(loop_, [&](auto done) { volume_->lookup(directory, name, std::move(done)); });
@@ -279,38 +278,50 @@ void MountedVolume::learn_entry(const FileHandle &directory, const DirectoryEntr
 }
 
 DirectoryQuestionPointer MountedVolume::question_of(const KnownListings::Wanted &wanted) {
-    const auto &part = wanted.listing->part(wanted.part);
     const auto &directory = wanted.listing->directory();
     const auto ahead = std::exchange(next_part_, nullptr);
     const bool asked = ahead && next_part_changes_ == cache_.changes() && ahead->directory == directory &&
-                       ahead->cookie == part.cookie && ahead->verifier == part.verifier;
-    return asked ? ahead : ask_directory(directory, part.cookie, part.verifier);
+                       ahead->cookie == wanted.from.cookie && ahead->verifier == wanted.from.verifier;
+    return asked ? ahead : ask_directory(directory, wanted.from.cookie, wanted.from.verifier);
 }
 
-// While the entries of a part are used the server works on the next one.
-void MountedVolume::ask_ahead(const KnownListings::Wanted &wanted) {
-    if (!wanted.in_order || wanted.part + 1 >= wanted.listing->parts()) return;
-    const auto &part = wanted.listing->part(wanted.part + 1);
-    next_part_ = ask_directory(wanted.listing->directory(), part.cookie, part.verifier);
-    next_part_changes_ = cache_.changes();
-}
-
-// Asks again for the part of a listing that a name came with. False when there is none, or the server does not go on
+// Asks again for what came with a name. Nothing when there is no listing to go on from, or the server does not go on
 // from there any more.
-bool MountedVolume::learn_part_of(const FileHandle &directory, const std::string &name) {
-    if (!lists_attributes_) return false;
+std::optional<KnownListings::Wanted> MountedVolume::learn_part_of(const FileHandle &directory,
+                                                                  const std::string &name) {
     const auto wanted = listings_.part_to_learn(directory, name, now_(), ObjectCache::kLifetime);
-    if (!wanted) return false;
+    if (!wanted) return std::nullopt;
     const auto reply = answer(question_of(*wanted));
     if (!reply.ok()) {
         listings_.forget(directory);
-        return false;
+        return std::nullopt;
     }
-    listings_.learnt(directory, wanted->part, now_());
-    ask_ahead(*wanted);
-    for (const auto &entry : reply.value().entries)
+    const auto &entries = reply.value().entries;
+    std::optional<DirectoryPosition> next;
+    if (!reply.value().eof && !entries.empty()) next = {entries.back().cookie, reply.value().verifier};
+    // While the entries are used the server works on the next ones.
+    if (wanted->in_order && next) {
+        next_part_ = ask_directory(directory, next->cookie, next->verifier);
+        next_part_changes_ = cache_.changes();
+    }
+    bool told = false;
+    for (const auto &entry : entries) {
         learn_entry(directory, entry);
-    return true;
+        told = told || entry.name == name;
+    }
+    listings_.learnt(*wanted, told, next, now_());
+    return wanted;
+}
+
+// What follows the part that was learnt last need not hold the name; then its own part may.
+ObjectCache::Answer MountedVolume::find_name(const FileHandle &directory, const std::string &name) {
+    constexpr int kAttempts = 2;
+    auto known = cache_.find_name(directory, name);
+    for (int i = 0; i < kAttempts && !known.known && lists_attributes_; ++i) {
+        if (!learn_part_of(directory, name)) break;
+        known = cache_.find_name(directory, name);
+    }
+    return known;
 }
 
 void MountedVolume::forget_handles() {

@@ -108,9 +108,9 @@ class MountedVolume {
     Status confirm_made(const FileHandle &directory, const std::string &name, const std::optional<FoundObject> &known,
                         EventLoop::Clock::time_point since);
     Result<bool> is_empty(const FileHandle &directory);
-    bool learn_part_of(const FileHandle &directory, const std::string &name);
+    ObjectCache::Answer find_name(const FileHandle &directory, const std::string &name);
+    std::optional<KnownListings::Wanted> learn_part_of(const FileHandle &directory, const std::string &name);
     DirectoryQuestionPointer question_of(const KnownListings::Wanted &wanted);
-    void ask_ahead(const KnownListings::Wanted &wanted);
 
     EventLoop &loop_;
     const ServerConfig &server_;
@@ -123,7 +123,7 @@ class MountedVolume {
     EventLoop::Clock::time_point contact_again_;
     ObjectCache cache_;
     KnownListings listings_;
-    // The part of a listing that follows the one that was learnt last, and what the cache had forgotten until then.
+    // What follows in a listing that entries are learnt from in order, and what the cache had forgotten until then.
     DirectoryQuestionPointer next_part_;
     uint64_t next_part_changes_ = 0;
     ServerClock server_clock_;

@@ -382,7 +382,8 @@ Result<DirectoryReply> FakeVolume::list(uint64_t id, uint64_t cookie, bool plus)
     DirectoryReply answer;
     answer.verifier = 9;
     std::size_t at = cookie;
-    for (; at < all && answer.entries.size() < server_.entries_per_reply; ++at) {
+    const std::size_t most = server_.entries_per_reply * (plus ? 1 : server_.names_per_entry);
+    for (; at < all && answer.entries.size() < most; ++at) {
         answer.entries.push_back(entry_at(at));
         const auto sent = server_.cookie_overrides.find(at + 1);
         answer.entries.back().cookie = sent == server_.cookie_overrides.end() ? at + 1 : sent->second;

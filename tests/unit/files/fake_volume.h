@@ -91,6 +91,7 @@ class FakeServer {
     VolumeLimits limits{1 << 20, 1 << 20, 1, 1 << 20, 1 << 20, 1, 8192, UINT64_MAX};
     std::optional<FsInfoReply> root_info;  // told when it is attached
     std::size_t entries_per_reply = 100;
+    std::size_t names_per_entry = 1;  // as many come in a reply when they come alone
     bool has_readdirplus = true;
     bool lists_dots = true;
     std::vector<DirectoryEntry> extra_entries;      // appended to every directory
