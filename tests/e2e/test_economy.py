@@ -69,6 +69,29 @@ def test_a_small_file_among_many_goes_up_in_three_calls(counting, tmp_path):
     assert len(list((counting.folder / "copied").iterdir())) == FILES
 
 
+def test_a_small_file_that_was_listed_comes_down_in_one_call(counting, tmp_path):
+    many = counting.folder / "many"
+    many.mkdir()
+    for i in range(FILES):
+        (many / f"file{i}").write_bytes(os.urandom(4096))
+    (tmp_path / "down").mkdir()
+    assert counting.calls_of("cp", f"{MOUNT}/many/*", tmp_path / "down") <= FILES + FILES / 20 + ONCE
+    assert len(list((tmp_path / "down").iterdir())) == FILES
+
+
+# More than the cache holds, so that most entries are asked for when it has lost them.
+LONG = 2000 if SANITIZED else 40000
+
+
+@pytest.mark.parametrize("command", [("ls", "-l"), ("find",)], ids=" ".join)
+def test_a_listing_that_no_cache_holds_needs_one_call_for_a_hundred_entries(counting, command):
+    many = counting.folder / "many"
+    many.mkdir()
+    for i in range(LONG):
+        (many / f"entry{i}").touch()
+    assert counting.calls_of(*command, f"{MOUNT}/many") <= LONG / 100 + ONCE
+
+
 @pytest.mark.parametrize("words", [("rm", "-r", f"{MOUNT}/many"), ("rm", f"{MOUNT}/many/*")], ids=" ".join)
 def test_a_file_among_many_goes_away_in_one_call(counting, words):
     many = counting.folder / "many"
