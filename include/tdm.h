@@ -277,8 +277,8 @@ uint32_t tdm_fsstat(void *ctx, const char *path, TdmFsStat *stat, uint32_t *loca
  */
 
 /* Has the server copy count bytes (above 0) from one open file into another, without moving them to this host. *copied
- * is how many it has copied, at least one; whoever wants the rest asks again. What was copied is on stable storage. Fails
- * with 95 where the server does not copy between these files; then the caller reads and writes. */
+ * is how many it has copied, at least one; whoever wants the rest asks again. What was copied is on stable storage.
+ * Fails with 95 where the server does not copy between these files; then the caller reads and writes. */
 uint32_t tdm_copy(void *ctx, uint64_t source, uint64_t source_offset, uint64_t destination, uint64_t destination_offset,
                   uint64_t count, uint64_t *copied);
 

@@ -308,10 +308,11 @@ void Nfs3Volume::detach(DoneCompletion done) {
     }
     detaching_ = std::move(done);
     unmounter_ = server_->new_contact_client({mount3::kProgram, mount3::kVersion}, mount_port_);
-    mount3::unmount(*unmounter_, {this, mount_authenticator_, kUnmountLimit}, share_.export_path, [this](const Status &) {
-        const auto detached = std::exchange(detaching_, nullptr);
-        detached({});
-    });
+    mount3::unmount(*unmounter_, {this, mount_authenticator_, kUnmountLimit}, share_.export_path,
+                    [this](const Status &) {
+                        const auto detached = std::exchange(detaching_, nullptr);
+                        detached({});
+                    });
 }
 
 bool Nfs3Volume::busy() const {

@@ -35,12 +35,12 @@ TEST_F(TcpTransportTest, SendsThePiecesInTheirOrder) {
     ASSERT_TRUE(sent.ok());
     EXPECT_EQ(sent.value(), 7U);
     std::array<char, 16> got{};
-    EXPECT_EQ(read(peer_.get(), got.data(), got.size()), 7);
+    EXPECT_EQ(::read(peer_.get(), got.data(), got.size()), 7);
     EXPECT_STREQ(got.data(), "one two");
 }
 
 TEST_F(TcpTransportTest, FillsThePlacesInTheirOrder) {
-    ASSERT_EQ(write(peer_.get(), "abcde", 5), 5);
+    ASSERT_EQ(::write(peer_.get(), "abcde", 5), 5);
     std::array<char, 3> first{};
     std::array<char, 8> second{};
     const std::array<iovec, 2> places{iovec{first.data(), first.size()}, iovec{second.data(), second.size()}};
