@@ -289,7 +289,7 @@ DirectoryQuestionPointer MountedVolume::question_of(const KnownListings::Wanted 
 // from there any more.
 std::optional<KnownListings::Wanted> MountedVolume::learn_part_of(const FileHandle &directory,
                                                                   const std::string &name) {
-    const auto wanted = listings_.part_to_learn(directory, name, now_(), ObjectCache::kLifetime);
+    auto wanted = listings_.part_to_learn(directory, name, now_(), ObjectCache::kLifetime);
     if (!wanted) return std::nullopt;
     const auto reply = answer(question_of(*wanted));
     if (!reply.ok()) {

@@ -93,7 +93,7 @@ def key_entry(key):
 def loopnfsd_help(home):
     """The summary of loopnfsd in its parts: options, faults, commands of the control."""
     done = subprocess.run([home / "bin" / "loopnfsd", "--help"], capture_output=True, text=True, check=True)
-    return re.match(r"(.*?)^Faults (.*?)^Commands of the control: (.*?) Each is answered", done.stdout, re.DOTALL | re.MULTILINE).groups()
+    return re.match(r"(.*?)^Faults (.*?)^Commands of the control: (.*?)\sEach is answered", done.stdout, re.DOTALL | re.MULTILINE).groups()
 
 
 def interface():
@@ -179,7 +179,7 @@ def test_every_command_of_loopnfsds_control_has_an_entry(installed_home):
 
 def test_every_function_has_a_synopsis():
     declared = set(re.findall(r"^uint32_t (tdm_\w+)\(", interface(), re.MULTILINE))
-    assert len(declared) == 22
+    assert len(declared) == 24
     assert declared == set(re.findall(r"^\.F[no] (tdm_\w+)(?= \"|$)", source("man/tdm.3"), re.MULTILINE))
 
 

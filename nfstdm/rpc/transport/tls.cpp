@@ -152,6 +152,12 @@ std::size_t TlsTransport::unacknowledged() const {
     return held + tcp_.unacknowledged();
 }
 
+// The session knows the descriptor, so it goes first.
+void TlsTransport::close_behind() {
+    session_.reset();
+    tcp_.close_behind();
+}
+
 bool TlsTransport::holds_received() const {
     return session_ != nullptr && context_->functions()->holds_received(session_.get()) != 0;
 }

@@ -63,6 +63,7 @@ class TlsTransport final : public Transport {
     Result<std::size_t> receive(std::span<const iovec> places) override;
     Result<std::size_t> send(std::span<const iovec> pieces) override;
     std::size_t unacknowledged() const override;
+    void close_behind() override;
     bool holds_received() const override;
     bool holds_unsent() const override;
     std::string remark() const override;
