@@ -12,8 +12,12 @@ TOOLS = ("unshare", "nsenter", "ip", "mount")
 
 
 def die_with_parent():
-    """Run in a child before exec: it is killed when the tests are, however they end."""
+    """Run in a child before exec: it is killed when the tests are, however they end.
+
+    And it gets signals as from a terminal, though who started the tests in the background had some of them ignored."""
     PR_SET_PDEATHSIG = 1
+    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM):
+        signal.signal(number, signal.SIG_DFL)
     ctypes.CDLL(None).prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
 
 

@@ -5,6 +5,7 @@ import dataclasses
 import pexpect
 import pyte
 
+import namespace
 from client import HANG
 
 
@@ -41,6 +42,7 @@ class Terminal:
             dimensions=(self.ROWS, self.columns),
             encoding="utf-8",
             timeout=HANG,
+            preexec_fn=namespace.die_with_parent,
         )
 
     def finish(self, process, before=""):

@@ -39,7 +39,7 @@ def test_every_message_it_names_exists():
         ("silent", "^no answer"),
         ("status=*:ACCES:*", "^MNT of /export"),
         ("status=GETATTR:ACCES:*", "^permission denied"),
-        ("rpc-error=*:AUTH_ERROR:*", "refuses the identity"),
+        ("rpc-error=*:AUTH_ERROR:*", "^the server refuses the identity"),
         ("status=GETATTR:STALE:*", "stale handle"),
     ],
 )

@@ -73,6 +73,8 @@ def sent(what, direction):
     return f"(nfs.procedure_v3 == {procedure} || nfs.opcode == {operation}) && rpc.msgtyp == {direction}"
 
 
+# What goes by TLS is looked at in test_tls.py.
+@pytest.mark.kinds("loopnfsd", "ganesha", "ganesha4", "loopnfsd4")
 def test_a_session_holds_no_malformed_packet(server, place, capture, tmp_path):
     source, back = make_file(tmp_path / "source", SIZE), tmp_path / "back"
     server.ok("cp", source, place / "f")
