@@ -51,6 +51,7 @@ class ServerBuilder {
     Tslnfstab finish();
 
   private:
+    std::string *text_of(Key key);
     void take_value(Key key, const Setting &setting);
     void remark_unknown(const Setting &setting);
     void take_stray_word(const Setting &setting);
@@ -134,7 +135,33 @@ void ServerBuilder::take(const Setting &setting, bool leads_to_server) {
     take_value(row->key, setting);
 }
 
+// Where the value of a key stands that is taken as it is written; null of the others.
+std::string *ServerBuilder::text_of(Key key) {
+    switch (key) {
+        case Key::version:
+            return &current_.version;
+        case Key::security_default:
+            return &current_.security_default;
+        case Key::principal_host:
+            return &current_.principal_host;
+        case Key::transport_security:
+            return &current_.transport_security;
+        case Key::tls_ca:
+            return &current_.tls_ca;
+        case Key::tls_certificate:
+            return &current_.tls_certificate;
+        case Key::tls_key:
+            return &current_.tls_key;
+        default:
+            return nullptr;
+    }
+}
+
 void ServerBuilder::take_value(Key key, const Setting &setting) {
+    if (std::string *text = text_of(key); text != nullptr) {
+        *text = setting.value;
+        return;
+    }
     switch (key) {
         case Key::server:
             return take_server(setting);
@@ -150,19 +177,10 @@ void ServerBuilder::take_value(Key key, const Setting &setting) {
             return take_mount(setting);
         case Key::security:
             return take_security(setting);
-        case Key::security_default:
-            current_.security_default = setting.value;
-            return;
-        case Key::principal_host:
-            current_.principal_host = setting.value;
-            return;
         case Key::uid:
             return take_number(setting, current_.uid);
         case Key::gid:
             return take_number(setting, current_.gid);
-        case Key::version:
-            current_.version = setting.value;
-            return;
         case Key::mnt_timeout:
             return take_number(setting, current_.contact_timeout_seconds);
         case Key::io_timeout:
@@ -173,21 +191,8 @@ void ServerBuilder::take_value(Key key, const Setting &setting) {
             return take_number(setting, current_.mount_port);
         case Key::nfsport:
             return take_number(setting, current_.nfs_port);
-        case Key::transport_security:
-            current_.transport_security = setting.value;
-            return;
-        case Key::tls_ca:
-            current_.tls_ca = setting.value;
-            return;
-        case Key::tls_certificate:
-            current_.tls_certificate = setting.value;
-            return;
-        case Key::tls_key:
-            current_.tls_key = setting.value;
-            return;
-        case Key::community:
-        case Key::management:
-            return;  // read for the sake of others
+        default:
+            break;  // read for the sake of others
     }
 }
 

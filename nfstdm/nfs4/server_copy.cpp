@@ -35,11 +35,7 @@ Status not_offered() {
 }  // namespace
 
 ServerCopy::ServerCopy(File source, File destination, const CopyRange &range, Means means, Completion<CopyReply> done)
-    : source_(std::move(source)),
-      destination_(std::move(destination)),
-      range_(range),
-      means_(std::move(means)),
-      done_(std::move(done)) {}
+    : source_(source), destination_(destination), range_(range), means_(std::move(means)), done_(std::move(done)) {}
 
 void ServerCopy::begin() {
     open_files();

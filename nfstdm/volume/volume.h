@@ -230,13 +230,15 @@ class Volume {
     // Copies between two files of the same server without moving the bytes to here and back. source is the volume that
     // from lies on. Fails with ENOTSUP where that cannot be had; the caller then reads and writes.
     virtual void copy(Volume & /*source*/, const FileHandle & /*from*/, const FileHandle & /*to*/,
-                      const CopyRange & /*range*/, Completion<CopyReply> done) {
+                      const CopyRange & /*range*/,
+                      Completion<CopyReply> done) {  // NOLINT(performance-unnecessary-value-param): overrides keep it
         done(Status{ENOTSUP, "the protocol has no copy"});
     }
     // Whether extent() can be asked.
     virtual bool tells_holes() const { return false; }
     // The next bytes at or behind an offset that are no hole; an empty extent when there are none.
-    virtual void extent(const FileHandle & /*file*/, uint64_t /*offset*/, Completion<Extent> done) {
+    virtual void extent(const FileHandle & /*file*/, uint64_t /*offset*/,
+                        Completion<Extent> done) {  // NOLINT(performance-unnecessary-value-param): overrides keep it
         done(Status{ENOTSUP, "the protocol does not tell holes"});
     }
 
