@@ -54,7 +54,7 @@ std::string module_path() {
 Result<const nfstdm_tls_functions *> load(const std::string &path) {
     static std::map<std::string, const nfstdm_tls_functions *> loaded;
     if (const auto found = loaded.find(path); found != loaded.end()) return found->second;
-    const auto functions = load_once(path);
+    auto functions = load_once(path);
     if (functions.ok()) loaded.emplace(path, functions.value());
     return functions;
 }

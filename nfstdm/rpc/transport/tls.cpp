@@ -52,6 +52,7 @@ Result<TlsContext::Session> TlsContext::new_session(int socket, const std::strin
                                                     const std::vector<std::string> &names) {
     if (Status status = open(); !status.ok()) return status;
     std::vector<const char *> list;
+    list.reserve(names.size() + 1);
     for (const std::string &name : names)
         list.push_back(name.c_str());
     list.push_back(nullptr);
