@@ -75,11 +75,13 @@ LineConditions Connection::conditions() const {
 }
 
 void Connection::ready(short events) {
+    const auto is_over = [&] {
+        if ((events & POLLOUT) != 0 && stream_.waits_for() != 0) return !stream_.go_on();
+        return (events & (POLLERR | POLLHUP)) != 0;
+    };
     if ((events & POLLIN) != 0)
         receive();
-    else if ((events & POLLOUT) != 0 && stream_.waits_for() != 0 && !stream_.go_on())
-        return close();
-    else if ((events & (POLLERR | POLLHUP)) != 0)
+    else if (is_over())
         return close();
     pump();
 }
