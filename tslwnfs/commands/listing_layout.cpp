@@ -93,6 +93,10 @@ Details details_of(const TdmAttributes &attributes) {
     return {attributes.size, time, mode, 0, attributes.uid, attributes.gid, false};
 }
 
+Details details_of(const AttrResult &attributes) {
+    return attributes.is_local != 0 ? details_of(*attributes.local) : details_of(*attributes.remote);
+}
+
 // Returns false when some entry could not be asked about.
 bool collect_entries(const PathBuffer &path, Listed listed, Entries &entries) {
     bool complete = true;
@@ -109,9 +113,7 @@ bool collect_entries(const PathBuffer &path, Listed listed, Entries &entries) {
         }
         if (DIR_SHOWDOT == 0 && name.starts_with('.')) continue;
         entries.places.push_back(static_cast<uint32_t>(i));
-        if (detailed)
-            entries.details.push_back(attributes.is_local != 0 ? details_of(*attributes.local)
-                                                               : details_of(*attributes.remote));
+        if (detailed) entries.details.push_back(details_of(attributes));
     }
     if (option(kListReverse)) {
         std::reverse(entries.places.begin(), entries.places.end());
