@@ -73,8 +73,8 @@ Result<rpc::Identity> identity_of(const ServerConfig &config) {
 }
 
 std::string host_of(const std::string &name) {
-    auto parsed = rpc::parse_host_port(name);
-    return parsed.ok() ? std::move(parsed.value().host) : name;
+    const auto parsed = rpc::parse_host_port(name);
+    return parsed.ok() ? parsed.value().host : name;
 }
 
 // The host in the name of the server's Kerberos service.
