@@ -108,6 +108,13 @@ std::string named_server(std::string_view name) {
     return std::string(kServer).append(name);
 }
 
+std::string_view server_in(std::string_view reason) {
+    const std::size_t words = reason.find(kServer);
+    if (words == std::string_view::npos) return {};
+    reason.remove_prefix(words + kServer.size());
+    return reason.substr(0, reason.find(':'));
+}
+
 std::string named_security(std::string_view flavour) {
     return std::string(kSecurity).append(flavour);
 }

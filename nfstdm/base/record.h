@@ -54,6 +54,8 @@ Concern concern_of(std::string_view reason);
 // not offer it with.
 inline constexpr char kMountCall[] = "MNT";
 std::string named_server(std::string_view name);
+// The server that a reason names; empty when it names none.
+std::string_view server_in(std::string_view reason);
 std::string named_security(std::string_view flavour);
 
 }  // namespace nfstdm

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Numbers of NFS version 4, minor versions 1 and 2 (RFC 5662, RFC 7863), as far as this client uses them.
+// Numbers of NFS version 4, minor versions 1 and 2 (RFC 5662, RFC 7863), as far as the client or the loopback server
+// use them.
 #pragma once
 
 #include <array>
@@ -21,20 +22,27 @@ constexpr std::size_t kOpaqueMaximum = 1024;  // NFS4_OPAQUE_LIMIT: owners, serv
 using SessionId = std::array<std::byte, kSessionIdSize>;
 
 enum class Op : uint32_t {
+    access = 3,
     close = 4,
     commit = 5,
     create = 6,
     getattr = 9,
     getfh = 10,
+    link = 11,
     lookup = 15,
+    lookupp = 16,
     nverify = 17,
     open = 18,
+    open_downgrade = 21,
     putfh = 22,
+    putpubfh = 23,
     putrootfh = 24,
     read = 25,
     readdir = 26,
     readlink = 27,
     remove = 28,
+    rename = 29,
+    restorefh = 31,
     savefh = 32,
     secinfo = 33,
     setattr = 34,
@@ -44,15 +52,17 @@ enum class Op : uint32_t {
     exchange_id = 42,
     create_session = 43,
     destroy_session = 44,
+    free_stateid = 45,
     secinfo_no_name = 52,
     sequence = 53,
+    test_stateid = 55,
     destroy_clientid = 57,
     reclaim_complete = 58,
-    // Of minor version 2.
     copy = 60,
     offload_status = 67,
     seek = 69,
     clone = 71,
+    illegal = 10044,
 };
 
 // nfsstat4, RFC 8881 section 15.1 and RFC 7862 section 11.1.
@@ -109,6 +119,7 @@ enum class NfsStatus : uint32_t {
     reclaim_bad = 10034,
     reclaim_conflict = 10035,
     badxdr = 10036,
+    locks_held = 10037,
     openmode = 10038,
     badowner = 10039,
     badchar = 10040,

@@ -68,7 +68,7 @@ STACKS = [
     (
         "tools/loopnfsd/base tools/loopnfsd/faults tools/loopnfsd/store tools/loopnfsd/wire tools/loopnfsd/files"
         " tools/loopnfsd/nfs tools/loopnfsd/nfs4 tools/loopnfsd",
-        "nfstdm/base nfstdm/tls nfstdm/xdr nfstdm/rpc/message nfstdm/portmap nfstdm/remote nfstdm/nfs3",
+        "nfstdm/base nfstdm/tls nfstdm/xdr nfstdm/rpc/message nfstdm/portmap nfstdm/remote nfstdm/nfs3 nfstdm/nfs4",
     ),
 ]
 INCLUDE = re.compile(r'^#include "([^"]+)"', re.MULTILINE)

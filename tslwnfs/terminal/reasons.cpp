@@ -50,11 +50,8 @@ Reason system_reason(std::string_view what, int error) {
 
 // The question that the server of a reason answers, by the name that tslnfstab has for it.
 std::string showmount(const Reason &reason) {
-    constexpr std::string_view kServer = "server ";
-    const std::size_t server = reason.text.find(kServer);
-    const std::size_t begin = server == std::string::npos ? reason.text.size() : server + kServer.size();
-    const std::string name = reason.text.substr(begin, reason.text.find(':', begin) - begin);
-    return "tslwnfs showmount -e " + (name.empty() ? "SERVER" : name);
+    const std::string_view server = nfstdm::server_in(reason.text);
+    return "tslwnfs showmount -e " + std::string(server.empty() ? "SERVER" : server);
 }
 
 // What to try.

@@ -3,6 +3,8 @@
 
 #include <sys/sysmacros.h>
 
+#include "tools/loopnfsd/files/file_type.h"
+
 namespace loopnfsd {
 
 namespace {
@@ -12,26 +14,6 @@ using nfstdm::xdr::Reader;
 using nfstdm::xdr::Writer;
 
 constexpr uint64_t kBlock = 512;  // unit of stx_blocks
-
-// ftype3
-uint32_t type_of(uint32_t mode) {
-    switch (mode & S_IFMT) {
-        case S_IFDIR:
-            return 2;
-        case S_IFBLK:
-            return 3;
-        case S_IFCHR:
-            return 4;
-        case S_IFLNK:
-            return 5;
-        case S_IFSOCK:
-            return 6;
-        case S_IFIFO:
-            return 7;
-        default:
-            return 1;
-    }
-}
 
 void put_time(Writer &out, const statx_timestamp &time) {
     out.put_u32(static_cast<uint32_t>(time.tv_sec));

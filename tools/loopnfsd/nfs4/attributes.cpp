@@ -9,6 +9,7 @@
 #include <string>
 
 #include "tools/loopnfsd/base/text.h"
+#include "tools/loopnfsd/files/file_type.h"
 
 namespace loopnfsd::nfs4 {
 
@@ -33,26 +34,6 @@ constexpr unsigned kOwnerGroup = 37;
 constexpr unsigned kAccessSet = 48;
 constexpr unsigned kModifySet = 54;
 constexpr unsigned kSettableWhenExclusive = 75;
-
-// nfs_ftype4
-uint32_t type_of(uint32_t mode) {
-    switch (mode & S_IFMT) {
-        case S_IFDIR:
-            return 2;
-        case S_IFBLK:
-            return 3;
-        case S_IFCHR:
-            return 4;
-        case S_IFLNK:
-            return 5;
-        case S_IFSOCK:
-            return 6;
-        case S_IFIFO:
-            return 7;
-        default:
-            return 1;
-    }
-}
 
 void put_time(Writer &out, const statx_timestamp &time) {
     out.put_u64(static_cast<uint64_t>(time.tv_sec));
