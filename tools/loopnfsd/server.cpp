@@ -154,18 +154,27 @@ std::string Server::caller() const {
     return text;
 }
 
+std::string Server::clear_command(std::string_view name) {
+    if (!faults_.clear(name)) return "error: there is no fault \"" + std::string(name) + "\"";
+    wake_connections();
+    return "ok";
+}
+
 std::string Server::command(std::string_view line) {
     line = trim(line);
     const auto space = line.find(' ');
     const std::string_view verb = line.substr(0, space);
     const std::string_view rest = space == std::string_view::npos ? std::string_view{} : trim(line.substr(space));
     if (verb == "fault" && !rest.empty()) return fault_command(rest);
-    if (verb == "clear") {
-        if (!faults_.clear(rest)) return "error: there is no fault \"" + std::string(rest) + "\"";
-        wake_connections();
-        return "ok";
-    }
+    if (verb == "clear") return clear_command(rest);
     if (!rest.empty()) return "error: \"" + std::string(line) + "\" is no command";
+    if (auto answer = plain_command(verb); !answer.empty()) return answer;
+    if (options_.version4)
+        if (auto answer = version4_command(verb); !answer.empty()) return answer;
+    return fault_command(verb);
+}
+
+std::string Server::plain_command(std::string_view verb) {
     if (verb == "ping") return "ok";
     if (verb == "stats") return statistics_.line(faults_);
     if (verb == "caller") return caller();
@@ -173,16 +182,13 @@ std::string Server::command(std::string_view line) {
     if (verb == "reset-stats") {
         statistics_.reset();
         faults_.reset_counters();
-        return "ok";
-    }
-    if (verb == "cut") {
+    } else if (verb == "cut") {
         for (auto &connection : connections_)
             if (connection) connection->cut();
-        return "ok";
+    } else {
+        return {};
     }
-    if (options_.version4)
-        if (auto answer = version4_command(verb); !answer.empty()) return answer;
-    return fault_command(verb);
+    return "ok";
 }
 
 std::string Server::version4_command(std::string_view verb) {

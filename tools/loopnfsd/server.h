@@ -58,6 +58,8 @@ class Server {
     void add_fault(const Fault &fault);
     void wake_connections();
     std::string fault_command(std::string_view spec);
+    std::string clear_command(std::string_view name);
+    std::string plain_command(std::string_view verb);     // empty: none
     std::string version4_command(std::string_view verb);  // empty: none
     std::string caller() const;
 
