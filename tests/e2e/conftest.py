@@ -20,28 +20,18 @@ def pytest_addoption(parser):
 
 
 def pytest_configure(config):
-    config.addinivalue_line("markers", "slow: takes over five seconds, or repeats a hundred times (in whole runs only)")
-    config.addinivalue_line("markers", "large: slow, and moves gigabytes (not under the sanitizers, which slow every byte)")
+    config.addinivalue_line("markers", "slow: over five seconds, or a hundred repetitions (whole runs, no sanitizers)")
     config.addinivalue_line("markers", "kinds(names): is about these kinds of servers")
     config.addinivalue_line("markers", "plain: links the library to a program that has no sanitizer's runtime")
-
-
-# First: the option -m selects in the same hook.
-@pytest.hookimpl(tryfirst=True)
-def pytest_collection_modifyitems(items):
-    for item in items:
-        if item.get_closest_marker("large"):
-            item.add_marker(pytest.mark.slow)
 
 
 def pytest_generate_tests(metafunc):
     if "server" in metafunc.fixturenames:
         # The names of the table themselves: pytest keeps a server running for the tests that name the same object.
         wanted = metafunc.config.getoption("servers").split(",")
-        only = metafunc.definition.get_closest_marker("kinds")
-        chosen = [name for name in servers.KINDS if name in wanted and (only is None or name in only.args)]
-        marks = {name: [pytest.mark.slow] for name in servers.IN_WHOLE_RUNS}
-        params = [pytest.param(name, marks=marks.get(name, [])) for name in chosen]
+        about = metafunc.definition.get_closest_marker("kinds")
+        meant = about.args if about else servers.USUAL
+        params = [name for name in servers.KINDS if name in wanted and name in meant]
         metafunc.parametrize("server", params, indirect=True, scope="session")
 
 

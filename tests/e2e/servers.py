@@ -96,29 +96,29 @@ class Loopnfsd(Server):
         self.daemon.close()
 
 
-class LoopnfsdByTls(Loopnfsd):
-    """loopnfsd that is used by TLS."""
-
-    name = "tls"
-
-    def __init__(self, home, place):
-        authority = certificates.Authority(pathlib.Path(home).parent / "authority")
-        signed = authority.sign("server")
-        self.words = ("--tls", signed.certificate, signed.key)
-        self.settings = {"transport_security": "tls", "tls_ca": authority.certificate}
-        super().__init__(home, place)
-
-    @staticmethod
-    def why_impossible():
-        return None if shutil.which("openssl") else "openssl is not installed"
-
-
 class Loopnfsd4(Loopnfsd):
     """loopnfsd as a server that speaks NFSv4 only."""
 
     name = "loopnfsd4"
     words = ("--versions", "4")
     settings = {"version": "nfsv4.1"}
+
+
+class Loopnfsd4ByTls(Loopnfsd4):
+    """loopnfsd as a server that speaks NFSv4 only and is used by TLS."""
+
+    name = "tls4"
+
+    def __init__(self, home, place):
+        authority = certificates.Authority(pathlib.Path(home).parent / "authority")
+        signed = authority.sign("server")
+        self.words = (*self.words, "--tls", signed.certificate, signed.key)
+        self.settings = {**self.settings, "transport_security": "tls", "tls_ca": authority.certificate}
+        super().__init__(home, place)
+
+    @staticmethod
+    def why_impossible():
+        return None if shutil.which("openssl") else "openssl is not installed"
 
 
 class LoopnfsdProcess:
@@ -357,10 +357,10 @@ class Ganesha4(Ganesha):
 
 KINDS = {
     "loopnfsd": Loopnfsd,
-    "tls": LoopnfsdByTls,
     "ganesha": Ganesha,
     "ganesha4": Ganesha4,
+    "tls4": Loopnfsd4ByTls,
     "loopnfsd4": Loopnfsd4,
 }
-# What they show is mostly shown by the others too: only in whole runs.
-IN_WHOLE_RUNS = ("tls", "loopnfsd4")
+# For the tests that do not say which kinds they are about.
+USUAL = ("loopnfsd", "ganesha", "ganesha4", "tls4")

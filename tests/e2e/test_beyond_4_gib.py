@@ -1,6 +1,6 @@
 """Sizes beyond 4 GiB, which 32 bits do not hold: the commands on a sparse file of 5 GiB.
 
-The file is a hole with marks where a wrapped offset would show. Transfers of the whole file are marked `large`.
+The file is a hole with marks where a wrapped offset would show. Transfers of the whole file are marked `slow`.
 """
 
 import subprocess
@@ -43,7 +43,7 @@ def source(tmp_path):
     path.unlink(missing_ok=True)
 
 
-@pytest.mark.large
+@pytest.mark.slow
 def test_a_copy_goes_up_and_a_move_brings_it_down(server, place, source, tmp_path):
     server.ok("copy", source, place / "f")
     assert is_same(place.files / "f", source)
@@ -53,7 +53,7 @@ def test_a_copy_goes_up_and_a_move_brings_it_down(server, place, source, tmp_pat
     (tmp_path / "down").unlink()
 
 
-@pytest.mark.large
+@pytest.mark.slow
 def test_cat_prints_every_byte(server, place, big):
     expected = banner("CAT", big) + not_a_directory(big)
     command = [*server.client.enter, server.client.home / "bin" / "tslwnfs", "cat", big]

@@ -153,7 +153,7 @@ def test_a_reply_of_random_bytes_now_and_then(hostile, seed):
     assert server.fired() > 0
 
 
-@pytest.mark.parametrize("fault", [pytest.param("endless-readdir", marks=pytest.mark.large), "cookie-loop"])
+@pytest.mark.parametrize("fault", [pytest.param("endless-readdir", marks=pytest.mark.slow), "cookie-loop"])
 def test_a_directory_that_cannot_be_believed_is_an_error(hostile, fault):
     server = hostile(fault)
     run = server.run("ls", f"{MOUNT}/d")
