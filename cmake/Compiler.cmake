@@ -9,9 +9,11 @@ include_directories(${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     add_compile_options(-Wreserved-identifier)
 endif()
+if(TSLWNFS_ASSERTIONS OR TSLWNFS_SANITIZE)
+    add_compile_options(-UNDEBUG)
+endif()
 if(TSLWNFS_SANITIZE)
-    # Assertions count as findings.
-    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -UNDEBUG)
+    add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=address,undefined)
 else()
     # What ships needs the C library only, so that the storage library can be loaded into any process.

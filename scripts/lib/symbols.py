@@ -1,7 +1,7 @@
-"""Checks what the installed program and library need and offer.
+"""Checks what the installed program and library of a preset need and offer.
 
 The two meet in the tdm_ operations alone, so that either can be replaced by another build of the same shape; what ships
-needs the C library and nothing else.
+needs the C library and nothing else. What the tests run has its assertions besides.
 """
 
 import pathlib
@@ -55,6 +55,8 @@ def problems(home):
         yield "tslwnfs imports no storage operation"
     for name in sorted(wanted - offered):
         yield f"libnfstdm.so lacks {name}"
+    if not any(name.startswith("__assert_fail") for name in symbols(library, "--undefined-only")):
+        yield "libnfstdm.so was built without assertions, so the end-to-end tests would not see one fail"
 
 
 def main():
