@@ -166,14 +166,17 @@ void MountedVolume::learn(const FileHandle &directory, const std::optional<Attri
     learn(directory, change.after);
 }
 
-Result<FoundObject> MountedVolume::create(const FileHandle &directory, const std::string &name,
-                                          const SetAttributes &set) {
+Result<MadeFile> MountedVolume::create(const FileHandle &directory, const std::string &name, const SetAttributes &set) {
     const auto known = forget(directory, name);
-    auto reply = await<CreateReply>(loop_, [&](auto done) { volume_->create(directory, name, set, std::move(done)); });
-    if (!reply.ok()) return reply.status();
-    learn(directory, known, reply.value().directory);
-    if (reply.value().handle) cache_.forget_attributes(*reply.value().handle);
-    return found(directory, name, reply.value().handle, reply.value().attributes);
+    auto created =
+        await<CreatedFile>(loop_, [&](auto done) { volume_->create(directory, name, set, std::move(done)); });
+    if (!created.ok()) return created.status();
+    const CreateReply &reply = created.value().reply;
+    learn(directory, known, reply.directory);
+    if (reply.handle) cache_.forget_attributes(*reply.handle);
+    const auto object = found(directory, name, reply.handle, reply.attributes);
+    if (!object.ok()) return object.status();
+    return MadeFile{object.value(), std::move(created.value().file)};
 }
 
 Status MountedVolume::make_directory(const FileHandle &directory, const std::string &name, uint32_t mode,

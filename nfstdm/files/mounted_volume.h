@@ -27,6 +27,12 @@ struct FoundObject {
     Attributes attributes;
 };
 
+// A file that was made, and as which it is open already, if it is.
+struct MadeFile {
+    FoundObject object;
+    std::unique_ptr<VolumeFile> file;
+};
+
 // A part of a directory's listing that was asked for. The answer comes to it whether somebody still waits or not.
 struct DirectoryQuestion {
     FileHandle directory;
@@ -63,7 +69,7 @@ class MountedVolume {
     Result<Attributes> attributes(const FileHandle &object);
     Result<std::string> read_link(const FileHandle &link);
     Status set_attributes(const FileHandle &object, const SetAttributes &set);
-    Result<FoundObject> create(const FileHandle &directory, const std::string &name, const SetAttributes &set);
+    Result<MadeFile> create(const FileHandle &directory, const std::string &name, const SetAttributes &set);
     // known: what had the name before, as far as is known.
     Status make_directory(const FileHandle &directory, const std::string &name, uint32_t mode,
                           const std::optional<FoundObject> &known = std::nullopt);

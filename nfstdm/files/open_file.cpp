@@ -34,7 +34,6 @@ OpenFile::OpenFile(const Place &place, FileResources &resources)
 
 OpenFile::~OpenFile() {
     unlist();
-    mount_.volume().release(handle());
 }
 
 OpenFile::Windows::Windows(const OpenFile &file, FileResources &resources)
@@ -121,19 +120,18 @@ Status OpenFile::look_up_again() {
 
 // A file that takes up as much as it is long has no holes that anyone need ask for.
 Result<Extent> OpenFile::extent(uint64_t offset) {
-    Volume &volume = mount_.volume();
-    if (!volume.tells_holes()) return Status{ENOTSUP, path() + ": where it has holes is not known"};
+    if (!mount_.volume().tells_holes()) return Status{ENOTSUP, path() + ": where it has holes is not known"};
     if (Status failure = flush(); !failure.ok()) return failure;
     const auto attributes = mount_.attributes(handle());
     if (!attributes.ok()) return named(attributes.status());
     const uint64_t size = known_size_;
     if (offset >= size) return Extent{size, size};
     if (attributes.value().used >= size) return Extent{offset, size};
-    const auto found =
-        await<Extent>(mount_.loop(), [&](auto done) { volume.extent(handle(), offset, std::move(done)); });
+    VolumeFile &file = windows().read.file();
+    const auto found = await<Extent>(mount_.loop(), [&](auto done) { file.extent(offset, std::move(done)); });
     if (!found.ok()) return named(found.status());
     const Extent extent{std::min(found.value().begin, size), std::min(found.value().end, size)};
-    windows().read.go_on_at(extent.begin, extent.end);
+    windows_->read.go_on_at(extent.begin, extent.end);
     return extent;
 }
 
@@ -207,10 +205,11 @@ Result<uint64_t> OpenFile::copy_from(OpenFile &source, const CopyRange &range) {
     if (Status failure = source.flush(); !failure.ok()) return failure;
     if (Status failure = flush(); !failure.ok()) return failure;
     forget_read_ahead();
-    if (windows_) windows_->write.forget_size_shown();
-    const auto copied = await<CopyReply>(mount_.loop(), [&](auto done) {
-        mount_.volume().copy(source.mount_.volume(), source.handle(), handle(), range, std::move(done));
-    });
+    WriteBehind &window = windows().write;
+    window.forget_size_shown();
+    VolumeFile &from = source.windows().read.file();
+    const auto copied =
+        await<CopyReply>(mount_.loop(), [&](auto done) { window.file().copy_from(from, range, std::move(done)); });
     mount_.cache().forget_attributes(handle());
     if (!copied.ok()) return named(copied.status());
     set_known_size(std::max(known_size_, range.destination_offset + copied.value().count));
@@ -220,17 +219,22 @@ Result<uint64_t> OpenFile::copy_from(OpenFile &source, const CopyRange &range) {
 Status OpenFile::resize(uint64_t size) {
     if (Status failure = flush(); !failure.ok()) return failure;
     forget_read_ahead();
-    if (windows_ && windows_->write.size_shown() == size) {
+    WriteBehind &window = windows().write;
+    if (window.size_shown() == size) {
         set_known_size(size);
         return {};
     }
-    if (windows_) windows_->write.forget_size_shown();
-    SetAttributes set;
-    set.size = size;
-    Status status = mount_.set_attributes(handle(), set);
-    if (status.is(Condition::stale) && look_up_again().ok()) status = mount_.set_attributes(handle(), set);
+    window.forget_size_shown();
+    Status status = set_size(size);
+    if (status.is(Condition::stale) && look_up_again().ok()) status = set_size(size);
     if (status.ok()) set_known_size(size);
     return named(status);
+}
+
+Status OpenFile::set_size(uint64_t size) {
+    VolumeFile &file = windows().write.file();
+    mount_.cache().forget_attributes(handle());
+    return await_done(mount_.loop(), [&](auto done) { file.resize(size, std::move(done)); });
 }
 
 }  // namespace nfstdm

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// One open file and its two windows, which are made on first use: many a file is opened only to be asked about or
-// removed. Reads are asynchronous; everything else waits.
+// One file that is identified, and its two windows, which are made on first use and hold it open on its server: many a
+// file is identified only to be asked about or removed. Reads are asynchronous; everything else waits.
 #pragma once
 
 #include <cstdint>
@@ -50,6 +50,11 @@ class OpenFile {
     MountedVolume &mount() const { return mount_; }
     FileHandle handle() const;
 
+    // The file was just made, and may be open to be written already.
+    void take_over(std::unique_ptr<VolumeFile> file) {
+        if (file) windows().write.take_over(std::move(file));
+    }
+
     // Fills the buffer, with zeros beyond the end of the file. done is called exactly once, at once when the bytes are
     // there. Accepted writes reach stable storage first.
     void read(uint64_t offset, std::span<std::byte> buffer, DoneCompletion done);
@@ -82,7 +87,8 @@ class OpenFile {
     void forget_read_ahead();
     void set_known_size(uint64_t size);
     bool reads_ahead() const { return windows_ && windows_->read.holds_memory(); }
-    // Gives the windows up, once nothing is read or written and nothing is left to tell.
+    // Gives the windows up, and with them the file back to its server, once nothing is read or written and nothing is
+    // left to tell.
     void rest();
 
   private:
@@ -109,6 +115,7 @@ class OpenFile {
     void list_as_unwritten();
     void unlist();
     Status look_up_again();
+    Status set_size(uint64_t size);
     void wait_for_room();
 
     MountedVolume &mount_;

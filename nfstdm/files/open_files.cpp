@@ -32,18 +32,21 @@ Result<std::optional<OpenedFile>> OpenFiles::create(std::string_view path) {
         auto place = walk_path(mounts_, path, LastLink::follow);
         if (!place.ok()) return place.status();
         if (place.value().mount == nullptr) return std::optional<OpenedFile>{};
-        if (Status failure = create_at(place.value()); !failure.ok()) return failure.in(std::string(path));
-        return open(place.value());
+        auto made = create_at(place.value());
+        if (!made.ok()) return made.status().in(std::string(path));
+        auto opened = open(place.value());
+        if (opened.ok()) find(opened.value()->identifier)->take_over(std::move(made.value()));
+        return opened;
     });
 }
 
 // An existing file is emptied, so that none of its old bytes show through, and keeps its permissions: also one that
 // somebody made since the name was looked up.
-Status OpenFiles::create_at(Place &place) {
-    if (!place.directory) return {EISDIR, "is a mount point"};
+Result<std::unique_ptr<VolumeFile>> OpenFiles::create_at(Place &place) {
+    if (!place.directory) return Status{EISDIR, "is a mount point"};
     if (place.object && place.object->attributes.type != FileType::regular)
-        return {place.object->attributes.type == FileType::directory ? uint32_t{EISDIR} : uint32_t{EINVAL},
-                "is no regular file"};
+        return Status{place.object->attributes.type == FileType::directory ? uint32_t{EISDIR} : uint32_t{EINVAL},
+                      "is no regular file"};
     const auto open = place.object ? find_open(place) : files_.end();
     if (open != files_.end()) {
         OpenFile &file = open->second.file;
@@ -58,13 +61,13 @@ Status OpenFiles::create_at(Place &place) {
         set.mode = create_mode_;
     auto made = place.mount->create(*place.directory, place.name, set);
     if (!made.ok()) return made.status();
-    place.object = made.value();
-    if (place.object->attributes.size == 0) return {};
+    place.object = made.value().object;
+    if (place.object->attributes.size == 0) return std::move(made.value().file);
     SetAttributes empty;
     empty.size = 0;
     if (Status failure = place.mount->set_attributes(place.object->handle, empty); !failure.ok()) return failure;
     place.object->attributes.size = 0;
-    return {};
+    return std::move(made.value().file);
 }
 
 Result<std::optional<OpenedFile>> OpenFiles::open(const Place &place) {

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// The open files of a session, by identifier. A file opened twice has one identifier and is closed when it was closed
-// as often: so its windows never contradict each other.
+// The files of a session that are identified, by identifier. A file identified twice has one identifier and is let go
+// when it was closed as often: so its windows never contradict each other. To its server it is open only while it is
+// read or written.
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -58,7 +60,7 @@ class OpenFiles {
     using Files = std::unordered_map<uint64_t, Entry>;  // by identifier
 
     Result<std::optional<OpenedFile>> open(const Place &place);
-    Status create_at(Place &place);
+    Result<std::unique_ptr<VolumeFile>> create_at(Place &place);
     Files::iterator find_open(const Place &place);
     Files::iterator add(const Place &place);
     Result<uint64_t> reopen(Entry &entry, const Place &place);

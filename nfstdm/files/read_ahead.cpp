@@ -31,7 +31,7 @@ Status check(std::size_t asked, const Result<ReadReply> &reply) {
 ReadAhead::ReadAhead(Volume &volume, const FileHandle &file, uint32_t read_size, BufferPool &pool,
                      std::function<Clock::time_point()> now)
     : volume_(volume),
-      file_(file),
+      handle_(file),
       read_size_(read_size),
       buffer_size_(read_size),
       pool_(pool),
@@ -41,6 +41,11 @@ ReadAhead::ReadAhead(Volume &volume, const FileHandle &file, uint32_t read_size,
 
 ReadAhead::~ReadAhead() {
     *self_ = nullptr;
+}
+
+VolumeFile &ReadAhead::file() {
+    if (!file_) file_ = volume_.open(handle_, Access::read);
+    return *file_;
 }
 
 void ReadAhead::read(uint64_t offset, std::span<std::byte> buffer, DoneCompletion done) {
@@ -114,12 +119,12 @@ bool ReadAhead::extend_by_one(uint64_t offset) {
 
 void ReadAhead::fill(const std::shared_ptr<Chunk> &chunk) {
     const auto wanted = chunk->buffer.span().subspan(chunk->filled, chunk->length - chunk->filled);
-    volume_.read(file_, chunk->offset + chunk->filled, wanted,
-                 [self = self_, chunk, asked = wanted.size(), sent = now_()](const Result<ReadReply> &reply) {
-                     if (*self == nullptr || chunk->dropped) return;
-                     (*self)->measure(sent);
-                     (*self)->filled(chunk, asked, reply);
-                 });
+    file().read(chunk->offset + chunk->filled, wanted,
+                [self = self_, chunk, asked = wanted.size(), sent = now_()](const Result<ReadReply> &reply) {
+                    if (*self == nullptr || chunk->dropped) return;
+                    (*self)->measure(sent);
+                    (*self)->filled(chunk, asked, reply);
+                });
 }
 
 void ReadAhead::measure(Clock::time_point sent) {
@@ -246,10 +251,10 @@ void ReadAhead::read_directly(Request request) {
 void ReadAhead::continue_directly(const std::shared_ptr<Request> &request) {
     if (request->rest.empty()) return finish_directly(request, {});
     const auto wanted = request->rest.first(std::min(request->rest.size(), buffer_size_));
-    volume_.read(file_, request->offset, wanted,
-                 [self = self_, request, asked = wanted.size()](const Result<ReadReply> &reply) {
-                     if (*self != nullptr) (*self)->directly_read(request, asked, reply);
-                 });
+    file().read(request->offset, wanted,
+                [self = self_, request, asked = wanted.size()](const Result<ReadReply> &reply) {
+                    if (*self != nullptr) (*self)->directly_read(request, asked, reply);
+                });
 }
 
 void ReadAhead::directly_read(const std::shared_ptr<Request> &request, std::size_t asked,

@@ -6,6 +6,8 @@
 // as far as keeps the line busy: what more there is on its way would only fall out of the processor's caches before it
 // is used. A request somewhere else is a seek: the window is dropped, the request is read by itself straight into the
 // caller's buffer, and the window starts again, narrow, when the next request follows on.
+//
+// The file is held open on its server from the first READ on.
 #pragma once
 
 #include <cstddef>
@@ -51,6 +53,9 @@ class ReadAhead {
 
     // The caller goes on at begin, and from end on there is nothing worth reading ahead.
     void go_on_at(uint64_t begin, uint64_t end);
+
+    // The file, open to be read.
+    VolumeFile &file();
 
     bool idle() const { return requests_.empty() && direct_ == 0; }
     bool holds_memory() const { return !window_.empty(); }
@@ -99,8 +104,9 @@ class ReadAhead {
     void finish_directly(const std::shared_ptr<Request> &request, Status result);
 
     Volume &volume_;
-    const FileHandle file_;
-    std::size_t read_size_;  // of the next READ
+    const FileHandle handle_;
+    std::unique_ptr<VolumeFile> file_;  // null until it is wanted
+    std::size_t read_size_;             // of the next READ
     const std::size_t buffer_size_;
     BufferPool &pool_;
     std::shared_ptr<ReadAhead *> self_;  // null once this object is gone

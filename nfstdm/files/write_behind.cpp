@@ -20,7 +20,7 @@ constexpr unsigned kRestartsMaximum = 16;  // of one block, for the same reason
 WriteBehind::WriteBehind(Volume &volume, const FileHandle &file, uint32_t write_size, std::size_t commit_after,
                          BufferPool &pool)
     : volume_(volume),
-      file_(file),
+      handle_(file),
       write_size_(write_size),
       commit_after_(commit_after),
       pool_(pool),
@@ -28,6 +28,15 @@ WriteBehind::WriteBehind(Volume &volume, const FileHandle &file, uint32_t write_
 
 WriteBehind::~WriteBehind() {
     *self_ = nullptr;
+}
+
+VolumeFile &WriteBehind::file() {
+    if (!file_) file_ = volume_.open(handle_, Access::write);
+    return *file_;
+}
+
+void WriteBehind::take_over(std::unique_ptr<VolumeFile> file) {
+    if (!file_) file_ = std::move(file);
 }
 
 // ---- accepting
@@ -105,10 +114,10 @@ void WriteBehind::pump() {
 void WriteBehind::write(const BlockPointer &block) {
     const auto stability = flushing_ && blocks_.size() == 1 ? Stability::file_sync : Stability::unstable;
     const auto data = block->buffer.span().subspan(block->written, block->size - block->written);
-    volume_.write(file_, block->offset + block->written, data, stability,
-                  [self = self_, block, asked = data.size()](const Result<WriteReply> &reply) {
-                      if (*self != nullptr) (*self)->written(block, asked, reply);
-                  });
+    file().write(block->offset + block->written, data, stability,
+                 [self = self_, block, asked = data.size()](const Result<WriteReply> &reply) {
+                     if (*self != nullptr) (*self)->written(block, asked, reply);
+                 });
 }
 
 void WriteBehind::written(const BlockPointer &block, std::size_t asked, const Result<WriteReply> &reply) {
@@ -173,7 +182,7 @@ void WriteBehind::commit() {
         if (block->state == State::uncommitted) block->state = State::committing;
     uncommitted_ = 0;
     committing_ = true;
-    volume_.commit(file_, [self = self_](const Result<CommitReply> &reply) {
+    file().commit([self = self_](const Result<CommitReply> &reply) {
         if (*self != nullptr) (*self)->committed(reply);
     });
 }

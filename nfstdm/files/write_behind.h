@@ -8,6 +8,8 @@
 //
 // The first failure is kept and nothing new is sent after it. It drops what was not written, except for a stale handle:
 // the bytes then wait for restart().
+//
+// The file is held open on its server from the first WRITE on, or since it was made.
 #pragma once
 
 #include <cstddef>
@@ -40,6 +42,11 @@ class WriteBehind {
 
     // Starts bringing everything accepted to stable storage; done when settled().
     void flush();
+
+    // The file, open to be written.
+    VolumeFile &file();
+    // It is open already, as this.
+    void take_over(std::unique_ptr<VolumeFile> file);
 
     bool clean() const { return blocks_.empty(); }  // every accepted byte is on stable storage, or failed
     bool settled() const { return writing_ == 0 && !committing_ && (clean() || !failure_.ok()); }
@@ -91,7 +98,8 @@ class WriteBehind {
     void drop_all();
 
     Volume &volume_;
-    const FileHandle file_;
+    const FileHandle handle_;
+    std::unique_ptr<VolumeFile> file_;  // null until it is wanted
     const std::size_t write_size_;
     const std::size_t commit_after_;
     BufferPool &pool_;

@@ -17,6 +17,7 @@
 #include "nfstdm/nfs3/replies.h"
 #include "nfstdm/remote/security.h"
 #include "nfstdm/remote/server.h"
+#include "nfstdm/volume/file_by_handle.h"
 
 namespace nfstdm::nfs3 {
 
@@ -85,6 +86,10 @@ class MkdirOperation : public Typed<CreateReply> {
     void found_done(EventLoop::Clock::time_point first_sent) override { reply_.maybe_made_since = first_sent; }
 };
 
+bool get_created(xdr::Reader &reader, CreatedFile &created) {
+    return get_made(reader, created.reply);
+}
+
 Completion<NoReply> without_reply(DoneCompletion done) {
     return [done = std::move(done)](const Result<NoReply> &result) { done(result.status()); };
 }
@@ -110,13 +115,13 @@ class Nfs3Volume : public Volume {
     void setattr(const FileHandle &object, const SetAttributes &set, DoneCompletion done) override;
     void lookup(const FileHandle &directory, std::string_view name, Completion<LookupReply> done) override;
     void readlink(const FileHandle &link, Completion<std::string> done) override;
-    void read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
-              Completion<ReadReply> done) override;
+    void read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer, Completion<ReadReply> done);
     void write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
-               Completion<WriteReply> done) override;
-    void commit(const FileHandle &file, Completion<CommitReply> done) override;
+               Completion<WriteReply> done);
+    void commit(const FileHandle &file, Completion<CommitReply> done);
+    std::unique_ptr<VolumeFile> open(const FileHandle &file, Access access) override;
     void create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
-                Completion<CreateReply> done) override;
+                Completion<CreatedFile> done) override;
     void mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
                Completion<CreateReply> done) override;
     void remove(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) override;
@@ -387,9 +392,14 @@ void Nfs3Volume::commit(const FileHandle &file, Completion<CommitReply> done) {
     start(Procedure::commit, get_commit, std::move(done), [&](xdr::Writer &writer) { put_commit(writer, file); });
 }
 
+// The server keeps nothing for an open file.
+std::unique_ptr<VolumeFile> Nfs3Volume::open(const FileHandle &file, Access /*access*/) {
+    return std::make_unique<FileByHandle<Nfs3Volume>>(*this, file);
+}
+
 void Nfs3Volume::create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
-                        Completion<CreateReply> done) {
-    start(Procedure::create, get_made, std::move(done),
+                        Completion<CreatedFile> done) {
+    start(Procedure::create, get_created, std::move(done),
           [&](xdr::Writer &writer) { put_create(writer, directory, name, set); });
 }
 

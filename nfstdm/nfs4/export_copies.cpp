@@ -20,10 +20,9 @@ constexpr Extent kNothing{UINT64_MAX, UINT64_MAX};
 }  // namespace
 
 // Between two exports only where both files are shown to the same user.
-void ExportVolume::copy(Volume &source, const FileHandle &from, const FileHandle &to, const CopyRange &range,
+void ExportVolume::copy(ExportVolume *source, const FileHandle &from, const FileHandle &to, const CopyRange &range,
                         Completion<CopyReply> done) {
-    auto *const other = dynamic_cast<ExportVolume *>(&source);
-    const bool possible = other != nullptr && other->server_ == server_ && other->security_ == security_ &&
+    const bool possible = source != nullptr && source->server_ == server_ && source->security_ == security_ &&
                           session_.minor_version() >= kMinorVersionOfCopies &&
                           (abilities_.clones || abilities_.copies) && state_ == State::attached;
     if (!possible) {
@@ -32,7 +31,7 @@ void ExportVolume::copy(Volume &source, const FileHandle &from, const FileHandle
     }
     const ServerCopy::Means means{[this](std::string_view name) { return new_call(name); },
                                   [this](std::unique_ptr<Call> call) { send(std::move(call)); }, abilities_};
-    std::make_shared<ServerCopy>(ServerCopy::File{other->opens_, from}, ServerCopy::File{opens_, to}, range, means,
+    std::make_shared<ServerCopy>(ServerCopy::File{source->opens_, from}, ServerCopy::File{opens_, to}, range, means,
                                  std::move(done))
         ->begin();
 }

@@ -4,6 +4,7 @@
 
 #include "nfstdm/nfs4/export_volume.h"
 #include "nfstdm/nfs4/status_table.h"
+#include "nfstdm/volume/file_by_handle.h"
 
 namespace nfstdm::nfs4 {
 
@@ -27,16 +28,46 @@ bool get_written(Results &results, std::size_t sent, WriteReply &reply) {
            reply.count <= sent && (reply.count > 0 || sent == 0);
 }
 
+// A file that somebody here holds open.
+class ExportFile : public FileByHandle<ExportVolume> {
+  public:
+    ExportFile(ExportVolume &volume, const FileHandle &handle, uint32_t access) : FileByHandle(volume, handle) {
+        volume.opens().hold(handle, access);
+    }
+    ~ExportFile() override { protocol_.opens().release(handle_); }
+
+    void copy_from(VolumeFile &source, const CopyRange &range, Completion<CopyReply> done) override {
+        const auto *const from = dynamic_cast<ExportFile *>(&source);
+        protocol_.copy(from == nullptr ? nullptr : &from->protocol_, from == nullptr ? FileHandle{} : from->handle_,
+                       handle_, range, std::move(done));
+    }
+    void extent(uint64_t offset, Completion<Extent> done) override {
+        protocol_.extent(handle_, offset, std::move(done));
+    }
+};
+
+uint32_t share_access(Access access) {
+    return access == Access::read ? kShareAccessRead : kShareAccessWrite;
+}
+
 }  // namespace
 
+std::unique_ptr<VolumeFile> ExportVolume::open(const FileHandle &file, Access access) {
+    return std::make_unique<ExportFile>(*this, file, share_access(access));
+}
+
 // A call that presents the state of an open file: when the server has lost it, the file is opened again and the call
-// made once more.
+// made once more. Nobody waits for one of a file that nobody holds any more: it is made without a state.
 void ExportVolume::with_state(Call &call, const FileHandle &file, uint32_t access, std::shared_ptr<StateId> used) {
     auto rescues = std::make_shared<unsigned>(0);
     call.rescue = [this, file, access, used = std::move(used), rescues](NfsStatus status,
                                                                         std::unique_ptr<Call> &pointer) {
         if (!state_is_lost(status) || ++*rescues > kRescuesMaximum) return false;
         opens_.lost(file, *used);
+        if (!opens_.is_held(file)) {
+            session_.start(std::move(pointer));
+            return true;
+        }
         std::shared_ptr<std::unique_ptr<Call>> kept = std::make_shared<std::unique_ptr<Call>>(std::move(pointer));
         opens_.use(file, access, [this, kept](const Status &opened) {
             if (opened.ok()) return session_.start(std::move(*kept));
@@ -65,7 +96,7 @@ void ExportVolume::setattr(const FileHandle &object, const SetAttributes &set, D
 void ExportVolume::read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
                         Completion<ReadReply> done) {
     // Less than a whole READ from the start is most likely all of the file.
-    const bool whole = offset == 0 && buffer.size() < limits_.read_maximum && !opens_.knows(file);
+    const bool whole = offset == 0 && buffer.size() < limits_.read_maximum && !opens_.is_open(file);
     if (whole || state_ != State::attached) return read_whole(file, buffer, std::move(done));
     opens_.use(file, kShareAccessRead, [this, file, offset, buffer, done = std::move(done)](const Status &opened) {
         if (!opened.ok()) return done(opened);
@@ -188,7 +219,7 @@ void ExportVolume::commit(const FileHandle &file, Completion<CommitReply> done) 
 }
 
 void ExportVolume::create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
-                          Completion<CreateReply> done) {
+                          Completion<CreatedFile> done) {
     struct Created {
         CreateReply made;
         OpenOwner owner;
@@ -200,9 +231,12 @@ void ExportVolume::create(const FileHandle &directory, std::string_view name, co
         [this, done = std::move(done)](Result<Created> result) {
             if (!result.ok()) return done(result.status());
             const Created &created = result.value();
-            if (created.made.handle)
-                opens_.opened(*created.made.handle, created.owner, kShareAccessWrite, created.open.state);
-            done(created.made);
+            CreatedFile given{created.made, nullptr};
+            if (const auto &handle = created.made.handle) {
+                given.file = open(*handle, Access::write);
+                opens_.opened(*handle, created.owner, kShareAccessWrite, created.open.state);
+            }
+            done(std::move(given));
         },
         [this, directory, name = std::string(name), set, owner](Compound &compound) {
             *owner = session_.new_open_owner();

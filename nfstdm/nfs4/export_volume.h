@@ -56,20 +56,10 @@ class ExportVolume : public Volume {
     void lookup_path(const FileHandle &directory, const std::vector<std::string> &names,
                      Completion<PathReply> done) override;
     void readlink(const FileHandle &link, Completion<std::string> done) override;
-    void read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
-              Completion<ReadReply> done) override;
-    void write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
-               Completion<WriteReply> done) override;
-    void commit(const FileHandle &file, Completion<CommitReply> done) override;
-    void copy(Volume &source, const FileHandle &from, const FileHandle &to, const CopyRange &range,
-              Completion<CopyReply> done) override;
-    bool tells_holes() const override { return session_.minor_version() >= kMinorVersionOfCopies && abilities_.seeks; }
-    void extent(const FileHandle &file, uint64_t offset, Completion<Extent> done) override;
-    void release(const FileHandle &file) override {
-        if (state_ == State::attached) opens_.close(file);
-    }
+    std::unique_ptr<VolumeFile> open(const FileHandle &file, Access access) override;
     void create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
-                Completion<CreateReply> done) override;
+                Completion<CreatedFile> done) override;
+    bool tells_holes() const override { return session_.minor_version() >= kMinorVersionOfCopies && abilities_.seeks; }
     void mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
                Completion<CreateReply> done) override;
     void remove(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) override;
@@ -78,6 +68,17 @@ class ExportVolume : public Volume {
                  Completion<DirectoryReply> done) override;
     void fsinfo(const FileHandle &object, Completion<FsInfoReply> done) override;
     void fsstat(const FileHandle &object, Completion<FsStatReply> done) override;
+
+    // What is asked of an open file. Whoever holds it says so to opens().
+    Opens &opens() { return opens_; }
+    void read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer, Completion<ReadReply> done);
+    void write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
+               Completion<WriteReply> done);
+    void commit(const FileHandle &file, Completion<CommitReply> done);
+    // source is the volume that from lies on; null when it is of another protocol.
+    void copy(ExportVolume *source, const FileHandle &from, const FileHandle &to, const CopyRange &range,
+              Completion<CopyReply> done);
+    void extent(const FileHandle &file, uint64_t offset, Completion<Extent> done);
 
   private:
     enum class State : uint8_t { detached, attaching, attached };

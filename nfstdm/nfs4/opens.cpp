@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "nfstdm/nfs4/opens.h"
 
+#include <cassert>
+#include <cerrno>
 #include <utility>
 
 namespace nfstdm::nfs4 {
@@ -22,13 +24,40 @@ void make_open(Call &call, const FileHandle &file, const OpenOwner &owner, uint3
     };
 }
 
+Status not_held() {
+    return {ECANCELED, "OPEN: the file is not wanted any more"};
+}
+
 }  // namespace
 
-void Opens::use(const FileHandle &file, uint32_t access, DoneCompletion ready) {
+void Opens::hold(const FileHandle &file, uint32_t access) {
     File &entry = files_[file];
+    ++entry.holders;
+    entry.wanted |= access;
+}
+
+// What is being opened just now is closed when that is known to have succeeded.
+void Opens::release(const FileHandle &file) {
+    const auto found = files_.find(file);
+    assert(found != files_.end() && found->second.holders > 0);
+    File &entry = found->second;
+    if (--entry.holders > 0 || entry.opening) return;
+    if (entry.open) send_close(file, entry.state);
+    files_.erase(found);
+}
+
+bool Opens::is_open(const FileHandle &file) const {
+    const auto found = files_.find(file);
+    return found != files_.end() && (found->second.open || found->second.opening);
+}
+
+void Opens::use(const FileHandle &file, uint32_t access, DoneCompletion ready) {
+    const auto found = files_.find(file);
+    if (found == files_.end()) return ready(not_held());
+    File &entry = found->second;
     if (entry.open && !entry.opening && (access & ~entry.access) == 0) return ready({});
     entry.waiters.push_back({access, std::move(ready)});
-    if (!entry.opening) open(file, access | entry.access);
+    if (!entry.opening) open(file, access | entry.access | entry.wanted);
 }
 
 void Opens::open(const FileHandle &file, uint32_t access) {
@@ -45,11 +74,7 @@ void Opens::open(const FileHandle &file, uint32_t access) {
 
 void Opens::open_ended(const FileHandle &file, uint32_t access, const StateId &state, const Status &status) {
     const auto found = files_.find(file);
-    if (found == files_.end()) {
-        // Nobody uses the file any more.
-        if (status.ok()) send_close(file, state);
-        return;
-    }
+    if (found == files_.end()) return;
     File &entry = found->second;
     entry.opening = false;
     const auto waiters = std::exchange(entry.waiters, {});
@@ -57,7 +82,9 @@ void Opens::open_ended(const FileHandle &file, uint32_t access, const StateId &s
         entry.open = true;
         entry.state = state;
         entry.access = access;
-    } else if (!entry.open) {
+    }
+    if (entry.holders == 0) {
+        if (entry.open) send_close(file, entry.state);
         files_.erase(found);
     }
     for (const Waiter &waiter : waiters) {
@@ -74,7 +101,7 @@ StateId Opens::state(const FileHandle &file) const {
 }
 
 void Opens::opened(const FileHandle &file, const OpenOwner &owner, uint32_t access, const StateId &state) {
-    File &entry = files_[file];
+    File &entry = files_.at(file);
     if (entry.open) send_close(file, entry.state);
     entry.owner = owner;
     entry.access = access;
@@ -88,16 +115,9 @@ void Opens::lost(const FileHandle &file, const StateId &state) {
     found->second.open = false;
 }
 
-void Opens::close(const FileHandle &file) {
-    const auto found = files_.find(file);
-    if (found == files_.end()) return;
-    if (found->second.open) send_close(file, found->second.state);
-    files_.erase(found);
-}
-
 StateId Opens::take(const FileHandle &file) {
     const StateId state = this->state(file);
-    files_.erase(file);
+    if (const auto found = files_.find(file); found != files_.end()) found->second.forget();
     return state;
 }
 
@@ -123,16 +143,32 @@ void Opens::close_answered() {
 }
 
 void Opens::close_all(DoneCompletion done) {
-    for (const auto &[file, entry] : std::exchange(files_, {}))
+    const auto files = files_;
+    forget_all();
+    for (const auto &[file, entry] : files)
         if (entry.open) send_close(file, entry.state);
     if (closing_ == 0) return done({});
     all_closed_ = std::move(done);
 }
 
 void Opens::clear() {
-    files_.clear();
+    forget_all();
     closing_ = 0;
     all_closed_ = nullptr;
+}
+
+// What is held stays held, and is opened again when it is used again.
+void Opens::forget_all() {
+    std::erase_if(files_, [](const auto &item) { return item.second.holders == 0; });
+    for (auto &[file, entry] : files_)
+        entry.forget();
+}
+
+void Opens::File::forget() {
+    access = 0;
+    open = false;
+    opening = false;
+    waiters.clear();
 }
 
 std::vector<std::unique_ptr<Call>> Opens::reclaim() {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The files that an export holds open on its server: opened when they are first read or written, by handle, or as they
-// are made; closed when nobody uses them any more; asked for again when the server has lost them.
+// are made; closed when nobody here holds them any more; asked for again when the server has lost them.
 #pragma once
 
 #include <cstdint>
@@ -22,24 +22,30 @@ class Opens : public StateHolder {
     // session must outlive the object; new_call gives a call of the export with nothing in it yet.
     Opens(Session &session, NewCall new_call) : session_(session), new_call_(std::move(new_call)) {}
 
-    // Calls back when the file is open for this access: at once, or from the loop. A failure says why it is not.
+    // Somebody holds the file open, for this access; each time is followed by a release(). With the last one it is
+    // closed, without anyone waiting for it: the call's owner is this object.
+    void hold(const FileHandle &file, uint32_t access);
+    void release(const FileHandle &file);
+    bool is_held(const FileHandle &file) const { return files_.contains(file); }
+
+    // Calls back when the file, which is held, is open for this access: at once, or from the loop. A failure says why
+    // it is not.
     void use(const FileHandle &file, uint32_t access, DoneCompletion ready);
-    bool knows(const FileHandle &file) const { return files_.contains(file); }
+    // On the server, or about to be.
+    bool is_open(const FileHandle &file) const;
     // What an operation on the file presents; the anonymous state when it is not open.
     StateId state(const FileHandle &file) const;
 
-    // The file was opened otherwise: by name, as it was made.
+    // The file, which is held, was opened otherwise: by name, as it was made.
     void opened(const FileHandle &file, const OpenOwner &owner, uint32_t access, const StateId &state);
     // The server does not know this state of the file any more.
     void lost(const FileHandle &file, const StateId &state);
-    // Nobody uses the file any more. It is closed without anyone waiting for it: the call's owner is this object.
-    void close(const FileHandle &file);
     // The caller closes the file itself, as part of something else.
     StateId take(const FileHandle &file);
 
     // Closes everything; done is called when the server has answered for all of them.
     void close_all(DoneCompletion done);
-    // Forgets everything, without a word to the server. Who waits is not called.
+    // Forgets what is open, without a word to the server. Who waits is not called.
     void clear();
 
     std::vector<std::unique_ptr<Call>> reclaim() override;
@@ -49,17 +55,24 @@ class Opens : public StateHolder {
         uint32_t access;
         DoneCompletion ready;
     };
+    // What is held.
     struct File {
+        unsigned holders = 0;
+        uint32_t wanted = 0;  // access, by all of them
         OpenOwner owner;
         uint32_t access = 0;  // what the server has granted
         StateId state;
         bool open = false;
         bool opening = false;
         std::vector<Waiter> waiters;
+
+        // What the server has granted; who waits is not called.
+        void forget();
     };
 
     void open(const FileHandle &file, uint32_t access);
     void open_ended(const FileHandle &file, uint32_t access, const StateId &state, const Status &status);
+    void forget_all();
     void send_close(const FileHandle &file, const StateId &state);
     void close_answered();
 

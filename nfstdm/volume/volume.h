@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -188,6 +189,44 @@ template <class T>
 using Completion = std::function<void(Result<T>)>;
 using DoneCompletion = std::function<void(Status)>;
 
+// What a file is opened for.
+enum class Access : uint8_t { read = 1, write = 2 };
+
+// A file that is held open, until this is destroyed; its volume must outlive it. Opening is no call of its own: a
+// protocol whose server keeps what is open asks it together with the first operation that needs it or just before, asks
+// again when the server has lost it, and gives it back when nobody holds the file any more, without anyone waiting for
+// that. A protocol without state has nothing to do. What is under way when a file is let go completes all the same.
+class VolumeFile {
+  public:
+    VolumeFile() = default;
+    virtual ~VolumeFile() = default;
+    VolumeFile(const VolumeFile &) = delete;
+    VolumeFile &operator=(const VolumeFile &) = delete;
+
+    // READ data lands straight in buffer, whose size is the count asked for (at most limits().read_maximum).
+    virtual void read(uint64_t offset, std::span<std::byte> buffer, Completion<ReadReply> done) = 0;
+    // The bytes of data are sent from where they are.
+    virtual void write(uint64_t offset, std::span<const std::byte> data, Stability stability,
+                       Completion<WriteReply> done) = 0;
+    virtual void commit(Completion<CommitReply> done) = 0;
+    // In bytes.
+    virtual void resize(uint64_t size, DoneCompletion done) = 0;
+
+    // Copies from another file of the same server without moving the bytes to here and back. Fails with ENOTSUP where
+    // that cannot be had; the caller then reads and writes.
+    virtual void copy_from(VolumeFile &source, const CopyRange &range, Completion<CopyReply> done) = 0;
+    // The next bytes at or behind an offset that are no hole; an empty extent when there are none. Fails with ENOTSUP
+    // where Volume::tells_holes() does not hold.
+    virtual void extent(uint64_t offset, Completion<Extent> done) = 0;
+};
+
+// A file that was made, and is open to be written. Null where the server did not tell its handle, and in a protocol
+// that keeps nothing for it: it is opened by its handle then.
+struct CreatedFile {
+    CreateReply reply;
+    std::unique_ptr<VolumeFile> file;
+};
+
 class Volume {
   public:
     virtual ~Volume() = default;
@@ -219,36 +258,14 @@ class Volume {
     }
     virtual void readlink(const FileHandle &link, Completion<std::string> done) = 0;
 
-    // READ data lands straight in buffer, whose size is the count asked for (at most limits().read_maximum).
-    virtual void read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
-                      Completion<ReadReply> done) = 0;
-    // The bytes of data are sent from where they are.
-    virtual void write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
-                       Completion<WriteReply> done) = 0;
-    virtual void commit(const FileHandle &file, Completion<CommitReply> done) = 0;
-
-    // Copies between two files of the same server without moving the bytes to here and back. source is the volume that
-    // from lies on. Fails with ENOTSUP where that cannot be had; the caller then reads and writes.
-    virtual void copy(Volume & /*source*/, const FileHandle & /*from*/, const FileHandle & /*to*/,
-                      const CopyRange & /*range*/,
-                      Completion<CopyReply> done) {  // NOLINT(performance-unnecessary-value-param): overrides keep it
-        done(Status{ENOTSUP, "the protocol has no copy"});
-    }
-    // Whether extent() can be asked.
-    virtual bool tells_holes() const { return false; }
-    // The next bytes at or behind an offset that are no hole; an empty extent when there are none.
-    virtual void extent(const FileHandle & /*file*/, uint64_t /*offset*/,
-                        Completion<Extent> done) {  // NOLINT(performance-unnecessary-value-param): overrides keep it
-        done(Status{ENOTSUP, "the protocol does not tell holes"});
-    }
-
-    // Nobody reads or writes the file any more for now: what the server keeps for it may be given back. What is asked
-    // of it later is served all the same. A protocol without state has nothing to do.
-    virtual void release(const FileHandle & /*file*/) {}
-
+    // A file is opened by its handle, or as it is made.
+    virtual std::unique_ptr<VolumeFile> open(const FileHandle &file, Access access) = 0;
     // Makes the file or, when it exists, sets the attributes given (RFC 1813 section 3.3.8, UNCHECKED).
     virtual void create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
-                        Completion<CreateReply> done) = 0;
+                        Completion<CreatedFile> done) = 0;
+    // Whether files can be asked for an extent().
+    virtual bool tells_holes() const { return false; }
+
     virtual void mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
                        Completion<CreateReply> done) = 0;
     virtual void remove(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) = 0;

@@ -11,6 +11,7 @@
 #include "nfstdm/nfs3/replies.h"
 #include "nfstdm/nfs3/status_table.h"
 #include "nfstdm/tdm/volume_factory.h"
+#include "nfstdm/volume/file_by_handle.h"
 #include "nfstdm/xdr/reader.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/storage_calls.h"
@@ -68,7 +69,10 @@ class ScriptedVolume : public Volume {
     void readlink(const FileHandle &, Completion<std::string> done) override {
         reply(std::move(done), nfs3::get_readlink);
     }
-    void read(const FileHandle &, uint64_t, std::span<std::byte> buffer, Completion<ReadReply> done) override {
+    std::unique_ptr<VolumeFile> open(const FileHandle &file, Access) override {
+        return std::make_unique<FileByHandle<ScriptedVolume>>(*this, file);
+    }
+    void read(const FileHandle &, uint64_t, std::span<std::byte> buffer, Completion<ReadReply> done) {
         reply<ReadReply>(std::move(done), [buffer](Reader &reader, ReadReply &result) {
             Reader ahead = reader;
             std::optional<Attributes> attributes;
@@ -79,15 +83,18 @@ class ScriptedVolume : public Volume {
             return nfs3::get_read(reader, count, result);
         });
     }
-    void write(const FileHandle &, uint64_t, std::span<const std::byte> data, Stability,
-               Completion<WriteReply> done) override {
+    void write(const FileHandle &, uint64_t, std::span<const std::byte> data, Stability, Completion<WriteReply> done) {
         reply<WriteReply>(std::move(done), [sent = data.size()](Reader &reader, WriteReply &result) {
             return nfs3::get_write(reader, result) && result.count <= sent && (result.count > 0 || sent == 0);
         });
     }
-    void commit(const FileHandle &, Completion<CommitReply> done) override { reply(std::move(done), nfs3::get_commit); }
-    void create(const FileHandle &, std::string_view, const SetAttributes &, Completion<CreateReply> done) override {
-        reply(std::move(done), nfs3::get_made);
+    void commit(const FileHandle &, Completion<CommitReply> done) { reply(std::move(done), nfs3::get_commit); }
+    void create(const FileHandle &, std::string_view, const SetAttributes &, Completion<CreatedFile> done) override {
+        const auto made = [done = std::move(done)](const Result<CreateReply> &result) {
+            if (result.ok()) return done(CreatedFile{result.value(), nullptr});
+            done(result.status());
+        };
+        reply<CreateReply>(made, nfs3::get_made);
     }
     void mkdir(const FileHandle &, std::string_view, uint32_t, Completion<CreateReply> done) override {
         reply(std::move(done), nfs3::get_made);

@@ -21,6 +21,20 @@ Status refusal(uint32_t number, std::string text) {
     return {number, std::move(text), condition};
 }
 
+// Tells the server when it is opened and closed.
+class FakeFile : public FileByHandle<FakeVolume> {
+  public:
+    FakeFile(FakeVolume &volume, const FileHandle &handle, std::vector<std::string> &told, std::string what)
+        : FileByHandle(volume, handle), told_(told), what_(std::move(what)) {
+        told_.push_back("open " + what_);
+    }
+    ~FakeFile() override { told_.push_back("close " + what_); }
+
+  private:
+    std::vector<std::string> &told_;
+    const std::string what_;
+};
+
 }  // namespace
 
 std::vector<std::byte> pattern(std::size_t size, unsigned seed) {
@@ -304,10 +318,16 @@ DirectoryChange FakeVolume::change_of(uint64_t directory, const Attributes &befo
     return {DirectoryState{before.size, before.modification, before.change}, server_.node(directory).attributes};
 }
 
+std::unique_ptr<VolumeFile> FakeVolume::open(const FileHandle &file, Access access) {
+    return std::make_unique<FakeFile>(
+        *this, file, server_.opens,
+        std::to_string(server_.id_of(file)) + (access == Access::read ? " to read" : " to write"));
+}
+
 void FakeVolume::create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
-                        Completion<CreateReply> done) {
-    reply<CreateReply>(Op::create, &directory, std::move(done),
-                       [this, set, name = std::string(name)](uint64_t parent) -> Result<CreateReply> {
+                        Completion<CreatedFile> done) {
+    reply<CreatedFile>(Op::create, &directory, std::move(done),
+                       [this, set, name = std::string(name)](uint64_t parent) -> Result<CreatedFile> {
                            const Attributes before = server_.node(parent).attributes;
                            uint64_t id = server_.child(parent, name);
                            if (id == 0) id = server_.add_child(parent, name, FileType::regular);
@@ -316,8 +336,10 @@ void FakeVolume::create(const FileHandle &directory, std::string_view name, cons
                            node.data.resize(set.size.value_or(node.data.size()));
                            node.stable = node.data;
                            node.attributes.size = node.data.size();
-                           if (!server_.tells_attributes) return CreateReply{};
-                           return CreateReply{server_.handle(id), node.attributes, {}, change_of(parent, before)};
+                           if (!server_.tells_attributes) return CreatedFile{};
+                           CreatedFile made{{server_.handle(id), node.attributes, {}, change_of(parent, before)}, {}};
+                           if (server_.keeps_made_open) made.file = open(server_.handle(id), Access::write);
+                           return made;
                        });
 }
 

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "nfstdm/base/event_loop.h"
+#include "nfstdm/volume/file_by_handle.h"
 #include "nfstdm/volume/volume.h"
 
 namespace nfstdm::test {
@@ -100,13 +101,14 @@ class FakeServer {
     bool directories_end = true;
     std::size_t path_components = 1;          // that one question looks up
     std::size_t makes_up_names = 0;           // bytes; directories go on with names of this length, for ever
+    bool keeps_made_open = false;             // what CREATE made is open already
     bool tells_attributes = true;             // with CREATE, LOOKUP and WRITE
     bool tells_directories = true;            // with CREATE, MKDIR, REMOVE and RMDIR
     std::optional<uint64_t> write_size_told;  // instead of the true one
     uint32_t read_at_most = UINT32_MAX;
     uint32_t write_at_most = UINT32_MAX;
 
-    std::vector<uint64_t> released;  // files that nobody uses any more, in order
+    std::vector<std::string> opens;  // "open 2 to read", "close 2 to read", ...: by the file's id, in order
     std::map<Op, unsigned> calls;
     unsigned total_calls() const;
     std::vector<std::string> log;  // "WRITE 0+1000 unstable", "COMMIT", "REMOVE name", ...
@@ -135,17 +137,16 @@ class FakeVolume : public Volume {
     void setattr(const FileHandle &object, const SetAttributes &set, DoneCompletion done) override;
     void lookup(const FileHandle &directory, std::string_view name, Completion<LookupReply> done) override;
     void readlink(const FileHandle &link, Completion<std::string> done) override;
-    void read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
-              Completion<ReadReply> done) override;
+    void read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer, Completion<ReadReply> done);
     void write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
-               Completion<WriteReply> done) override;
-    void commit(const FileHandle &file, Completion<CommitReply> done) override;
+               Completion<WriteReply> done);
+    void commit(const FileHandle &file, Completion<CommitReply> done);
+    std::unique_ptr<VolumeFile> open(const FileHandle &file, Access access) override;
     std::size_t path_components_maximum() const override { return server_.path_components; }
     void lookup_path(const FileHandle &directory, const std::vector<std::string> &names,
                      Completion<PathReply> done) override;
-    void release(const FileHandle &file) override { server_.released.push_back(server_.id_of(file)); }
     void create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
-                Completion<CreateReply> done) override;
+                Completion<CreatedFile> done) override;
     void mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
                Completion<CreateReply> done) override;
     void remove(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) override;

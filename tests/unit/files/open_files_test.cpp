@@ -84,14 +84,50 @@ TEST_F(OpenFilesTest, AFileOpenedTwiceHasOneIdentifierAndStaysOpenUntilClosedTwi
     EXPECT_EQ(files_.close(identifier).number(), uint32_t{EBADF});
 }
 
-TEST_F(OpenFilesTest, AFileIsGivenBackToTheServerWhenItWasClosedAsOftenAsItWasOpened) {
-    const auto id = one_.add_file("/f");
+TEST_F(OpenFilesTest, AFileIsOpenedOnTheServerWhenItIsReadOrWrittenAndNotBefore) {
+    one_.add_file("/f", pattern(100));  // its id is 2
+    auto &file = identify("/mnt/one/f");
+    EXPECT_TRUE(file.flush().ok());
+    EXPECT_THAT(one_.opens, testing::IsEmpty());
+    std::vector<std::byte> buffer(10);
+    EXPECT_TRUE(read(file, 0, buffer).ok());
+    EXPECT_TRUE(read(file, 80, buffer).ok());
+    EXPECT_THAT(one_.opens, testing::ElementsAre("open 2 to read"));
+    ASSERT_TRUE(file.write(0, pattern(10, 2)).ok());
+    ASSERT_TRUE(file.write(50, pattern(10, 2)).ok());
+    ASSERT_TRUE(file.flush().ok());
+    EXPECT_THAT(one_.opens, testing::ElementsAre("open 2 to read", "open 2 to write"));
+}
+
+TEST_F(OpenFilesTest, AFileIsGivenBackToTheServerWhenItWasClosedAsOftenAsItWasIdentified) {
+    one_.add_file("/f", pattern(100));
+    auto &file = identify("/mnt/one/f");
     identify("/mnt/one/f");
-    identify("/mnt/one/f");
+    std::vector<std::byte> buffer(10);
+    ASSERT_TRUE(read(file, 0, buffer).ok());
     ASSERT_TRUE(files_.close(opened_.identifier).ok());
-    EXPECT_TRUE(one_.released.empty());
+    EXPECT_THAT(one_.opens, testing::ElementsAre("open 2 to read"));
     ASSERT_TRUE(files_.close(opened_.identifier).ok());
-    EXPECT_THAT(one_.released, testing::ElementsAre(id));
+    EXPECT_THAT(one_.opens, testing::ElementsAre("open 2 to read", "close 2 to read"));
+}
+
+TEST_F(OpenFilesTest, AFileThatRestsIsGivenBackToTheServerAndOpenedAgainWhenItIsWritten) {
+    auto &file = create("/mnt/one/new");
+    ASSERT_TRUE(file.write(0, pattern(10)).ok() && file.flush().ok());
+    file.rest();
+    EXPECT_THAT(one_.opens, testing::ElementsAre("open 2 to write", "close 2 to write"));
+    ASSERT_TRUE(file.write(10, pattern(10)).ok() && file.flush().ok());
+    EXPECT_EQ(one_.opens.back(), "open 2 to write");
+    EXPECT_EQ(one_.at("/new").data.size(), 20U);
+}
+
+TEST_F(OpenFilesTest, WhatIsOpenSinceItWasMadeIsWrittenAsThat) {
+    one_.keeps_made_open = true;
+    auto &file = create("/mnt/one/new");
+    ASSERT_TRUE(file.write(0, pattern(10)).ok() && file.resize(20).ok());
+    EXPECT_THAT(one_.opens, testing::ElementsAre("open 2 to write"));
+    ASSERT_TRUE(files_.close(opened_.identifier).ok());
+    EXPECT_THAT(one_.opens, testing::ElementsAre("open 2 to write", "close 2 to write"));
 }
 
 TEST_F(OpenFilesTest, ANewFileIsEmptyAndHasThePermissionsAskedFor) {

@@ -162,6 +162,11 @@ class VolumeTest : public testing::Test {
     Result<CreateReply> mkdir() {
         return get<CreateReply>([this](auto completion) { volume->mkdir(handle, "d", 0755, completion); });
     }
+    // The file that is read and written here: the root's handle does.
+    VolumeFile &opened() {
+        file_ = volume->open(handle, Access::read);
+        return *file_;
+    }
     Status remove() {
         return get<DirectoryChange>([this](auto completion) { volume->remove(handle, "f", completion); }).status();
     }
@@ -171,6 +176,9 @@ class VolumeTest : public testing::Test {
     VolumeFactory factory{loop, trace, quick()};
     std::unique_ptr<Volume> volume;
     FileHandle handle;
+
+  private:
+    std::unique_ptr<VolumeFile> file_;
 };
 
 // --- attach and detach
@@ -448,7 +456,7 @@ TEST_F(VolumeTest, CompletesEverythingUnderWayBeforeItIsGone) {
     Bytes buffer(1000);
     nfs.refuse(Procedure::lookup, NfsStatus::jukebox);
     volume->getattr(handle, [&](const Result<Attributes> &r) { ends.push_back(r.status().number()); });
-    volume->read(handle, 0, buffer, [&](const Result<ReadReply> &r) { ends.push_back(r.status().number()); });
+    opened().read(0, buffer, [&](const Result<ReadReply> &r) { ends.push_back(r.status().number()); });
     volume->lookup(handle, "n", [&](const Result<LookupReply> &r) { ends.push_back(r.status().number()); });
     ASSERT_TRUE(test::run(loop, [&] { return nfs.count(Procedure::lookup) > 1; }));
     EXPECT_TRUE(ends.empty());
@@ -499,7 +507,7 @@ TEST_F(VolumeTest, ReadsIntoTheCallersBuffer) {
     });
     attach_to(nfs);
     Bytes buffer(8, std::byte{0xEE});
-    const auto reply = get<ReadReply>([&](auto completion) { volume->read(handle, 3, buffer, completion); });
+    const auto reply = get<ReadReply>([&](auto completion) { opened().read(3, buffer, completion); });
     ASSERT_TRUE(reply.ok()) << reply.status().text();
     EXPECT_EQ(reply.value().count, 5U);
     EXPECT_TRUE(reply.value().eof);
@@ -516,7 +524,7 @@ TEST_F(VolumeTest, ReportsAFailedRead) {
     });
     attach_to(nfs);
     Bytes buffer(8);
-    const auto reply = get<ReadReply>([&](auto completion) { volume->read(handle, 0, buffer, completion); });
+    const auto reply = get<ReadReply>([&](auto completion) { opened().read(0, buffer, completion); });
     EXPECT_EQ(reply.status().number(), static_cast<uint32_t>(EIO));
     EXPECT_THAT(reply.status().text(), StartsWith("server db1: READ: the server's disk failed"));
 }
@@ -530,7 +538,7 @@ TEST_F(VolumeTest, TakesNoMoreThanItAskedFor) {
     attach_to(nfs);
     Bytes guarded(64, std::byte{0xEE});
     const auto reply =
-        get<ReadReply>([&](auto completion) { volume->read(handle, 0, std::span{guarded}.first(8), completion); });
+        get<ReadReply>([&](auto completion) { opened().read(0, std::span{guarded}.first(8), completion); });
     EXPECT_EQ(reply.status().number(), static_cast<uint32_t>(EIO));
     EXPECT_EQ(guarded, Bytes(64, std::byte{0xEE}));
 }
@@ -551,14 +559,14 @@ TEST_F(VolumeTest, WritesAndCommits) {
     attach_to(nfs);
     const Bytes data = bytes_of("hello");
     const auto reply =
-        get<WriteReply>([&](auto completion) { volume->write(handle, 9, data, Stability::unstable, completion); });
+        get<WriteReply>([&](auto completion) { opened().write(9, data, Stability::unstable, completion); });
     ASSERT_TRUE(reply.ok());
     EXPECT_EQ(reply.value().count, 5U);
     EXPECT_EQ(reply.value().committed, Stability::unstable);
     EXPECT_EQ(reply.value().verifier, 0xABCDU);
     ASSERT_GE(sent.size(), 8U);
     EXPECT_EQ(Bytes(sent.end() - 8, sent.end()), bytes_of({"hello\0\0\0", 8}));
-    const auto commit = get<CommitReply>([&](auto completion) { volume->commit(handle, completion); });
+    const auto commit = get<CommitReply>([&](auto completion) { opened().commit(completion); });
     ASSERT_TRUE(commit.ok());
     EXPECT_EQ(commit.value().verifier, 0xABCDU);
 }
@@ -573,7 +581,7 @@ TEST_F(VolumeTest, DoesNotBelieveInMoreOrNothingWritten) {
             samples::put_write(results, count, 0, 0);
         });
         const auto reply =
-            get<WriteReply>([&](auto completion) { volume->write(handle, 0, data, Stability::unstable, completion); });
+            get<WriteReply>([&](auto completion) { opened().write(0, data, Stability::unstable, completion); });
         EXPECT_EQ(reply.status().number(), static_cast<uint32_t>(EIO)) << count;
     }
 }
@@ -634,7 +642,8 @@ TEST_F(VolumeTest, RunsEveryOtherOperation) {
     });
     attach_to(nfs);
     EXPECT_EQ(get<LookupReply>([&](auto c) { volume->lookup(handle, "n", c); }).value().handle.view(), "handle");
-    EXPECT_EQ(get<CreateReply>([&](auto c) { volume->create(handle, "n", {}, c); }).value().handle->view(), "handle");
+    EXPECT_EQ(get<CreatedFile>([&](auto c) { volume->create(handle, "n", {}, c); }).value().reply.handle->view(),
+              "handle");
     EXPECT_TRUE(mkdir().ok());
     EXPECT_TRUE(remove().ok());
     EXPECT_TRUE(get<DirectoryChange>([&](auto c) { volume->rmdir(handle, "d", c); }).ok());
@@ -650,7 +659,7 @@ TEST_F(VolumeTest, IsBusyWhenMuchIsOnTheWire) {
     std::vector<Bytes> buffers(8, Bytes(kTransferMaximum));
     std::size_t ended = 0;
     for (Bytes &buffer : buffers)
-        volume->read(handle, 0, buffer, [&](const Result<ReadReply> &) { ++ended; });
+        opened().read(0, buffer, [&](const Result<ReadReply> &) { ++ended; });
     EXPECT_TRUE(volume->busy());
     volume.reset();
     EXPECT_EQ(ended, 8U);
@@ -674,7 +683,7 @@ TEST_F(VolumeTest, CountsWhatWasDoneBeforeAnAnswerWasLostAsDone) {
 
     nfs.lose_answers(Procedure::create, 2);
     nfs.refuse(Procedure::create, NfsStatus::exist);
-    EXPECT_TRUE(get<CreateReply>([&](auto c) { volume->create(handle, "n", {}, c); }).ok());
+    EXPECT_TRUE(get<CreatedFile>([&](auto c) { volume->create(handle, "n", {}, c); }).ok());
 
     nfs.lose_answers(Procedure::remove, 1);
     nfs.refuse(Procedure::remove, NfsStatus::noent);
@@ -793,7 +802,7 @@ TEST_F(VolumeTest, LosesNoByteWhenTheConnectionIsCutAgainAndAgain) {
     Bytes received(contents.size());
     std::size_t ended = 0;
     for (std::size_t at = 0; at < contents.size(); at += kPiece)
-        volume->read(handle, at, std::span{received}.subspan(at, kPiece), [&](const Result<ReadReply> &reply) {
+        opened().read(at, std::span{received}.subspan(at, kPiece), [&](const Result<ReadReply> &reply) {
             EXPECT_TRUE(reply.ok() && reply.value().count == kPiece);
             ++ended;
         });

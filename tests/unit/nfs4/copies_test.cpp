@@ -23,8 +23,8 @@ class CopiesTest : public test::Nfs4VolumeTest {
         ASSERT_TRUE(attach().ok());
     }
     Result<CopyReply> copy(const CopyRange &range) {
-        return get<CopyReply>(
-            [&, this](auto done) { volume->copy(*volume, file, handle_of("target"), range, std::move(done)); });
+        if (!target_) target_ = volume->open(handle_of("target"), Access::write);
+        return get<CopyReply>([&, this](auto done) { target_->copy_from(reading(), range, std::move(done)); });
     }
     // Bytes copied, or the failure below zero.
     int64_t copied(const CopyRange &range) {
@@ -32,10 +32,13 @@ class CopiesTest : public test::Nfs4VolumeTest {
         return reply.ok() ? static_cast<int64_t>(reply.value().count) : -static_cast<int64_t>(reply.status().number());
     }
     std::pair<int64_t, int64_t> extent(uint64_t offset) {
-        const auto found = get<Extent>([&, this](auto done) { volume->extent(file, offset, std::move(done)); });
+        const auto found = get<Extent>([&, this](auto done) { reading().extent(offset, std::move(done)); });
         if (!found.ok()) return {-static_cast<int64_t>(found.status().number()), 0};
         return {static_cast<int64_t>(found.value().begin), static_cast<int64_t>(found.value().end)};
     }
+
+  private:
+    std::unique_ptr<VolumeFile> target_;
 };
 
 TEST_F(CopiesTest, AreMadeBySharingBlocksWhereTheServerCan) {

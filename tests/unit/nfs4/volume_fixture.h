@@ -77,14 +77,20 @@ class Nfs4VolumeTest : public testing::Test {
     Result<Attributes> getattr() {
         return get<Attributes>([this](auto done) { volume->getattr(file, std::move(done)); });
     }
+    // The file, held open once for each until it is let go.
+    VolumeFile &reading() { return held(reading_, Access::read); }
+    VolumeFile &writing() { return held(writing_, Access::write); }
+    void let_go() {
+        reading_.reset();
+        writing_.reset();
+    }
     // Not from the start, so that the file stays open.
     Result<ReadReply> read(uint64_t offset = 1) {
-        return get<ReadReply>([&, this](auto done) { volume->read(file, offset, buffer, std::move(done)); });
+        return get<ReadReply>([&, this](auto done) { reading().read(offset, buffer, std::move(done)); });
     }
     Result<WriteReply> write(std::string_view text, Stability stability = Stability::unstable) {
-        return get<WriteReply>([&, this](auto done) {
-            volume->write(file, 0, std::as_bytes(std::span{text}), stability, std::move(done));
-        });
+        return get<WriteReply>(
+            [&, this](auto done) { writing().write(0, std::as_bytes(std::span{text}), stability, std::move(done)); });
     }
     Status remove(const std::string &name) {
         return get<DirectoryChange>([&, this](auto done) { volume->remove(root, name, std::move(done)); }).status();
@@ -102,6 +108,15 @@ class Nfs4VolumeTest : public testing::Test {
     const FileHandle root = handle_of("export");
     const FileHandle file = handle_of("file");
     std::array<std::byte, 4> buffer{};
+
+  private:
+    VolumeFile &held(std::unique_ptr<VolumeFile> &opened, Access access) {
+        if (!opened) opened = volume->open(file, access);
+        return *opened;
+    }
+
+    std::unique_ptr<VolumeFile> reading_;
+    std::unique_ptr<VolumeFile> writing_;
 };
 
 }  // namespace nfstdm::nfs4::test

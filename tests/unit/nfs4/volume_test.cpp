@@ -246,17 +246,50 @@ TEST_F(Nfs4VolumeTest, ClosesWhatIsOpenBeforeItIsLeft) {
 TEST_F(Nfs4VolumeTest, ClosesAFileThatNobodyUsesAnyMoreWithoutBeingWaitedFor) {
     open();
     ASSERT_TRUE(attach().ok() && read().ok());
-    volume->release(file);
+    let_go();
     EXPECT_TRUE(nfstdm::test::run(loop, [this] { return nfs.open_files() == 0; }));
     EXPECT_EQ(nfs.compounds().back(), "SEQUENCE PUTFH CLOSE");
     EXPECT_TRUE(read().ok()) << "it is opened again when it is used again";
     EXPECT_EQ(nfs.executed(Op::open), 2);
 }
 
+TEST_F(Nfs4VolumeTest, ClosesAFileWhenTheLastLetsItGo) {
+    open();
+    ASSERT_TRUE(attach().ok() && read().ok());
+    auto other = volume->open(file, Access::read);
+    let_go();
+    EXPECT_TRUE(getattr().ok());
+    EXPECT_EQ(nfs.executed(Op::close), 0);
+    other.reset();
+    EXPECT_TRUE(nfstdm::test::run(loop, [this] { return nfs.open_files() == 0; }));
+}
+
+TEST_F(Nfs4VolumeTest, OpensAFileAsItWasOpenedHereAndForAllThatHoldIt) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    writing();
+    EXPECT_EQ(nfs.executed(Op::open), 0) << "nothing is asked of it yet";
+    EXPECT_TRUE(read().ok());
+    EXPECT_TRUE(write("CON").ok());
+    EXPECT_EQ(nfs.executed(Op::open), 1) << "for both at once";
+}
+
+TEST_F(Nfs4VolumeTest, ClosesAFileThatWasLetGoWhileItWasOpened) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    Status end;
+    reading().read(1, buffer, [&end](const Result<ReadReply> &reply) { end = reply.status(); });
+    let_go();
+    EXPECT_TRUE(nfstdm::test::run(loop, [&end] { return !end.ok(); })) << "who waits is told";
+    EXPECT_EQ(end.number(), static_cast<uint32_t>(ECANCELED));
+    EXPECT_TRUE(nfstdm::test::run(loop, [this] { return nfs.executed(Op::close) == 1; }));
+    EXPECT_EQ(nfs.open_files(), 0U);
+}
+
 TEST_F(Nfs4VolumeTest, LetsWhatIsBeingClosedEndWhenItIsLeft) {
     open();
     ASSERT_TRUE(attach().ok() && read().ok());
-    volume->release(file);
+    let_go();
     EXPECT_TRUE(detach().ok());
     EXPECT_EQ(nfs.executed(Op::close), 1);
     EXPECT_EQ(nfs.executed(Op::destroy_clientid), 1);
@@ -280,10 +313,10 @@ TEST_F(Nfs4VolumeTest, OpensAFileForMoreWhenItIsWrittenToo) {
 TEST_F(Nfs4VolumeTest, WritesASmallFileToStableStorageAndClosesItInOneQuestion) {
     open();
     ASSERT_TRUE(attach().ok());
-    const auto made = get<CreateReply>([this](auto done) {
+    const auto made = get<CreatedFile>([this](auto done) {
         volume->create(root, "file", {0644, uint64_t{0}}, std::move(done));
     });
-    ASSERT_TRUE(made.ok() && made.value().handle);
+    ASSERT_TRUE(made.ok() && made.value().reply.handle);
     EXPECT_EQ(nfs.compounds().back(), "SEQUENCE PUTFH OPEN GETFH GETATTR PUTFH GETATTR");
     const auto reply = write("whole", Stability::file_sync);
     ASSERT_TRUE(reply.ok()) << reply.status().text();
@@ -440,7 +473,8 @@ TEST_F(Nfs4VolumeTest, EndsWhatIsUnderWayWhenItIsDestroyed) {
     nfs.server.on_call = [](const auto &) {};
     std::vector<uint32_t> ends;
     volume->getattr(file, [&ends](const Result<Attributes> &reply) { ends.push_back(reply.status().number()); });
-    volume->read(file, 1, buffer, [&ends](const Result<ReadReply> &reply) { ends.push_back(reply.status().number()); });
+    reading().read(1, buffer, [&ends](const Result<ReadReply> &reply) { ends.push_back(reply.status().number()); });
+    let_go();
     volume.reset();
     EXPECT_THAT(ends, ElementsAre(ECANCELED, ECANCELED));
 }
