@@ -8,13 +8,13 @@
 #include <vector>
 
 #include "nfstdm/base/record.h"
-#include "nfstdm/base/scoped.h"
 #include "nfstdm/nfs3/arguments.h"
 #include "nfstdm/nfs3/constants.h"
 #include "nfstdm/nfs3/contact.h"
 #include "nfstdm/nfs3/mount.h"
 #include "nfstdm/nfs3/operations.h"
 #include "nfstdm/nfs3/replies.h"
+#include "nfstdm/remote/export.h"
 #include "nfstdm/remote/security.h"
 #include "nfstdm/remote/server.h"
 #include "nfstdm/volume/file_by_handle.h"
@@ -100,12 +100,11 @@ void agree(uint32_t &maximum, uint32_t &preferred) {
     preferred = preferred == 0 ? maximum : std::min(preferred, maximum);
 }
 
-class Nfs3Volume : public Volume {
+class Nfs3Volume : public remote::Export {
   public:
     Nfs3Volume(std::shared_ptr<remote::Server> server, ServerExport share);
     ~Nfs3Volume() override;
 
-    void attach(Completion<FileHandle> done) override;
     void detach(DoneCompletion done) override;
     const VolumeLimits &limits() const override { return limits_; }
     std::optional<FsInfoReply> root_info() const override { return root_info_; }
@@ -132,8 +131,6 @@ class Nfs3Volume : public Volume {
     void fsstat(const FileHandle &object, Completion<FsStatReply> done) override;
 
   private:
-    enum class State : uint8_t { detached, attaching, attached };
-
     // How a request differs from one that is all arguments.
     struct Extra {
         std::span<const std::byte> data;
@@ -151,22 +148,17 @@ class Nfs3Volume : public Volume {
     }
     void refuse(std::unique_ptr<Operation> operation, const Status &why);
 
-    EventLoop &loop() const { return server_->loop(); }
-    const std::string &wanted() const { return remote::wanted_security(server_->config(), share_); }
     Status choose_security(const std::vector<uint32_t> &offered);
-    Status in_context(const Status &status) const;
 
-    void begin_contact();
+    void contact() override;
     void contacted(Result<Contacted> result);
-    void ask_limits();
-    void attach_ended(Status status);
-    void release_client();
-    void close(const Status &why);
+    void ask_limits(const FileHandle &root);
+    void limits_known(const FileHandle &root, const FsInfoReply &info);
+    void contact_failed(const Status &why);
+    void let_go() override;
+    void end_all(const Status &why) override;
 
     const std::shared_ptr<remote::Server> server_;
-    const ServerExport share_;
-    State state_ = State::detached;
-    FileHandle root_;
     VolumeLimits limits_;
     std::optional<FsInfoReply> root_info_;
     uint32_t directory_bytes_ = kDirectoryBytes;
@@ -175,149 +167,109 @@ class Nfs3Volume : public Volume {
     rpc::Client *client_ = nullptr;  // the server's, while in use here
     uint16_t mount_port_ = 0;
 
-    std::vector<Completion<FileHandle>> attaching_;  // who waits for the attach under way
     std::unique_ptr<Contact> contact_;
     std::unique_ptr<rpc::Client> unmounter_;
-    DoneCompletion detaching_;  // who waits for the detach under way
     Operations operations_;
-    Lifeline life_;
 };
 
 Nfs3Volume::Nfs3Volume(std::shared_ptr<remote::Server> server, ServerExport share)
-    : server_(std::move(server)), share_(std::move(share)), operations_(server_->timing(), server_->trace()) {}
+    : Export(*server, std::move(share)), server_(std::move(server)), operations_(server_->timing(), server_->trace()) {}
 
 Nfs3Volume::~Nfs3Volume() {
-    close(in_context({ECANCELED, "the export is no longer used"}));
-}
-
-Status Nfs3Volume::in_context(const Status &status) const {
-    return status.in("server " + server_->name());
+    close();
 }
 
 // --- attach and detach
 
-void Nfs3Volume::attach(Completion<FileHandle> done) {
-    if (state_ == State::attached) {
-        loop().soon([done = std::move(done), root = root_] { done(root); });
-        return;
-    }
-    attaching_.push_back(std::move(done));
-    if (state_ == State::attaching) return;
-    state_ = State::attaching;
-    life_.soon(loop(), [this] { begin_contact(); });
-}
-
-void Nfs3Volume::begin_contact() {
-    if (state_ != State::attaching) return;
-    if (!server_->problem().ok()) return attach_ended(server_->problem());
+void Nfs3Volume::contact() {
     // What tslnfstab asks for is there, or the server is not asked at all.
     if (!wanted().empty())
         if (const auto there = server_->authenticator(wanted()); !there.ok())
-            return attach_ended(in_context(there.status()));
+            return not_attached(in_context(there.status()));
     auto authenticator = server_->mount_authenticator(wanted());
-    if (!authenticator.ok()) return attach_ended(in_context(authenticator.status()));
-    if (share_.export_path.size() > mount3::kPathMaximum)
-        return attach_ended(in_context({ENAMETOOLONG, "the export's path is too long"}));
+    if (!authenticator.ok()) return not_attached(in_context(authenticator.status()));
+    if (share().export_path.size() > mount3::kPathMaximum)
+        return not_attached(in_context({ENAMETOOLONG, "the export's path is too long"}));
     mount_authenticator_ = std::move(authenticator.value());
     const auto deadline = EventLoop::Clock::now() + server_->contact_limit();
-    contact_ = std::make_unique<Contact>(*server_, share_.export_path, mount_authenticator_, deadline,
+    contact_ = std::make_unique<Contact>(*server_, share().export_path, mount_authenticator_, deadline,
                                          [this](Result<Contacted> result) { contacted(std::move(result)); });
     contact_->start();
 }
 
+void Nfs3Volume::contact_failed(const Status &why) {
+    if (why.number() != ETIMEDOUT) return not_attached(why);
+    const std::string limit = std::to_string(server_->contact_limit().count());
+    not_attached(why.told_as(why.text() + "; mnt_timeout is " + limit));
+}
+
 void Nfs3Volume::contacted(Result<Contacted> result) {
-    if (!result.ok()) return attach_ended(result.status());
+    if (!result.ok()) return contact_failed(result.status());
     const Contacted &found = result.value();
     if (Status status = choose_security(found.export_reply.flavours); !status.ok())
-        return attach_ended(in_context(status));
-    root_ = found.export_reply.root;
+        return not_attached(in_context(status));
     mount_port_ = found.ports.mount;
     client_ = &server_->use_nfs(found.ports.nfs);
     operations_.use(client_);
-    ask_limits();
+    ask_limits(found.export_reply.root);
 }
 
 Status Nfs3Volume::choose_security(const std::vector<uint32_t> &offered) {
-    const auto security = remote::choose_security(wanted(), offered, share_.export_path);
+    const auto security = remote::choose_security(wanted(), offered, share().export_path);
     if (!security.ok()) return security.status();
     auto authenticator = server_->authenticator(security.value());
     if (authenticator.ok()) authenticator_ = std::move(authenticator.value());
     return authenticator.status();
 }
 
-void Nfs3Volume::ask_limits() {
-    auto done = [this](Result<FsInfoReply> info) {
-        if (!info.ok()) return attach_ended(info.status());
-        root_info_ = info.value();
-        limits_ = root_info_->limits;
-        agree(limits_.read_maximum, limits_.read_preferred);
-        agree(limits_.write_maximum, limits_.write_preferred);
-        if (const uint32_t least = std::min(limits_.read_maximum, limits_.write_maximum); least < kTransferMinimum)
-            return attach_ended(in_context({EPROTO, "FSINFO: the server takes no more than " + std::to_string(least) +
-                                                        " bytes in one READ or WRITE, at least " +
-                                                        std::to_string(kTransferMinimum) + " are needed"}));
-        directory_bytes_ = std::clamp(limits_.readdir_preferred, kDirectoryBytes, kTransferMaximum);
-        attach_ended({});
+void Nfs3Volume::ask_limits(const FileHandle &root) {
+    auto done = [this, root](const Result<FsInfoReply> &info) {
+        if (!info.ok()) return contact_failed(info.status());
+        limits_known(root, info.value());
     };
     Extra extra;
     extra.limit = contact_->left();
     start(Procedure::fsinfo,
           std::make_unique<Typed<FsInfoReply>>(loop(), row_of(Procedure::fsinfo), get_fsinfo, std::move(done)), extra,
-          [this](xdr::Writer &writer) { put_object(writer, root_); });
+          [&root](xdr::Writer &writer) { put_object(writer, root); });
 }
 
-// The last step of every attempt. A waiter may destroy the volume.
-void Nfs3Volume::attach_ended(Status status) {
+void Nfs3Volume::limits_known(const FileHandle &root, const FsInfoReply &info) {
+    root_info_ = info;
+    limits_ = info.limits;
+    agree(limits_.read_maximum, limits_.read_preferred);
+    agree(limits_.write_maximum, limits_.write_preferred);
+    if (const uint32_t least = std::min(limits_.read_maximum, limits_.write_maximum); least < kTransferMinimum)
+        return not_attached(in_context({EPROTO, "FSINFO: the server takes no more than " + std::to_string(least) +
+                                                    " bytes in one READ or WRITE, at least " +
+                                                    std::to_string(kTransferMinimum) + " are needed"}));
+    directory_bytes_ = std::clamp(limits_.readdir_preferred, kDirectoryBytes, kTransferMaximum);
     contact_.reset();
-    if (status.number() == ETIMEDOUT)
-        status = {ETIMEDOUT, status.text() + "; mnt_timeout is " + std::to_string(server_->contact_limit().count())};
-    state_ = status.ok() ? State::attached : State::detached;
-    if (!status.ok()) release_client();
-    server_->trace().write(TraceLevel::notice, TraceComponent::mount, [&] {
-        return "server " + server_->name() + ": export " + share_.export_path +
-               (status.ok() ? ": attached" : ": not attached: " + status.text());
-    });
-    const FileHandle root = root_;
-    for (const auto &done : std::exchange(attaching_, {})) {
-        if (status.ok())
-            done(root);
-        else
-            done(status);
-    }
+    attached(root);
 }
 
-void Nfs3Volume::release_client() {
+void Nfs3Volume::let_go() {
+    contact_.reset();
     if (std::exchange(client_, nullptr) == nullptr) return;
     operations_.use(nullptr);
     server_->release_nfs();
 }
 
-// Ends everything under way with a failure and lets go of the server.
-void Nfs3Volume::close(const Status &why) {
+void Nfs3Volume::end_all(const Status &why) {
     contact_.reset();
     unmounter_.reset();
-    const bool attaching = state_ == State::attaching;
-    state_ = State::detached;
     operations_.fail_all(why);
-    release_client();
-    if (attaching && !attaching_.empty()) attach_ended(why);
-    if (const auto done = std::exchange(detaching_, nullptr)) done(why);
+    let_go();
 }
 
 void Nfs3Volume::detach(DoneCompletion done) {
-    const bool reachable = state_ == State::attached && client_->answering();
-    close(in_context({ECANCELED, "the export is no longer used"}));
-    if (!reachable) {
-        loop().soon([done = std::move(done)] { done({}); });
-        return;
-    }
-    detaching_ = std::move(done);
+    const bool reachable = is_attached() && client_->answering();
+    if (!reachable) return leave_at_once(std::move(done));
+    close();
+    leave(std::move(done));
     unmounter_ = server_->new_contact_client({mount3::kProgram, mount3::kVersion}, mount_port_);
-    mount3::unmount(*unmounter_, {this, mount_authenticator_, kUnmountLimit}, share_.export_path,
-                    [this](const Status &) {
-                        const auto detached = std::exchange(detaching_, nullptr);
-                        detached({});
-                    });
+    mount3::unmount(*unmounter_, {this, mount_authenticator_, kUnmountLimit}, share().export_path,
+                    [this](const Status &) { left(); });
 }
 
 bool Nfs3Volume::busy() const {
@@ -328,17 +280,18 @@ bool Nfs3Volume::busy() const {
 
 void Nfs3Volume::refuse(std::unique_ptr<Operation> operation, const Status &why) {
     std::shared_ptr<Operation> kept = std::move(operation);
-    loop().soon([kept, status = in_context(why)] { kept->complete(status); });
+    loop().soon([kept, why] { kept->complete(why); });
 }
 
 template <class PutArguments>
 void Nfs3Volume::start(Procedure procedure, std::unique_ptr<Operation> operation, const Extra &extra,
                        PutArguments &&put) {
     const std::string name(row_of(procedure).name);
-    if (client_ == nullptr) return refuse(std::move(operation), {ENOTCONN, name + ": the export is not attached"});
+    if (client_ == nullptr) return refuse(std::move(operation), not_attached_for(name));
     xdr::Writer writer;
     put(writer);
-    if (!writer.ok()) return refuse(std::move(operation), {ENAMETOOLONG, name + ": a name is longer than 255 bytes"});
+    if (!writer.ok())
+        return refuse(std::move(operation), in_context({ENAMETOOLONG, name + ": a name is longer than 255 bytes"}));
     auto request = std::make_unique<rpc::Request>();
     request->procedure = static_cast<uint32_t>(procedure);
     request->authenticator = authenticator_;

@@ -24,7 +24,7 @@ void ExportVolume::copy(ExportVolume *source, const FileHandle &from, const File
                         Completion<CopyReply> done) {
     const bool possible = source != nullptr && source->server_ == server_ && source->security_ == security_ &&
                           session_.minor_version() >= kMinorVersionOfCopies &&
-                          (abilities_.clones || abilities_.copies) && state_ == State::attached;
+                          (abilities_.clones || abilities_.copies) && is_attached();
     if (!possible) {
         loop().soon([done = std::move(done)] { done(Status{ENOTSUP, "COPY: the server does not copy by itself"}); });
         return;

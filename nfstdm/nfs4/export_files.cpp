@@ -97,7 +97,7 @@ void ExportVolume::read(const FileHandle &file, uint64_t offset, std::span<std::
                         Completion<ReadReply> done) {
     // Less than a whole READ from the start is most likely all of the file.
     const bool whole = offset == 0 && buffer.size() < limits_.read_maximum && !opens_.is_open(file);
-    if (whole || state_ != State::attached) return read_whole(file, buffer, std::move(done));
+    if (whole || !is_attached()) return read_whole(file, buffer, std::move(done));
     opens_.use(file, kShareAccessRead, [this, file, offset, buffer, done = std::move(done)](const Status &opened) {
         if (!opened.ok()) return done(opened);
         read_open(file, offset, buffer, done);
@@ -146,7 +146,7 @@ void ExportVolume::read_open(const FileHandle &file, uint64_t offset, std::span<
 
 void ExportVolume::write(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
                          Completion<WriteReply> done) {
-    if (state_ != State::attached) return write_open(file, offset, data, stability, std::move(done));
+    if (!is_attached()) return write_open(file, offset, data, stability, std::move(done));
     opens_.use(file, kShareAccessWrite,
                [this, file, offset, data, stability, done = std::move(done)](const Status &opened) {
                    if (!opened.ok()) return done(opened);

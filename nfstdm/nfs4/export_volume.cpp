@@ -3,8 +3,10 @@
 
 #include <cerrno>
 #include <chrono>
+#include <utility>
 
 #include "nfstdm/nfs4/status_table.h"
+#include "nfstdm/remote/security.h"
 
 namespace nfstdm::nfs4 {
 
@@ -18,39 +20,21 @@ constexpr rpc::Duration kFarewellLimit = seconds(2);
 }  // namespace
 
 ExportVolume::ExportVolume(std::shared_ptr<SharedServer> server, ServerExport share)
-    : server_(std::move(server)),
+    : Export(server->server(), std::move(share)),
+      server_(std::move(server)),
       session_(server_->session()),
-      share_(std::move(share)),
       opens_(session_, [this](std::string_view name) { return new_call(name); }),
-      farewell_timer_(server_->server().loop()) {}
+      farewell_timer_(loop()) {}
 
 ExportVolume::~ExportVolume() {
-    close(in_context({ECANCELED, "the export is no longer used"}));
-}
-
-Status ExportVolume::in_context(const Status &status) const {
-    return status.in("server " + server_->server().name());
+    close();
 }
 
 // --- attach and detach
 
-void ExportVolume::attach(Completion<FileHandle> done) {
-    if (state_ == State::attached) {
-        loop().soon([done = std::move(done), root = root_] { done(root); });
-        return;
-    }
-    attaching_.push_back(std::move(done));
-    if (state_ == State::attaching) return;
-    state_ = State::attaching;
-    life_.soon(loop(), [this] { begin_contact(); });
-}
-
-void ExportVolume::begin_contact() {
-    if (state_ != State::attaching) return;
-    const remote::Server &server = server_->server();
-    if (!server.problem().ok()) return attach_ended(server.problem());
+void ExportVolume::contact() {
     if (Status status = use_security(wanted().empty() ? "sys" : wanted()); !status.ok())
-        return attach_ended(in_context(status));
+        return not_attached(in_context(status));
     session_.add_user(opens_);
     joined_ = true;
     find_export();
@@ -71,18 +55,18 @@ void ExportVolume::find_export() {
         return call;
     };
     contact_ = std::make_unique<ExportContact>(
-        share_.export_path, new_contact_call, [this](std::unique_ptr<Call> call) { session_.start(std::move(call)); },
+        share().export_path, new_contact_call, [this](std::unique_ptr<Call> call) { session_.start(std::move(call)); },
         [this](Result<FoundExport> result) { contacted(std::move(result)); });
     contact_->begin();
 }
 
 // The server has said what it wants instead. One more question settles it.
 void ExportVolume::find_with_another(const std::vector<uint32_t> &offered) {
-    const auto other = remote::choose_security(wanted(), offered, share_.export_path);
-    if (!other.ok()) return attach_ended(in_context(other.status()));
+    const auto other = remote::choose_security(wanted(), offered, share().export_path);
+    if (!other.ok()) return not_attached(in_context(other.status()));
     if (other.value() == security_)
-        return attach_ended(in_context({EACCES, "the server offers security " + security_ + " and refuses it"}));
-    if (Status status = use_security(other.value()); !status.ok()) return attach_ended(in_context(status));
+        return not_attached(in_context({EACCES, "the server offers security " + security_ + " and refuses it"}));
+    if (Status status = use_security(other.value()); !status.ok()) return not_attached(in_context(status));
     find_export();
 }
 
@@ -91,77 +75,44 @@ void ExportVolume::contacted(Result<FoundExport> result) {
         const auto offered = contact_->offered();
         return find_with_another(offered);
     }
-    if (!result.ok()) return attach_ended(result.status());
-    root_ = result.value().root;
+    if (!result.ok()) return not_attached(result.status());
     root_attributes_ = result.value().values.attributes();
     limits_ = limits_from(result.value().values, session_.sizes());
-    attach_ended({});
-}
-
-// The last step of every attempt. A waiter may destroy the volume.
-void ExportVolume::attach_ended(Status status) {
     contact_.reset();
-    state_ = status.ok() ? State::attached : State::detached;
-    if (!status.ok()) leave();
-    server_->server().trace().write(TraceLevel::notice, TraceComponent::mount, [&] {
-        return "server " + server_->server().name() + ": export " + share_.export_path +
-               (status.ok() ? ": attached with NFSv4." + std::to_string(session_.minor_version())
-                            : ": not attached: " + status.text());
-    });
-    const FileHandle root = root_;
-    for (const auto &done : std::exchange(attaching_, {})) {
-        if (status.ok())
-            done(root);
-        else
-            done(status);
-    }
+    attached(result.value().root, " with NFSv4." + std::to_string(session_.minor_version()));
 }
 
 // Without a word to anyone who waits.
-void ExportVolume::leave() {
+void ExportVolume::let_go() {
+    contact_.reset();
     if (std::exchange(joined_, false)) session_.remove_user(opens_, [](const Status &) {});
 }
 
-// Ends everything under way with a failure and lets go of the server.
-void ExportVolume::close(const Status &why) {
+void ExportVolume::end_all(const Status &why) {
     contact_.reset();
-    const bool attaching = state_ == State::attaching;
-    state_ = State::detached;
     farewell_timer_.cancel();
     session_.fail_all(this, why);
     session_.fail_all(&opens_, why);
     opens_.clear();
-    leave();
-    if (attaching && !attaching_.empty()) attach_ended(why);
-    if (const auto done = std::exchange(detaching_, nullptr)) done(why);
+    let_go();
 }
 
 // What is under way ends at once; what is open is closed in order, and then the server is told that this was all.
 void ExportVolume::detach(DoneCompletion done) {
-    const Status why = in_context({ECANCELED, "the export is no longer used"});
-    if (state_ != State::attached) {
-        close(why);
-        loop().soon([done = std::move(done)] { done({}); });
-        return;
-    }
-    state_ = State::detached;
+    if (!is_attached()) return leave_at_once(std::move(done));
+    const Status why = no_longer_used();
+    leave(std::move(done));
     session_.fail_all(this, why);
-    detaching_ = std::move(done);
     farewell_timer_.after(kFarewellLimit, [this, why] { session_.fail_all(&opens_, why); });
     life_.soon(loop(), [this] {
         opens_.close_all([this](const Status &) {
             farewell_timer_.cancel();
             if (!std::exchange(joined_, false)) return;
             session_.remove_user(opens_, [life = life_.watch(), this](const Status &) {
-                if (!life.expired()) detached();
+                if (!life.expired()) left();
             });
         });
     });
-}
-
-void ExportVolume::detached() {
-    const auto done = std::exchange(detaching_, nullptr);
-    if (done) done({});
 }
 
 // --- calls
@@ -177,11 +128,11 @@ std::unique_ptr<Call> ExportVolume::new_call(std::string_view name) {
 
 void ExportVolume::send(std::unique_ptr<Call> call) {
     call->done = [this, done = std::move(call->done)](Status status) {
-        if (status.number() == EREMOTE && state_ == State::attached) return ask_where(status, done);
+        if (status.number() == EREMOTE && is_attached()) return ask_where(status, done);
         done(std::move(status));
     };
-    if (state_ == State::attached) return session_.start(std::move(call));
-    const Status why = in_context({ENOTCONN, std::string(call->name) + ": the export is not attached"});
+    if (is_attached()) return session_.start(std::move(call));
+    const Status why = not_attached_for(call->name);
     std::shared_ptr<Call> kept = std::move(call);
     loop().soon([kept, why] { kept->done(why); });
 }
@@ -194,7 +145,7 @@ void ExportVolume::ask_where(const Status &failure, const DoneCompletion &done) 
             done(values.ok() ? with_locations(failure, values.value()) : failure);
         },
         [this](Compound &compound) {
-            put_putfh(compound, root_);
+            put_putfh(compound, root());
             put_getattr(compound, {Attribute::fs_locations});
             compound.expect(kLocationsMaximum);
         },

@@ -22,7 +22,7 @@
 #include "nfstdm/nfs4/replies.h"
 #include "nfstdm/nfs4/server_copy.h"
 #include "nfstdm/nfs4/shared_server.h"
-#include "nfstdm/remote/security.h"
+#include "nfstdm/remote/export.h"
 #include "nfstdm/volume/volume.h"
 
 namespace nfstdm::nfs4 {
@@ -38,12 +38,11 @@ bool get_object(Results &results, FileHandle &handle, std::optional<Attributes> 
 void put_made(Compound &compound, const FileHandle &directory);
 bool get_made(Results &results, CreateReply &reply);
 
-class ExportVolume : public Volume {
+class ExportVolume : public remote::Export {
   public:
     ExportVolume(std::shared_ptr<SharedServer> server, ServerExport share);
     ~ExportVolume() override;
 
-    void attach(Completion<FileHandle> done) override;
     void detach(DoneCompletion done) override;
     const VolumeLimits &limits() const override { return limits_; }
     std::optional<FsInfoReply> root_info() const override { return FsInfoReply{root_attributes_, limits_}; }
@@ -81,8 +80,6 @@ class ExportVolume : public Volume {
     void extent(const FileHandle &file, uint64_t offset, Completion<Extent> done);
 
   private:
-    enum class State : uint8_t { detached, attaching, attached };
-
     std::unique_ptr<Call> new_call(std::string_view name);
     template <class Reply, class Put, class Read>
     std::unique_ptr<Call> make(std::string_view name, Completion<Reply> done, Put put, Read read);
@@ -106,26 +103,18 @@ class ExportVolume : public Volume {
     Status not_told();
     void seek_end(const FileHandle &file, uint64_t begin, const Completion<Extent> &done);
 
-    EventLoop &loop() const { return server_->server().loop(); }
-    const std::string &wanted() const { return remote::wanted_security(server_->server().config(), share_); }
     Status use_security(const std::string &security);
-    Status in_context(const Status &status) const;
 
-    void begin_contact();
+    void contact() override;
     void find_export();
     void find_with_another(const std::vector<uint32_t> &offered);
     void contacted(Result<FoundExport> result);
-    void attach_ended(Status status);
-    void leave();
-    void close(const Status &why);
-    void detached();
+    void let_go() override;
+    void end_all(const Status &why) override;
 
     const std::shared_ptr<SharedServer> server_;
     Session &session_;
-    const ServerExport share_;
-    State state_ = State::detached;
     bool joined_ = false;  // a user of the session
-    FileHandle root_;
     VolumeLimits limits_;
     std::optional<Attributes> root_attributes_;  // when it was attached
     std::string security_;
@@ -133,11 +122,8 @@ class ExportVolume : public Volume {
     Opens opens_;
     Abilities abilities_;
 
-    std::vector<Completion<FileHandle>> attaching_;  // who waits for the attach under way
     std::unique_ptr<ExportContact> contact_;
-    DoneCompletion detaching_;  // who waits for the detach under way
     ScopedTimer farewell_timer_;
-    Lifeline life_;
 };
 
 // A call whose results make a reply; one that ends well without any (see Call::done_before) gives an empty one.

@@ -200,7 +200,7 @@ void Session::make_failed(const Status &why) {
     // That one identity is refused says nothing of the others, which may make the session.
     std::deque<CallPointer> failed;
     for (auto &call : queue_)
-        if (why.number() != EACCES || call->authenticator == authenticator_) failed.push_back(std::move(call));
+        if (!why.is(Condition::credential) || call->authenticator == authenticator_) failed.push_back(std::move(call));
     std::erase(queue_, nullptr);
     for (auto &call : failed) {
         call->done(why);

@@ -170,7 +170,7 @@ Status GssAuthenticator::settle(uint32_t seconds) {
 // --- using it
 
 Status GssAuthenticator::put(xdr::Writer &head, std::unique_ptr<Transmission> &transmission) {
-    if (agreement_ == nullptr) return {EACCES, "there is no security context"};
+    if (agreement_ == nullptr) return {EACCES, "there is no security context", Condition::credential};
     auto made = std::make_unique<GssTransmission>(agreement_, ++agreement_->last);
     put_credential(head, GssProcedure::data, made->sequence, protection_, agreement_->handle);
     const auto proof = agreement_->context->mic(head.bytes().subspan(kMark));

@@ -101,7 +101,8 @@ Status gss_status(const NfstdmGssFailure &failure, const std::string &service) {
     const TroubleWords words = words_of(failure.trouble);
     const std::string said(failure.words, strnlen(failure.words, sizeof failure.words));
     return {EACCES,
-            std::string(words.what) + " for " + service + (said.empty() ? "" : " (" + said + ")") + ": " + words.cure};
+            std::string(words.what) + " for " + service + (said.empty() ? "" : " (" + said + ")") + ": " + words.cure,
+            Condition::credential};
 }
 
 Result<std::unique_ptr<SecurityContext>> SecurityContext::create(const NfstdmGssModule &module,
