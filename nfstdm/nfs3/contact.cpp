@@ -18,7 +18,8 @@ Contact::Contact(remote::Server &server, std::string export_path, std::shared_pt
       authenticator_(std::move(authenticator)),
       deadline_(deadline),
       done_(std::move(done)),
-      ports_(server.known_ports.value_or(server.configured_ports())) {}
+      ports_(server.known_ports.value_or(server.configured_ports())),
+      silence_(server.loop()) {}
 
 rpc::Duration Contact::left() const {
     return std::max<rpc::Duration>(deadline_ - EventLoop::Clock::now(), std::chrono::milliseconds(1));
@@ -41,6 +42,16 @@ void Contact::ask_ports() {
     };
     ask(ports_.mount, mount3::kProgram, mount3::kVersion);
     ask(ports_.nfs, kProgram, kVersion);
+    silence_.after(server_.timing().silence_of_portmapper, [this] { look_at_other_version(); });
+}
+
+// A portmapper that does not even take the connection may be behind a filter that drops what is sent to it, as it is in
+// front of servers that need none. One that turns up after all is the one to ask.
+void Contact::look_at_other_version() {
+    if (portmapper_->usable_channels() > 0) return;
+    ask_version([this](bool v4_only) {
+        if (v4_only && portmapper_->usable_channels() == 0) fail_for_version();
+    });
 }
 
 void Contact::port_known(uint16_t &port, const Result<uint16_t> &answer) {
@@ -49,6 +60,8 @@ void Contact::port_known(uint16_t &port, const Result<uint16_t> &answer) {
     else
         port_failure_ = answer.status();
     if (--questions_ > 0) return;
+    silence_.cancel();
+    version_question_.reset();
     // Paths with a port of their own can do without a portmapper.
     const bool others = server_.portmapper_paths().size() < server_.path_count();
     if (port_failure_.ok() || others) return mount();
@@ -72,15 +85,23 @@ void Contact::mounted(Result<mount3::MountReply> reply) {
 
 // What there is of the server refuses, or lacks a program: perhaps it is a server of another kind.
 void Contact::fail(const Status &why) {
-    constexpr rpc::Duration kQuestionLimit = std::chrono::seconds(2);
     if (why.number() != ECONNREFUSED && !why.is(Condition::not_offered)) return finish(why);
+    ask_version([this, why](bool v4_only) {
+        if (v4_only) return fail_for_version();
+        finish(why);
+    });
+}
+
+void Contact::ask_version(std::function<void(bool v4_only)> answered) {
+    constexpr rpc::Duration kQuestionLimit = std::chrono::seconds(2);
     version_question_ = std::make_unique<remote::VersionQuestion>(
-        server_, ports_.nfs != 0 ? ports_.nfs : kPort, std::min(left(), kQuestionLimit), [this, why](bool v4_only) {
-            if (!v4_only) return finish(why);
-            const Status reason{EPROTONOSUPPORT, "it offers NFSv4 only, and this client speaks NFSv3 with it",
-                                Condition::not_offered};
-            finish(reason.in("server " + server_.name()));
-        });
+        server_, ports_.nfs != 0 ? ports_.nfs : kPort, std::min(left(), kQuestionLimit), std::move(answered));
+}
+
+void Contact::fail_for_version() {
+    const Status reason{EPROTONOSUPPORT, "it offers NFSv4 only, and this client speaks NFSv3 with it",
+                        Condition::not_offered};
+    finish(reason.in("server " + server_.name()));
 }
 
 // The owner may destroy the contact in done.

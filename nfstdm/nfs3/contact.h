@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "nfstdm/base/scoped.h"
 #include "nfstdm/base/status.h"
 #include "nfstdm/nfs3/mount.h"
 #include "nfstdm/remote/server.h"
@@ -35,10 +36,13 @@ class Contact {
 
   private:
     void ask_ports();
+    void look_at_other_version();
     void port_known(uint16_t &port, const Result<uint16_t> &answer);
     void mount();
     void mounted(Result<mount3::MountReply> reply);
     void fail(const Status &why);
+    void ask_version(std::function<void(bool v4_only)> answered);
+    void fail_for_version();
     void finish(Result<Contacted> result);
 
     remote::Server &server_;
@@ -52,6 +56,7 @@ class Contact {
     std::unique_ptr<rpc::Client> portmapper_;
     std::unique_ptr<rpc::Client> mounter_;
     std::unique_ptr<remote::VersionQuestion> version_question_;
+    ScopedTimer silence_;  // of the portmapper
 };
 
 }  // namespace nfstdm::nfs3

@@ -22,7 +22,7 @@ struct ExchangeReply {
     uint64_t client = 0;
     uint32_t sequence = 0;  // of the next CREATE_SESSION
     uint32_t flags = 0;
-    std::string server;  // major and minor identifier: the same server answers on every path that tells the same
+    std::string server;  // its owner, minor and major identifier
     std::string scope;
 };
 bool get_exchange_id(xdr::Reader &reader, ExchangeReply &reply);

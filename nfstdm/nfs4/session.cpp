@@ -41,6 +41,11 @@ std::string new_owner() {
            std::to_string(random_number());
 }
 
+// What tells servers apart: sessions may be shared by the paths to one server owner in one scope.
+std::string name_of(const ExchangeReply &reply) {
+    return reply.server + " in " + reply.scope;
+}
+
 }  // namespace
 
 Session::Session(remote::Server &server, uint32_t minor_version)
@@ -48,7 +53,7 @@ Session::Session(remote::Server &server, uint32_t minor_version)
       loop_(server.loop()),
       highest_wanted_(minor_version == 0),
       minor_(minor_version == 0 ? kHighestMinorVersion : minor_version),
-      client_(server.new_nfs4_client()),
+      client_(server.new_nfs4_client(*this)),
       owner_(new_owner()),
       verifier_(random_number()),
       timer_(loop_) {}
@@ -78,12 +83,8 @@ void Session::make() {
 void Session::ask(Op op, const std::function<void(Compound &)> &put, std::function<void(Results &)> answered) {
     Compound compound(minor_);
     put(compound);
-    auto request = std::make_unique<rpc::Request>();
-    request->name = row_of(op).name;
-    request->results_maximum = compound.results_maximum();
-    request->procedure = kProcCompound;
+    auto request = bare_request(op, compound);
     request->authenticator = authenticator_;
-    request->arguments = compound.take();
     request->limit = farewells_ > 0 ? kFarewellLimit : limit();
     request->needs_contact = !contacted_ || farewells_ > 0;
     request->owner = this;
@@ -93,6 +94,36 @@ void Session::ask(Op op, const std::function<void(Compound &)> &put, std::functi
         answered(results);
     };
     client_->submit(std::move(request));
+}
+
+std::unique_ptr<rpc::Request> Session::bare_request(Op op, Compound &compound) {
+    auto request = std::make_unique<rpc::Request>();
+    request->name = row_of(op).name;
+    request->results_maximum = compound.results_maximum();
+    request->procedure = kProcCompound;
+    request->arguments = compound.take();
+    return request;
+}
+
+// As somebody else than the owner of the session, whose client id an EXCHANGE_ID at the wrong time would replace
+// (RFC 8881 section 18.35.4). That client is never confirmed, so the server forgets it.
+std::unique_ptr<rpc::Request> Session::question() {
+    Compound compound(introduction_minor_);
+    put_exchange_id(compound, {verifier_, owner_ + " looking"});
+    auto request = bare_request(Op::exchange_id, compound);
+    if (auto caller = server_.mount_authenticator("sys"); caller.ok()) request->authenticator = caller.value();
+    return request;
+}
+
+Result<std::string> Session::name_in(const rpc::Request &answered) {
+    const std::string what(row_of(Op::exchange_id).name);
+    if (!answered.status.ok()) return answered.status.in(what);
+    Results results(answered.results());
+    ExchangeReply reply;
+    if (results.next(Op::exchange_id) && get_exchange_id(results.reader(), reply)) return name_of(reply);
+    const NfsStatus failure = results.failure();
+    if (failure == NfsStatus::minor_vers_mismatch) introduction_minor_ = 1 + introduction_minor_ % kHighestMinorVersion;
+    return to_status(failure).in(what);
 }
 
 void Session::identify() {
@@ -123,6 +154,7 @@ void Session::identified(Results &results) {
     client_id_ = reply.client;
     create_sequence_ = reply.sequence;
     identified_ = true;
+    client_->know_server(name_of(reply));
     create();
 }
 
@@ -449,14 +481,10 @@ void Session::requeue(Call &call) {
 // Some server wants a connection to be bound in words, although using it does so (RFC 8881 section 2.10.3.1).
 void Session::bind_connection(Call &call) {
     if (++call.restarts > kRestartsMaximum) return finish(call, to_status(NfsStatus::conn_not_bound_to_session));
-    auto request = std::make_unique<rpc::Request>();
     Compound compound(minor_);
     put_bind_connection(compound, session_);
-    request->name = row_of(Op::bind_conn_to_session).name;
-    request->results_maximum = compound.results_maximum();
-    request->procedure = kProcCompound;
+    auto request = bare_request(Op::bind_conn_to_session, compound);
     request->authenticator = call.authenticator;
-    request->arguments = compound.take();
     request->limit = call.limit;
     request->owner = call.owner;
     request->done = [this, &call](const std::unique_ptr<rpc::Request> &) { send_again(call); };

@@ -4,6 +4,9 @@
 //
 // Exactly once: a request whose connection is lost is sent again by rpc::Client as it was, slot and sequence number
 // included, and the server gives the answer it kept. Only when the session itself is gone is a request made anew.
+//
+// Trunking (section 2.10.5): a further path or address is used only when the server there names the same owner and
+// scope.
 #pragma once
 
 #include <cstddef>
@@ -37,14 +40,14 @@ class StateHolder {
     virtual std::vector<std::unique_ptr<Call>> reclaim() = 0;
 };
 
-class Session {
+class Session : private rpc::Introduction {
   public:
     static constexpr uint32_t kSlotsMaximum = 64;
     static constexpr uint32_t kHighestMinorVersion = 2;
 
     // server must outlive the session. minor_version: 1 or 2, or 0 for the highest that both sides have.
     Session(remote::Server &server, uint32_t minor_version);
-    ~Session();
+    ~Session() override;
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
 
@@ -85,6 +88,11 @@ class Session {
     void make_failed(const Status &why);
     void lose_session();
 
+    // Who is behind a path.
+    std::unique_ptr<rpc::Request> question() override;
+    Result<std::string> name_in(const rpc::Request &answered) override;
+    static std::unique_ptr<rpc::Request> bare_request(Op op, Compound &compound);
+
     // Calls.
     bool may_send() const;
     void pump();
@@ -113,6 +121,7 @@ class Session {
     EventLoop &loop_;
     const bool highest_wanted_;
     uint32_t minor_;
+    uint32_t introduction_minor_ = 1;  // which nearly every server has
     std::unique_ptr<rpc::Client> client_;
     const std::string owner_;
     const uint64_t verifier_;

@@ -186,18 +186,20 @@ std::unique_ptr<rpc::Client> Server::new_contact_client(rpc::Program program, ui
     return new_client(std::move(config));
 }
 
-std::unique_ptr<rpc::Client> Server::new_nfs_client(std::vector<rpc::Path> paths, uint32_t version) {
+std::unique_ptr<rpc::Client> Server::new_nfs_client(std::vector<rpc::Path> paths, uint32_t version,
+                                                    rpc::Introduction *introduction) {
     rpc::ClientConfig config;
     config.server = name();
     config.program = {kProgram, version};
     config.paths = std::move(paths);
     config.connections_per_path = std::clamp(config_.connections_per_path, 1U, kConnectionsMaximum);
     config.timing = timing_.within(std::chrono::seconds(config_.io_timeout_seconds));
+    config.introduction = introduction;
     return new_client(std::move(config));
 }
 
-std::unique_ptr<rpc::Client> Server::new_nfs4_client() {
-    return new_nfs_client(program_paths(config_.nfs_port != 0 ? config_.nfs_port : kPort), kVersion4);
+std::unique_ptr<rpc::Client> Server::new_nfs4_client(rpc::Introduction &introduction) {
+    return new_nfs_client(program_paths(config_.nfs_port != 0 ? config_.nfs_port : kPort), kVersion4, &introduction);
 }
 
 rpc::Client &Server::use_nfs(uint16_t port) {

@@ -60,8 +60,8 @@ class Server {
     std::unique_ptr<rpc::Client> new_portmap_client();
     // Of any program, for the first contact and the farewell.
     std::unique_ptr<rpc::Client> new_contact_client(rpc::Program program, uint16_t port);
-    // For NFSv4, which has one port for everything; its owner shares it.
-    std::unique_ptr<rpc::Client> new_nfs4_client();
+    // For NFSv4, which has one port for everything; its owner shares it. introduction must outlive the client.
+    std::unique_ptr<rpc::Client> new_nfs4_client(rpc::Introduction &introduction);
     // The one client of the NFS program that all exports share. Every use ends with release_nfs(), and by then the user
     // has no request there; with the last one the connections are closed.
     rpc::Client &use_nfs(uint16_t port);
@@ -75,7 +75,8 @@ class Server {
     std::vector<rpc::Path> program_paths(uint16_t port) const;
     rpc::TransportMaker tls_transports(rpc::Program program) const;
     std::unique_ptr<rpc::Client> new_client(rpc::ClientConfig config);
-    std::unique_ptr<rpc::Client> new_nfs_client(std::vector<rpc::Path> paths, uint32_t version);
+    std::unique_ptr<rpc::Client> new_nfs_client(std::vector<rpc::Path> paths, uint32_t version,
+                                                rpc::Introduction *introduction = nullptr);
 
     EventLoop &loop_;
     const ServerConfig config_;

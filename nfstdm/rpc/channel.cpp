@@ -38,6 +38,13 @@ void Channel::wake() {
     if (state_ == State::idle) begin_round();
 }
 
+void Channel::reconsider() {
+    if (state_ != State::left) return;
+    unreachable_ = false;
+    state_ = State::idle;
+    if (owner_.has_work()) wake();
+}
+
 // Called when less is under way than before, and now and then.
 void Channel::measure() {
     if (!meter_.busy()) return;
@@ -67,9 +74,16 @@ void Channel::close() {
 void Channel::begin_round() {
     state_ = State::connecting;
     auto addresses = book_.find(config_.path.host, config_.path.port);
-    if (addresses.ok())
+    if (addresses.ok()) {
+        std::erase_if(addresses.value(), [this](const Address &each) { return owner_.is_stranger(each); });
+        if (addresses.value().empty()) {
+            state_ = State::left;
+            unreachable_ = true;
+            return;
+        }
         return dialer_.dial(std::move(addresses.value()), config_.path.local, config_.source,
                             [this](Dialled result) { dialled(std::move(result)); });
+    }
     // From the loop, never from inside the submission that woke the channel.
     timer_.after(Duration::zero(), [this, failure = addresses.status()] { dialled({{}, {}, failure, false}); });
 }
@@ -103,9 +117,24 @@ void Channel::connected(Result<std::unique_ptr<Transport>> transport) {
     connection_.open(std::move(transport.value()));
     quiet_ = {};
     progress_ = connection_.progress();
+    if (auto question = owner_.new_question(address_); question != nullptr) {
+        state_ = State::meeting;
+        return ask(std::move(question));
+    }
     if (!doubted_ && !config_.one_of_several) return become_usable();
     state_ = State::proving;
     probe();
+}
+
+void Channel::introduced(const Request &answered) {
+    const Status status = owner_.channel_introduced(answered, address_);
+    if (status.ok()) {
+        become_usable();
+        return owner_.channel_proven();
+    }
+    book_.avoid(config_.path.host, address_);
+    connection_.close();
+    lost(status.in(where()), false);
 }
 
 void Channel::become_usable() {
@@ -120,16 +149,20 @@ void Channel::doubt() {
 }
 
 void Channel::probe() {
-    auto null_call = owner_.new_probe();
-    null_call->owner = this;
-    probe_bytes_ = wire_size(*null_call);
-    connection_.send(std::move(null_call));
+    ask(owner_.new_probe());
+}
+
+void Channel::ask(std::unique_ptr<Request> request) {
+    request->owner = this;
+    probe_bytes_ = wire_size(*request);
+    connection_.send(std::move(request));
 }
 
 void Channel::connection_answered(std::unique_ptr<Request> request) {
     if (request->owner == this) {
         probe_bytes_ = 0;
         doubted_ = false;
+        if (state_ == State::meeting) return introduced(*request);
         if (state_ == State::proving) become_usable();
         return owner_.channel_proven();
     }
@@ -192,7 +225,7 @@ Duration Channel::silence_limit(bool alone) const {
 
 void Channel::tick(Duration elapsed, bool alone) {
     measure();
-    if (state_ != State::usable && state_ != State::proving) return;
+    if (!connection_.is_open()) return;
     if (moved() || connection_.idle()) {
         quiet_ = {};
         return;

@@ -50,6 +50,13 @@ class ChannelOwner {
     virtual void channel_lost(std::vector<std::unique_ptr<Request>> requests, const Status &why, bool nonsense) = 0;
     // A NULL call of the channel's program, sealed.
     virtual std::unique_ptr<Request> new_probe() = 0;
+
+    // What somebody at a new address is asked before requests are trusted to the connection, sealed; null = nothing.
+    virtual std::unique_ptr<Request> new_question(const Address & /*peer*/) { return nullptr; }
+    // Whether the answer to that is the answer of the server that is meant.
+    virtual Status channel_introduced(const Request & /*answered*/, const Address & /*peer*/) { return {}; }
+    // Another server is known to be there.
+    virtual bool is_stranger(const Address & /*peer*/) const { return false; }
 };
 
 struct ChannelConfig {
@@ -67,6 +74,8 @@ class Channel : private ConnectionOwner {
 
     // There is work: connects unless that is done, under way, or put off.
     void wake();
+    // Strangers are none any more.
+    void reconsider();
 
     // Takes a usable channel.
     void send(std::unique_ptr<Request> request);
@@ -100,9 +109,11 @@ class Channel : private ConnectionOwner {
     enum class State : uint8_t {
         idle,        // nothing to do, or not tried yet
         connecting,  // to the host, handshake included
+        meeting,     // connected, waiting to be told who is there
         proving,     // connected, waiting for the answer to a NULL call
         usable,
         waiting,  // between attempts
+        left,     // another server is there, whatever the address
     };
 
     void connection_answered(std::unique_ptr<Request> request) override;
@@ -115,10 +126,12 @@ class Channel : private ConnectionOwner {
     std::unique_ptr<Transport> new_transport(Descriptor connected) const;
     void connected(Result<std::unique_ptr<Transport>> transport);
     void become_usable();
+    void introduced(const Request &answered);
     bool moved();
     Duration silence_limit(bool alone) const;
     void grow_patience();
     void probe();
+    void ask(std::unique_ptr<Request> request);
     void lost(const Status &why, bool nonsense);
     void wait_and_retry();
 

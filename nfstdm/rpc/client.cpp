@@ -32,6 +32,7 @@ Client::Client(EventLoop &loop, ClientConfig config, const Trace &trace)
       config_(std::move(config)),
       addresses_(config_.addresses != nullptr ? config_.addresses : std::make_shared<AddressBook>()),
       trace_(trace),
+      acquaintance_(config_.paths.size() > 1),
       next_sequence_(first_sequence()),
       tick_timer_(loop) {
     const bool several = config_.paths.size() > 1;
@@ -232,12 +233,39 @@ void Client::give_up_unreachable() {
 std::unique_ptr<Request> Client::new_probe() {
     auto probe = std::make_unique<Request>();
     probe->name = "NULL";
-    probe->program = config_.program;
-    probe->sequence = next_sequence_++;
-    probe->submitted = clock_;
-    [[maybe_unused]] const Status sealed = seal(*probe);
-    assert(sealed.ok());  // as AUTH_NONE, which can always be said
-    return probe;
+    return seal_own(std::move(probe));
+}
+
+// A call of a channel's own.
+std::unique_ptr<Request> Client::seal_own(std::unique_ptr<Request> request) {
+    request->program = config_.program;
+    request->sequence = next_sequence_++;
+    request->submitted = clock_;
+    [[maybe_unused]] const Status sealed = seal(*request);
+    assert(sealed.ok());  // by an authenticator that can always be asked
+    return request;
+}
+
+std::unique_ptr<Request> Client::new_question(const Address &peer) {
+    if (config_.introduction == nullptr || !acquaintance_.must_ask(peer)) return nullptr;
+    return seal_own(config_.introduction->question());
+}
+
+Status Client::channel_introduced(const Request &answered, const Address &peer) {
+    const auto name = config_.introduction->name_in(answered);
+    if (!name.ok()) return name.status();
+    Status met = acquaintance_.meet(peer, name.value(), usable_channels() > 0);
+    if (met.ok()) reconsider_strangers();
+    return met;
+}
+
+void Client::reconsider_strangers() {
+    for (const auto &channel : channels_)
+        channel->reconsider();
+}
+
+void Client::know_server(const std::string &name) {
+    if (acquaintance_.know(name)) reconsider_strangers();
 }
 
 // The request leaves the client's work; its owner hears of it from the loop.
@@ -286,6 +314,7 @@ void Client::close() {
     assert(outstanding_ == 0);
     doubt_.end();
     tick_timer_.cancel();
+    acquaintance_.forget();
     for (const auto &channel : channels_)
         channel->close();
 }

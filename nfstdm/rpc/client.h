@@ -15,6 +15,7 @@
 #include "nfstdm/base/event_loop.h"
 #include "nfstdm/base/scoped.h"
 #include "nfstdm/base/trace.h"
+#include "nfstdm/rpc/acquaintance.h"
 #include "nfstdm/rpc/address_book.h"
 #include "nfstdm/rpc/channel.h"
 #include "nfstdm/rpc/dispatch.h"
@@ -34,6 +35,7 @@ struct ClientConfig {
     Timing timing;
     TransportMaker transports = nullptr;     // null = plain TCP
     std::shared_ptr<AddressBook> addresses;  // shared with other clients of the server; null = one of its own
+    Introduction *introduction = nullptr;    // must outlive the client; null = whoever answers is the server
 };
 
 // Every request submitted is given back exactly once, through its done function and from the loop, unless it is dropped
@@ -58,6 +60,9 @@ class Client : private ChannelOwner {
 
     // No request is to send or under way.
     bool idle() const { return outstanding_ == 0; }
+
+    // The name of the server that requests were answered by, as an introduction would give it.
+    void know_server(const std::string &name);
 
     // While idle: closes the connections, which the next request opens again.
     void close();
@@ -92,7 +97,12 @@ class Client : private ChannelOwner {
     void channel_sent(std::unique_ptr<Request> request) override { finish(std::move(request), {}); }
     void channel_lost(std::vector<std::unique_ptr<Request>> requests, const Status &why, bool nonsense) override;
     std::unique_ptr<Request> new_probe() override;
+    std::unique_ptr<Request> new_question(const Address &peer) override;
+    Status channel_introduced(const Request &answered, const Address &peer) override;
+    bool is_stranger(const Address &peer) const override { return acquaintance_.is_stranger(peer); }
 
+    void reconsider_strangers();
+    std::unique_ptr<Request> seal_own(std::unique_ptr<Request> request);
     void begin_work();
     void pump();
     void move_reads();
@@ -125,6 +135,7 @@ class Client : private ChannelOwner {
     const std::shared_ptr<AddressBook> addresses_;
     const Trace &trace_;
     Channels channels_;
+    Acquaintance acquaintance_;
 
     std::deque<std::unique_ptr<Request>> to_send_;  // in order of submission
     std::set<const Authenticator *> opening_;       // whose requests wait for what the server says

@@ -44,6 +44,10 @@ struct Timing {
     // A bulk request that is answered by then was answered promptly: more of them may be outstanding at once.
     Duration prompt = std::chrono::seconds(1);
 
+    // A portmapper that has not taken the connection by then may never do so. The first repetition of a lost request to
+    // connect comes before it.
+    Duration silence_of_portmapper = std::chrono::milliseconds(1500);
+
     // Between repetitions of a request that the server was not ready for (NFS3ERR_JUKEBOX); doubled each time.
     Duration jukebox_first = std::chrono::milliseconds(100);
     Duration jukebox_most = std::chrono::seconds(5);

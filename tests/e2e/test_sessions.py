@@ -3,6 +3,7 @@ changes something is executed once."""
 
 import pytest
 
+import servers
 from amounts import few_and_many
 
 SIZE = 6 << 20  # some WRITEs of the largest size
@@ -153,6 +154,27 @@ def test_a_file_is_whole_wherever_the_connection_is_cut(nas, tmp_path, chance, f
         assert (nas.files / f"f{number}").read_bytes() == source.read_bytes(), number
         assert nas.count("OPEN") == opened + 1, number
     assert nas.tell("opens") == "0"
+
+
+def test_a_path_to_another_server_is_left_alone(nas, content, installed_home, tmp_path):
+    (tmp_path / "source").write_bytes(content)
+    folder = tmp_path / "elsewhere"
+    folder.mkdir()
+    other = servers.LoopnfsdProcess(installed_home, "--no-sync", "--versions", "4", folder)
+    try:
+        nas.client.tslnfstab.write_text(
+            servers.server_block(
+                "nas", f"{nas.daemon.address} {other.address}", [("/export", nas.remote)], version="nfsv4.1"
+            )
+        )
+        trace = tmp_path / "trace"
+        nas.ok("-trace", trace, "-level", "1", "1", "1", "1", "cp", tmp_path / "source", nas / "copy")
+    finally:
+        other.close()
+    left, used = (nas.files, folder) if (folder / "copy").exists() else (folder, nas.files)
+    assert (used / "copy").read_bytes() == content
+    assert list(left.iterdir()) == []
+    assert "another server answers here, the path is left alone" in trace.read_text()
 
 
 def test_what_a_file_needs_is_few_calls(nas, tmp_path):

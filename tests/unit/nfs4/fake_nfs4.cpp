@@ -112,9 +112,13 @@ NfsStatus FakeNfs4::execute_session(Op op, Compound &compound) {
     uint32_t word = 0;
     switch (op) {
         case Op::exchange_id: {
-            if (clients_.empty()) clients_[next_client_++] = false;
-            const auto &[id, confirmed] = *clients_.begin();
-            samples::put_exchange_id(out, id, confirmed);
+            in.skip(8);
+            uint64_t &id = owners_[get_text(in)];
+            if (!clients_.contains(id) || !clients_[id]) {
+                clients_.erase(id);
+                clients_[id = next_client_++] = false;
+            }
+            samples::put_exchange_id(out, id, clients_[id], owner);
             return NfsStatus::ok;
         }
         case Op::create_session: {

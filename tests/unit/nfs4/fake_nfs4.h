@@ -40,6 +40,7 @@ class FakeNfs4 {
     std::size_t open_files() const { return opens_.size(); }
 
     nfstdm::test::ScriptedServer server;
+    std::string owner = "server";       // of this server, as it tells it
     std::string content = "content";    // of every file
     std::map<std::string, char> names;  // of the only directory: 'd' a directory, 'f' a file
     // Does something to the results of an answer before they are sent; false: the connection is cut instead.
@@ -105,6 +106,7 @@ class FakeNfs4 {
     std::map<Op, int> executed_;
     std::vector<std::string> compounds_;
     std::map<uint64_t, bool> clients_;  // confirmed
+    std::map<std::string, uint64_t> owners_;
     std::map<SessionId, Session> sessions_;
     std::map<uint8_t, bool> opens_;
     uint64_t next_client_ = 100;

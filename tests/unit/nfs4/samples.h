@@ -85,13 +85,13 @@ inline void put_open(xdr::Writer &writer, const StateId &state) {
     writer.put_bool(false);
 }
 
-inline void put_exchange_id(xdr::Writer &writer, uint64_t client, bool confirmed) {
+inline void put_exchange_id(xdr::Writer &writer, uint64_t client, bool confirmed, std::string_view owner = "server") {
     writer.put_u64(client);
     writer.put_u32(1);
     writer.put_u32(kFlagUseNonPnfs | (confirmed ? kFlagConfirmed : 0));
     writer.put_u32(0);
     writer.put_u64(0);
-    writer.put_string("server");
+    writer.put_string(owner);
     writer.put_string("scope");
     writer.put_u32(1);
     writer.put_string("domain");

@@ -57,8 +57,8 @@ xdr::Writer begin_reply(uint32_t xid, std::size_t verifier_size) {
     return writer;
 }
 
-ScriptedServer::ScriptedServer(EventLoop &loop, const std::string &host) : loop_(loop) {
-    auto addresses = rpc::resolve(host, 0);
+ScriptedServer::ScriptedServer(EventLoop &loop, const std::string &host, uint16_t port) : loop_(loop) {
+    auto addresses = rpc::resolve(host, port);
     if (!addresses.ok()) throw std::runtime_error(addresses.status().text());
     rpc::Address address = addresses.value().front();
     listener_ = Descriptor(::socket(address.family(), SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));

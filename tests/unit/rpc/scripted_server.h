@@ -49,8 +49,8 @@ xdr::Writer begin_reply(uint32_t xid, std::size_t verifier_size = 0);
 
 class ScriptedServer {
   public:
-    // host: an address in digits. Listens on a free port.
-    explicit ScriptedServer(EventLoop &loop, const std::string &host = "127.0.0.1");
+    // host: an address in digits. Listens on a free port, or the one that is given.
+    explicit ScriptedServer(EventLoop &loop, const std::string &host = "127.0.0.1", uint16_t port = 0);
     ~ScriptedServer();
     ScriptedServer(const ScriptedServer &) = delete;
     ScriptedServer &operator=(const ScriptedServer &) = delete;

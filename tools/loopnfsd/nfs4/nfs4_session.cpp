@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // EXCHANGE_ID, CREATE_SESSION, DESTROY_SESSION, DESTROY_CLIENTID, BIND_CONN_TO_SESSION, SEQUENCE, RECLAIM_COMPLETE.
+#include <unistd.h>
+
 #include <algorithm>
+#include <string>
 
 #include "tools/loopnfsd/nfs4/nfs4.h"
 
@@ -93,7 +96,7 @@ Status Nfs4Service::exchange_id(Compound &compound) {
     out.put_u32(kUseNonPnfs | (client.confirmed ? kConfirmed : 0));
     out.put_u32(kNoProtection);
     out.put_u64(0);  // server_owner4: minor id, major id
-    out.put_string("loopnfsd");
+    out.put_string("loopnfsd " + std::to_string(getpid()));
     out.put_string("loopnfsd");  // server scope
     out.put_u32(0);              // nothing about the implementation
     return Status::ok;
