@@ -8,13 +8,13 @@
 
 #include "nfstdm/nfs4/arguments.h"
 #include "nfstdm/nfs4/replies.h"
+#include "nfstdm/nfs4/root_listing.h"
 
 namespace nfstdm::nfs4 {
 
 namespace {
 
 constexpr uint32_t kListBytes = 16384;  // of names, to tell people
-constexpr std::size_t kNamesTold = 16;
 
 std::vector<std::string> split(std::string_view path) {
     std::vector<std::string> components;
@@ -151,11 +151,7 @@ void ExportContact::list(const Status &failure) {
     };
     call->done = [this, failure, reply](const Status &) {
         const std::string where = passed_ == 0 ? "the server's root" : join(components_, passed_);
-        std::string names;
-        for (std::size_t i = 0; i < std::min(kNamesTold, reply->entries.size()); ++i)
-            names += (i == 0 ? "/" : ", /") + reply->entries[i].name;
-        if (reply->entries.size() > kNamesTold) names += ", ...";
-        finish(failure.told_as(failure.text() + "; " + where + (names.empty() ? " is empty" : " holds: " + names)));
+        finish(failure.told_as(failure.text() + "; " + where + what_it_holds(*reply)));
     };
     start_(std::move(call));
 }

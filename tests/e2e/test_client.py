@@ -194,6 +194,20 @@ def test_showmount_waits_as_long_as_mnt_timeout_of_the_server_says(own, tmp_path
     assert "EXPORT: no answer within 1 second" in trace.read_text()
 
 
+def test_the_exports_of_a_server_of_version_4_alone_are_not_listed_but_what_leads_to_them(own, tmp_path):
+    for name in ("data", "backup"):
+        (tmp_path / name).mkdir()
+    exports = [word for name in ("data", "backup") for word in ("--export", f"/{name}={tmp_path / name}")]
+    daemon = servers.LoopnfsdProcess(own.home, "--versions", "4", *exports)
+    try:
+        run = own.run("showmount", "-e", daemon.address, env={"TSLWNFS_TERMINAL": "reasons"})
+    finally:
+        daemon.close()
+    assert (run.status, run.out) == (1, b"failed, error code:1\n" + failed(1))
+    holds = re.search(rb"it speaks NFSv4, which has no list of exports; the server's root holds: (.*)\n", run.err)
+    assert sorted(holds[1].split(b", ")) == [b"/backup", b"/data"]
+
+
 def test_showmount_without_a_server_fails(own):
     run = own.run("showmount")
     assert (run.status, run.out) == (1, failed(1))

@@ -86,6 +86,14 @@ def test_a_server_that_offers_version_3_is_never_taken_for_one_of_version_4_alon
     assert "NFSv4" not in trace
 
 
+def test_showmount_tells_what_leads_to_the_exports_in_the_time_that_it_has(host):
+    host.serve("4", mnt_timeout=3)
+    run = host.client.run("showmount", "127.0.0.1", env={"TSLWNFS_TERMINAL": "reasons"})
+    assert run.status == 1
+    assert b"no answer within 3 seconds" in run.err
+    assert b"the server's root holds: /export\n" in run.err
+
+
 @pytest.mark.slow
 def test_a_portmapper_that_turns_up_is_asked(host):
     host.serve("3,4")

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "nfstdm/nfs4/root_listing.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <utility>
+
+namespace nfstdm::nfs4 {
+
+namespace {
+
+constexpr std::size_t kNamesTold = 16;
+
+bool is_no_directory(const DirectoryEntry &entry) {
+    return entry.attributes && entry.attributes->type != FileType::directory;
+}
+
+}  // namespace
+
+std::string what_it_holds(const DirectoryReply &directory) {
+    if (directory.entries.empty()) return " is empty";
+    std::string text = " holds: ";
+    for (std::size_t i = 0; i < std::min(kNamesTold, directory.entries.size()); ++i)
+        text += (i == 0 ? "/" : ", /") + directory.entries[i].name;
+    return directory.entries.size() > kNamesTold ? text + ", ..." : text;
+}
+
+RootQuestion::RootQuestion(EventLoop &loop, const ServerConfig &server, Completion<std::string> done)
+    : factory_(loop, trace_), done_(std::move(done)), volume_(factory_.open(server, {"/", "/", {}}, {4, 0, false})) {
+    volume_->attach([this](const Result<FileHandle> &root) { attached(root); });
+}
+
+// What is under way ends with the volume, for nobody to hear.
+RootQuestion::~RootQuestion() {
+    done_ = nullptr;
+}
+
+void RootQuestion::attached(const Result<FileHandle> &root) {
+    if (!root.ok()) return finish(root.status());
+    volume_->readdir(root.value(), 0, 0, true, [this](Result<DirectoryReply> reply) { listed(std::move(reply)); });
+}
+
+void RootQuestion::listed(Result<DirectoryReply> reply) {
+    volume_->detach([this, reply = std::move(reply)](const Status &) mutable {
+        if (!reply.ok()) return finish(reply.status());
+        std::erase_if(reply.value().entries, is_no_directory);
+        finish("the server's root" + what_it_holds(reply.value()));
+    });
+}
+
+// The owner may destroy the question in done.
+void RootQuestion::finish(const Result<std::string> &result) {
+    if (const auto done = std::exchange(done_, nullptr)) done(result);
+}
+
+}  // namespace nfstdm::nfs4
