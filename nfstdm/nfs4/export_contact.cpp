@@ -63,6 +63,7 @@ void ExportContact::begin() {
 bool ExportContact::read(Results &results) {
     const bool found = read_found(results);
     wrong_security_ = results.failure() == NfsStatus::wrongsec;
+    refused_by_name_ = results.failed_op() == Op::lookup;
     return found;
 }
 
@@ -116,7 +117,7 @@ void ExportContact::ask_security(const Status &failure) {
     auto call = new_call_("SECINFO");
     call->put = [this](Compound &compound) {
         put_path(compound, passed_);
-        if (passed_ < components_.size())
+        if (refused_by_name_)
             put_secinfo(compound, components_[passed_]);
         else
             put_secinfo_no_name(compound);
@@ -126,7 +127,7 @@ void ExportContact::ask_security(const Status &failure) {
         if (!results.next(Op::putrootfh)) return false;
         for (std::size_t i = 0; i < passed_; ++i)
             if (!results.next(Op::lookup)) return false;
-        return results.next(passed_ < components_.size() ? Op::secinfo : Op::secinfo_no_name) &&
+        return results.next(refused_by_name_ ? Op::secinfo : Op::secinfo_no_name) &&
                get_flavours(results.reader(), offered_);
     };
     call->done = [this, failure](const Status &) { finish(failure); };

@@ -59,6 +59,7 @@ class ExportContact {
     std::size_t passed_ = 0;  // components that are there
     FoundExport found_;
     bool wrong_security_ = false;
+    bool refused_by_name_ = false;  // at a component, not at what is above all
     std::vector<uint32_t> offered_;
 };
 

@@ -127,14 +127,21 @@ std::unique_ptr<Call> ExportVolume::new_call(std::string_view name) {
 }
 
 void ExportVolume::send(std::unique_ptr<Call> call) {
-    call->done = [this, done = std::move(call->done)](Status status) {
-        if (status.number() == EREMOTE && is_attached()) return ask_where(status, done);
-        done(std::move(status));
-    };
+    call->done = [this, done = std::move(call->done)](const Status &status) { explain(status, done); };
     if (is_attached()) return session_.start(std::move(call));
     const Status why = not_attached_for(call->name);
     std::shared_ptr<Call> kept = std::move(call);
     loop().soon([kept, why] { kept->done(why); });
+}
+
+// What the server can say of a failure beyond its number is asked of it.
+void ExportVolume::explain(const Status &failure, const DoneCompletion &done) {
+    const auto is = [&failure](NfsStatus status) {
+        return failure.cause().source == Cause::Source::nfs && failure.cause().number == static_cast<uint32_t>(status);
+    };
+    if (is_attached() && is(NfsStatus::moved)) return ask_where(failure, done);
+    if (is_attached() && is(NfsStatus::wrongsec)) return ask_flavours(failure, done);
+    done(failure);
 }
 
 // The file system is on another server now, and the one that had it may tell which.
@@ -151,6 +158,25 @@ void ExportVolume::ask_where(const Status &failure, const DoneCompletion &done) 
         },
         [](Results &results, const rpc::Request &, AttributeValues &values) {
             return results.next(Op::putfh) && results.next(Op::getattr) && get_attributes(results.reader(), values);
+        });
+    session_.start(std::move(call));
+}
+
+// The export was put under another security while it was in use.
+void ExportVolume::ask_flavours(const Status &failure, const DoneCompletion &done) {
+    auto call = make<std::vector<uint32_t>>(
+        "SECINFO_NO_NAME",
+        [failure, done](const Result<std::vector<uint32_t>> &flavours) {
+            if (!flavours.ok() || flavours.value().empty()) return done(failure);
+            done(failure.told_as(failure.text() + "; it takes " + remote::flavour_names(flavours.value())));
+        },
+        [this](Compound &compound) {
+            put_putfh(compound, root());
+            put_secinfo_no_name(compound);
+        },
+        [](Results &results, const rpc::Request &, std::vector<uint32_t> &flavours) {
+            return results.next(Op::putfh) && results.next(Op::secinfo_no_name) &&
+                   get_flavours(results.reader(), flavours);
         });
     session_.start(std::move(call));
 }

@@ -21,16 +21,6 @@ constexpr std::array<SecurityRow, 5> kSecurities = {{
     {"krb5p", kKrb5 + 2, rpc::GssService::privacy},
 }};
 
-std::string flavour_names(const std::vector<uint32_t> &flavours) {
-    std::string names;
-    for (const uint32_t flavour : flavours) {
-        const auto *const row = std::ranges::find(kSecurities, flavour, &SecurityRow::flavour);
-        names += names.empty() ? "" : ", ";
-        names += row == kSecurities.end() ? "flavour " + std::to_string(flavour) : std::string(row->word);
-    }
-    return names;
-}
-
 bool lists(const std::vector<uint32_t> &flavours, uint32_t flavour) {
     return std::ranges::find(flavours, flavour) != flavours.end();
 }
@@ -54,6 +44,16 @@ const SecurityRow *find_security(std::string_view word) {
 
 uint32_t krb5_flavour(uint32_t service) {
     return kKrb5 + service - static_cast<uint32_t>(rpc::GssService::none);
+}
+
+std::string flavour_names(const std::vector<uint32_t> &flavours) {
+    std::string names;
+    for (const uint32_t flavour : flavours) {
+        const auto *const row = std::ranges::find(kSecurities, flavour, &SecurityRow::flavour);
+        names += names.empty() ? "" : ", ";
+        names += row == kSecurities.end() ? "flavour " + std::to_string(flavour) : std::string(row->word);
+    }
+    return names;
 }
 
 const std::string &wanted_security(const ServerConfig &server, const ServerExport &share) {

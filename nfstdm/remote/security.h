@@ -30,6 +30,9 @@ const SecurityRow *find_security(std::string_view word);
 // The flavour of RPCSEC_GSS with Kerberos and this service, as lists of flavours name it.
 uint32_t krb5_flavour(uint32_t service);
 
+// "sys, krb5": flavours by their words.
+std::string flavour_names(const std::vector<uint32_t> &flavours);
+
 // What the export is to be used with: its own security, or the server's default; empty when neither says.
 const std::string &wanted_security(const ServerConfig &server, const ServerExport &share);
 

@@ -311,7 +311,11 @@ NfsStatus FakeNfs4::execute_file(Op op, Compound &compound) {
             compound.name = get_text(in);
             return names.contains(compound.name) ? NfsStatus::ok : NfsStatus::noent;
         case Op::secinfo:
-            static_cast<void>(get_text(in));
+        case Op::secinfo_no_name:
+            if (op == Op::secinfo)
+                static_cast<void>(get_text(in));
+            else
+                in.skip(4);
             out.put_u32(static_cast<uint32_t>(kerberos_services.size()));
             for (const uint32_t service : kerberos_services) {
                 out.put_u32(6);

@@ -447,6 +447,28 @@ TEST_F(Nfs4VolumeTest, TellsWhatAnExportIsOfferedWithThatRefusesItsSecurity) {
     EXPECT_THAT(attach().status().text(), HasSubstr("is not offered with security sys, only with krb5, krb5p"));
 }
 
+TEST_F(Nfs4VolumeTest, AsksForTheSecurityOfTheRootWhereThatIsWhatRefuses) {
+    nfs.kerberos_services = {1};
+    volume = factory.open(config(), {"/export", "/mnt", "sys"}, {4, 1, false});
+    nfs.fail(Op::putrootfh, NfsStatus::wrongsec);
+    EXPECT_THAT(attach().status().text(), HasSubstr("is not offered with security sys, only with krb5"));
+    EXPECT_EQ(nfs.executed(Op::secinfo_no_name), 1);
+    EXPECT_EQ(nfs.executed(Op::secinfo), 0);
+}
+
+TEST_F(Nfs4VolumeTest, TellsWhichSecurityAnExportTakesThatWasPutUnderAnotherOne) {
+    nfs.kerberos_services = {1, 2};
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail(Op::getattr, NfsStatus::wrongsec);
+    const auto reply = getattr();
+    EXPECT_EQ(reply.status().number(), static_cast<uint32_t>(EACCES));
+    EXPECT_THAT(reply.status().text(), HasSubstr("(NFS4ERR_WRONGSEC); it takes krb5, krb5i"));
+    nfs.fail(Op::getattr, NfsStatus::wrongsec);
+    nfs.fail(Op::secinfo_no_name, NfsStatus::notsupp);
+    EXPECT_THAT(getattr().status().text(), HasSubstr("NFS4ERR_WRONGSEC")) << "the server need not tell";
+}
+
 TEST_F(Nfs4VolumeTest, RemovesNoDirectoryAsAFileAndNoFileAsADirectory) {
     open();
     ASSERT_TRUE(attach().ok());
