@@ -12,6 +12,11 @@ namespace nfstdm::rpc {
 
 namespace {
 
+// How long the system may have something to send, by the rate that was measured, and how much in any case. More of it
+// would make no path quicker, but what the system holds can not go another way any more.
+constexpr double kUnsentSeconds = 0.05;
+constexpr std::size_t kUnsentBytes = std::size_t{128} << 10;
+
 // A connection that ended may be a server that is just starting; what it said no to it will say no to again.
 bool may_pass(const Status &why) {
     return why.number() == ECONNRESET || why.number() == EPIPE || why.number() == ETIMEDOUT;
@@ -57,6 +62,34 @@ void Channel::send(std::unique_ptr<Request> request) {
     if (!meter_.busy() && weight() + request->weight() >= kBulkBytes)
         meter_.look(request->given, connection_.progress(), true);
     connection_.send(std::move(request));
+}
+
+// Where requests can go another way, what a slow connection has not sent stays here.
+void Channel::limit_unsent() {
+    if (!config_.one_of_several) return;
+    const bool known = meter_.known(RateMeter::Clock::now());
+    const double bytes = known ? kUnsentSeconds * meter_.rate() : 0;
+    connection_.limit_unsent(std::max(static_cast<std::size_t>(bytes), kUnsentBytes));
+}
+
+bool Channel::movable(const Request &request) const {
+    const bool probes = request.owner == this;
+    return !probes && connection_.movable(request) && (config_.one_of_several || !connection_.half_sent(request));
+}
+
+std::unique_ptr<Request> Channel::move(const Request &request) {
+    return connection_.half_sent(request) ? take_half_sent() : connection_.move(request);
+}
+
+// What was measured so far is how slow the next connection will be, too: it is not tried anew at once.
+std::unique_ptr<Request> Channel::take_half_sent() {
+    meter_.look(RateMeter::Clock::now(), connection_.progress(), false);
+    meter_.answered();
+    connection_.close();
+    auto only = connection_.take_all();
+    wait_and_retry();
+    owner_.channel_remarks(where() + ": too slow for a request, which goes another way");
+    return std::move(only.front());
 }
 
 void Channel::close() {
@@ -115,6 +148,7 @@ void Channel::connected(Result<std::unique_ptr<Transport>> transport) {
     if (const auto remark = transport.value()->remark(); !remark.empty())
         owner_.channel_remarks(where() + ": " + remark);
     connection_.open(std::move(transport.value()));
+    limit_unsent();
     quiet_ = {};
     progress_ = connection_.progress();
     if (auto question = owner_.new_question(address_); question != nullptr) {
@@ -169,8 +203,10 @@ void Channel::connection_answered(std::unique_ptr<Request> request) {
     proven_ = true;
     attempts_ = 0;
     patience_ = 1;
-    if (request->weight() >= kBulkBytes) meter_.answered();
+    const bool bulk = request->weight() >= kBulkBytes;
+    if (bulk) meter_.answered();
     measure();
+    if (bulk) limit_unsent();
     owner_.channel_answered(std::move(request));
 }
 

@@ -39,7 +39,7 @@ class ChannelOwner {
     // Whether a channel that is not connected should try to be.
     virtual bool has_work() const = 0;
     virtual void channel_usable() = 0;
-    // What there is to tell about a new connection.
+    // What there is to tell about a connection.
     virtual void channel_remarks(const std::string &remark) = 0;
     // Somebody is there: a NULL call was answered.
     virtual void channel_proven() = 0;
@@ -80,8 +80,10 @@ class Channel : private ConnectionOwner {
     // Takes a usable channel.
     void send(std::unique_ptr<Request> request);
     std::unique_ptr<Request> take(const Request &request) { return connection_.take(request); }
-    // Takes away a request that goes another way.
-    std::unique_ptr<Request> move(const Request &request) { return connection_.move(request); }
+    // Whether a request of this channel may go another way, and takes it away for that. What is sent by half takes the
+    // connection with it, which only another path is worth; the channel is usable again by itself then.
+    bool movable(const Request &request) const;
+    std::unique_ptr<Request> move(const Request &request);
     template <class Visit>
     void for_each(Visit &&visit) const {
         connection_.for_each(visit);
@@ -121,6 +123,8 @@ class Channel : private ConnectionOwner {
     void connection_closed(const Status &why, bool nonsense) override;
 
     void measure();
+    void limit_unsent();
+    std::unique_ptr<Request> take_half_sent();
     void begin_round();
     void dialled(Dialled result);
     std::unique_ptr<Transport> new_transport(Descriptor connected) const;

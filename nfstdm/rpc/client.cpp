@@ -87,6 +87,13 @@ void Client::begin_work() {
 }
 
 void Client::pump() {
+    do
+        hand_out();
+    while (move_one());
+    open_authenticators();
+}
+
+void Client::hand_out() {
     for (std::size_t next = 0; next < to_send_.size();) {
         // Others need not wait for a request that can not be sent yet.
         if (to_send_[next]->authenticator->readiness() != Authenticator::Readiness::ready) {
@@ -100,8 +107,6 @@ void Client::pump() {
         if (!request->begun) request->begun = clock_;
         transmit(std::move(request), *channel);
     }
-    move_reads();
-    open_authenticators();
 }
 
 void Client::open_authenticators() {
@@ -152,14 +157,15 @@ void Client::opening_failed(const Authenticator *authenticator, const Status &wh
     std::erase(to_send_, nullptr);
 }
 
-void Client::move_reads() {
-    while (const auto move = find_move(channels_)) {
-        if (move->request->authenticator->readiness() != Authenticator::Readiness::ready) return;
-        auto read = move->from->move(*move->request);
-        if (read == nullptr) return;
-        read->moved = true;
-        transmit(std::move(read), *move->to);
-    }
+// Takes back a request that is to be handed out again; each once, so it comes to an end.
+bool Client::move_one() {
+    const auto move = find_move(channels_);
+    if (!move || move->request->authenticator->readiness() != Authenticator::Readiness::ready) return false;
+    std::vector<std::unique_ptr<Request>> moved;
+    moved.push_back(move->from->move(*move->request));
+    moved.front()->moved = true;
+    requeue(std::move(moved));
+    return true;
 }
 
 void Client::channel_usable() {

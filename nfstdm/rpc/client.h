@@ -105,7 +105,8 @@ class Client : private ChannelOwner {
     std::unique_ptr<Request> seal_own(std::unique_ptr<Request> request);
     void begin_work();
     void pump();
-    void move_reads();
+    void hand_out();
+    bool move_one();
     std::size_t connection_bytes() const { return prompt_ ? kPromptConnectionBytes : kConnectionBytes; }
     void open_authenticators();
     void begin_opening(const Request &first);

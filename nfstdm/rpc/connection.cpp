@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "nfstdm/rpc/envelope.h"
+#include "nfstdm/rpc/transport/socket.h"
 
 namespace nfstdm::rpc {
 
@@ -116,9 +117,20 @@ std::unique_ptr<Request> Connection::take(const Request &request) {
     return taken;
 }
 
+bool Connection::movable(const Request &request) const {
+    if (on_wire_.contains(request.xid())) return !request.landing.empty();
+    return !half_sent(request) || (sending_.size() == 1 && on_wire_.empty());
+}
+
+void Connection::limit_unsent(std::size_t bytes) {
+    assert(is_open());
+    rpc::limit_unsent(transport_->descriptor(), bytes);
+}
+
 std::unique_ptr<Request> Connection::move(const Request &request) {
+    assert(movable(request) && !half_sent(request));
     const auto wired = on_wire_.find(request.xid());
-    if (wired == on_wire_.end()) return nullptr;
+    if (wired == on_wire_.end()) return take(request);
     auto moved = std::move(wired->second);
     on_wire_.erase(wired);
     // An answer that has begun is not announced any more.

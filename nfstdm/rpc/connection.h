@@ -58,8 +58,18 @@ class Connection : private RecordSink {
     // record can not be sent any more; the owner then hears of the closing.
     std::unique_ptr<Request> take(const Request &request);
 
-    // Takes away one request on the wire, whose answer still takes its time here; null when it is not on the wire.
+    // Whether a request may go another way: of one that has left only a READ, for which asking twice does no harm; of
+    // the others each, but one that is sent by half only when nothing else is here. The server can not have executed it
+    // then, nor ever will, as the connection ends with it.
+    bool movable(const Request &request) const;
+    // Takes away a movable request. The answer to one on the wire still takes its time here. What is sent by half is
+    // not for here, but for close() and take_all().
     std::unique_ptr<Request> move(const Request &request);
+    bool half_sent(const Request &request) const { return cursor_ > 0 && sending_.front().get() == &request; }
+
+    // Takes an open connection. The system holds so many bytes at most that it could not send yet. The others stay
+    // here, where they are known not to have left.
+    void limit_unsent(std::size_t bytes);
 
     // Visits every request, those to be sent first.
     template <class Visit>

@@ -21,21 +21,21 @@ double best_rate(const Channels &channels, Clock::time_point now) {
     return best > 0 ? best : 1;
 }
 
-// The fastest of those that have nothing to do; null when there is none that was measured.
-Channel *fastest_idle(const Channels &channels, Clock::time_point now) {
+// The fastest of those that have nothing to do; null when there is none that was measured, however long ago: with
+// nothing to do nothing new is learnt.
+Channel *fastest_idle(const Channels &channels) {
     Channel *best = nullptr;
     for (const auto &channel : channels) {
-        if (!channel->usable() || channel->weight() > 0 || !channel->meter().known(now)) continue;
+        if (!channel->usable() || channel->weight() > 0 || !channel->meter().measured()) continue;
         if (best == nullptr || channel->meter().rate() > best->meter().rate()) best = channel.get();
     }
     return best;
 }
 
-// Only READs have a place where data lands. They change nothing, so asking twice does no harm.
-const Request *oldest_read(const Channel &channel) {
+const Request *oldest_movable(const Channel &channel) {
     const Request *oldest = nullptr;
-    channel.for_each([&oldest](const Request &request) {
-        if (request.landing.empty() || request.moved || request.sends == 0) return;
+    channel.for_each([&](const Request &request) {
+        if (request.moved || !channel.movable(request)) return;
         if (oldest == nullptr || request.sequence < oldest->sequence) oldest = &request;
     });
     return oldest;
@@ -69,14 +69,14 @@ Channel *choose_channel(const Channels &channels, const Request &request, std::s
 std::optional<Move> find_move(const Channels &channels) {
     if (channels.size() < 2) return std::nullopt;
     const auto now = Clock::now();
-    Channel *to = fastest_idle(channels, now);
+    const Channel *to = fastest_idle(channels);
     if (to == nullptr) return std::nullopt;
     for (const auto &from : channels) {
         const bool slower = !from->meter().known(now) || from->meter().rate() * kClearlyFaster < to->meter().rate();
-        const Request *read = from.get() != to && from->usable() && slower ? oldest_read(*from) : nullptr;
-        if (read == nullptr) continue;
-        const double there = static_cast<double>(read->weight()) / to->meter().rate();
-        if (Seconds(now - read->given).count() > kClearlyFaster * there) return Move{read, from.get(), to};
+        const Request *late = from.get() != to && from->usable() && slower ? oldest_movable(*from) : nullptr;
+        if (late == nullptr) continue;
+        const double there = static_cast<double>(late->weight()) / to->meter().rate();
+        if (Seconds(now - late->given).count() > kClearlyFaster * there) return Move{late, from.get()};
     }
     return std::nullopt;
 }

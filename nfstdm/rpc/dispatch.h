@@ -17,15 +17,14 @@ using Channels = std::vector<std::unique_ptr<Channel>>;
 // Null when no channel works, or when waiting is better than all that is free: each may carry connection_bytes.
 Channel *choose_channel(const Channels &channels, const Request &request, std::size_t connection_bytes);
 
-// A READ that is taken from one channel to another.
+// A request that is taken from a channel to where it ends sooner.
 struct Move {
     const Request *request;
     Channel *from;
-    Channel *to;
 };
 
-// A READ that holds up those behind it: it has been under way for twice the time that it takes on a channel which has
-// nothing to do and is twice as fast.
+// A request that holds up those behind it, or the end of it all: it has been under way for twice the time that it takes
+// on a channel which has nothing to do and is twice as fast.
 std::optional<Move> find_move(const Channels &channels);
 
 }  // namespace nfstdm::rpc

@@ -42,7 +42,7 @@ void RateMeter::look(Clock::time_point now, uint64_t progress, bool busy) {
 }
 
 bool RateMeter::known(Clock::time_point now) const {
-    if (!trusted_ || seconds_ <= 0) return false;
+    if (!measured()) return false;
     const double valid = std::min(kTrialShare * kTrialBytes / rate(), kLongestSeconds);
     return busy_ || Seconds(now - last_).count() < valid;
 }

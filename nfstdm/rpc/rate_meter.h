@@ -20,16 +20,18 @@ class RateMeter {
     // progress: of the connection, in bytes since ever; busy: bulk requests are under way from now to the next look.
     void look(Clock::time_point now, uint64_t progress, bool busy);
 
-    // A bulk request was answered: what is measured is more than what buffers on the way took in.
+    // A bulk request was answered, or taken back as it took too long: what is measured is not what buffers on the way
+    // took in.
     void answered() { trusted_ = true; }
 
     // The connection is another one from now on.
     void forget() { *this = {}; }
 
+    bool measured() const { return trusted_ && seconds_ > 0; }
     // Whether something is known, and recently enough: a slow connection is tried again at times, but so seldom that
     // this costs a twentieth of the time.
     bool known(Clock::time_point now) const;
-    // Bytes a second; when it is known.
+    // Bytes a second; when it was measured.
     double rate() const;
 
     bool busy() const { return busy_; }

@@ -67,7 +67,7 @@ struct Request {
     Duration submitted{};                         // on the client's clock
     std::optional<Duration> begun;                // when it was first given to a connection
     std::chrono::steady_clock::time_point given;  // when it was given to the one it is on
-    bool moved = false;                           // from a connection that was too slow
+    bool moved = false;                           // from a connection that was too slow, which is done once
 
     uint32_t xid() const { return static_cast<uint32_t>(sequence); }
     std::span<const std::byte> results() const { return std::span{reply}.subspan(results_at); }

@@ -77,6 +77,16 @@ def test_a_slow_path_gets_little_to_do(faulty, tmp_path, direction, slow):
     assert server.count(f"path.{3 - slow}") > SIZE - 8 * MIB
 
 
+@pytest.mark.parametrize("slow", [1, 2])
+def test_a_short_upload_does_not_wait_for_a_slow_path(faulty, tmp_path, slow):
+    server = faulty("--address", "127.0.0.1", "--address", "127.0.0.2")
+    server.fault(f"rate=16K@{slow}")  # on which one WRITE takes over a minute
+    source = make_file(tmp_path / "source", 20 * MIB)
+    server.ok("cp", source, server / "copy")
+    assert digest(server.files / "copy") == digest(source)
+    assert server.count(f"path.{slow}") < MIB
+
+
 def test_equal_paths_share_the_work(faulty, tmp_path):
     server = faulty("--address", "127.0.0.1", "--address", "127.0.0.2")
     server.fault("rate=16M")

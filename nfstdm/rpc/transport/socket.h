@@ -24,6 +24,9 @@ Status connect_result(int descriptor);
 // Bytes handed to the socket that the peer has not acknowledged yet.
 std::size_t unacknowledged(int descriptor);
 
+// Lets the system hold so many bytes at most that it could not send yet; what is beyond that stays with the caller.
+void limit_unsent(int descriptor, std::size_t bytes);
+
 // Closes in a way that frees the source port at once: an orderly close would keep a reserved port, of which there are
 // few, out of use for a minute. Whatever is still unsent is dropped.
 void close_now(Descriptor &socket);

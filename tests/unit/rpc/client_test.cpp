@@ -552,7 +552,66 @@ TEST_F(UnequalPaths, ShareAReadThatIsLongInComing) {
                             [](const Bytes &each) { return each == Bytes(kSize, std::byte{'f'}); }));
 }
 
-TEST_F(UnequalPaths, DoNotShareAWrite) {
+TEST_F(UnequalPaths, ShareAWriteThatHasNotLeft) {
+    connect();
+    slow_.stop_reading();
+    for (int i = 0; i < 4; ++i)
+        submit(false);
+    ASSERT_TRUE(wait(4));
+    std::set<uint32_t> xids;
+    for (const auto &each : finished) {
+        EXPECT_TRUE(each->status.ok());
+        EXPECT_EQ(each->sends, 1U);
+        xids.insert(each->xid());
+    }
+    EXPECT_EQ(xids.size(), 4U);
+    EXPECT_EQ(fast_calls(), 4U);
+
+    // What the slow path was given of it ended with its connection, and it is there for what follows.
+    slow_.read_again();
+    slow_.on_call = fast_.on_call = nullptr;
+    for (int i = 0; i < 2; ++i)
+        submit(false);
+    EXPECT_TRUE(test::run(loop, [this] { return client->usable_channels() == 2; }));
+    EXPECT_EQ(slow_.accepted(), 2);
+    EXPECT_EQ(slow_.open_connections(), 1U);
+    EXPECT_EQ(slow_calls(), 0U);
+    client->drop(this);
+}
+
+TEST_F(UnequalPaths, ShareNoWriteBehindARequestThatIsNotAnswered) {
+    connect();
+    call();  // may have been executed when its connection ends, and what it does may be done once only
+    ASSERT_TRUE(test::run(loop, [this] { return slow_calls() == 1; }));
+    slow_.stop_reading();
+    for (int i = 0; i < 4; ++i)
+        submit(false);
+    ASSERT_TRUE(wait(3));
+    test::run_for(loop, milliseconds(50));
+    EXPECT_EQ(finished.size(), 3U);
+    EXPECT_EQ(slow_.open_connections(), 1U);
+
+    slow_.send(slow_.calls().back().connection, answer(slow_.calls().back().xid));
+    ASSERT_TRUE(wait(5));
+    EXPECT_EQ(fast_calls(), 4U);
+    EXPECT_EQ(slow_calls(), 1U);
+    EXPECT_TRUE(std::all_of(finished.begin(), finished.end(), [](const auto &each) { return each->sends == 1; }));
+}
+
+TEST_F(UnequalPaths, ShareWhatWaitsBehindAWriteThatHasNotLeft) {
+    connect();
+    slow_.stop_reading();
+    fast_.on_call = answering(fast_);
+    submit(false);
+    submit(false);
+    for (int i = 0; i < 4; ++i)
+        call();  // to each path by turns, as neither is known to be the faster
+    ASSERT_TRUE(wait(6));
+    EXPECT_EQ(slow_calls(), 0U);
+    EXPECT_TRUE(std::all_of(finished.begin(), finished.end(), [](const auto &each) { return each->sends == 1; }));
+}
+
+TEST_F(UnequalPaths, DoNotShareAWriteThatHasLeft) {
     connect();
     for (int i = 0; i < 4; ++i)
         submit(false);

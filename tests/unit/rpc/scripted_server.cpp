@@ -87,8 +87,21 @@ void ScriptedServer::accept_one() {
     if (!socket) return;
     const int connection = ++accepted_;
     if (turn_away) return;
-    loop_.watch(socket.get(), POLLIN, [this, connection](short events) { ready(connection, events); });
     peers_[connection].socket = std::move(socket);
+    watch(connection);
+}
+
+void ScriptedServer::set_reading(bool reading) {
+    reading_ = reading;
+    for (const auto &[connection, peer] : peers_)
+        watch(connection);
+}
+
+void ScriptedServer::watch(int connection) {
+    const Peer &peer = peers_.at(connection);
+    const int events = (reading_ ? POLLIN : 0) | (peer.output.empty() ? 0 : POLLOUT);
+    loop_.watch(peer.socket.get(), static_cast<short>(events),
+                [this, connection](short happened) { ready(connection, happened); });
 }
 
 void ScriptedServer::ready(int connection, short events) {
@@ -153,8 +166,7 @@ void ScriptedServer::flush(int connection) {
     Peer &peer = peers_.at(connection);
     const ssize_t sent = ::send(peer.socket.get(), peer.output.data(), peer.output.size(), MSG_NOSIGNAL);
     if (sent > 0) peer.output.erase(peer.output.begin(), peer.output.begin() + sent);
-    const short events = static_cast<short>(peer.output.empty() ? POLLIN : POLLIN | POLLOUT);
-    loop_.watch(peer.socket.get(), events, [this, connection](short happened) { ready(connection, happened); });
+    watch(connection);
 }
 
 void ScriptedServer::cut(int connection) {

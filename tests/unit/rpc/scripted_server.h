@@ -66,6 +66,10 @@ class ScriptedServer {
     // Connections are closed as soon as they are accepted.
     bool turn_away = false;
 
+    // Takes nothing more in, so that what is sent waits on its way, until it does again.
+    void stop_reading() { set_reading(false); }
+    void read_again() { set_reading(true); }
+
     void send(int connection, std::span<const std::byte> bytes);
     // A whole reply as one record.
     void reply(int connection, const xdr::Writer &message) { send(connection, record(message.bytes())); }
@@ -85,6 +89,8 @@ class ScriptedServer {
         Bytes output;
     };
 
+    void set_reading(bool reading);
+    void watch(int connection);
     void accept_one();
     void ready(int connection, short events);
     void take_records(int connection);
@@ -94,6 +100,7 @@ class ScriptedServer {
     EventLoop &loop_;
     Descriptor listener_;
     uint16_t port_ = 0;
+    bool reading_ = true;
     int accepted_ = 0;
     std::map<int, Peer> peers_;
     std::vector<ReceivedCall> calls_;
