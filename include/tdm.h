@@ -287,6 +287,12 @@ uint32_t tdm_copy(void *ctx, uint64_t source, uint64_t source_offset, uint64_t d
  * known; then everything is to be read. */
 uint32_t tdm_extent(void *ctx, uint64_t file, uint64_t offset, uint64_t *begin, uint64_t *end);
 
+/* For a forked child, which goes on with this context and nothing that its parent learnt: what is known of the objects
+ * along a path goes into record, *size bytes of it, 0 when that is nothing or more than capacity. tdm_learn takes it
+ * there, and only there; what is known holds no longer than here. The directories on the path may be asked for anew. */
+uint32_t tdm_known(void *ctx, const char *path, void *record, uint32_t capacity, uint32_t *size);
+uint32_t tdm_learn(void *ctx, const void *record, uint32_t size);
+
 /*
  * Starts requests (submit), collects completed ones (reap), or both. Every accepted request completes exactly once, at
  * the latest before tdm_fini returns; a refused one never does. With timeout TDM_WAIT_FOREVER the call returns when

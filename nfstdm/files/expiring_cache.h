@@ -31,7 +31,8 @@ class ExpiringCache {
     }
 
     // Null when there is none, or none any more. Valid until the next change.
-    const Value *find(const Key &key, TimePoint now) {
+    // expires: filled, too, when it is given.
+    const Value *find(const Key &key, TimePoint now, TimePoint *expires = nullptr) {
         const auto node = slots_.find(key);
         if (node == slots_.end()) return nullptr;
         Slot &slot = node->second;
@@ -41,6 +42,7 @@ class ExpiringCache {
             return nullptr;
         }
         link_as_latest(slot);
+        if (expires != nullptr) *expires = slot.expires;
         return &slot.value;
     }
 

@@ -28,6 +28,10 @@ class MountSet {
     Found find(std::span<const std::string> path) const;
     const MountTable &table() const { return table_; }
 
+    // By the mount's number in the table.
+    std::size_t size() const { return volumes_.size(); }
+    MountedVolume &mount(std::size_t number) const { return *volumes_[number]; }
+
     void forget_handles();
     // Leaves all servers at the same time, and waits for that.
     void detach();

@@ -327,6 +327,11 @@ ObjectCache::Answer MountedVolume::find_name(const FileHandle &directory, const 
     return known;
 }
 
+std::optional<ObjectCache::Known> MountedVolume::known(const FileHandle &directory, const std::string &name) {
+    if (!find_name(directory, name).handle) return std::nullopt;
+    return cache_.known(directory, name);
+}
+
 void MountedVolume::forget_handles() {
     cache_.clear();
     listings_.clear();

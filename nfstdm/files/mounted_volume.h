@@ -90,6 +90,11 @@ class MountedVolume {
     // A listing that entries may be learnt from again.
     void know_listing(const std::shared_ptr<const ListingIndex> &listing) { listings_.add(listing); }
 
+    // The root, if it is known without a question.
+    const std::optional<FileHandle> &known_root() const { return root_; }
+    // What is known of a name. No server is asked but for the part of a known listing that it came with.
+    std::optional<ObjectCache::Known> known(const FileHandle &directory, const std::string &name);
+
     // Forgets every handle, the root's included.
     void forget_handles();
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "nfstdm/files/object_cache.h"
 
+#include <algorithm>
+
 namespace nfstdm {
 
 void ObjectCache::put_attributes(const FileHandle &object, const std::optional<Attributes> &attributes) {
@@ -23,6 +25,26 @@ ObjectCache::Answer ObjectCache::find_name(const FileHandle &directory, std::str
     if (found == nullptr) return {};
     const uint64_t *forgotten = forgotten_.find(directory, now_());
     return forgotten != nullptr && found->number <= *forgotten ? Answer{} : Answer{true, found->handle};
+}
+
+std::optional<ObjectCache::Known> ObjectCache::known(const FileHandle &directory, std::string_view name) {
+    const Answer answer = find_name(directory, name);
+    if (!answer.handle) return std::nullopt;
+    TimePoint name_until;
+    TimePoint attributes_until;
+    names_.find(key(directory, name), now_(), &name_until);
+    const Attributes *attributes = attributes_.find(*answer.handle, now_(), &attributes_until);
+    if (attributes == nullptr) return std::nullopt;
+    return Known{*answer.handle, *attributes, std::min(name_until, attributes_until)};
+}
+
+void ObjectCache::put_known(const FileHandle &directory, std::string_view name, const Known &known) {
+    TimePoint until;
+    const bool knows_name = find_name(directory, name).known;
+    if (knows_name) names_.find(key(directory, name), now_(), &until);
+    if (!knows_name || until < known.until) names_.put(key(directory, name), {known.handle, ++names_put_}, known.until);
+    const bool knows_attributes = attributes_.find(known.handle, now_(), &until) != nullptr;
+    if (!knows_attributes || until < known.until) attributes_.put(known.handle, known.attributes, known.until);
 }
 
 // The names stay where they are, for their keys are not sorted by directory. What is put from now on counts, and by the

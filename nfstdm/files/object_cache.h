@@ -42,6 +42,16 @@ class ObjectCache {
         ++changes_;
         names_.erase(key(directory, name));
     }
+    // What is known of a name and its object, and until when, for another cache of the same mount.
+    struct Known {
+        FileHandle handle;
+        Attributes attributes;
+        TimePoint until;
+    };
+    std::optional<Known> known(const FileHandle &directory, std::string_view name);
+    // Takes over what another cache knew, unless what is known here is younger.
+    void put_known(const FileHandle &directory, std::string_view name, const Known &known);
+
     // All that a directory is known to have, and to lack.
     void forget_names(const FileHandle &directory);
 

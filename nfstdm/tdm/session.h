@@ -26,6 +26,7 @@ class Session {
     OpenFiles &files() { return files_; }
     PathOperations &paths() { return paths_; }
     IoQueue &io() { return io_; }
+    const MountSet &mounts() const { return mounts_; }
 
     // Brings every accepted write to stable storage and gives the first failure. What others did meanwhile shows
     // afterwards: nothing that was learnt before is used again.

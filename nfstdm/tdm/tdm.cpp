@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <string>
 
+#include "nfstdm/files/knowledge.h"
 #include "nfstdm/tdm/library.h"
 #include "nfstdm/tdm/records.h"
 
@@ -208,6 +209,24 @@ uint32_t tdm_extent(void *ctx, uint64_t file, uint64_t offset, uint64_t *begin, 
         *begin = extent.value().begin;
         *end = extent.value().end;
         return {};
+    });
+}
+
+uint32_t tdm_known(void *ctx, const char *path, void *record, uint32_t capacity, uint32_t *size) {
+    return with_session("tdm_known", ctx, text_of(path), [&](Session &session) -> Status {
+        if (record == nullptr || size == nullptr) return missing("place for an answer");
+        const std::string known = knowledge_of(session.mounts(), text_of(path));
+        *size = known.size() <= capacity ? static_cast<uint32_t>(known.size()) : 0;
+        std::copy_n(known.data(), *size, static_cast<char *>(record));
+        return {};
+    });
+}
+
+uint32_t tdm_learn(void *ctx, const void *record, uint32_t size) {
+    return with_session("tdm_learn", ctx, {}, [&](Session &session) -> Status {
+        if (record == nullptr) return missing("record");
+        const bool sound = take_knowledge(session.mounts(), {static_cast<const char *>(record), size});
+        return sound ? Status{} : Status{EINVAL, "it is no record of tdm_known"};
     });
 }
 

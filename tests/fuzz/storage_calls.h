@@ -190,6 +190,15 @@ class Session {
         if (tdm_copy(context_, from.file, 0, to.file, 0, 5000, &copied) == 0)
             require(copied > 0 && copied <= 5000, "a copy goes on, and no further than it was asked for");
         static_cast<void>(tdm_unidentify(context_, to.file));
+        hand_over();
+    }
+
+    void hand_over() {
+        char record[4096];
+        uint32_t size = 0;
+        require(tdm_known(context_, "/m/d/f", record, sizeof record, &size) == 0, "what is known can be told");
+        require(size <= sizeof record, "a record fits");
+        require(size == 0 || tdm_learn(context_, record, size) == 0, "a record is understood");
     }
 
     void read_link() {

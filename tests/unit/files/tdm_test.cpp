@@ -299,6 +299,60 @@ TEST_F(TdmTest, WritesThatAParentHasAcceptedAreNotTheChilds) {
     EXPECT_EQ(server_.at("/f").stable, data);
 }
 
+TEST_F(TdmTest, AForkedChildLearnsWhatItsParentKnowsWithoutAQuestion) {
+    server_.add_directory("/d");
+    server_.add_file("/d/f", pattern(10));
+    open();
+    ASSERT_EQ(tdm_getattr(ctx_, "/mnt/one/d/f", &attributes_, &location_), 0U);
+    std::vector<char> record(4096);
+    uint32_t size = 0;
+    const auto calls = server_.total_calls();
+    ASSERT_EQ(tdm_known(ctx_, "/mnt/one/d/f", record.data(), 4096, &size), 0U);
+    EXPECT_GT(size, 0U);
+    EXPECT_EQ(server_.total_calls(), calls);
+    EXPECT_TRUE(holds_in_child([&] {
+        TdmAttributes seen{};
+        const auto asked = server_.calls[Op::lookup] + server_.calls[Op::getattr];
+        return tdm_learn(ctx_, record.data(), size) == 0 && server_.total_calls() == calls &&
+               tdm_getattr(ctx_, "/mnt/one/d/f", &seen, &location_) == 0 && seen.file_id == attributes_.file_id &&
+               server_.calls[Op::lookup] + server_.calls[Op::getattr] == asked;
+    }));
+}
+
+TEST_F(TdmTest, WhatIsLearntHoldsNoLongerThanWhereItCameFrom) {
+    server_.add_file("/f", pattern(10));
+    open();
+    ASSERT_EQ(tdm_getattr(ctx_, "/mnt/one/f", &attributes_, &location_), 0U);
+    std::vector<char> record(4096);
+    uint32_t size = 0;
+    ASSERT_EQ(tdm_known(ctx_, "/mnt/one/f", record.data(), 4096, &size), 0U);
+    ASSERT_EQ(barrier(), 0U);
+    uint32_t nothing = 99;
+    EXPECT_EQ(tdm_known(ctx_, "/mnt/one/f", record.data() + size, 10, &nothing), 0U);
+    EXPECT_EQ(nothing, 0U) << "all of it was forgotten";
+    ASSERT_EQ(tdm_getattr(ctx_, "/mnt/one/f", &attributes_, &location_), 0U);
+    const auto asked = server_.calls[Op::lookup];
+    ASSERT_EQ(tdm_learn(ctx_, record.data(), size), 0U);
+    EXPECT_EQ(tdm_getattr(ctx_, "/mnt/one/f", &attributes_, &location_), 0U);
+    EXPECT_EQ(server_.calls[Op::lookup], asked) << "what is younger here stays";
+}
+
+TEST_F(TdmTest, WhatIsNoRecordIsNotLearnt) {
+    server_.add_file("/f", pattern(10));
+    open();
+    ASSERT_EQ(tdm_getattr(ctx_, "/mnt/one/f", &attributes_, &location_), 0U);
+    std::vector<char> record(4096);
+    uint32_t size = 0;
+    ASSERT_EQ(tdm_known(ctx_, "/mnt/one/f", record.data(), 10, &size), 0U);
+    EXPECT_EQ(size, 0U) << "there was no room";
+    ASSERT_EQ(tdm_known(ctx_, "/mnt/one/f", record.data(), 4096, &size), 0U);
+    EXPECT_EQ(tdm_learn(ctx_, record.data(), 0), uint32_t{EINVAL});
+    EXPECT_EQ(tdm_learn(ctx_, record.data(), size - 1), uint32_t{EINVAL});
+    EXPECT_EQ(tdm_learn(ctx_, nullptr, size), uint32_t{EINVAL});
+    std::fill_n(record.begin(), 8, '\xff');  // there are not so many mounts
+    EXPECT_EQ(tdm_learn(ctx_, record.data(), size), uint32_t{EINVAL});
+}
+
 TEST_F(TdmTest, TheThreadThatForkedIsTheChilds) {
     open();
     std::thread([this] {

@@ -61,6 +61,8 @@ static void check_files(void *ctx) {
     CHECK(tdm_reidentify(ctx, 1, 0, &info) != 0);
     CHECK(tdm_commit(ctx, 1) != 0);
     CHECK(tdm_unidentify(ctx, 1) != 0);
+    CHECK(tdm_known(ctx, "/a", text, sizeof text, &count) == 0 && count == 0);
+    CHECK(tdm_learn(ctx, text, 0) != 0);
     CHECK(tdm_io(ctx, NULL, 0, NULL, 0, NULL, 0, 0, 0, &count) == 0);
     memset(&request, 0, sizeof request);
     request.operation = TDM_IO_READ;
