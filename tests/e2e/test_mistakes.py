@@ -216,6 +216,40 @@ def test_piped_data_are_read_to_their_end_for_who_wants_it_strict(faulty, tmp_pa
     assert (server.files / "out").read_bytes() == data[:7]
 
 
+@pytest.mark.parametrize("size", [0, 1, 1000, 3_000_001])
+@pytest.mark.parametrize("name", ["/dev/stdout", "/dev/fd/1"])
+def test_the_bare_bytes_go_to_standard_output_for_who_wants_it_strict(faulty, tmp_path, name, size):
+    server = faulty()
+    data = make_file(server.files / "data", size).read_bytes()
+    (tmp_path / "data").write_bytes(data)
+    for source in (server / "data", tmp_path / "data"):
+        for block in ("1000", "1m"):
+            assert server.client.ok("dd", "-if", source, "-of", name, "-bs", block, env=OPTIONS) == data
+    assert server.client.run("dd", "-of", name, "-bs", "1000", stdin=data, env=OPTIONS).out == data
+    missing = server.client.run("dd", "-if", server / "none", "-of", name, env={**OPTIONS, **ALWAYS})
+    assert (missing.status, missing.out) == (1, b"") and len(warnings(missing)) == 1
+
+
+def test_standard_output_has_more_than_the_data_for_everybody_else(faulty):
+    server = faulty()
+    data = make_file(server.files / "data", 5000).read_bytes()
+    plain = server.client.ok("dd", "-if", server / "data", "-of", "/dev/stdout")
+    assert data in plain and b"DD:\n" in plain and SUCCEEDED in plain
+
+
+def test_bare_bytes_go_behind_what_stands_in_a_file_already(faulty, tmp_path):
+    server = faulty()
+    data = make_file(server.files / "data", 5000).read_bytes()
+    script = '"$0" dd -if "$1" -of /dev/stdout >> "$2" && "$0" -log "$3" dd -if "$1" -of /dev/stdout -count 1024'
+    out, log = tmp_path / "out", tmp_path / "log"
+    out.write_bytes(b"before")
+    program = server.client.home / "bin" / "tslwnfs"
+    done = server.client.run("-c", script, program, server / "data", out, log, program="/bin/sh", env=OPTIONS)
+    assert (done.status, done.out) == (0, data[:1024])
+    assert out.read_bytes() == b"before" + data
+    assert SUCCEEDED in log.read_bytes()
+
+
 # What is typed, and what stands behind the usage text.
 USAGE = {
     "unknown command": (["cpoy", "a", "b"], ["cpoy is no command; did you mean copy?"]),

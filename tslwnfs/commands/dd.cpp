@@ -131,9 +131,10 @@ bool ask_size(Run &run) {
     return true;
 }
 
-// Standard input that no person types at has its end for an answer, for those who want it strict.
+// Standard input that no person types at has its end for an answer, for those who want it strict. Where standard output
+// is for the data nobody can be asked.
 bool is_read_to_end() {
-    return iffound == 0 && is_strict(Strict::options) && isatty(STDIN_FILENO) == 0;
+    return iffound == 0 && is_strict(Strict::options) && (isatty(STDIN_FILENO) == 0 || standard_output_is_for_data());
 }
 
 bool open_input_file(const Operand &input, Run &run) {
@@ -155,6 +156,8 @@ bool open_input(const Operand &input, Run &run) {
     }
     if (is_read_to_end()) {
         run.until_end = true;
+    } else if (run.size == 0 && standard_output_is_for_data()) {
+        run.until_end = run.source.until_end;
     } else if (run.size == 0 && !ask_size(run)) {
         return false;
     }

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/frontend/startup.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "include/tdm.h"
 #include "platform/caller.h"
@@ -17,6 +20,7 @@
 #include "tslwnfs/options/options.h"
 #include "tslwnfs/options/strict.h"
 #include "tslwnfs/output/messages.h"
+#include "tslwnfs/output/output.h"
 #include "tslwnfs/output/streams.h"
 #include "tslwnfs/output/trace.h"
 #include "tslwnfs/terminal/library_records.h"
@@ -43,9 +47,20 @@ bool look_up_homes() {
     return false;
 }
 
+// Data in a pipe are of no use between a banner and a verdict. They go through the stream itself: opened by its name,
+// a file behind it would lose what stands in it already.
+void leave_standard_output_to_dd() {
+    constexpr std::array<std::string_view, 3> kNames = {"/dev/stdout", "/dev/fd/1", "/proc/self/fd/1"};
+    if (offound == 0 || fname1 == nullptr || !is_strict(Strict::options)) return;
+    if (std::find(kNames.begin(), kNames.end(), fname1) == kNames.end()) return;
+    offound = 0;
+    leave_standard_output_to_data();
+}
+
 // dd alone has operands that may be absent.
 void apply_dd_defaults() {
     if (commandtype != kDd) return;
+    leave_standard_output_to_dd();
     if (offound == 0) fname1 = "stdout";
     if (iffound == 0) fname = "stdin";
 }

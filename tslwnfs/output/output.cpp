@@ -18,6 +18,8 @@ bool is_plain(std::string_view name) {
     return std::all_of(name.begin(), name.end(), [](char c) { return c >= ' ' && c <= '~'; });
 }
 
+bool for_data = false;  // standard output
+
 // Whoever declined knows why; who finds out from a script's log does not.
 void note_refusal(const char *subject, const char *why) {
     if (subject[0] != '\0') terminal::note_failure(std::string(subject) + " stays as it is: " + why);
@@ -29,11 +31,20 @@ bool output_is_log() {
     return octx.log_on == 1 && octx.log_stream != nullptr;
 }
 
+void leave_standard_output_to_data() {
+    for_data = true;
+}
+
+bool standard_output_is_for_data() {
+    return for_data;
+}
+
 FILE *output_stream() {
     return output_is_log() ? octx.log_stream : stdout;
 }
 
 void print(const char *format, ...) {
+    if (for_data && !output_is_log()) return;
     va_list arguments;
     va_start(arguments, format);
     static_cast<void>(std::vfprintf(output_stream(), format, arguments));
@@ -56,6 +67,7 @@ bool print_bytes(const void *bytes, std::size_t size) {
 }
 
 int32_t lwrf(const char *format, ...) {
+    if (for_data) return 0;
     va_list arguments;
     va_start(arguments, format);
     static_cast<void>(std::vfprintf(stdout, format, arguments));

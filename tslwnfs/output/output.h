@@ -11,6 +11,10 @@
 // True while results, banners and printed messages go to the log file instead of standard output.
 bool output_is_log();
 
+// From now on nothing is printed on standard output, nor asked there: it belongs to the data that dd writes to it.
+void leave_standard_output_to_data();
+bool standard_output_is_for_data();
+
 // The log stream while the log is on, else standard output.
 FILE *output_stream();
 
