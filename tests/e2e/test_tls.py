@@ -70,7 +70,8 @@ def test_files_of_any_size_go_both_ways(secure, tmp_path, size):
 def test_further_connections_resume_the_session(secure, tmp_path):
     server = secure("--address", "127.0.0.1", "--address", "127.0.0.2", nconnect=4)
     copy_both_ways(server, tmp_path)
-    assert server.count("tls") == server.count("connections") >= 8
+    # A command may end while a further connection's handshake is under way.
+    assert server.count("connections") >= server.count("tls") >= 8
     assert server.count("tls-resumed") > 0
 
 
