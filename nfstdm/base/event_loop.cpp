@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <climits>
 #include <utility>
+#include <vector>
 
 namespace nfstdm {
 
@@ -77,8 +78,12 @@ void EventLoop::turn(bool wait) {
 }
 
 void EventLoop::run_tasks() {
-    for (const auto &task : std::exchange(tasks_, {}))
+    // Those that come meanwhile wait for the next turn. One that throws takes no other along.
+    for (std::size_t count = tasks_.size(); count > 0; --count) {
+        const auto task = std::move(tasks_.front());
+        tasks_.pop_front();
         task();
+    }
 }
 
 void EventLoop::run_timers() {

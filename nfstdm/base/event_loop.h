@@ -5,11 +5,11 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <unordered_map>
-#include <vector>
 
 namespace nfstdm {
 
@@ -60,7 +60,7 @@ class EventLoop {
     std::map<std::pair<Clock::time_point, TimerId>, std::function<void()>> timers_;
     std::unordered_map<TimerId, Clock::time_point> timer_times_;
     TimerId next_timer_ = 1;
-    std::vector<std::function<void()>> tasks_;
+    std::deque<std::function<void()>> tasks_;
 };
 
 }  // namespace nfstdm

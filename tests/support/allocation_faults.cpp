@@ -3,6 +3,7 @@
 
 #include <malloc.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 
@@ -11,6 +12,8 @@ std::size_t failing_bytes = 0;
 AllocationFault::Kind failing_kind = AllocationFault::Kind::nothrow;
 bool has_fired = false;
 std::size_t allocated = 0;
+std::size_t allocations_left = SIZE_MAX;
+bool end_reached = false;
 
 void *allocate(std::size_t bytes) {
     void *memory = std::malloc(bytes == 0 ? 1 : bytes);
@@ -26,7 +29,10 @@ void release(void *memory) {
 void *allocate_or_throw(std::size_t bytes) {
     const bool fails = failing_kind == AllocationFault::Kind::throwing && failing_bytes != 0 && bytes == failing_bytes;
     has_fired = has_fired || fails;
-    void *memory = fails ? nullptr : allocate(bytes);
+    const bool ends = allocations_left == 0;
+    end_reached = end_reached || ends;
+    if (allocations_left != SIZE_MAX && !ends) --allocations_left;
+    void *memory = fails || ends ? nullptr : allocate(bytes);
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
@@ -47,6 +53,19 @@ AllocationFault::AllocationFault(std::size_t bytes, Kind kind) {
 
 AllocationFault::~AllocationFault() {
     failing_bytes = 0;
+}
+
+MemoryEnd::MemoryEnd(std::size_t allocations) {
+    allocations_left = allocations;
+    end_reached = false;
+}
+
+MemoryEnd::~MemoryEnd() {
+    allocations_left = SIZE_MAX;
+}
+
+bool MemoryEnd::reached() {
+    return end_reached;
 }
 
 std::size_t allocated_bytes() {

@@ -18,5 +18,16 @@ class AllocationFault {
     static bool fired();
 };
 
+// While one lives, memory ends after so many more allocations that may throw.
+class MemoryEnd {
+  public:
+    explicit MemoryEnd(std::size_t allocations);
+    ~MemoryEnd();
+    MemoryEnd(const MemoryEnd &) = delete;
+    MemoryEnd &operator=(const MemoryEnd &) = delete;
+
+    static bool reached();
+};
+
 // Bytes that operator new gave and that were not given back.
 std::size_t allocated_bytes();

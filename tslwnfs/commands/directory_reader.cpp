@@ -110,6 +110,8 @@ class RemoteReader {
         const uint32_t status = tdm_readdir(ctx, path_.c_str(), slots_.data(), &reply,
                                             static_cast<uint32_t>(slots_.size_bytes()), cookie_, &unused, &location);
         const Reading reading = judge(path_, status, location, Message::readdir_location);
+        // It holds a part of the listing, too.
+        if (status == ENOMEM) trace_message(kFunction, Message::out_of_memory, bytes_held());
         if (reading != Reading::done) return reading;
         if (reply.entries > slots_.size()) return stuck(location);
 
@@ -122,6 +124,8 @@ class RemoteReader {
         first_batch_ = false;
         return Reading::done;
     }
+
+    unsigned long bytes_held() const { return names_.bytes() + slots_.size_bytes(); }
 
     void take_names(std::span<const TdmDirEntry> entries) {
         const std::size_t dots = first_batch_ ? 2 : 0;

@@ -90,6 +90,17 @@ TEST_F(ListingTest, ADirectoryThatDoesNotFitInMemoryFailsAndSaysSo) {
     EXPECT_TRUE(names_.empty());
 }
 
+TEST_F(ListingTest, ADirectoryThatDoesNotFitInTheLibrarysMemoryFailsAndSaysSo) {
+    fake_.volume.add_directory("/m/d");
+    fake_.volume.add_file("/m/d/f", "");
+    fake_.answer("readdir", 1, {.status = ENOMEM, .location = 0});
+    EXPECT_EQ(list("/m/d").status, 1u);
+    EXPECT_THAT(trace(),
+                ElementsAre("read_dir TWNFS-65043: Reading the directory /m/d: location code 0.",
+                            testing::MatchesRegex("read_dir TWNFS-65060: [1-9][0-9]* bytes of memory could not be "
+                                                  "allocated.")));
+}
+
 TEST_F(ListingTest, AMissingLocalDirectoryFails) {
     const std::string path = directory_.path("missing");
     EXPECT_EQ(list(path).status, 1u);

@@ -19,6 +19,7 @@
 #include <thread>
 
 #include "nfstdm/tdm/volume_factory.h"
+#include "tests/support/allocation_faults.h"
 #include "tests/unit/files/fake_volume.h"
 
 namespace {
@@ -578,6 +579,32 @@ TEST_F(TdmTest, TheEndOfADirectoryTellsHowManyNamesWereLeftOut) {
     EXPECT_EQ(reply.end_of_directory, 1U);
     EXPECT_EQ(reply.library_word & TDM_NAMES_LEFT_OUT_MASK, TDM_NAMES_LEFT_OUT);
     EXPECT_EQ(reply.library_word & ~TDM_NAMES_LEFT_OUT_MASK, 2U);
+}
+
+TEST_F(TdmTest, MemoryMayEndAnywhereInAListingWhichFailsAndLeavesTheSessionUsable) {
+    open();
+    for (int i = 0; i < 20; ++i)
+        server_.add_file("/file-with-a-name-of-its-own-" + std::to_string(i));
+    std::vector<TdmDirEntry> entries(30);
+    TdmReaddirReply reply{};
+    const auto list = [&] {
+        return tdm_readdir(ctx_, "/mnt/one", entries.data(), &reply,
+                           static_cast<uint32_t>(entries.size() * sizeof(TdmDirEntry)), 0, nullptr, &location_);
+    };
+    bool reached = true;
+    std::size_t allocations = 0;
+    for (; reached; ++allocations) {
+        uint32_t status = 0;
+        {
+            const MemoryEnd end(allocations);
+            status = list();
+            reached = MemoryEnd::reached();
+        }
+        EXPECT_EQ(status, reached ? uint32_t{ENOMEM} : 0U) << allocations;
+        ASSERT_EQ(list(), 0U) << allocations;
+        EXPECT_EQ(reply.entries, 22U);
+    }
+    EXPECT_GT(allocations, 20U);
 }
 
 TEST_F(TdmTest, OpeningASessionNeverChangesTheUmaskOfTheProcess) {

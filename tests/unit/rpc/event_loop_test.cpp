@@ -58,6 +58,17 @@ TEST(EventLoop, RunsATaskFromTheNextTurnOnly) {
     EXPECT_EQ(ran, 2);
 }
 
+TEST(EventLoop, LosesNoTaskBehindOneThatThrows) {
+    EventLoop loop;
+    bool ran = false;
+    loop.soon([] { throw std::bad_alloc(); });
+    loop.soon([&ran] { ran = true; });
+    EXPECT_THROW(loop.poll_once(), std::bad_alloc);
+    EXPECT_FALSE(ran);
+    loop.poll_once();
+    EXPECT_TRUE(ran);
+}
+
 TEST(EventLoop, TellsOfADescriptorUntilItIsForgotten) {
     EventLoop loop;
     Pipe pipe;
