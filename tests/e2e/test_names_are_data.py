@@ -65,6 +65,18 @@ def test_an_odd_name_moves_by_a_wildcard(server, place, tmp_path):
     assert content(tmp_path / "to") == {name: name for name in ODD}
 
 
+def test_a_terminal_is_told_of_a_directory_that_is_too_deep_to_copy(local, tmp_path):
+    deepest = tmp_path / "d"
+    while len(str(deepest)) < 300:
+        deepest = deepest / ("e" * 30)
+    deepest.mkdir(parents=True)
+    run = local.run("cp", "-r", tmp_path / "d", tmp_path / "c", env={"TSLWNFS_TERMINAL": "reasons"})
+    assert b": paths of 260 characters and more are not taken\n" in run.err
+    assert run.status == 0
+    run = local.run("cp", "-r", tmp_path / "d", tmp_path / "c", env={"TSLWNFS_STRICT": "status"}, stdin=b"y\n")
+    assert run.status == 4
+
+
 # The sanitizers' frames are several times as large.
 @pytest.mark.skipif("ASAN_OPTIONS" in os.environ, reason="sanitizers take stack of their own")
 def test_a_chain_of_links_without_end_fits_a_small_stack(local, tmp_path):

@@ -74,6 +74,13 @@ bool is_too_long(const Operand &operand) {
     return std::strlen(operand.shown()) >= kOperandLimit;
 }
 
+// The trace has no record of it. Of what was typed the front end has judged every word already.
+uint32_t too_long(const Operand &operand) {
+    terminal::note_failure(std::string(operand.shown()) + ": paths of " + std::to_string(kOperandLimit) +
+                           " characters and more are not taken");
+    return unusable();
+}
+
 bool ends_in_separator(std::string_view text) {
     return text.ends_with('/') || text.ends_with('\\');
 }
@@ -326,7 +333,7 @@ class FileRun {
 }  // namespace
 
 uint32_t exec_command(const Operand &first, const Operand &second) {
-    if (is_too_long(first) || is_too_long(second)) return unusable();
+    if (is_too_long(first) || is_too_long(second)) return too_long(is_too_long(first) ? first : second);
     const Command *command = command_of(commandtype);
     if (command == nullptr) return 0;
     switch (command->execution) {

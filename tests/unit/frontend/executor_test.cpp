@@ -169,6 +169,18 @@ TEST_F(Executor, RefusesOperandsOf260Characters) {
     EXPECT_EQ(execute(kCat, fits.c_str()), 0u);
 }
 
+TEST_F(Executor, RefusesAJoinedPathOf260CharactersAsItRefusesAnOperand) {
+    const std::string limit = "/" + std::string(257, 'x') + "/*", fits = "/" + std::string(256, 'x') + "/*";
+    const char *const none = nullptr;
+    recorder().listing = {"f"};
+    commandtype = kDelete;
+    const CapturedOutput captured;
+    EXPECT_EQ(exec_command(Operand::ready(limit.c_str()), none), 4u);
+    EXPECT_THAT(calls(), IsEmpty());
+    EXPECT_EQ(exec_command(Operand::ready(fits.c_str()), none), 0u);
+    EXPECT_THAT(calls(), Not(IsEmpty()));
+}
+
 TEST_F(Executor, TakesOneTrailingSeparatorOff) {
     struct Case {
         const char *operand, *call;
