@@ -13,6 +13,7 @@
 #include "tslwnfs/config/server_deletion.h"
 #include "tslwnfs/config/tslnfstab_file.h"
 #include "tslwnfs/config/tslnfstab_lines.h"
+#include "tslwnfs/config/warning.h"
 #include "tslwnfs/config/whole_file.h"
 #include "tslwnfs/options/strict.h"
 #include "tslwnfs/output/output.h"
@@ -87,6 +88,28 @@ void warn_of_lost_mounts(std::string_view before, std::string_view after, const 
     terminal::say("warning: the block of server " + std::string(server) +
                   " is replaced, and these mount points are gone: " + lost +
                   "; all exports of a server go into one -em, or are added by mount");
+}
+
+// A file that was saved with carriage returns at the ends of its lines has them in its values. Empty when that is not
+// why a server is not found.
+std::string hiding(std::string_view file, const std::string &server) {
+    if (!server_line(split_lines(file), server + "\r")) return {};
+    constexpr const char *kWhy =
+        " ends in a carriage return, which is part of its name: save tslnfstab with plain line ends";
+    return "the line of server " + server + kWhy;
+}
+
+// Whether a server that is not found may get a block.
+bool may_be_new(TslnfstabRewrite &rewrite, const char *server) {
+    const std::string hidden = hiding(rewrite.contents(), server);
+    if (hidden.empty()) return true;
+    if (is_strict(Strict::options)) {
+        trace_failure(kDeletion, "%s", hidden.c_str());
+        rewrite.delete_backup();
+        return false;
+    }
+    warn(kDeletion, hidden + "; there are two blocks for it now");
+    return true;
 }
 
 // Whether what a deletion takes may go. What it was not meant to take is kept beside the file first, and told.
@@ -182,6 +205,7 @@ uint32_t delete_server(const char *server, int32_t verbose) {
     const auto deletion = without_server(rewrite.contents(), server);
     if (!deletion) {
         if (verbose != 0) print_unknown_server(server);
+        if (const auto hidden = hiding(rewrite.contents(), server); !hidden.empty()) warn(kDeletion, hidden);
         static_cast<void>(rewrite.keep_empty_backup());
         return 0;
     }
@@ -194,6 +218,7 @@ Replacement replace_server(const char *server, std::string_view block, Configura
     if (!rewrite.begin(TslnfstabRewrite::UnreadableFile::is_silent)) return Replacement::not_there;
     auto deletion = without_server(rewrite.contents(), server);
     if (!deletion) {
+        if (!may_be_new(rewrite, server)) return Replacement::refused;
         static_cast<void>(rewrite.keep_empty_backup());
         return Replacement::not_there;
     }

@@ -166,6 +166,28 @@ TEST_F(Servers, BehindAMarkerThatIsNoneCostAnotherServerItsBlockAndTheOldFileIsK
     EXPECT_EQ(read_file(old()), odd[0]);
 }
 
+TEST_F(Servers, WithACarriageReturnBehindTheirNameAreFoundUnderThatNameOnlyWhichIsTold) {
+    const std::string told =
+        "[n],delete_server the line of server a ends in a carriage return, which is part of its "
+        "name: save tslnfstab with plain line ends";
+    const std::string before = "#<server block begin>\r\nserver: a\r\n#<server block end>\r\n";
+    write_file(tslnfstab(), before);
+    EXPECT_EQ(remove("a"), (Outcome{0, "Requested server:a is not present in tslnfstab\n"}));
+    EXPECT_EQ(trace(), told + "\n");
+    tab_info = {};
+    tab_info.server = "a";
+    {
+        const Strictness strict("options");
+        EXPECT_EQ(run(createtslnfstab), (Outcome{1, ""}));
+        EXPECT_EQ(trace(), told + "\n");
+        EXPECT_EQ(read_file(tslnfstab()), before);
+        EXPECT_FALSE(exists(backup()));
+    }
+    EXPECT_EQ(run(createtslnfstab), (Outcome{0, ""}));
+    EXPECT_EQ(trace(), told + "; there are two blocks for it now\n");
+    EXPECT_EQ(read_file(tslnfstab()), before + block("a"));
+}
+
 TEST_F(Servers, StayWhenTheOldFileCannotBeKept) {
     const std::string before = "server: loose\n" + block("a") + block("b");
     write_file(tslnfstab(), before);
