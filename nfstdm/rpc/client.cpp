@@ -69,6 +69,7 @@ void Client::submit(std::unique_ptr<Request> request) {
         // The application was away. What was answered meanwhile is still to be read.
         doubt_.renew(clock_ + config_.timing.grace);
     }
+    doubt_.believe_if_due();
     if (doubt_.settled(clock_)) return finish(std::move(request), doubtful());
     to_send_.push_back(std::move(request));
     begin_work();
@@ -178,7 +179,7 @@ void Client::channel_remarks(const std::string &remark) {
 }
 
 void Client::channel_proven() {
-    doubt_.end();
+    doubt_.null_answered();
     pump();
 }
 
@@ -396,15 +397,15 @@ void Client::expire() {
         if (taken == nullptr) continue;
         std::string words = "no answer within " + seconds_text(taken->limit);
         if (!last_trouble_.ok()) words += " (" + last_trouble_.text() + ")";
-        begin_doubt(std::string(taken->name) + ": " + words);
+        begin_doubt(std::string(taken->name) + ": " + words, taken->limit);
         finish(std::move(taken), {ETIMEDOUT, std::move(words)});
     }
     if (doubt_.settled(clock_)) fail_doubted();
 }
 
-void Client::begin_doubt(std::string why) {
+void Client::begin_doubt(std::string why, Duration waited) {
     if (doubt_) return;
-    doubt_.begin(std::move(why), clock_ + config_.timing.grace);
+    doubt_.begin(std::move(why), clock_ + config_.timing.grace, waited);
     for (const auto &channel : channels_)
         channel->doubt();
 }
@@ -417,6 +418,7 @@ void Client::fail_doubted() {
     std::vector<const Request *> waiting;
     for_each([&](const Request &request) {
         if (request.done) waiting.push_back(&request);  // a channel's NULL call goes on
+    doubt_.believe_if_due();
     });
     for (const Request *request : waiting)
         if (auto taken = withdraw(*request); taken != nullptr) finish(std::move(taken), doubtful());

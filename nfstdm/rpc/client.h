@@ -54,8 +54,8 @@ class Client : private ChannelOwner {
     // Forgets every request of an owner without a word: their buffers are not touched again, their done not called.
     void drop(const void *owner);
 
-    // False from when the time of a request was up until the server answers anything: what is submitted meanwhile fails
-    // at once, or after a moment's grace.
+    // False from when the time of a request was up until the server answers (see Doubt): what is submitted meanwhile
+    // fails at once, or after a moment's grace.
     bool answering() const { return !doubt_; }
 
     // No request is to send or under way.
@@ -122,7 +122,7 @@ class Client : private ChannelOwner {
 
     void tick();
     void expire();
-    void begin_doubt(std::string why);
+    void begin_doubt(std::string why, Duration waited);
     void fail_doubted();
     Status doubtful() const;
     void report_silence();

@@ -668,6 +668,42 @@ TEST_F(DoubtTest, EndsWhenTheServerAnswersANullCall) {
     EXPECT_TRUE(finished.back()->status.ok());
 }
 
+TEST_F(DoubtTest, BelievesAServerThatAnswersNothingButNullCallsOnce) {
+    ScriptedServer server(loop);
+    timing.grace = milliseconds(20);
+    open(server);
+    const auto wait_in_vain = [&](Duration limit) {
+        auto request = make();
+        request->limit = limit;
+        client->submit(std::move(request));
+        const std::size_t sent = server.calls().size();
+        ASSERT_TRUE(wait(finished.size() + 1));
+        EXPECT_EQ(finished.back()->status.number(), static_cast<uint32_t>(ETIMEDOUT));
+        EXPECT_GT(server.calls().size(), sent);
+    };
+    wait_in_vain(milliseconds(30));
+    ASSERT_TRUE(test::run(loop, [&] { return client->answering(); }));
+    wait_in_vain(milliseconds(500));
+
+    // So a walk through a tree waits no more, but for the grace.
+    call();
+    ASSERT_TRUE(wait(finished.size() + 1));
+    const std::size_t sent = server.calls().size();
+    for (int i = 0; i < 10; ++i) {
+        call();
+        ASSERT_TRUE(wait(finished.size() + 1));
+        EXPECT_EQ(finished.back()->spent, Duration::zero());
+    }
+    EXPECT_EQ(server.calls().size(), sent);
+
+    // After as long as the last request waited it is tried again.
+    ASSERT_TRUE(test::run(loop, [&] { return client->answering(); }));
+    server.on_call = answering(server);
+    call();
+    ASSERT_TRUE(wait(finished.size() + 1));
+    EXPECT_TRUE(finished.back()->status.ok());
+}
+
 TEST_F(DoubtTest, GivesAServerThatIsThereTheChanceToSaySo) {
     ScriptedServer server(loop);  // answers NULL and, of the rest, only what comes second
     server.on_call = [&](const ReceivedCall &received) {
