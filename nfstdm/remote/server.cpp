@@ -156,13 +156,10 @@ std::chrono::seconds Server::contact_limit() const {
 
 // NFS goes by TLS or not at all; the programs that lead to it are often not offered so, and tell no secrets.
 rpc::TransportMaker Server::tls_transports(rpc::Program program) const {
-    return [tls = tls_, program, server = host_of(config_.name)](Descriptor connected, const std::string &host,
-                                                                 uint16_t port) {
-        rpc::TlsPeer peer{host + ":" + std::to_string(port),
-                          {host, server},
-                          program.number,
-                          program.version,
-                          program.number == kProgram};
+    return [tls = tls_, program, server = host_of(config_.name), shuns = std::make_shared<bool>(false)](
+               Descriptor connected, const std::string &host, uint16_t port) {
+        rpc::TlsPeer peer{host + ":" + std::to_string(port), {host, server}, program.number, program.version,
+                          program.number == kProgram,        shuns};
         return std::make_unique<rpc::TlsTransport>(std::move(connected), tls, std::move(peer));
     };
 }

@@ -18,7 +18,8 @@ def server_block(name, addresses, exports, **settings):
     """A server's block of tslnfstab, in the block form; exports are (export, mount point) pairs. Several addresses are
     several paths."""
     lines = ["#<server block begin>", f"server: {name}"]
-    lines += [f"local: 127.0.0.1 \t path: {address}" for address in addresses.split()]
+    for address in addresses.split():
+        lines.append(f"local: {'::1' if address.startswith('[') else '127.0.0.1'} \t path: {address}")
     lines += [f"export: {export} \t mount: {mount}" for export, mount in exports]
     lines += [f"{key}: {value}" for key, value in settings.items()]
     return "\n".join([*lines, "#<server block end>", ""])
@@ -139,7 +140,7 @@ class LoopnfsdProcess:
         first_line = self.process.stdout.readline()
         if not first_line:
             raise RuntimeError(f"loopnfsd ended with status {self.process.wait()}")
-        self.addresses = re.findall(r"127\.0\.0\.\d:\d+", first_line)
+        self.addresses = re.findall(r"(?:127\.0\.0\.\d|\[::1\]):\d+", first_line)
         self.address = self.addresses[0]
         self.port = int(self.address.rpartition(":")[2])
 

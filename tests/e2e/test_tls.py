@@ -101,6 +101,73 @@ def test_a_handshake_that_is_cut_is_begun_again(secure, signed, tmp_path):
         plain.close()
 
 
+def test_a_server_is_used_over_ipv6(secure, tmp_path):
+    server = secure("--address", "::1")
+    copy_both_ways(server, tmp_path, 3_000_001)
+    assert server.count("tls") > 0
+
+
+def test_equal_paths_share_the_work(secure, tmp_path):
+    server = secure("--address", "127.0.0.1", "--address", "127.0.0.2")
+    server.fault("rate=16M")
+    source = make_file(tmp_path / "source", 4 * SIZE)
+    server.ok("cp", source, server / "copy")
+    assert digest(server.files / "copy") == digest(source)
+    assert min(server.count("path.1"), server.count("path.2")) > SIZE
+
+
+@pytest.mark.parametrize("slow", [1, 2])
+def test_a_short_upload_does_not_wait_for_a_slow_path(secure, tmp_path, slow):
+    server = secure("--address", "127.0.0.1", "--address", "127.0.0.2")
+    server.fault(f"rate=64K@{slow}")
+    source = make_file(tmp_path / "source", SIZE)
+    server.ok("cp", source, server / "copy")
+    assert digest(server.files / "copy") == digest(source)
+    assert server.count(f"path.{slow}") < 1 << 20
+
+
+@pytest.fixture
+def behind(secure, signed):
+    """Makes doors to a server, and has the client use the latest one: what comes in the tests' own ways of TLS."""
+    doors = []
+
+    def make(*words):
+        server = secure()
+        doors.append(tls_front.Front(server.daemon.port, signed, *words))
+        return server, doors[-1].port
+
+    yield make
+    for door in doors:
+        door.close()
+
+
+def test_a_server_that_chooses_another_protocol_is_refused(behind, tmp_path):
+    server, door = behind("alpn", "http/1.1")
+    server.daemon.addresses = [f"127.0.0.1:{door}"]
+    server.configure()
+    # OpenSSL refuses it by itself, from some of its versions on, and is not as clear about it.
+    text = assert_refused(server, tmp_path, "TLS: ")
+    assert "the other side speaks another protocol than sunrpc" in text or "TLS handshake: bad extension" in text
+
+
+def test_a_mount_program_that_closes_connections_that_ask_for_tls_is_used_in_plain(behind, tmp_path):
+    server, door = behind("shy")
+    server.daemon.addresses = ["127.0.0.1"]
+    server.configure(nfsport=server.daemon.port, mountport=door, mnt_timeout=10)
+    trace = tmp_path / "trace"
+    server.ok("-trace", trace, "-level", "1", "1", "1", "1", "ls", server.remote)
+    told = "in plain: the server closes connections that ask for TLS for program 100005"
+    assert told in trace.read_text(encoding="utf-8")
+    copy_both_ways(server, tmp_path, 100_000)
+
+
+def test_nfs_behind_connections_that_are_closed_for_the_question_for_tls_is_not_used(behind, tmp_path):
+    server, door = behind("shy")
+    server.daemon.addresses = ["127.0.0.1"]
+    server.configure(nfsport=door, mountport=server.daemon.port, mnt_timeout=1)
+    assert_refused(server, tmp_path, "asking for TLS: the server closed the connection")
+
+
 def test_an_expired_certificate_is_refused(secure, authority, tmp_path):
     server = secure(by=authority.sign_expired("expired"))
     assert_refused(server, tmp_path, "the server's certificate is not trusted: certificate has expired")

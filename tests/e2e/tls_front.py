@@ -2,11 +2,13 @@
 TLS on to the server in plain. It chooses no application protocol, as servers may.
 
 Run with the target's port, a certificate and its key; it prints its own port. With "cut COUNT" behind them it closes the
-first connections when the client's first word of TLS has come.
+first connections when the client's first word of TLS has come; with "alpn NAME" it chooses that protocol, whatever was
+offered; with "shy" it has no TLS, and closes connections that ask for it.
 """
 
 import asyncio
 import contextlib
+import ctypes
 import pathlib
 import ssl
 import struct
@@ -48,6 +50,35 @@ def starttls_reply(call):
     return struct.pack(">I", LAST | len(body)) + body
 
 
+def asks_for_tls(call):
+    (flavour,) = struct.unpack_from(">I", call, 24)
+    return flavour == 7
+
+
+def choose_protocol(context, name):
+    """What no server should do, and the ssl module does not let one do."""
+    select = ctypes.CFUNCTYPE(
+        ctypes.c_int,
+        *(ctypes.c_void_p, ctypes.POINTER(ctypes.c_char_p), ctypes.POINTER(ctypes.c_ubyte)),
+        *(ctypes.c_void_p, ctypes.c_uint, ctypes.c_void_p),
+    )
+
+    def choose(_ssl, chosen, size, *_offered):
+        chosen[0] = name
+        size[0] = len(name)
+        return 0
+
+    context.chooser = select(choose)  # lives as long as the context
+    behind_object_head = id(context) + object.__basicsize__
+    handle = ctypes.c_void_p.from_address(behind_object_head)
+    library = ctypes.CDLL("libssl.so.3")
+    library.SSL_CTX_set_alpn_select_cb(handle, context.chooser, None)
+
+
+class Context(ssl.SSLContext):
+    """Has room for attributes."""
+
+
 async def pump(reader, writer):
     while data := await reader.read(1 << 16):
         writer.write(data)
@@ -55,33 +86,47 @@ async def pump(reader, writer):
 
 
 class Door:
-    def __init__(self, target, certificate, key, cuts):
+    def __init__(self, target, certificate, key, cut="0", alpn="", shy=False):
         self.target = target
-        self.cuts = cuts
-        self.context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        self.cuts = int(cut)
+        self.shy = shy
+        self.context = Context(ssl.PROTOCOL_TLS_SERVER)
         self.context.load_cert_chain(certificate, key)
+        if alpn:
+            choose_protocol(self.context, alpn.encode())
 
     async def serve(self, reader, writer):
         with contextlib.suppress(OSError, asyncio.IncompleteReadError):
-            writer.write(starttls_reply(await read_record(reader)))
+            call = await read_record(reader)
+            if self.shy:
+                if not asks_for_tls(call):
+                    await self.hand_on(reader, writer, struct.pack(">I", LAST | len(call)) + call)
+                writer.transport.abort()
+                return
+            writer.write(starttls_reply(call))
             if self.cuts > 0:
                 self.cuts -= 1
                 await reader.read(1)
                 writer.transport.abort()
                 return
             await writer.start_tls(self.context)
-            upstream, upstream_writer = await asyncio.open_connection("127.0.0.1", self.target)
-            tasks = [asyncio.ensure_future(each) for each in (pump(reader, upstream_writer), pump(upstream, writer))]
-            await asyncio.wait(tasks, return_when=asyncio.FIRST_COMPLETED)
-            for task in tasks:
-                task.cancel()
-            await asyncio.gather(*tasks, return_exceptions=True)
-            upstream_writer.transport.abort()
+            await self.hand_on(reader, writer)
         writer.transport.abort()
 
+    async def hand_on(self, reader, writer, first=b""):
+        upstream, upstream_writer = await asyncio.open_connection("127.0.0.1", self.target)
+        upstream_writer.write(first)
+        tasks = [asyncio.ensure_future(each) for each in (pump(reader, upstream_writer), pump(upstream, writer))]
+        await asyncio.wait(tasks, return_when=asyncio.FIRST_COMPLETED)
+        for task in tasks:
+            task.cancel()
+        await asyncio.gather(*tasks, return_exceptions=True)
+        upstream_writer.transport.abort()
 
-async def main(target, certificate, key, cuts=0):
-    door = Door(target, certificate, key, cuts)
+
+async def main(target, certificate, key, *words):
+    settings = {"shy": True} if words == ("shy",) else dict(zip(words[::2], words[1::2], strict=True))
+    door = Door(target, certificate, key, **settings)
     server = await asyncio.start_server(door.serve, "127.0.0.1", 0)
     print(server.sockets[0].getsockname()[1], flush=True)
     await server.serve_forever()
@@ -89,4 +134,4 @@ async def main(target, certificate, key, cuts=0):
 
 if __name__ == "__main__":
     port, certificate, key, *rest = sys.argv[1:]
-    asyncio.run(main(int(port), certificate, key, *(int(word) for word in rest if word != "cut")))
+    asyncio.run(main(int(port), certificate, key, *rest))

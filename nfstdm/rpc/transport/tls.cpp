@@ -67,7 +67,8 @@ TlsTransport::TlsTransport(Descriptor connected, std::shared_ptr<TlsContext> con
     : tcp_(std::move(connected)),
       context_(std::move(context)),
       peer_(std::move(peer)),
-      question_(peer_.program, peer_.version, any_xid()) {}
+      question_(peer_.program, peer_.version, any_xid()),
+      phase_(*peer_.shuns_question ? Phase::plain : Phase::asking) {}
 
 Result<short> TlsTransport::handshake() {
     switch (phase_) {
@@ -100,11 +101,19 @@ Result<short> TlsTransport::listen() {
         const auto room = std::span{buffer}.first(std::min(missing, buffer.size()));
         const std::array<iovec, 1> place{area(room)};
         const auto got = tcp_.receive(place);
-        if (!got.ok()) return got.status().in("asking for TLS");
+        if (!got.ok()) return unanswered(got.status());
         if (got.value() == 0) return short{POLLIN};
+        heard_ = true;
         if (Status status = question_.take(room.first(got.value())); !status.ok()) return status;
     }
     return decide();
+}
+
+// A server that closes the connection instead of answering does not know the question: it is not asked again, where it
+// may be used in plain.
+Status TlsTransport::unanswered(const Status &why) {
+    *peer_.shuns_question = !peer_.required && !heard_;
+    return why.in("asking for TLS");
 }
 
 Result<short> TlsTransport::decide() {
@@ -169,7 +178,9 @@ bool TlsTransport::holds_unsent() const {
 
 std::string TlsTransport::remark() const {
     if (phase_ == Phase::plain)
-        return "in plain: the server does not offer TLS for program " + std::to_string(peer_.program);
+        return std::string("in plain: the server ") +
+               (*peer_.shuns_question ? "closes connections that ask for" : "does not offer") + " TLS for program " +
+               std::to_string(peer_.program);
     std::array<char, 256> text{};
     if (session_ != nullptr) context_->functions()->describe(session_.get(), text.data(), text.size());
     return text.data();

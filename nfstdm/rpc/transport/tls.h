@@ -52,6 +52,8 @@ struct TlsPeer {
     uint32_t program = 0;
     uint32_t version = 0;
     bool required = true;  // else the program is used in plain where it is not offered with TLS
+    // Of a program that may be used in plain, for all connections to it: one was closed for the question for TLS.
+    std::shared_ptr<bool> shuns_question = std::make_shared<bool>(false);
 };
 
 class TlsTransport final : public Transport {
@@ -74,6 +76,7 @@ class TlsTransport final : public Transport {
     Result<short> ask();
     Result<short> listen();
     Result<short> decide();
+    Status unanswered(const Status &why);
     Result<short> secure();
 
     TcpTransport tcp_;
@@ -81,6 +84,7 @@ class TlsTransport final : public Transport {
     const TlsPeer peer_;
     StartTlsQuestion question_;
     std::size_t asked_ = 0;  // bytes of the question that are sent
+    bool heard_ = false;     // something of the answer has come
     Phase phase_ = Phase::asking;
     TlsContext::Session session_{nullptr, nullptr};
 };
