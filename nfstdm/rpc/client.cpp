@@ -134,6 +134,7 @@ void Client::open_further(const std::shared_ptr<Authenticator> &authenticator, R
     if (!next.ok()) return opening_failed(authenticator.get(), next.status().in("server " + config_.server));
     if (!next.value()) {
         opening_.erase(authenticator.get());
+        opened_.insert(authenticator);
         return pump();
     }
     auto request = std::make_unique<Request>();
@@ -145,7 +146,8 @@ void Client::open_further(const std::shared_ptr<Authenticator> &authenticator, R
     request->needs_contact = like.needs_contact;
     request->owner = this;
     request->done = [this, authenticator](const std::unique_ptr<Request> &answered) {
-        if (!answered->status.ok()) return opening_failed(authenticator.get(), answered->status);
+        if (!answered->status.ok())
+            return opening_failed(authenticator.get(), authenticator->advised(answered->status));
         open_further(authenticator, authenticator->next_opening(answered->results()), *answered);
     };
     submit(std::move(request));
@@ -319,11 +321,27 @@ void Client::close() {
     drop(this);  // what nobody waits for any more
     opening_.clear();
     assert(outstanding_ == 0);
+    take_leave();
     doubt_.end();
     tick_timer_.cancel();
     acquaintance_.forget();
     for (const auto &channel : channels_)
         channel->close();
+}
+
+void Client::take_leave() {
+    for (const auto &authenticator : std::exchange(opened_, {})) {
+        auto parting = authenticator->parting();
+        if (parting == nullptr || doubt_ || usable_channels() == 0) continue;
+        auto request = std::make_unique<Request>();
+        request->name = "security context";
+        request->authenticator = std::move(parting);
+        request->one_way = true;
+        request->owner = this;
+        request->done = [](const std::unique_ptr<Request> &) {};
+        submit(std::move(request));
+    }
+    drop(this);  // on connections that have nothing else to send it has left at once
 }
 
 std::size_t Client::outstanding_bytes() const {
@@ -400,6 +418,7 @@ void Client::expire() {
         begin_doubt(std::string(taken->name) + ": " + words, taken->limit);
         finish(std::move(taken), {ETIMEDOUT, std::move(words)});
     }
+    doubt_.believe_if_due();
     if (doubt_.settled(clock_)) fail_doubted();
 }
 
@@ -418,7 +437,6 @@ void Client::fail_doubted() {
     std::vector<const Request *> waiting;
     for_each([&](const Request &request) {
         if (request.done) waiting.push_back(&request);  // a channel's NULL call goes on
-    doubt_.believe_if_due();
     });
     for (const Request *request : waiting)
         if (auto taken = withdraw(*request); taken != nullptr) finish(std::move(taken), doubtful());

@@ -64,7 +64,8 @@ class Client : private ChannelOwner {
     // The name of the server that requests were answered by, as an introduction would give it.
     void know_server(const std::string &name);
 
-    // While idle: closes the connections, which the next request opens again.
+    // While idle: takes leave of the server, where its authenticators came to terms with it, without waiting, and
+    // closes the connections, which the next request opens again.
     void close();
 
     // Bytes that the requests to send and under way move.
@@ -113,6 +114,7 @@ class Client : private ChannelOwner {
     void open_further(const std::shared_ptr<Authenticator> &authenticator, Result<std::optional<Opening>> next,
                       const Request &like);
     void opening_failed(const Authenticator *authenticator, const Status &why);
+    void take_leave();
     void conclude(std::unique_ptr<Request> request, Status status);
     void transmit(std::unique_ptr<Request> request, Channel &channel);
     void requeue(std::vector<std::unique_ptr<Request>> requests);
@@ -138,10 +140,11 @@ class Client : private ChannelOwner {
     Channels channels_;
     Acquaintance acquaintance_;
 
-    std::deque<std::unique_ptr<Request>> to_send_;  // in order of submission
-    std::set<const Authenticator *> opening_;       // whose requests wait for what the server says
-    std::deque<std::unique_ptr<Request>> done_;     // answered or given up, to be delivered from the loop
-    std::size_t outstanding_ = 0;                   // requests to send and on channels
+    std::deque<std::unique_ptr<Request>> to_send_;     // in order of submission
+    std::set<const Authenticator *> opening_;          // whose requests wait for what the server says
+    std::set<std::shared_ptr<Authenticator>> opened_;  // that came to terms with the server here
+    std::deque<std::unique_ptr<Request>> done_;        // answered or given up, to be delivered from the loop
+    std::size_t outstanding_ = 0;                      // requests to send and on channels
     uint64_t next_sequence_;
     Status last_trouble_;  // of any channel, to be named when time is up
     Doubt doubt_;

@@ -1,9 +1,13 @@
 """Kerberos: requests that prove who asks and replies that prove who answers, to a server that others wrote."""
 
+import shutil
+
 import client
 import kerberos
 import pytest
 import relay
+import tls_front
+from certificates import Authority
 from files import digest, make_file
 from texts import SUCCEEDED
 
@@ -79,6 +83,26 @@ def test_every_command_works(realm, mount, folder, tmp_path):
     assert [each.name for each in (realm.writable / folder).iterdir()] == ["two"]
 
 
+def test_permissions_figures_and_trees_go_the_same_way(realm, mount, folder, tmp_path):
+    there = f"{mount}/{folder}"
+    ok(realm, "mkdir", f"{there}/sub")
+    answers = b"y\ny\nn\n" * 3
+    done = realm.client.run("setattr", f"{there}/sub", stdin=answers, env=realm.environment)
+    assert done.status == 0, done
+    assert (realm.writable / folder / "sub").stat().st_mode & 0o777 == 0o770
+    ok(realm, "stat", f"{there}/sub")
+    tree = tmp_path / "tree"
+    (tree / "deep" / "deeper").mkdir(parents=True)
+    for name, size in (("one", 10), ("deep/two", MIB + 1), ("deep/deeper/three", 0)):
+        make_file(tree / name, size)
+    ok(realm, "cp", "-r", tree, f"{there}/tree")
+    ok(realm, "cp", "-r", f"{there}/tree", tmp_path / "back")
+    for name in ("one", "deep/two", "deep/deeper/three"):
+        assert digest(tmp_path / "back" / name) == digest(tree / name)
+    ok(realm, "rm", "-r", f"{there}/tree")
+    assert not (realm.writable / folder / "tree").exists()
+
+
 @pytest.mark.parametrize("version", kerberos.VERSIONS)
 def test_an_export_that_takes_no_sys_gets_the_strongest_it_offers(realm, version, tmp_path):
     source = make_file(tmp_path / "source", 100)
@@ -136,6 +160,27 @@ def test_the_lack_of_the_module_is_told_with_the_package(realm, installed_home, 
     assert done.status != 0
     assert "libgssapi-krb5-2" in done.err.decode()
     assert bare.run("ls", "/wnfs-v3-any", env=realm.environment).status == 0
+
+
+@pytest.fixture(scope="module")
+def authority(tmp_path_factory):
+    if shutil.which("openssl") is None:
+        pytest.skip("openssl is not installed")
+    return Authority(tmp_path_factory.mktemp("tls") / "authority")
+
+
+def test_tickets_go_by_tls_too(realm, authority, mount, folder, installed_home, tmp_path):
+    front = tls_front.Front(realm.nfs_port(), authority.sign("server"), enter=realm.client.enter)
+    try:
+        mine = client.Client(client.copy_of_home(installed_home, tmp_path / "home"), realm.client.enter)
+        settings = {"transport_security": "tls", "tls_ca": authority.certificate, "nconnect": 2}
+        mine.tslnfstab.write_text(realm.tslnfstab(nfsport=front.port, **settings))
+        source, back = make_file(tmp_path / "source", 5 * MIB + 3), tmp_path / "back"
+        mine.ok("cp", source, f"{mount}/{folder}/copy", env=realm.environment)
+        mine.ok("cp", f"{mount}/{folder}/copy", back, env=realm.environment)
+        assert digest(realm.writable / folder / "copy") == digest(source) == digest(back)
+    finally:
+        front.close()
 
 
 class Line:

@@ -47,6 +47,12 @@ class Authenticator {
     // results of the last one, none to begin. Gives the next one, or none when that was all.
     virtual Result<std::optional<Opening>> next_opening(std::optional<std::span<const std::byte>> answer);
 
+    // The same failure of an opening, with what to try where that is known.
+    virtual Status advised(Status refusal) const { return refusal; }
+    // Who says in a NULL call that the server may forget what it came to terms about; the authenticator is unmade from
+    // then on. Null when there is nothing to forget.
+    virtual std::shared_ptr<Authenticator> parting() { return nullptr; }
+
     // Puts credential and verifier. head holds a call as far as the procedure, behind the mark of its record.
     virtual Status put(xdr::Writer &head, std::unique_ptr<Transmission> &transmission) = 0;
 

@@ -63,6 +63,16 @@ void put_credential(xdr::Writer &head, GssProcedure procedure, uint32_t sequence
     head.put_opaque(handle);
 }
 
+// Credential and verifier of what is said under a context.
+Status put_proven(xdr::Writer &head, GssAgreement &agreement, GssProcedure procedure, GssService service) {
+    put_credential(head, procedure, ++agreement.last, service, agreement.handle);
+    const auto proof = agreement.context->mic(head.bytes().subspan(kMark));
+    if (!proof.ok()) return proof.status();
+    head.put_u32(kRpcsecGss);
+    head.put_opaque(proof.value());
+    return {};
+}
+
 Status not_the_servers() {
     return {EIO, "the proof that the answer is the server's does not hold: it was changed on the way, or made up"};
 }
@@ -100,6 +110,21 @@ class GssAuthenticator::Opener : public Authenticator {
     const Bytes handle_;
     uint32_t flavour_ = 0;
     Bytes proof_;
+};
+
+// The call that ends a context (RFC 2203 section 5.4). Nobody waits for what is said to it.
+class GssAuthenticator::Closer : public Authenticator {
+  public:
+    Closer(GssService protection, std::shared_ptr<GssAgreement> agreement)
+        : protection_(protection), agreement_(std::move(agreement)) {}
+
+    Status put(xdr::Writer &head, std::unique_ptr<Transmission> &) override {
+        return put_proven(head, *agreement_, GssProcedure::destroy, protection_);
+    }
+
+  private:
+    const GssService protection_;
+    const std::shared_ptr<GssAgreement> agreement_;
 };
 
 GssAuthenticator::GssAuthenticator(const NfstdmGssModule &module, std::string service, GssService protection)
@@ -167,17 +192,26 @@ Status GssAuthenticator::settle(uint32_t seconds) {
     return {};
 }
 
+// A server that takes no ticket for a name often says no more than that.
+Status GssAuthenticator::advised(Status refusal) const {
+    if (!refusal.is(Condition::credential)) return refusal;
+    return refusal.told_as(refusal.text() + "; it may have no Kerberos, or no key for " + service_ +
+                           ": compare klist -k there with klist here, and name it as its keytab does, with server or "
+                           "principal_host in tslnfstab");
+}
+
+std::shared_ptr<Authenticator> GssAuthenticator::parting() {
+    const auto ending = std::exchange(agreement_, nullptr);
+    if (ending == nullptr || ending->last == kSequenceMaximum || Clock::now() >= ending->end) return nullptr;
+    return std::make_shared<Closer>(protection_, ending);
+}
+
 // --- using it
 
 Status GssAuthenticator::put(xdr::Writer &head, std::unique_ptr<Transmission> &transmission) {
     if (agreement_ == nullptr) return {EACCES, "there is no security context", Condition::credential};
-    auto made = std::make_unique<GssTransmission>(agreement_, ++agreement_->last);
-    put_credential(head, GssProcedure::data, made->sequence, protection_, agreement_->handle);
-    const auto proof = agreement_->context->mic(head.bytes().subspan(kMark));
-    if (!proof.ok()) return proof.status();
-    head.put_u32(kRpcsecGss);
-    head.put_opaque(proof.value());
-    transmission = std::move(made);
+    if (Status status = put_proven(head, *agreement_, GssProcedure::data, protection_); !status.ok()) return status;
+    transmission = std::make_unique<GssTransmission>(agreement_, agreement_->last);
     return {};
 }
 

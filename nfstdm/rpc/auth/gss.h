@@ -41,6 +41,9 @@ class GssAuthenticator : public Authenticator {
     Readiness readiness() override;
     Result<std::optional<Opening>> next_opening(std::optional<std::span<const std::byte>> answer) override;
 
+    Status advised(Status refusal) const override;
+    std::shared_ptr<Authenticator> parting() override;
+
     Status put(xdr::Writer &head, std::unique_ptr<Transmission> &transmission) override;
     Status check(const Verifier &verifier, const Transmission *transmission) override;
     bool wraps() const override { return protection_ != GssService::none; }
@@ -53,6 +56,7 @@ class GssAuthenticator : public Authenticator {
 
   private:
     class Opener;
+    class Closer;
 
     Result<std::optional<Opening>> call(std::vector<std::byte> token);
     Result<std::optional<Opening>> answered(std::span<const std::byte> answer);

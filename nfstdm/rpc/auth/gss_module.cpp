@@ -87,6 +87,16 @@ TroubleWords words_of(NfstdmGssTrouble trouble) {
     return {"Kerberos failed", "klist shows the tickets there are, kinit gets another"};
 }
 
+// What a server says it lacks is its own, whatever the same words mean here (RFC 2743 section 1.2.1.1).
+NfstdmGssTrouble on_the_servers_side(NfstdmGssTrouble trouble, uint32_t major) {
+    constexpr uint32_t kRoutine = 0xff0000;
+    constexpr uint32_t kBadMic = 6U << 16, kNoCredential = 7U << 16, kDefectiveToken = 9U << 16;
+    const uint32_t routine = major & kRoutine;
+    if (routine == kNoCredential || trouble == kGssTroubleNoTicket) return kGssTroubleNoKeytab;
+    if (trouble == kGssTroubleOther && (routine == kBadMic || routine == kDefectiveToken)) return kGssTroubleBadTicket;
+    return trouble;
+}
+
 }  // namespace
 
 Result<const NfstdmGssModule *> load_gss_module() {
@@ -161,7 +171,10 @@ Result<std::vector<std::byte>> SecurityContext::unwrap(std::span<const std::byte
 Status SecurityContext::refusal(uint32_t major, uint32_t minor) const {
     NfstdmGssFailure failure{};
     module_.explain(major, minor, &failure);
-    return gss_status(failure, service_).in("the server refuses the ticket");
+    failure.trouble = on_the_servers_side(failure.trouble, major);
+    const Status why = gss_status(failure, service_).in("the server refuses the ticket");
+    return failure.trouble != kGssTroubleOther ? why
+                                               : why.told_as(why.text() + "; look at the server's keytab and log");
 }
 
 }  // namespace nfstdm::rpc

@@ -94,7 +94,7 @@ void release(NfstdmGssBytes *bytes) {
 }
 
 void explain(uint32_t major, uint32_t minor, NfstdmGssFailure *failure) {
-    fail(minor == 7 ? kGssTroubleClockSkew : kGssTroubleBadTicket, failure);
+    fail(minor == 7 ? kGssTroubleClockSkew : static_cast<NfstdmGssTrouble>(minor), failure);
     static_cast<void>(major);
 }
 

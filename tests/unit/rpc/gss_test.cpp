@@ -226,6 +226,63 @@ TEST_F(GssTest, TellsWhyTheServerRefusesTheTicket) {
     EXPECT_TRUE(server.calls().empty());
 }
 
+TEST_F(GssTest, TellsOfWhatTheServerLacksWhatToTryThere) {
+    struct Expected {
+        uint32_t major;
+        NfstdmGssTrouble trouble;
+        const char *words;
+    };
+    constexpr uint32_t kNoCredential = 7U << 16, kDefectiveToken = 9U << 16, kFailure = 13U << 16;
+    for (const auto &[said, trouble, words] : {
+             Expected{kNoCredential, kGssTroubleNoTicket,
+                      "is in no keytab for nfs@db1 (said the system): look at the "},
+             Expected{kDefectiveToken, kGssTroubleOther, "the server can not read the Kerberos ticket"},
+             Expected{kFailure, kGssTroubleClockSkew, "the clocks"},
+             Expected{kFailure, kGssTroubleOther, "; look at the server's keytab and log"},
+         }) {
+        major = said;
+        minor = trouble;
+        open();
+        call();
+        ASSERT_TRUE(wait());
+        EXPECT_THAT(finished[0]->status.text(), HasSubstr("the server refuses the ticket: "));
+        EXPECT_THAT(finished[0]->status.text(), HasSubstr(words));
+        finished.clear();
+    }
+}
+
+TEST_F(GssTest, TellsWhatToTryWhereTheServerTakesNoContextAtAll) {
+    server.on_null = [this](const ReceivedCall &call) { deny(call, 1); };
+    open();
+    call();
+    ASSERT_TRUE(wait());
+    EXPECT_EQ(finished[0]->status.number(), static_cast<uint32_t>(EACCES));
+    EXPECT_THAT(finished[0]->status.text(), HasSubstr("security context: the server refuses the identity presented"));
+    EXPECT_THAT(finished[0]->status.text(), HasSubstr("no key for nfs@db1: compare klist -k there"));
+}
+
+TEST_F(GssTest, TellsTheServerThatAContextIsNoLongerUsedAndMakesAnotherWhenItIs) {
+    open(GssService::integrity);
+    client->close();
+    call();
+    ASSERT_TRUE(wait());
+    const GssCredential used = credential_of(server.calls().back());
+    openings.clear();
+    client->close();
+    ASSERT_TRUE(test::run(loop, [this] { return openings.size() == 1; }));
+    EXPECT_EQ(openings[0].procedure, static_cast<uint32_t>(GssProcedure::destroy));
+    EXPECT_EQ(openings[0].handle, used.handle);
+    EXPECT_EQ(openings[0].sequence, used.sequence + 1);
+    EXPECT_EQ(openings[0].service, used.service);
+    EXPECT_TRUE(client->idle());
+    EXPECT_EQ(fake_gss().alive, 0);
+
+    call();
+    ASSERT_TRUE(wait(2));
+    EXPECT_TRUE(finished[1]->status.ok());
+    EXPECT_EQ(openings[1].procedure, static_cast<uint32_t>(GssProcedure::init));
+}
+
 TEST_F(GssTest, UsesNoContextThatIsNotProvenToBeTheServers) {
     spoil_opening = true;
     open();
