@@ -23,8 +23,8 @@ class Counting:
         block = servers.server_block("loop", self.daemon.address, [("/export", MOUNT)])
         self.client.tslnfstab.write_text(block)
 
-    def calls_of(self, *words):
-        return self.daemon.calls_of(lambda: self.client.ok(*words))
+    def calls_of(self, *words, **environment):
+        return self.daemon.calls_of(lambda: self.client.ok(*words, env=environment))
 
 
 @pytest.fixture
@@ -60,22 +60,29 @@ def test_a_file_system_is_asked_for_its_limits_once(counting, words):
 ONCE = 10  # calls for the contact, the directory itself and the good-bye
 
 
-def test_a_small_file_among_many_goes_up_in_three_calls(counting, tmp_path):
+# What the listing told goes to the workers; each finds its own way to the server and leaves it.
+workers = pytest.mark.parametrize("jobs", [1, 8], ids="jobs {}".format)
+
+
+@workers
+def test_a_small_file_among_many_goes_up_in_three_calls(counting, tmp_path, jobs):
     source = tmp_path / "small"
     source.mkdir()
     for i in range(FILES):
         (source / f"file{i}").write_bytes(os.urandom(4096))
-    assert counting.calls_of("cp", "-r", source, f"{MOUNT}/copied") <= 3 * FILES + ONCE
+    assert counting.calls_of("cp", "-r", source, f"{MOUNT}/copied", TSLWNFS_JOBS=jobs) <= 3 * FILES + jobs * ONCE
     assert len(list((counting.folder / "copied").iterdir())) == FILES
 
 
-def test_a_small_file_that_was_listed_comes_down_in_one_call(counting, tmp_path):
+@workers
+def test_a_small_file_that_was_listed_comes_down_in_one_call(counting, tmp_path, jobs):
     many = counting.folder / "many"
     many.mkdir()
     for i in range(FILES):
         (many / f"file{i}").write_bytes(os.urandom(4096))
     (tmp_path / "down").mkdir()
-    assert counting.calls_of("cp", f"{MOUNT}/many/*", tmp_path / "down") <= FILES + FILES / 20 + ONCE
+    calls = counting.calls_of("cp", f"{MOUNT}/many/*", tmp_path / "down", TSLWNFS_JOBS=jobs)
+    assert calls <= FILES + FILES / 20 + jobs * ONCE
     assert len(list((tmp_path / "down").iterdir())) == FILES
 
 
@@ -93,13 +100,14 @@ def test_a_listing_that_no_cache_holds_needs_one_call_for_a_hundred_entries(coun
 
 
 @pytest.mark.parametrize("words", [("rm", "-r", f"{MOUNT}/many"), ("rm", f"{MOUNT}/many/*")], ids=" ".join)
-def test_a_file_among_many_goes_away_in_one_call(counting, words):
+@workers
+def test_a_file_among_many_goes_away_in_one_call(counting, words, jobs):
     many = counting.folder / "many"
     many.mkdir()
     for i in range(FILES):
         (many / f"entry{i}").touch()
     entries_listed = FILES / 20
-    assert counting.calls_of(*words) <= FILES + entries_listed + ONCE
+    assert counting.calls_of(*words, TSLWNFS_JOBS=jobs) <= FILES + entries_listed + jobs * ONCE
     assert not many.exists() or not list(many.iterdir())
 
 

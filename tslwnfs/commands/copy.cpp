@@ -52,6 +52,7 @@ uint32_t copy_directory(const PathBuffer &source, const PathBuffer &destination,
         terminal::note_failure(std::string(source.view()) + " is a directory; with -r it is copied, too");
         return 1;
     }
+    if (is_worker()) return kIsForFront;
     if (lies_inside(std::string(destination.view()), std::string(source.view()))) {
         trace_failure(kRecords.function, "%s lies inside %s", destination.c_str(), source.c_str());
         return 1;

@@ -55,6 +55,7 @@ bool Transfer::run() {
     pieces_.follow_content();
     if (!go_on()) return false;
     source_.size = pieces_.size();
+    progress_.at(source_.size);
     if (sparse_) return end_sparse_file(destination_.stream.get(), source_.size) || unwritten();
     return !ends_in_hole_ || resize_destination(destination_, source_.size, records_);
 }

@@ -38,6 +38,7 @@ uint32_t delete_directory(const PathBuffer &path, const AttrResult &attributes) 
         terminal::note_failure(std::string(path.view()) + " is a directory; with -r it is deleted, too");
         return 1;
     }
+    if (is_worker()) return kIsForFront;
     PathBuffer content = path;
     if (!extend_path(kFunction, content, "/*")) return 1;
     const bool is_empty = is_empty_directory(path);

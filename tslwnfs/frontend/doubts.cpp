@@ -24,6 +24,7 @@ bool is_watched() {
 }
 
 std::optional<FileIdentity> look_besides(const std::string &path) {
+    const Untraced untraced;
     const terminal::AskedBesides besides;
     return look_at(path, LastLink::follow);
 }

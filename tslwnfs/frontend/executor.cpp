@@ -3,28 +3,39 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <new>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
+#include "include/tdm.h"
 #include "platform/path_buffer.h"
 #include "tslwnfs/commands/attributes.h"
 #include "tslwnfs/commands/listing.h"
 #include "tslwnfs/frontend/command_table.h"
 #include "tslwnfs/frontend/copy_tally.h"
 #include "tslwnfs/frontend/doubts.h"
+#include "tslwnfs/frontend/pace.h"
+#include "tslwnfs/frontend/results_in_order.h"
+#include "tslwnfs/frontend/worker.h"
+#include "tslwnfs/frontend/worker_pool.h"
 #include "tslwnfs/options/options.h"
 #include "tslwnfs/options/strict.h"
 #include "tslwnfs/output/messages.h"
 #include "tslwnfs/output/output.h"
 #include "tslwnfs/output/trace.h"
+#include "tslwnfs/storage/end_process.h"
+#include "tslwnfs/storage/optional_operations.h"
 #include "tslwnfs/storage/resolve.h"
 #include "tslwnfs/storage/wildcard.h"
 #include "tslwnfs/terminal/reasons.h"
+#include "tslwnfs/terminal/screen.h"
 
 namespace {
 
@@ -58,16 +69,6 @@ uint32_t nothing_inside() {
     print_message(Message::operands_unusable);
     terminal::tell_warning();
     return kUnusable;
-}
-
-// A command that wants more memory than there is has failed like any other.
-uint32_t run_command(const Command &command, const Operand &first, const Operand &second) {
-    try {
-        return command.run(first, second);
-    } catch (const std::bad_alloc &) {
-        trace_failure(kFunction, "%s: out of memory", first.shown());
-        return 1;
-    }
 }
 
 bool is_too_long(const Operand &operand) {
@@ -170,6 +171,53 @@ class Counted {
     std::size_t missing_before_ = tally.missing();
 };
 
+// The processes that several files are given to, from the first directory that is worth it until the command as a whole
+// is through, and what tells whether one is.
+std::unique_ptr<WorkerPool> pool;
+Pace pace;
+unsigned runs_under_way = 0;
+bool works_for_another = false;
+
+class RunUnderWay {
+  public:
+    RunUnderWay() { ++runs_under_way; }
+    ~RunUnderWay() {
+        if (--runs_under_way > 0) return;
+        pool.reset();
+        pace = {};
+    }
+    RunUnderWay(const RunUnderWay &) = delete;
+    RunUnderWay &operator=(const RunUnderWay &) = delete;
+};
+
+bool may_run_together() {
+    return !works_for_another && (COMMAND_OPTION & kFileInteractive) == 0 &&
+           (commandtype == kCopy || commandtype == kMove || commandtype == kDelete);
+}
+
+bool is_on_server(const std::string &directory) {
+    const Untraced untraced;
+    const terminal::AskedBesides besides;
+    TdmAttributes attributes = {};
+    uint32_t location = 0;
+    return tdm_getattr(ctx, directory.c_str(), &attributes, &location) == 0 && location == TDM_LOCATION_REMOTE;
+}
+
+// A worker's result as the file's own.
+uint32_t take_over(const std::string &source, WorkerPool::Result result) {
+    deliver(result.outcome.written);
+    for (const std::string &line : result.outcome.said)
+        terminal::say(line);
+    terminal::add_notes(std::move(result.outcome.notes));
+    if (!result.death.empty())
+        trace_failure(kFunction, "%s: the process that worked on it died: %s", source.c_str(), result.death.c_str());
+    if (result.outcome.after == After::ends) {
+        pool->drain();  // what others have begun they bring to an end
+        end_process();
+    }
+    return result.outcome.status;
+}
+
 // One run of a file command over one file, or over the files that a wildcard names.
 class FileRun {
   public:
@@ -210,7 +258,8 @@ class FileRun {
         PathBuffer resolved;
         if (!resolve(second_, second, resolved)) return false;
         destination_.emplace(resolved.view());
-        if (is_directory_destination(resolved) && commandtype == kMove) {
+        into_directory_ = is_directory_destination(resolved);
+        if (into_directory_ && commandtype == kMove) {
             destination_->directory = resolved.view();
             destination_->name = "*";
         } else if (second.is_typed() && !has_wildcard(destination_->name)) {
@@ -228,16 +277,120 @@ class FileRun {
         listed_ = !source_->directory.empty() && list_source(names);
         if (!listed_) return;
         const std::string pattern = lowered(source_->name);
-        for (const auto &name : names) {
-            const std::string lower = lowered(name);
-            if (strwildcmp(pattern.c_str(), lower.c_str()) == 0) continue;
-            if (is_strict(Strict::names)) {
-                run_on(source_->directory + "/" + name, name, name, false);
+        NameList matches;
+        for (const auto &name : names)
+            if (strwildcmp(pattern.c_str(), lowered(name).c_str()) != 0) matches.add(name);
+        names.clear();
+        for (std::size_t done = 0; done < matches.size(); ++done) {
+            if (wants_workers(matches, done)) return run_together(matches, done);
+            run_alone(std::string(matches[done]));
+        }
+    }
+
+    void run_alone(const std::string &listed) {
+        pace.begin();
+        hint_at_capitals(listed);
+        run_on(source_of(listed), as_built(listed), listed, false);
+        pace.end();
+    }
+
+    static void hint_at_capitals(const std::string &listed) {
+        if (as_built(listed) != listed) terminal::note_hint("its name holds capitals; TSLWNFS_STRICT=names keeps them");
+    }
+
+    std::string source_of(const std::string &listed) const { return source_->directory + "/" + as_built(listed); }
+
+    // Whether the rest of the matches goes to workers. Where the server is near, or the line full, processes that wait
+    // for it take more time than they save; nobody is asked for more until that shows. Few files are not worth
+    // processes that are not there yet.
+    bool wants_workers(const NameList &matches, std::size_t done) {
+        constexpr std::size_t kWorthProcesses = 16;
+        const std::size_t least = pool != nullptr ? 2 : kWorthProcesses;
+        if (matches.size() < least || matches.size() - done < 2 || !may_run_together()) return false;
+        const Jobs jobs = jobs_at_once();
+        if (jobs.number == 1 || !(jobs.asked_for || pool != nullptr || pace.is_waiting())) return false;
+        if (!apart_) apart_ = has_server() && are_apart(matches);
+        if (!*apart_) return false;
+        if (pool == nullptr) pool = std::make_unique<WorkerPool>(command_, jobs.number);
+        return pool->has_room();
+    }
+
+    bool has_server() const {
+        if (is_on_server(source_->directory)) return true;
+        if (!command_.names_destination) return false;
+        const std::string &directory = destination_->directory;
+        return is_on_server(keeps_names() ? directory + "/" + destination_->name : directory);
+    }
+
+    // No two have the same destination and none the name of another's, case left aside, whatever the directories are;
+    // and none is refused before it runs. Names count by their hashes: two that fall together only cost time.
+    bool are_apart(const NameList &matches) const {
+        if (means_directory_ && !into_directory_) return false;
+        std::vector<std::size_t> marks;
+        const auto mark = [&marks](const std::string &name) { marks.push_back(std::hash<std::string>{}(name)); };
+        for (const auto &listed : matches) {
+            const Job job = job_of(listed);
+            const std::string name = lowered(listed);
+            if (!is_entry_name(name) || job.source.size() >= PathBuffer::kSize) return false;
+            mark(name);
+            if (!command_.names_destination || keeps_names()) continue;
+            const std::string last = lowered(job.destination.substr(job.destination.rfind('/') + 1));
+            if (!is_entry_name(last) || job.destination.size() >= PathBuffer::kSize) return false;
+            if (last != name) mark(last);
+        }
+        std::sort(marks.begin(), marks.end());
+        return std::adjacent_find(marks.begin(), marks.end()) == marks.end();
+    }
+
+    // A copy goes into a directory that was named, under its source's name.
+    bool keeps_names() const { return commandtype == kCopy && into_directory_; }
+
+    Job job_of(const std::string &listed) const {
+        Job job;
+        job.source = source_of(listed);
+        lower_drive_path(job.source);
+        if (command_.names_destination) job.destination = destination_for(as_built(listed));
+        lower_drive_path(job.destination);
+        return job;
+    }
+
+    // The workers need not ask again for what the listing told.
+    Job job_with_knowledge(const std::string &listed) const {
+        const Untraced untraced;
+        const terminal::AskedBesides besides;
+        Job job = job_of(listed);
+        for (const std::string *path : {&job.source, &job.destination})
+            if (!path->empty()) job.known.push_back(known_of(path->c_str()));
+        return job;
+    }
+
+    // As run_on() for one after the other, but that the command runs in the workers: each match's result is waited for
+    // in its turn, while those behind it are under way.
+    void run_together(const NameList &matches, std::size_t first) {
+        const auto job = [&](std::size_t i) { return job_with_knowledge(std::string(matches[i])); };
+        ResultsInOrder results(*pool, first, matches.size(), job, first_);
+        for (std::size_t i = first; i < matches.size(); ++i) {
+            const std::string listed(matches[i]);
+            if (results.next()) {
+                give_out(listed, results);
             } else {
-                if (lower != name) terminal::note_hint("its name holds capitals; TSLWNFS_STRICT=names keeps them");
-                run_on(source_->directory + "/" + lower, lower, name, false);
+                run_alone(listed);
             }
         }
+    }
+
+    void give_out(const std::string &listed, ResultsInOrder &results) {
+        const Job job = job_of(listed);
+        hint_at_capitals(listed);
+        announce(job.source, command_.names_destination ? job.destination : second_);
+        const Counted counted(source_->directory + "/" + listed);
+        auto given = results.wait();
+        const Operand to = command_.names_destination ? Operand::ready(job.destination.c_str()) : second_.c_str();
+        const uint32_t result = given.outcome.after == After::undone
+                                    ? run_command(command_, Operand::ready(job.source.c_str()), to)
+                                    : take_over(job.source, std::move(given));
+        counted.end(result);
+        keep(give_verdict(result));
     }
 
     bool list_source(NameList &names) {
@@ -250,11 +403,10 @@ class FileRun {
     // name is the source's last component, listed the one that its directory has; a source that was not typed was
     // joined with the former.
     void run_on(std::string source, const std::string &name, const std::string &listed, bool typed) {
-        ++files_;
         std::string destination = command_.names_destination ? destination_for(name) : second_;
         lower_drive_path(source);
         lower_drive_path(destination);
-        print_banner(source.c_str(), destination.c_str());
+        announce(source, destination);
         const bool usable = typed || (is_entry(source, name) && leads_to_entry(destination));
         const MeantAsDirectory directory(means_directory_, destination);
         const bool refused = !usable || !fits(source) || !fits(destination) || is_taken(name, destination) ||
@@ -303,7 +455,8 @@ class FileRun {
         return true;
     }
 
-    void print_banner(const char *source, const char *destination) const {
+    void announce(const std::string &source, const std::string &destination) {
+        ++files_;
         if (command_.banner == nullptr) return;
         if (command_.banner_on_terminal) {
             lwrf("%s", command_.banner);
@@ -322,6 +475,8 @@ class FileRun {
     std::string first_, second_;
     std::optional<SplitPath> source_, destination_;
     bool means_directory_ = false;  // the second operand
+    bool into_directory_ = false;   // it is one
+    std::optional<bool> apart_;     // the matches, and with a server among their directories
     std::set<std::string> taken_;   // by the files of this run
     CopiesToOneName replaces_copy_;
     bool listed_ = false;
@@ -331,6 +486,14 @@ class FileRun {
 };
 
 }  // namespace
+
+bool is_worker() {
+    return works_for_another;
+}
+
+void become_worker() {
+    works_for_another = true;
+}
 
 uint32_t exec_command(const Operand &first, const Operand &second) {
     if (is_too_long(first) || is_too_long(second)) return too_long(is_too_long(first) ? first : second);
@@ -345,6 +508,7 @@ uint32_t exec_command(const Operand &first, const Operand &second) {
             break;
     }
     ++calls_again;
+    const RunUnderWay under_way;
     FileRun run(*command, first, second);
     return run.prepare(first, second) ? run.run() : unusable();
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <optional>
 
 #include "platform/write_errors.h"
 #include "tslwnfs/output/product_context.h"
@@ -19,6 +20,17 @@ bool is_plain(std::string_view name) {
 }
 
 bool for_data = false;  // standard output
+
+// Whether standard output and the log are terminals, as it was when that was to be remembered.
+struct Terminals {
+    bool output = false, log = false;
+};
+std::optional<Terminals> remembered;
+
+bool is_terminal(FILE *stream) {
+    if (!remembered) return isatty(fileno(stream)) != 0;
+    return stream == octx.log_stream ? remembered->log : stream == stdout && remembered->output;
+}
 
 // Whoever declined knows why; who finds out from a script's log does not.
 void note_refusal(const char *subject, const char *why) {
@@ -54,10 +66,14 @@ void print(const char *format, ...) {
 
 std::string shown_name(std::string_view name, FILE *stream) {
     if (is_plain(name)) return std::string(name);
-    if (isatty(fileno(stream)) != 0) return terminal::printable(name);
+    if (is_terminal(stream)) return terminal::printable(name);
     std::string shown(name);
     if (stream == octx.log_stream) std::replace(shown.begin(), shown.end(), '\n', '?');
     return shown;
+}
+
+void remember_terminals() {
+    remembered = Terminals{is_terminal(stdout), octx.log_stream != nullptr && is_terminal(octx.log_stream)};
 }
 
 bool print_bytes(const void *bytes, std::size_t size) {

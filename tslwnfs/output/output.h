@@ -25,6 +25,10 @@ void print(const char *format, ...) __attribute__((format(printf, 1, 2)));
 // what it does not print, the log for line feeds, and every other stream the bytes.
 std::string shown_name(std::string_view name, FILE *stream = output_stream());
 
+// For a process that is about to write elsewhere on behalf of this one: names go on being shown as they are where
+// standard output and the log lead now.
+void remember_terminals();
+
 // Bytes to output_stream(). False, with errno set, when not all of them were taken.
 [[nodiscard]] bool print_bytes(const void *bytes, std::size_t size);
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <string_view>
+#include <utility>
 
 #include "platform/clock.h"
 #include "platform/write_errors.h"
@@ -50,6 +51,12 @@ void trace_failure(const char *function, const char *format, ...) {
     va_end(arguments);
     tslwnfswrf(3, function, "%s\n", text);
     terminal::note_failure(text);
+}
+
+Untraced::Untraced() : before_(std::exchange(octx.trace_on, 0)) {}
+
+Untraced::~Untraced() {
+    octx.trace_on = before_;
 }
 
 void tslwnfswrf_wide(uint32_t level, const char *function, const wchar_t *text) {

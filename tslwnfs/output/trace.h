@@ -17,6 +17,18 @@ void trace_failure(const char *function, const char *format, ...) __attribute__(
 // As tslwnfswrf, for the one record whose format holds a wide-string conversion.
 void tslwnfswrf_wide(uint32_t level, const char *function, const wchar_t *text);
 
+// While one lives nothing is traced, by the storage library neither: for what belongs to no file at hand.
+class Untraced {
+  public:
+    Untraced();
+    ~Untraced();
+    Untraced(const Untraced &) = delete;
+    Untraced &operator=(const Untraced &) = delete;
+
+  private:
+    int32_t before_;
+};
+
 // Formatted text to the trace stream while tracing is on, with no head and no filter. Returns 0.
 int32_t tsltrc_wrf(const char *format, ...) __attribute__((format(printf, 1, 2)));
 int32_t tsltrc_tslprintf(const char *format, va_list arguments) __attribute__((format(printf, 1, 0)));

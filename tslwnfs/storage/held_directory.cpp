@@ -32,17 +32,27 @@ HeldDirectory::HeldDirectory(const PathBuffer &path, LastLink last)
     held_directories.push_back(this);
 }
 
+HeldDirectory::HeldDirectory(std::string_view path, int descriptor) : path_(path), descriptor_(descriptor) {
+    held_directories.push_back(this);
+}
+
 HeldDirectory::~HeldDirectory() {
     held_directories.pop_back();
     if (descriptor_ >= 0) close(descriptor_);
 }
 
+void forget_held_directories() {
+    held_directories.clear();
+}
+
+const HeldDirectory *held_directory_of(std::string_view path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string_view::npos ? nullptr : held_at(path.substr(0, slash));
+}
+
 LocalPlace local_place(const char *path) {
-    const char *const slash = std::strrchr(path, '/');
-    if (slash != nullptr) {
-        const HeldDirectory *const directory = held_at({path, static_cast<std::size_t>(slash - path)});
-        if (directory != nullptr) return {directory->descriptor(), slash + 1, true};
-    }
+    const HeldDirectory *const directory = held_directory_of(path);
+    if (directory != nullptr) return {directory->descriptor(), std::strrchr(path, '/') + 1, true};
     return {AT_FDCWD, path, false};
 }
 

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 
 #include <string>
+#include <string_view>
 
 #include "platform/path_buffer.h"
 
@@ -20,17 +21,26 @@ class HeldDirectory {
 
     // Opens the directory. When that fails, whatever lies in it cannot be reached as long as this lives.
     explicit HeldDirectory(const PathBuffer &path, LastLink last = LastLink::refused);
+    // Holds one that another process opened, and closes the descriptor in the end.
+    HeldDirectory(std::string_view path, int descriptor);
     ~HeldDirectory();
     HeldDirectory(const HeldDirectory &) = delete;
     HeldDirectory &operator=(const HeldDirectory &) = delete;
 
     int descriptor() const { return descriptor_; }
+    const std::string &path() const { return path_; }
     bool is_at(std::string_view path) const { return path_ == path; }
 
   private:
     std::string path_;
     int descriptor_;
 };
+
+// For a forked process that is told anew what to hold.
+void forget_held_directories();
+
+// The held directory that a path lies right in; null when it lies in none.
+const HeldDirectory *held_directory_of(std::string_view path);
 
 // Where the system's calls that end in "at" find a local object: by its name in a held directory, else by its path.
 struct LocalPlace {

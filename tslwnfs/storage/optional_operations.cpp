@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/storage/optional_operations.h"
 
+#include <array>
 #include <cerrno>
 
 #include "include/tdm.h"
@@ -8,11 +9,25 @@
 
 #pragma weak tdm_copy
 #pragma weak tdm_extent
+#pragma weak tdm_known
+#pragma weak tdm_learn
 
 uint32_t copy_by_server(const ServerCopyRange &range, uint64_t &copied) {
     if (&tdm_copy == nullptr) return ENOTSUP;
     return tdm_copy(ctx, range.source, range.source_offset, range.destination, range.destination_offset, range.count,
                     &copied);
+}
+
+std::string known_of(const char *path) {
+    std::array<char, std::size_t{16} << 10> record;  // a deeper path than has room is not worth it
+    uint32_t size = 0;
+    const bool told = &tdm_known != nullptr && tdm_known(ctx, path, record.data(), record.size(), &size) == 0;
+    return told ? std::string(record.data(), size) : std::string();
+}
+
+void learn_known(std::string_view record) {
+    if (&tdm_learn == nullptr || record.empty()) return;
+    static_cast<void>(tdm_learn(ctx, record.data(), static_cast<uint32_t>(record.size())));
 }
 
 uint32_t next_extent(uint64_t file, uint64_t offset, uint64_t &begin, uint64_t &end) {

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 // Has a server copy between two of its open files; the arguments and the promise are those of tdm_copy.
 struct ServerCopyRange {
@@ -13,6 +15,11 @@ struct ServerCopyRange {
     uint64_t count;  // bytes, above 0
 };
 uint32_t copy_by_server(const ServerCopyRange &range, uint64_t &copied);
+
+// What the library knows of a path, for this session as a forked process has it; empty where it knows nothing. The
+// other process learns it. Nobody is told whether that succeeds: what is not known is asked for.
+std::string known_of(const char *path);
+void learn_known(std::string_view record);
 
 // The next bytes of an open remote file that are no hole, as tdm_extent tells them.
 uint32_t next_extent(uint64_t file, uint64_t offset, uint64_t &begin, uint64_t &end);

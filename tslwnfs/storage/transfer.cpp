@@ -3,26 +3,16 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <new>
 
 #include "tslwnfs/options/options.h"
 #include "tslwnfs/output/messages.h"
-#include "tslwnfs/output/output.h"
-#include "tslwnfs/terminal/interruption.h"
-#include "tslwnfs/terminal/reasons.h"
+#include "tslwnfs/storage/end_process.h"
 
 namespace {
 
 // What a failed completion reports differs between the two directions, on purpose.
 enum class Reported : uint8_t { completion_count, status };
-
-[[noreturn]] void end_process() {
-    terminal::UnfinishedFile::note();
-    terminal::tell_reason();
-    flush_output();
-    std::exit(EXIT_FAILURE);
-}
 
 void carry_out(const char *function, RequestSlots &requests, std::size_t index, uint32_t count, Reported reported) {
     const auto number = static_cast<uint32_t>(cios);

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/terminal/interruption.h"
 
+#include <poll.h>
+#include <sys/prctl.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
@@ -30,6 +34,11 @@ std::atomic<uint64_t> written = 0, total = 0;
 std::atomic<bool> is_writing = false;
 std::atomic<int> arrived = 0;
 static_assert(std::atomic<uint64_t>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
+
+// The processes that work for this one; 0 where there is none.
+constexpr std::size_t kCompanionsMaximum = 32;
+std::array<std::atomic<pid_t>, kCompanionsMaximum> companions = {};
+bool is_companion = false;
 
 // A line put together without anything that a handler must not call.
 class Line {
@@ -105,7 +114,39 @@ void end_by(int signal) {
     std::raise(signal);
 }
 
+// Forgets one that is at its end; true when it was in the middle of a file.
+bool is_gone_from_file(std::atomic<pid_t> &companion, int how) {
+    int status = 0;
+    const pid_t gone = waitpid(companion, &status, how);
+    if (gone != 0) companion = 0;
+    return gone > 0 && WIFEXITED(status) && WEXITSTATUS(status) == kSignalBase + SIGTERM;
+}
+
+// Each has its second and a little. True when one was in the middle of a file.
+bool end_companions() {
+    constexpr int kRounds = 130, kRound = 10;  // ms
+    bool wrote = false;
+    const auto is_there = [](const auto &companion) { return companion != 0; };
+    if (std::none_of(companions.begin(), companions.end(), is_there)) return false;
+    erase_in_handler();
+    for (const auto &companion : companions)
+        if (companion != 0) kill(companion, SIGTERM);
+    for (int i = 0; i < kRounds && std::any_of(companions.begin(), companions.end(), is_there); ++i) {
+        for (auto &companion : companions)
+            if (companion != 0 && is_gone_from_file(companion, WNOHANG)) wrote = true;
+        if (i > 0) poll(nullptr, 0, kRound);
+    }
+    for (auto &companion : companions) {
+        if (companion == 0) continue;
+        kill(companion, SIGKILL);
+        is_gone_from_file(companion, 0);
+    }
+    return wrote;
+}
+
 void on_signal(int signal) {
+    const bool others_wrote = end_companions();
+    if (!is_writing && others_wrote) _exit(kSignalBase + signal);
     if (!is_writing) return end_by(signal);
     int none = 0;
     if (!arrived.compare_exchange_strong(none, signal)) end_at_once(none);
@@ -129,6 +170,38 @@ void watch_interruptions() {
         if (sigaction(signal, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) handle(signal, on_signal);
     }
     handle(SIGALRM, on_alarm);
+}
+
+pid_t fork_companion() {
+    sigset_t all, before;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, &before);
+    const pid_t front = getpid();
+    const pid_t process = fork();
+    const auto free_place = std::find(companions.begin(), companions.end(), 0);
+    if (process > 0 && free_place != companions.end()) *free_place = process;
+    if (process == 0) {
+        // However the other one ends, none is left running.
+        if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || getppid() != front) _exit(1);
+        is_companion = true;
+        for (auto &companion : companions)
+            companion = 0;
+        for (const int signal : {SIGINT, SIGHUP})
+            std::signal(signal, SIG_IGN);
+        handle(SIGTERM, on_signal);
+    }
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    return process;
+}
+
+pid_t await_companion(pid_t companion, int &status) {
+    for (auto &each : companions)
+        if (each == companion) each = 0;
+    pid_t gone = 0;
+    do {
+        gone = waitpid(companion, &status, 0);
+    } while (gone < 0 && errno == EINTR);
+    return gone;
 }
 
 UnfinishedFile::UnfinishedFile(std::string_view file_name, uint64_t bytes) {
@@ -158,7 +231,7 @@ int UnfinishedFile::interruption() {
 void UnfinishedFile::tell() {
     Line line;
     describe(line, "");
-    say(line.text());
+    say(line.text(), When::at_the_end);
 }
 
 void UnfinishedFile::note() {
@@ -169,6 +242,7 @@ void UnfinishedFile::note() {
 }
 
 void UnfinishedFile::end_program(int signal) {
+    if (is_companion) _exit(kSignalBase + signal);
     std::exit(kSignalBase + signal);
 }
 

@@ -6,6 +6,8 @@
 // ends by the signal at once.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string_view>
 
@@ -13,6 +15,13 @@ namespace terminal {
 
 // From now on.
 void watch_interruptions();
+
+// A process that works for this one. It has what fork() gives, but signals of the terminal are none of its affair: an
+// interruption of this process ends it by SIGTERM, and with that it has the second that this one would have. It ends
+// with _exit() only. Returns as fork() does.
+pid_t fork_companion();
+// Waits for the end of one, and gives what waitpid() does.
+pid_t await_companion(pid_t companion, int &status);
 
 // A file that is being written: while one lives an interruption is left to the transfer, which asks for it between two
 // pieces. They do not nest.

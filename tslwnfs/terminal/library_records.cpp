@@ -26,7 +26,7 @@ void take_library_record(std::string_view line) {
         // Worth being read at once: whoever waits wants to know for what.
         case RecordKind::silence:
         case RecordKind::recovery:
-            return say(record_text(record));
+            return say(record_text(record), When::at_once);
         // A mount that is not there: its paths are local, and nothing fails that would tell.
         case RecordKind::capitals:
             return say("warning: " + record.text);

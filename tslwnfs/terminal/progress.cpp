@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <span>
+#include <utility>
 
 #include "tslwnfs/terminal/screen.h"
 #include "tslwnfs/terminal/text.h"
@@ -12,8 +14,11 @@ namespace terminal {
 namespace {
 
 constexpr auto kFirst = std::chrono::seconds(1);
-constexpr auto kInterval = std::chrono::milliseconds(200);
+constexpr auto kInterval = FilesProgress::kInterval;
 constexpr std::size_t kNameColumns = 12;  // of a name that are worth less room for the rest
+
+std::atomic<uint64_t> counted_here = 0;
+std::atomic<uint64_t> *counter = &counted_here;
 
 std::string time_text(uint64_t seconds) {
     constexpr uint64_t kMinute = 60, kHour = 3600;
@@ -38,6 +43,15 @@ std::string time_left(uint64_t done, uint64_t total, double rate) {
     return "  " + time_text(static_cast<uint64_t>(rounded.count())) + " left";
 }
 
+// The name, and as much of what there is to tell as there are columns for: the tails tell less and less.
+std::string line_of(std::string_view name, std::span<const std::string> tails, std::size_t columns) {
+    const std::size_t wanted = std::min(columns_of(name), kNameColumns);
+    const auto tail =
+        std::find_if(tails.begin(), tails.end(), [&](const auto &each) { return each.size() + wanted <= columns; });
+    const std::string &shown = tail != tails.end() ? *tail : tails.back();
+    return shown.size() <= columns ? fitted(name, columns - shown.size()) + shown : std::string();
+}
+
 }  // namespace
 
 std::string progress_line(std::string_view name, uint64_t done, uint64_t total, std::chrono::duration<double> elapsed,
@@ -52,12 +66,28 @@ std::string progress_line(std::string_view name, uint64_t done, uint64_t total, 
 
     const std::array<std::string, 4> tails = {percent + amount + speed + left, percent + speed + left, percent + left,
                                               percent};
-    const std::size_t wanted = std::min(columns_of(name), kNameColumns);
-    const auto *const tail =
-        std::find_if(tails.begin(), tails.end(), [&](const auto &each) { return each.size() + wanted <= columns; });
-    if (tail != tails.end()) return fitted(name, columns - tail->size()) + *tail;
-    if (percent.size() <= columns) return fitted(name, columns - percent.size()) + percent;
-    return {};
+    return line_of(name, tails, columns);
+}
+
+std::string files_line(std::string_view name, const FilesDone &done, std::chrono::duration<double> elapsed,
+                       std::size_t columns) {
+    const double seconds = std::max(elapsed.count(), 1e-9);
+    const std::string number = "  " + std::to_string(done.files) + " of " + std::to_string(done.of) + " files";
+    const std::string amount = done.bytes == 0 ? "" : "  " + bytes_text(done.bytes);
+    const auto rate = static_cast<uint64_t>(static_cast<double>(done.bytes) / seconds);
+    const std::string speed = done.bytes == 0 ? "" : "  " + bytes_text(rate) + "/s";
+    const std::string left = time_left(done.files, done.of, static_cast<double>(done.files) / seconds);
+    const std::array<std::string, 4> tails = {number + amount + speed + left, number + speed + left, number + left,
+                                              number};
+    return line_of(name, tails, columns);
+}
+
+uint64_t bytes_through() {
+    return *counter;
+}
+
+void count_into(std::atomic<uint64_t> &bytes) {
+    counter = &bytes;
 }
 
 Progress::Progress(std::string_view name, uint64_t total)
@@ -68,6 +98,7 @@ Progress::~Progress() {
 }
 
 void Progress::at(uint64_t done) {
+    *counter += done - std::exchange(counted_, done);
     if (is_open()) at(done, Clock::now());
 }
 
@@ -75,6 +106,20 @@ void Progress::at(uint64_t done, Clock::time_point now) {
     if (now < next_ || total_ == 0) return;
     next_ = now + kInterval;
     show(progress_line(name_, done, total_, now - start_, columns()));
+}
+
+FilesProgress::FilesProgress(std::string_view name, std::size_t files)
+    : name_(printable(name)), files_(files), start_(Clock::now()), next_(start_ + kFirst) {}
+
+FilesProgress::~FilesProgress() {
+    erase();
+}
+
+void FilesProgress::at(std::size_t files, uint64_t bytes) {
+    const auto now = Clock::now();
+    if (!is_open() || now < next_) return;
+    next_ = now + kInterval;
+    show(files_line(name_, {files, files_, bytes}, now - start_, columns()));
 }
 
 }  // namespace terminal

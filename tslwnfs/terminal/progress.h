@@ -2,6 +2,7 @@
 // The line about a transfer that takes a while.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -30,9 +31,46 @@ class Progress {
   private:
     std::string name_;
     uint64_t total_;
+    uint64_t counted_ = 0;  // bytes
     Clock::time_point start_;
     Clock::time_point next_;  // when it is shown again
 };
+
+// What all that live, or did, were told: bytes.
+uint64_t bytes_through();
+// For worker processes: what they are told is added up there.
+void count_into(std::atomic<uint64_t> &bytes);
+
+// The same line for many files, of which several are under way.
+class FilesProgress {
+  public:
+    using Clock = std::chrono::steady_clock;
+    static constexpr auto kInterval = std::chrono::milliseconds(200);
+
+    FilesProgress(std::string_view name, std::size_t files);
+    ~FilesProgress();
+    FilesProgress(const FilesProgress &) = delete;
+    FilesProgress &operator=(const FilesProgress &) = delete;
+
+    // Tells how many are through, and how many bytes of these and the others.
+    void at(std::size_t files, uint64_t bytes);
+
+  private:
+    std::string name_;
+    std::size_t files_;
+    Clock::time_point start_;
+    Clock::time_point next_;
+};
+
+struct FilesDone {
+    std::size_t files = 0;
+    std::size_t of = 0;
+    uint64_t bytes = 0;
+};
+
+// Its line; as progress_line().
+std::string files_line(std::string_view name, const FilesDone &done, std::chrono::duration<double> elapsed,
+                       std::size_t columns);
 
 // The line, at most so many columns wide: the narrower, the less it tells. name is printable, total above 0.
 std::string progress_line(std::string_view name, uint64_t done, uint64_t total, std::chrono::duration<double> elapsed,

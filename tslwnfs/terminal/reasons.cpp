@@ -16,17 +16,12 @@ using nfstdm::Concern;
 
 constexpr uint32_t kStale = 70;  // a stale handle, in the numbers of the storage interface
 
-struct Reason {
-    std::string text;
-    uint32_t status = 0;              // the library's
-    bool is_missing_locally = false;  // no such file
-};
-
-Reason library;    // what the library said since the last note
-Reason failure;    // the first one
-Reason remark;     // the last one
-std::string hint;  // what may be behind it
-std::string aftermath;
+Notes notes;
+Reason &library = notes.from_library;
+Reason &failure = notes.failure;
+Reason &remark = notes.remark;
+std::string &hint = notes.hint;
+std::string &aftermath = notes.aftermath;
 bool asked_besides = false;
 std::string trouble;  // with tslnfstab
 std::string mounts;   // "the mount points are ..."
@@ -91,12 +86,22 @@ std::string with_advice(const Reason &reason) {
 }
 
 void forget() {
-    library = failure = remark = {};
-    hint.clear();
-    aftermath.clear();
+    notes = {};
 }
 
 }  // namespace
+
+Notes take_notes() {
+    return std::exchange(notes, {});
+}
+
+void add_notes(Notes more) {
+    if (!more.from_library.text.empty()) library = std::move(more.from_library);
+    if (!more.failure.text.empty()) keep(std::move(more.failure));
+    if (!more.remark.text.empty()) remark = std::move(more.remark);
+    if (!more.hint.empty()) hint = std::move(more.hint);
+    if (!more.aftermath.empty()) aftermath = std::move(more.aftermath);
+}
 
 AskedBesides::AskedBesides() {
     asked_besides = true;

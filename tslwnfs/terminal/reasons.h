@@ -10,6 +10,25 @@
 
 namespace terminal {
 
+struct Reason {
+    std::string text;
+    uint32_t status = 0;              // the library's
+    bool is_missing_locally = false;  // no such file
+};
+
+// All that is noted of the command at hand.
+struct Notes {
+    Reason from_library;  // what the library said since the last note
+    Reason failure;       // the first one
+    Reason remark;        // the last one
+    std::string hint;     // what may be behind it
+    std::string aftermath;
+};
+
+// Gives what was noted and forgets it; add_notes() notes it in another process, behind what was noted there.
+Notes take_notes();
+void add_notes(Notes more);
+
 // The storage library failed with a status and says why. It stands for what is noted next as the library's.
 void note_library_reason(uint32_t status, std::string_view why);
 

@@ -22,6 +22,7 @@ constexpr std::size_t kUsualColumns = 80;
 bool opened = false;
 bool shows = true;  // what the next line replaces
 std::atomic<std::size_t> shown_columns = 0;
+Diversion diverted = nullptr;
 
 void write(const std::string &text) {
     static_cast<void>(std::fputs(text.c_str(), stderr));
@@ -50,12 +51,19 @@ bool is_open() {
     return opened;
 }
 
-void say(std::string_view line) {
+void say(std::string_view line, When when) {
     if (!opened) return;
+    if (diverted != nullptr && when != When::at_the_end) return diverted(line, when);
     erase();
     // An unfinished line stays in the buffer of a standard output that is a terminal, so this gets a line of its own.
     if (isatty(STDOUT_FILENO) == 0) flush_stream(stdout);
     write("tslwnfs: " + printable(line) + "\n");
+}
+
+void divert(Diversion diversion) {
+    diverted = diversion;
+    shows = false;
+    shown_columns = 0;
 }
 
 void show(std::string_view line) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <string_view>
 
@@ -15,8 +16,15 @@ void open();
 void close();
 bool is_open();
 
-// One line of the program's, behind its name. It comes after what the command has printed so far.
-void say(std::string_view line);
+// One line of the program's, behind its name. It comes after what the command has printed so far. A worker process
+// keeps it until it is its file's turn; how it is going with a server is worth being read at once, and what it says
+// with its last breath it says itself.
+enum class When : uint8_t { in_order, at_once, at_the_end };
+void say(std::string_view line, When when = When::in_order);
+
+// For a worker process: what is said goes there, and nothing is shown.
+using Diversion = void (*)(std::string_view line, When when);
+void divert(Diversion diversion);
 
 // Shows a line that the next one replaces and that leaves nothing behind; nothing while the program is in the
 // background. line fits columns().

@@ -50,6 +50,11 @@ uint32_t tdm_fini(void *context) {
     return recorder().call("tdm_fini", context == &session ? "" : "?");
 }
 
+uint32_t tdm_getattr(void *, const char *path, TdmAttributes *, uint32_t *location) {
+    *location = recorder().remote.contains(path) ? TDM_LOCATION_REMOTE : TDM_LOCATION_LOCAL;
+    return 0;
+}
+
 bool presented_identity(PresentedIdentity &identity) {
     identity = {"dbhost", 1001, 54321};
     return recorder().has_identity;

@@ -16,6 +16,7 @@ struct Recorder {
     std::vector<std::string> listing;                     // of every directory
     std::set<std::string> unresolvable;                   // operands that cannot be resolved
     std::set<std::string> directories;                    // destinations that are directories
+    std::set<std::string> remote;                         // paths that lie on a server
     std::map<std::string, bool> existing;                 // what is looked at; true for a directory
     std::vector<std::string> mount_points;                // of the configuration
     bool allowed = true;                                  // the caller may use the utility

@@ -22,6 +22,15 @@ TEST(ProgressLine, TellsNameShareAmountRateAndTimeLeft) {
     EXPECT_EQ(progress_line("/m/file", 200, 100, seconds(1), 79), "/m/file  100 %  100 B of 100 B  100 B/s  0:00 left");
 }
 
+TEST(ProgressLine, OfManyFilesTellsHowManyAreThrough) {
+    EXPECT_EQ(files_line("/m/*", {25, 100, 25 * kMiB}, seconds(5), 79),
+              "/m/*  25 of 100 files  25.0 MiB  5.0 MiB/s  0:15 left");
+    EXPECT_EQ(files_line("/m/*", {25, 100, 0}, seconds(5), 79), "/m/*  25 of 100 files  0:15 left");
+    EXPECT_EQ(files_line("/m/*", {0, 100, 0}, seconds(0), 79), "/m/*  0 of 100 files");
+    for (std::size_t columns = 0; columns < 80; ++columns)
+        EXPECT_LE(columns_of(files_line("/a/directory/*", {25, 100, 25 * kMiB}, seconds(5), columns)), columns);
+}
+
 TEST(ProgressLine, TellsLessInLessRoom) {
     const auto line = [](std::size_t columns) {
         return progress_line("/a/directory/file", 25 * kMiB, 100 * kMiB, seconds(5), columns);
