@@ -17,7 +17,8 @@ if(TSLWNFS_SANITIZE)
     add_link_options(-fsanitize=address,undefined)
 else()
     # What ships needs the C library only, so that the storage library can be loaded into any process.
-    set(TSLWNFS_STATIC_RUNTIME -static-libstdc++ -static-libgcc)
+    # What nobody calls is left out: parts of the C++ library ask for versions of the C library that nothing here needs.
+    set(TSLWNFS_STATIC_RUNTIME -static-libstdc++ -static-libgcc -Wl,--gc-sections)
     # What reads from the network ends rather than go on with a damaged stack, and its tables of addresses are read-only.
     add_compile_options(-fstack-protector-strong $<$<CONFIG:RelWithDebInfo,Release>:-D_FORTIFY_SOURCE=2>)
     add_link_options(-Wl,-z,relro,-z,now)

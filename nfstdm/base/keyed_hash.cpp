@@ -3,7 +3,8 @@
 
 #include <bit>
 #include <cstddef>
-#include <random>
+
+#include "nfstdm/base/random.h"
 
 namespace nfstdm {
 namespace {
@@ -71,10 +72,8 @@ Hash128 keyed_hash(const HashKey &key, std::string_view text) {
 
 const HashKey &process_hash_key() {
     static const HashKey key = [] {
-        std::random_device random;
-        const auto word = [&random] { return uint64_t{random()} << 32 | random(); };
-        const uint64_t low = word();
-        return HashKey{low, word()};
+        const uint64_t low = random_number();
+        return HashKey{low, random_number()};
     }();
     return key;
 }

@@ -8,9 +8,9 @@
 #include <cassert>
 #include <cerrno>
 #include <chrono>
-#include <random>
 #include <utility>
 
+#include "nfstdm/base/random.h"
 #include "nfstdm/nfs4/status_table.h"
 
 namespace nfstdm::nfs4 {
@@ -27,11 +27,6 @@ constexpr unsigned kRestartsMaximum = 32;
 constexpr unsigned kAttemptsMaximum = 16;  // to make a session that works
 // A farewell is a courtesy: the server would notice by itself, a lease later.
 constexpr rpc::Duration kFarewellLimit = std::chrono::seconds(2);
-
-uint64_t random_number() {
-    std::random_device random;
-    return uint64_t{random()} << 32 | random();
-}
 
 // Each process is a client of its own: what one does to its state is nothing to the others.
 std::string new_owner() {

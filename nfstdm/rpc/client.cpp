@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <cassert>
 #include <cerrno>
-#include <random>
 #include <utility>
 
+#include "nfstdm/base/random.h"
 #include "nfstdm/base/record.h"
 #include "nfstdm/rpc/envelope.h"
 
@@ -21,8 +21,7 @@ std::string seconds_text(Duration duration) {
 
 // xids start anywhere, so that two runs from the same source port do not look like one to a server that remembers.
 uint64_t first_sequence() {
-    std::random_device random;
-    return random();
+    return static_cast<uint32_t>(random_number());
 }
 
 }  // namespace

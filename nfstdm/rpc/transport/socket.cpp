@@ -12,7 +12,8 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
-#include <random>
+
+#include "nfstdm/base/random.h"
 
 namespace nfstdm::rpc {
 
@@ -62,8 +63,7 @@ int bind_and_connect(int descriptor, const Address *from, const Address &to) {
 // Tries reserved ports from a random one on, so that runs that follow each other do not fight over the same. EACCES
 // when the process may bind none, EADDRNOTAVAIL when none is free.
 Result<Descriptor> connect_reserved(const Address &to, Address from) {
-    std::random_device random;
-    const unsigned start = random() % kReservedPorts;
+    const auto start = static_cast<unsigned>(random_number() % kReservedPorts);
     for (unsigned i = 0; i < kReservedPorts; ++i) {
         set_port(from, static_cast<uint16_t>(kFirstReserved + (start + i) % kReservedPorts));
         auto socket = new_socket(to.family());

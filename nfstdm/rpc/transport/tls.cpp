@@ -6,10 +6,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <random>
 #include <span>
 #include <utility>
 
+#include "nfstdm/base/random.h"
 #include "nfstdm/tls/loader.h"
 
 namespace nfstdm::rpc {
@@ -29,8 +29,7 @@ iovec area(std::span<const std::byte> bytes) {
 }
 
 uint32_t any_xid() {
-    std::random_device random;
-    return random();
+    return static_cast<uint32_t>(random_number());
 }
 
 }  // namespace

@@ -3,18 +3,9 @@
 
 #include <fcntl.h>
 
-#include <random>
+#include "nfstdm/base/random.h"
 
 namespace loopnfsd {
-
-namespace {
-
-uint64_t random_verifier() {
-    std::random_device device;
-    return uint64_t{device()} << 32 | device();
-}
-
-}  // namespace
 
 SharedFiles::SharedFiles(const ExportTable &exports, Tree &tree, Faults &faults, const ServiceSettings &settings)
     : exports_(exports),
@@ -22,11 +13,11 @@ SharedFiles::SharedFiles(const ExportTable &exports, Tree &tree, Faults &faults,
       faults_(faults),
       settings_(settings),
       buffers_(settings.max_read + sizeof(uint32_t)),  // with the padding
-      write_verifier_(random_verifier()) {}
+      write_verifier_(nfstdm::random_number()) {}
 
 void SharedFiles::forget_unstable() {
     held_.drop_all();
-    write_verifier_ = random_verifier();
+    write_verifier_ = nfstdm::random_number();
 }
 
 void SharedFiles::store_unstable() {

@@ -2,22 +2,13 @@
 #include "tools/loopnfsd/nfs4/clients.h"
 
 #include <algorithm>
-#include <random>
 
+#include "nfstdm/base/random.h"
 #include "nfstdm/xdr/writer.h"
 
 namespace loopnfsd::nfs4 {
 
-namespace {
-
-uint32_t random_boot() {
-    std::random_device device;
-    return device();
-}
-
-}  // namespace
-
-Clients::Clients() : boot_(random_boot()) {}
+Clients::Clients() : boot_(static_cast<uint32_t>(nfstdm::random_number())) {}
 
 Client *Clients::known_owner(std::string_view owner) {
     const auto found =
