@@ -24,6 +24,20 @@ function(add_compressed source directory name)
     compress(${root}${directory}/${name})
 endfunction()
 
+# What there is to read, with the folders that its links lead to.
+function(add_documents directory)
+    file(INSTALL DESTINATION ${directory} TYPE FILE FILES ${CPACK_TSLWNFS_SOURCE}/README.md)
+    file(INSTALL DESTINATION ${directory} TYPE DIRECTORY
+        FILES ${CPACK_TSLWNFS_SOURCE}/docs ${CPACK_TSLWNFS_SOURCE}/examples)
+endfunction()
+
+# What changed, with the version of the package and its date in place of what stands there while it is worked on.
+set(changelog ${CPACK_TSLWNFS_CONFIGURED}/CHANGELOG.md)
+string(TIMESTAMP today "%Y-%m-%d" UTC)
+file(READ ${CPACK_TSLWNFS_SOURCE}/CHANGELOG.md text)
+string(REPLACE "## Unreleased" "## ${CPACK_PACKAGE_VERSION} - ${today}" text "${text}")
+file(WRITE ${changelog} "${text}")
+
 file(INSTALL DESTINATION /usr/bin TYPE PROGRAM FILES ${CPACK_TSLWNFS_CONFIGURED}/tslwnfs)
 add_link(${home}/bin/loopnfsd /usr/bin/loopnfsd)
 
@@ -40,13 +54,15 @@ if(CPACK_GENERATOR STREQUAL "DEB")
     add_link(${home}/share/zsh/site-functions/_tslwnfs /usr/share/zsh/vendor-completions/_tslwnfs)
     set(documents /usr/share/doc/tslwnfs)
     file(INSTALL DESTINATION ${documents} TYPE FILE FILES ${packaging}/deb/copyright)
-    add_compressed(${packaging}/deb/changelog ${documents} changelog.Debian)
-    add_compressed(${CPACK_TSLWNFS_SOURCE}/CHANGELOG.md ${documents} changelog)
+    add_compressed(${CPACK_TSLWNFS_CONFIGURED}/changelog.deb ${documents} changelog.Debian)
+    add_compressed(${changelog} ${documents} changelog)
+    add_documents(${documents})
     file(INSTALL DESTINATION /usr/share/lintian/overrides TYPE FILE
         FILES ${packaging}/deb/lintian-overrides RENAME tslwnfs)
 else()
     add_link(${home}/share/zsh/site-functions/_tslwnfs /usr/share/zsh/site-functions/_tslwnfs)
-    file(INSTALL DESTINATION /usr/share/doc/tslwnfs TYPE FILE FILES ${CPACK_TSLWNFS_SOURCE}/CHANGELOG.md)
+    file(INSTALL DESTINATION /usr/share/doc/tslwnfs TYPE FILE FILES ${changelog})
+    add_documents(/usr/share/doc/tslwnfs)
     file(INSTALL DESTINATION /usr/share/licenses/tslwnfs TYPE FILE FILES ${CPACK_TSLWNFS_SOURCE}/LICENSE)
 endif()
 

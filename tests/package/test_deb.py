@@ -1,8 +1,11 @@
 """The Debian package: what it says of itself, and its life on a machine."""
 
+import gzip
+import io
 import re
 import shutil
 import subprocess
+import tarfile
 
 import pytest
 import trial
@@ -46,9 +49,29 @@ def test_lintian_finds_nothing(deb):
     assert done.returncode == 0, done.stdout
 
 
-def test_its_changelog_begins_with_its_version(deb, tree):
-    first_line = (tree / "packaging/deb/changelog").read_text(encoding="utf-8").splitlines()[0]
-    assert first_line.startswith(f"tslwnfs ({field(deb, 'Version')}) ")
+def text_in(deb, name):
+    """A compressed document of the package."""
+    content = subprocess.run(["dpkg-deb", "--fsys-tarfile", deb], check=True, capture_output=True).stdout
+    with tarfile.open(fileobj=io.BytesIO(content)) as files:
+        return gzip.decompress(files.extractfile(f"./usr/share/doc/tslwnfs/{name}").read()).decode()
+
+
+def test_its_changelogs_begin_with_its_version_and_say_who_made_it_and_when(deb):
+    version, maintainer = field(deb, "Version"), field(deb, "Maintainer")
+    lines = text_in(deb, "changelog.Debian.gz").splitlines()
+    assert lines[0].startswith(f"tslwnfs ({version}) ")
+    assert re.fullmatch(rf" -- {maintainer}  \w{{3}}, \d\d \w{{3}} \d{{4}} \d\d:\d\d:\d\d \+0000", lines[-1])
+    headings = re.findall(r"^## (.*)$", text_in(deb, "changelog.gz"), re.MULTILINE)
+    assert re.fullmatch(rf"{version.split('-')[0]} - \d{{4}}-\d\d-\d\d", headings[0])
+
+
+def test_what_there_is_to_read_comes_with_it(deb, tree):
+    """With the folders beside the README that its links lead to."""
+    contents = output_of("dpkg-deb", "--contents", deb)
+    names = ["README.md", *(str(path.relative_to(tree)) for folder in ("docs", "examples") for path in (tree / folder).glob("*.*"))]
+    assert len(names) > 6
+    for name in names:
+        assert f"./usr/share/doc/tslwnfs/{name}\n" in contents, name
 
 
 def test_a_file_goes_to_a_server_and_comes_back(machine, install, serve, deb):
