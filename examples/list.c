@@ -32,7 +32,14 @@ static uint32_t list(void *ctx, const char *path, uint32_t *location) {
 int main(int argc, char **argv) {
     TdmProductContext product = {0}; /* no trace; must outlive the session */
     void *ctx;
-    if (argc != 2 || open_session(&product, &ctx) != 0) return 2;
+    if (argc != 2) {
+        fputs("usage: list DIRECTORY, below a mount point of tslnfstab\n", stderr);
+        return 2;
+    }
+    if (open_session(&product, &ctx) != 0) {
+        fputs("list: there is no session; TESSEL_HOME must name the installation home\n", stderr);
+        return 2;
+    }
     uint32_t location = TDM_LOCATION_FAILED;
     const uint32_t status = list(ctx, argv[1], &location);
     if (status != 0) fprintf(stderr, "%s: failed with status %u\n", argv[1], (unsigned)status);
