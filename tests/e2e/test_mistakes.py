@@ -290,6 +290,16 @@ def test_help_on_a_command_tells_its_options_behind_the_usage_text(local, words)
     assert any(line.startswith("-i  ") for line in warnings(shown))
 
 
+def test_help_explains_what_stands_before_a_command(local):
+    piped = local.run("help")
+    assert (piped.status, piped.err) == (1, b"")
+    shown = local.run("help", env=ALWAYS)
+    assert (shown.status, shown.out) == (1, piped.out)
+    read = warnings(shown)
+    for word in ("help COMMAND", "-trace FILE", "-level L-5 L-4 L-3 L-2", "-log FILE", "-y"):
+        assert any(line.startswith(word + " ") for line in read), word
+
+
 @pytest.mark.parametrize("command", ["save", "wnfsenable", "umount", "restore", "createtslnfstab"])
 def test_help_on_a_command_does_nothing(own, command):
     own.tslnfstab.write_text("server: kept\n")
@@ -327,6 +337,19 @@ def test_mount_says_what_the_library_will_make_of_it(own):
     assert warnings(done) == ["warning: tslnfstab, line 2: the mounts that begin here belong to no server"]
     done = own.run("mount", "/e", "/m2", "-s", "n", "-f", env=ALWAYS)
     assert (done.status, done.err) == (0, b"")
+
+
+def test_mount_says_that_the_paths_of_a_known_server_do_not_count(own):
+    own.ok("createtslnfstab", "-s", "nas1", "-lp", "127.0.0.1,127.0.0.1:40123", "-em", "/e,/m")
+    done = own.run("mount", "/f", "/m2", "-s", "nas1", env=ALWAYS)
+    assert done.status == 0
+    assert warnings(done) == [
+        "warning: the path lines that nas1 has do not count for /m2; give -p PATH, or name all exports of the server in "
+        "one createtslnfstab"
+    ]
+    for words in (["-s", "nas2"], ["-s", "nas1", "-l", "127.0.0.1", "-p", "127.0.0.1:40123"]):
+        done = own.run("mount", "/g", "/m3", *words, env=ALWAYS)
+        assert (done.status, done.err) == (0, b"")
 
 
 def test_wildcards_and_paths_that_are_none_here_are_told(local, folder):

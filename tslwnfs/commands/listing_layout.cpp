@@ -2,6 +2,7 @@
 #include "tslwnfs/commands/listing_layout.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <new>
@@ -15,6 +16,7 @@
 #include "tslwnfs/output/output.h"
 #include "tslwnfs/output/trace.h"
 #include "tslwnfs/storage/resolve.h"
+#include "tslwnfs/terminal/text.h"
 
 namespace {
 
@@ -51,9 +53,15 @@ bool needs_attributes() {
     return DIR_LTYPE == kLong || option(kListDirectoriesOnly) || option(kListTime) || option(kListSize);
 }
 
+// Scripts get so many bytes; at a terminal the columns of the screen count.
+std::size_t width_of(const std::string &name) {
+    return isatty(fileno(output_stream())) != 0 ? terminal::columns_of(name) : name.size();
+}
+
 // A name that is wider than the column gets the whole column's blanks behind it, so that it still stands apart.
 std::string padded(const std::string &name) {
-    const std::size_t blanks = name.size() > kNameWidth ? kNameWidth : kNameWidth - name.size();
+    const std::size_t width = width_of(name);
+    const std::size_t blanks = width > kNameWidth ? kNameWidth : kNameWidth - width;
     std::string shown;
     shown.reserve(name.size() + blanks);
     return shown.append(name).append(blanks, ' ');

@@ -85,6 +85,31 @@ void warn_of_problems(std::string_view before, const PathBuffer &path) {
     }
 }
 
+// Whether a server has network paths of its own in the file: what tells where it is.
+bool has_network_path(std::string_view file, std::string_view server) {
+    std::string_view current;
+    FileWords words(file);
+    while (const auto key = words.word()) {
+        if (key->starts_with('#')) {
+            static_cast<void>(words.rest_of_line());
+            continue;
+        }
+        const auto value = words.word();
+        if (!value) break;
+        if (*key == "server:") current = *value;
+        if (*key == "path:" && current == server) return true;
+    }
+    return false;
+}
+
+// A block of its own has settings of its own, though it names a server that is known.
+void warn_of_other_settings(std::string_view before, const ServerBlock &server, std::string_view mount_point) {
+    if (!server.server || server.pairs || !has_network_path(before, *server.server)) return;
+    terminal::say("warning: the path lines that " + *server.server + " has do not count for " +
+                  std::string(mount_point) +
+                  "; give -p PATH, or name all exports of the server in one createtslnfstab");
+}
+
 }  // namespace
 
 std::string without_mount(std::string_view file, std::string_view mount_point) {
@@ -131,7 +156,10 @@ uint32_t tslwnfs_mount_otab(const char *export_path, const char *mount_point, co
     if (server.replace || !read_whole_file(path.c_str(), before)) before.clear();
     const uint32_t status = server.replace ? replace_tslnfstab(kMountFunction, path, block, lock)
                                            : append_to_tslnfstab(kMountFunction, path, "\n" + block, lock);
-    if (status == 0) warn_of_problems(before, path);
+    if (status == 0) {
+        warn_of_other_settings(before, server, mount_point);
+        warn_of_problems(before, path);
+    }
     return status;
 }
 

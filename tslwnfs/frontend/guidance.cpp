@@ -101,6 +101,13 @@ constexpr Synopsis kSynopses[] = {
     {"isPathOnWNFS", "isPathOnWNFS -oh HOME -path PATH"},
     {"networkdiscovery", "networkdiscovery [NAME]"},
     {"getsubnetmask", "getsubnetmask -ip ADDRESS"},
+    {"?",
+     "help COMMAND tells what a command takes\n"
+     "-trace FILE  write records there; -level is needed, too\n"
+     "-level L-5 L-4 L-3 L-2  0 to 4 each: of the storage interface, the protocol, the system and the utility;\n"
+     "    1 shows all, 3 errors, 0 nothing\n"
+     "-log FILE  write there what goes to standard output\n"
+     "-y  at the very end: yes to the questions of wnfsenable, save and restore"},
 };
 
 std::string asked_for;
