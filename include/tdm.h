@@ -293,6 +293,13 @@ uint32_t tdm_extent(void *ctx, uint64_t file, uint64_t offset, uint64_t *begin, 
 uint32_t tdm_known(void *ctx, const char *path, void *record, uint32_t capacity, uint32_t *size);
 uint32_t tdm_learn(void *ctx, const void *record, uint32_t size);
 
+/* How far the server has taken what an open file was given to write: *end is the first byte that tdm_io accepted and
+ * that the server has not answered for, or that a failure kept from stable storage; UINT64_MAX when it answered for
+ * all. With a timeout (milliseconds) above 0 everything is brought on its way to stable storage, and waited for as long
+ * as that. A failure to write is the status, with *end told, and stays for the call that brings the writes to stable
+ * storage. */
+uint32_t tdm_written(void *ctx, uint64_t file, uint32_t timeout, uint64_t *end);
+
 /*
  * Starts requests (submit), collects completed ones (reap), or both. Every accepted request completes exactly once, at
  * the latest before tdm_fini returns; a refused one never does. With timeout TDM_WAIT_FOREVER the call returns when

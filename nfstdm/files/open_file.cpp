@@ -201,6 +201,20 @@ Status OpenFile::flush() {
     return failure;
 }
 
+std::optional<uint64_t> OpenFile::unanswered_from(EventLoop::Clock::duration wait) {
+    if (!windows_) return {};
+    WriteBehind &window = windows_->write;
+    if (wait > wait.zero() && window.failure().ok()) {
+        EventLoop &loop = mount_.loop();
+        const auto over = std::make_shared<bool>(false);
+        const auto timer = loop.after(wait, [over] { *over = true; });
+        window.flush();
+        loop.run_until([&] { return *over || window.settled(); });
+        loop.cancel(timer);
+    }
+    return window.unanswered_from();
+}
+
 Result<uint64_t> OpenFile::copy_from(OpenFile &source, const CopyRange &range) {
     if (Status failure = source.flush(); !failure.ok()) return failure;
     if (Status failure = flush(); !failure.ok()) return failure;

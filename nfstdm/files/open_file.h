@@ -81,6 +81,11 @@ class OpenFile {
     Status flush();
     const Status &settle();
 
+    // The first byte that was accepted and is not answered for, as the window knows it. With a time to wait, everything
+    // is on its way to stable storage, and that it is there or has failed ends the wait. The failure stays for flush().
+    std::optional<uint64_t> unanswered_from(EventLoop::Clock::duration wait);
+    Status write_failure() const { return windows_ ? named(windows_->write.failure()) : Status{}; }
+
     // In bytes; after a flush. Costs no call when the WRITEs showed that the file has this size.
     Status resize(uint64_t size);
     // Others changed the file, or its memory is wanted elsewhere.

@@ -50,6 +50,7 @@ bool WriteBehind::overlaps(uint64_t offset, std::size_t size) const {
 std::size_t WriteBehind::accept(uint64_t offset, std::span<const std::byte> data) {
     assert(failure_.ok() && !overlaps(offset, data.size()));
     std::size_t accepted = 0;
+    lost_from_.reset();
     while (accepted < data.size()) {
         Block *block = open_block(offset + accepted);
         if (block == nullptr) break;
@@ -163,7 +164,8 @@ void WriteBehind::forget_size_shown() {
 }
 
 void WriteBehind::finish_writing(const BlockPointer &block) {
-    if (block->stable || !(failure_.ok() || keeps_blocks())) return drop(block);
+    if (block->stable) return drop(block);
+    if (!(failure_.ok() || keeps_blocks())) return lose(block);
     if (!failure_.ok()) return make_ready(block);
     block->state = State::uncommitted;
     uncommitted_ += block->size;
@@ -201,10 +203,12 @@ void WriteBehind::settle_committed(uint64_t verifier) {
     for (const auto &[offset, block] : std::map(blocks_)) {
         if (block->state != State::committing) continue;
         confirmed = confirmed || block->verifier == verifier;
-        if (block->verifier == verifier || !(failure_.ok() || keeps_blocks()))
+        if (block->verifier == verifier)
             drop(block);
-        else
+        else if (failure_.ok() || keeps_blocks())
             make_ready(block);
+        else
+            lose(block);
     }
     fruitless_commits_ = confirmed ? 0 : fruitless_commits_ + 1;
     if (fruitless_commits_ > kFruitlessCommitsMaximum)
@@ -217,16 +221,34 @@ bool WriteBehind::keeps_blocks() const {
     return failure_.is(Condition::stale);
 }
 
-// Blocks that are on the wire stay until their WRITE is answered.
+// Blocks stay until the WRITE or COMMIT that is on the wire for them is answered.
 void WriteBehind::fail(const Status &failure) {
     if (failure_.ok()) failure_ = failure;
     flushing_ = false;
     if (keeps_blocks()) return;
     filling_.reset();
     ready_.clear();
-    for (const auto &[offset, block] : std::map(blocks_))
-        if (block->state != State::writing) drop(block);
+    for (const auto &[offset, block] : std::map(blocks_)) {
+        const bool awaited = block->state == State::writing || (block->state == State::committing && committing_);
+        if (!awaited) lose(block);
+    }
     uncommitted_ = 0;
+}
+
+// Answered for or not, no COMMIT will confirm it.
+void WriteBehind::lose(const BlockPointer &block) {
+    lost_from_ = std::min(lost_from_.value_or(block->offset), block->offset);
+    drop(block);
+}
+
+std::optional<uint64_t> WriteBehind::unanswered_from() const {
+    const auto waiting = std::ranges::find_if(blocks_, [](const auto &each) {
+        const State state = each.second->state;
+        return state == State::filling || state == State::ready || state == State::writing;
+    });
+    if (waiting == blocks_.end()) return lost_from_;
+    const uint64_t from = waiting->first + waiting->second->written;
+    return std::min(lost_from_.value_or(from), from);
 }
 
 void WriteBehind::drop(const BlockPointer &block) {
@@ -245,6 +267,8 @@ void WriteBehind::drop_all() {
 Status WriteBehind::take_failure() {
     assert(settled());
     if (!failure_.ok()) {
+        for (const auto &[offset, block] : std::map(blocks_))
+            lose(block);
         drop_all();
         size_doubted_ = true;
     }

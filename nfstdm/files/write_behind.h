@@ -48,6 +48,10 @@ class WriteBehind {
     // It is open already, as this.
     void take_over(std::unique_ptr<VolumeFile> file);
 
+    // The first byte that was accepted and that the server has not answered for yet, or that a failure kept from
+    // stable storage; nothing when it answered for all. What a failure lost is known until the next accept().
+    std::optional<uint64_t> unanswered_from() const;
+
     bool clean() const { return blocks_.empty(); }  // every accepted byte is on stable storage, or failed
     bool settled() const { return writing_ == 0 && !committing_ && (clean() || !failure_.ok()); }
     std::size_t held() const { return held_; }  // bytes of memory
@@ -94,6 +98,7 @@ class WriteBehind {
     void settle_committed(uint64_t verifier);
     void fail(const Status &failure);
     bool keeps_blocks() const;
+    void lose(const BlockPointer &block);
     void drop(const BlockPointer &block);
     void drop_all();
 
@@ -116,6 +121,7 @@ class WriteBehind {
     unsigned fruitless_commits_ = 0;
     std::optional<uint64_t> size_shown_;
     bool size_doubted_ = false;
+    std::optional<uint64_t> lost_from_;  // the first byte that a failure kept from stable storage
     Status failure_;
 };
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <string>
 
 #include "nfstdm/files/knowledge.h"
@@ -227,6 +228,14 @@ uint32_t tdm_learn(void *ctx, const void *record, uint32_t size) {
         if (record == nullptr) return missing("record");
         const bool sound = take_knowledge(session.mounts(), {static_cast<const char *>(record), size});
         return sound ? Status{} : Status{EINVAL, "it is no record of tdm_known"};
+    });
+}
+
+uint32_t tdm_written(void *ctx, uint64_t file, uint32_t timeout, uint64_t *end) {
+    return optional_operation("tdm_written", ctx, file, [timeout, end](Session &, OpenFile &open) -> Status {
+        if (end == nullptr) return missing("place for an answer");
+        *end = open.unanswered_from(std::chrono::milliseconds(timeout)).value_or(UINT64_MAX);
+        return open.write_failure();
     });
 }
 

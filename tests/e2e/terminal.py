@@ -32,8 +32,8 @@ class Terminal:
         self.client = client
         self.columns = columns
 
-    def start(self, *words, env=None):
-        command = [*self.client.enter, self.client.home / "bin" / "tslwnfs", *words]
+    def start(self, *words, env=None, program=None):
+        command = [*self.client.enter, program or self.client.home / "bin" / "tslwnfs", *words]
         name, *arguments = map(str, command)
         return pexpect.spawn(
             name,

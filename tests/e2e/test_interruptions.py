@@ -145,6 +145,38 @@ def test_a_failed_write_says_that_the_file_is_not_complete(faulty, tmp_path):
     assert re.fullmatch(INCOMPLETE, done.err.decode().strip().splitlines()[-1])
 
 
+@pytest.mark.parametrize("command", ["cp", "mv", "dd"])
+def test_a_file_that_a_full_server_did_not_take_is_cut_back_to_what_it_took(faulty, tmp_path, command):
+    server = faulty()
+    server.fault(f"capacity={20 * MB}")
+    source = make_file(tmp_path / "big", SIZE)
+    data = source.read_bytes()
+    # dd reads a pipe: the size of a file would be refused beforehand.
+    words = ["dd", "-of", server / "copy", "-bs", "65536"] if command == "dd" else [command, source, server / "copy"]
+    running = server.client.start(*words, env={**ALWAYS, "TSLWNFS_STRICT": "options"})
+    done = finish(running, data if command == "dd" else b"")
+    assert done.status == 1
+    said = [line for line in re.split(r"[\r\n]+", done.err.decode()) if line.startswith("tslwnfs: ")]
+    assert "NFS3ERR_NOSPC" in said[-2], said
+    told = re.fullmatch(INCOMPLETE.replace(" of 60.0", "(?: of 60.0)?"), said[-1])
+    assert told and told[2] is None, said
+    left = (server.files / "copy").stat().st_size
+    assert 10 * MB < left <= 20 * MB
+    assert abs(left - float(told[3]) * MB) <= 0.05 * MB + 1
+    assert data.startswith((server.files / "copy").read_bytes())
+
+
+def test_a_file_that_was_there_before_is_not_cut_back(faulty, tmp_path):
+    server = faulty()
+    before = make_file(server.files / "copy", SIZE).read_bytes()
+    server.fault("status=WRITE:IO:*")
+    (tmp_path / "other").write_bytes(bytes(SIZE))
+    done = server.client.run("cp", tmp_path / "other", server / "copy", env=ALWAYS)
+    assert done.status == 1
+    assert re.fullmatch(INCOMPLETE, done.err.decode().strip().splitlines()[-1])
+    assert (server.files / "copy").read_bytes() == before
+
+
 def test_a_signal_that_was_ignored_stays_ignored(slow, tmp_path):
     make_file(slow.files / "big", 3 * RATE)
     running = slow.client.start(

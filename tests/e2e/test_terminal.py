@@ -65,7 +65,23 @@ def test_a_transfer_to_a_server_shows_its_progress(slow, tmp_path, command):
     assert_only_output_is_left(shown)
 
 
-def test_dd_shows_its_progress_unless_it_prints(slow, tmp_path):
+@pytest.mark.parametrize("words", [["cp"], ["dd", "-bs", "65536"], ["dd", "-bs", "1m"]], ids=" ".join)
+def test_the_progress_of_a_transfer_to_a_server_is_what_the_server_took(faulty, tmp_path, words):
+    """All of it fits into what the library accepts at once; what is shown goes with the server, to the end."""
+    server = faulty()
+    server.fault(f"rate={2 * MB}")
+    source = make_file(tmp_path / "big", 10 * MB)
+    operands = [source, server / "copy"] if words == ["cp"] else ["-if", source, "-of", server / "copy", *words[1:]]
+    shown = Terminal(server.client).run(words[0], *operands)
+    assert shown.status == 0
+    assert digest(server.files / "copy") == digest(source)
+    shares = [int(re.search(r"(\d+) %", frame)[1]) for frame in frames(shown)]
+    assert len(set(shares)) > 3 and shares == sorted(shares), shares
+    assert shares[0] < 80
+    assert_only_output_is_left(shown)
+
+
+def test_dd_shows_its_progress_beside_what_it_prints(slow, tmp_path):
     make_file(slow.files / "big", SIZE)
     terminal = Terminal(slow.client)
     shown = terminal.run("dd", "-if", slow / "big", "-of", tmp_path / "copy", "-bs", "65536")
@@ -74,7 +90,34 @@ def test_dd_shows_its_progress_unless_it_prints(slow, tmp_path):
     assert digest(tmp_path / "copy") == digest(slow.files / "big")
     # Batches to a server are reported on standard output, line by line.
     shown = terminal.run("dd", "-if", tmp_path / "copy", "-of", slow / "back", "-bs", "65536")
-    assert (shown.status, frames(shown)) == (0, [])
+    assert shown.status == 0 and frames(shown)
+    reported = [line for line in shown.lines if "readio" in line]
+    assert reported and all(re.fullmatch(r"readio::\d+", line) for line in reported)
+    assert_only_output_is_left(shown)
+
+
+PIPES = {
+    "from a pipe": 'cat "$1" | "$0" dd -of "$2" -bs 65536 > /dev/null',
+    "into a pipe": '"$0" dd -if "$1" -of /dev/stdout -bs 65536 | cat > "$2"',
+}
+
+
+@pytest.mark.parametrize("name", PIPES)
+def test_dd_shows_its_progress_in_a_pipe(slow, tmp_path, name):
+    there, here = make_file(slow.files / "big", SIZE), make_file(tmp_path / "big", SIZE)
+    operands, copy = ((here, slow / "copy"), slow.files / "copy")
+    if name == "into a pipe":
+        operands, copy = ((slow / "big", tmp_path / "copy"), tmp_path / "copy")
+    program = slow.client.home / "bin" / "tslwnfs"
+    terminal = Terminal(slow.client)
+    shown = terminal.run("-c", PIPES[name], program, *operands, env={"TSLWNFS_STRICT": "options"}, program="/bin/sh")
+    assert shown.status == 0
+    assert digest(copy) == digest(there)
+    seen = [frame for frame in re.split(r"[\r\n]+", shown.sent) if "iB/s" in frame]
+    assert seen
+    if name == "from a pipe":  # nobody knows how much there will be
+        assert re.fullmatch(rf"{operands[1]}  [0-9.]+ [KM]iB  [0-9.]+ [KM]iB/s", seen[0].strip())
+    assert not [line for line in shown.lines if "iB/s" in line]
 
 
 def test_a_narrow_terminal_gets_a_shorter_line(slow, tmp_path):
@@ -84,6 +127,34 @@ def test_a_narrow_terminal_gets_a_shorter_line(slow, tmp_path):
     assert frames(shown)
     assert all(len(frame) < columns for frame in frames(shown)), frames(shown)
     assert_only_output_is_left(shown)
+
+
+def test_a_terminal_that_is_made_narrower_gets_lines_that_fit(slow, tmp_path):
+    make_file(slow.files / "big", 2 * SIZE)
+    terminal = Terminal(slow.client, 100)
+    process = terminal.start("cp", slow / "big", tmp_path / "copy")
+    process.expect(" left")
+    columns = 30
+    process.setwinsize(terminal.ROWS, columns)
+    shown = terminal.finish(process)
+    assert shown.status == 0
+    drawn = [frame for frame in shown.sent.split("\r") if frame and "TWNFS" not in frame]
+    fitting = [frame for frame in drawn if len(frame) < columns and re.search(r"  \d+ %", frame)]
+    # One may have been on its way already.
+    assert len(fitting) > 2 and len([frame for frame in drawn if len(frame) >= columns]) <= 1, drawn
+
+
+def test_names_stand_in_columns_of_the_screen(local, tmp_path):
+    for name in ("a", "ä" * 12, "名前" * 4, "b", "c", "d"):
+        (tmp_path / name).touch()
+    shown = Terminal(local).run("ls", "-C", tmp_path)
+    rows = [line for line in shown.lines if not line.startswith(("DIR", "TWNFS")) and line.strip(". \t")]
+    assert len(rows) == 2
+    # A character that takes two columns of the screen is followed by an empty cell there, which the display leaves out.
+    starts = [[sum(2 if c > "\u2fff" else 1 for c in row[: m.start()]) for m in re.finditer(r"\S+", row)] for row in rows]
+    assert starts[0] == starts[1] and len(starts[0]) == 3
+    piped = local.ok("ls", "-C", tmp_path)  # bytes there, as ever
+    assert ("ä" * 12).encode() + b" " * (31 - 24) in piped
 
 
 def test_a_quick_copy_shows_no_progress(faulty, tmp_path):

@@ -172,6 +172,9 @@ class Session {
         for (const uint64_t offset : {uint64_t{0}, uint64_t{3000}, uint64_t{1000}, ~uint64_t{0} - 3000})
             static_cast<void>(transfer(TDM_IO_WRITE, file.file, offset, data));
         static_cast<void>(transfer(TDM_IO_READ, file.file, 0, data));
+        uint64_t taken = 0;
+        if (tdm_written(context_, file.file, 10, &taken) == 0)
+            require(taken == UINT64_MAX || taken >= ~uint64_t{0} - 3000 || taken < 4000, "what waits was given to it");
         static_cast<void>(tdm_resize(context_, file.file, 1234));
         static_cast<void>(tdm_reidentify(context_, file.file, 0, &file));
         static_cast<void>(tdm_commit(context_, file.file));

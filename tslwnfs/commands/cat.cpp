@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // cat: the content of one file to the command's output.
 #include <cerrno>
+#include <optional>
 
 #include "platform/stream.h"
 #include "tslwnfs/commands/files.h"
@@ -27,9 +28,10 @@ bool print_content(const SourceFile &source, RequestSlots &requests) {
     TransferBuffer buffer;
     if (!buffer.allocate(kRecords.function, TransferBuffer::size_for(static_cast<std::size_t>(bsize)))) return false;
     Pieces pieces(source);
-    terminal::Progress progress(source.path.view(), terminal::leads_to_file(output_stream()) ? source.size : 0);
+    std::optional<terminal::Progress> progress;
+    if (terminal::leads_to_file(output_stream())) progress.emplace(source.path.view(), source.size);
     do {
-        progress.at(pieces.offset());
+        if (progress) progress->at(pieces.offset());
         if (!read_piece(source, pieces, requests, buffer, kRecords)) return false;
         if (pieces.is_beyond_end()) break;
         // Not sooner: a remark without a line feed may still be in the buffer, and the reason of a failure must not end

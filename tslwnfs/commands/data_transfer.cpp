@@ -7,7 +7,6 @@
 #include "tslwnfs/output/messages.h"
 #include "tslwnfs/storage/optional_operations.h"
 #include "tslwnfs/storage/sparse_file.h"
-#include "tslwnfs/terminal/progress.h"
 
 namespace {
 
@@ -21,8 +20,7 @@ class Transfer {
           requests_(requests),
           records_(records),
           pieces_(source),
-          content_(source, destination),
-          progress_(source.path.view(), source.size) {}
+          content_(source, destination) {}
 
     bool run();
 
@@ -30,7 +28,6 @@ class Transfer {
     bool go_on();
     bool find_content();
     void copy_remotely();
-    void arrived_at(uint64_t offset);
     bool write_piece();
     bool write_local();
     bool unwritten() const;
@@ -42,7 +39,6 @@ class Transfer {
     const TransferRecords &records_;
     Pieces pieces_;
     SourceContent content_;
-    terminal::Progress progress_;
     TransferBuffer buffer_;
     bool server_copies_ = !source_.local && !destination_.local;  // as far as is known
     bool sparse_ = false;                                         // a hole was left in a local file
@@ -53,9 +49,10 @@ bool Transfer::run() {
     if (!buffer_.allocate(records_.function, TransferBuffer::size_for(static_cast<std::size_t>(bsize)))) return false;
     if (destination_.local) write_through(destination_.stream.get());
     pieces_.follow_content();
+    unfinished_.show_progress(source_.path.view(), 0, source_.size);
     if (!go_on()) return false;
     source_.size = pieces_.size();
-    progress_.at(source_.size);
+    unfinished_.wait_for_server(source_.size);
     if (sparse_) return end_sparse_file(destination_.stream.get(), source_.size) || unwritten();
     return !ends_in_hole_ || resize_destination(destination_, source_.size, records_);
 }
@@ -64,7 +61,7 @@ bool Transfer::go_on() {
     do {
         if (!find_content()) return unwritten();
         if (pieces_.is_between_content()) break;
-        arrived_at(pieces_.offset());
+        unfinished_.at(pieces_.offset());
         if (!read_piece(source_, pieces_, requests_, buffer_, records_)) return false;
         if (pieces_.is_beyond_end()) break;
         if (!write_piece()) return unwritten();
@@ -97,13 +94,8 @@ void Transfer::copy_remotely() {
         server_copies_ = copy_by_server(range, copied) == 0 && copied > 0 && copied <= range.count;
         if (!server_copies_) return;
         pieces_.pass(copied);
-        arrived_at(pieces_.offset());
+        unfinished_.at(pieces_.offset());
     }
-}
-
-void Transfer::arrived_at(uint64_t offset) {
-    progress_.at(offset);
-    unfinished_.at(offset);
 }
 
 bool Transfer::write_piece() {

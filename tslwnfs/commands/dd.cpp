@@ -223,24 +223,28 @@ bool open_output(const Operand &input, const Operand &output, Run &run) {
     return open_output_file(run);
 }
 
-// What is being written, where that is a file.
-using Unfinished = std::optional<UnfinishedDestination>;
+// What is being written: a file, or standard output.
+struct Course {
+    std::optional<UnfinishedDestination> file;
+    std::optional<terminal::Progress> progress;  // of standard output
 
-void note_written(Unfinished &unfinished, const DdOutput &output) {
-    if (unfinished) unfinished->at(output.end());
-}
+    void at(uint64_t end) {
+        if (file) file->at(end);
+        if (progress) progress->at(end - static_cast<uint64_t>(SEEK));
+    }
+};
 
-bool copy_remote_input(DdInput &input, DdOutput &output, Unfinished &unfinished, bool with_padding) {
+bool copy_remote_input(DdInput &input, DdOutput &output, Course &course, bool with_padding) {
     while (!input.at_end()) {
-        note_written(unfinished, output);
+        course.at(output.end());
         if (!output.write(input.read_remote(with_padding))) return false;
     }
     return output.finish();
 }
 
-bool copy_stream(DdInput &input, DdOutput &output, Unfinished &unfinished) {
+bool copy_stream(DdInput &input, DdOutput &output, Course &course) {
     while (!input.at_end()) {
-        note_written(unfinished, output);
+        course.at(output.end());
         const std::span<std::byte> buffer = input.buffer();
         const DdInput::Block block = input.read_stream(buffer);
         if (block.length != 0 && block.length != buffer.size()) {
@@ -251,11 +255,28 @@ bool copy_stream(DdInput &input, DdOutput &output, Unfinished &unfinished) {
     return output.finish();
 }
 
-// Nothing is shown between what the copy prints, nor between what a person types.
-void show_progress(const Run &run, bool prints, DdInput &input) {
-    FILE *const printed = offound == 0 ? stdout : output_stream();
-    if (iffound != 0 && !run.until_end && (!prints || terminal::leads_to_file(printed)))
-        input.show_progress(run.source.path.view());
+bool is_pipe(FILE *stream) {
+    struct stat status;
+    return fstat(fileno(stream), &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
+}
+
+// Nothing is shown between the data that go to a terminal, nor between what a person types. A line that the copy prints
+// takes the place of what is shown on the same terminal; in a pipe that may end there nobody would know.
+bool shows_progress(bool prints) {
+    if (iffound == 0 && isatty(STDIN_FILENO) != 0) return false;
+    if (offound == 0)
+        return terminal::leads_to_file(stdout) || (standard_output_is_for_data() && isatty(STDOUT_FILENO) == 0);
+    return !prints || !is_pipe(output_stream());
+}
+
+void show_progress(const Run &run, bool prints, const DdInput &input, Course &course) {
+    if (!shows_progress(prints)) return;
+    const std::string_view name = iffound != 0 ? run.source.path.view() : run.destination.path.view();
+    const uint64_t total = input.is_endless() ? 0 : input.left();
+    if (course.file)
+        course.file->show_progress(name, static_cast<uint64_t>(SEEK), total);
+    else
+        course.progress.emplace(name.empty() ? "stdin" : name, total);
 }
 
 // Has the server copy from one of its files into another as far as it likes, and gives how many bytes it has. What of
@@ -273,24 +294,23 @@ uint64_t copy_remotely(const Run &run, DdInput &input, uint64_t seek) {
 }
 
 // Local data goes to a server in batches; everything else goes block by block.
-bool copy_blocks(Run &run, DdInput &input, Unfinished &unfinished) {
+bool copy_blocks(Run &run, DdInput &input, Course &course) {
     const auto input_block = static_cast<std::size_t>(IBS);
     const auto seek = static_cast<uint64_t>(SEEK);
     const bool to_server = offound != 0 && !run.destination.local;
     const bool in_batches = to_server && !input.is_remote();
-    show_progress(run, in_batches || offound == 0, input);
+    show_progress(run, in_batches, input, course);
     if (in_batches) {
         DdBatch batch(run.destination.info.file, seek, run.requests);
-        return batch.allocate(input_block) && batch.copy(input, *unfinished);
+        return batch.allocate(input_block) && batch.copy(input, *course.file);
     }
     const uint64_t copied = to_server ? copy_remotely(run, input, seek) : 0;
     DdOutput output(offound == 0 ? nullptr : &run.destination, seek + copied, run.requests);
     if (!output.allocate(static_cast<std::size_t>(OBS), input_block)) return false;
-    return input.is_remote() ? copy_remote_input(input, output, unfinished, to_server)
-                             : copy_stream(input, output, unfinished);
+    return input.is_remote() ? copy_remote_input(input, output, course, to_server) : copy_stream(input, output, course);
 }
 
-bool copy_data(Run &run, Unfinished &unfinished) {
+bool copy_data(Run &run, Course &course) {
     std::optional<InterruptAsEndOfInput> interrupt;
     if (iffound == 0 && !run.until_end) interrupt.emplace();
     const uint64_t size = run.until_end ? DdInput::kUntilEnd : run.size;
@@ -302,7 +322,10 @@ bool copy_data(Run &run, Unfinished &unfinished) {
         input.limit(static_cast<uint64_t>(COUNT));
         COUNT = 0;
     }
-    if (!copy_blocks(run, input, unfinished)) return false;
+    const uint64_t start = input.offset();
+    if (!copy_blocks(run, input, course)) return false;
+    if (course.file) course.file->wait_for_server(static_cast<uint64_t>(SEEK) + (input.offset() - start));
+    course.progress.reset();
     run.size = input.size();
     return true;
 }
@@ -336,12 +359,12 @@ uint32_t ddfile(const Operand &input, const Operand &output) {
     if (!run.requests.allocate(kFunction)) return 1;
     if (!settle_numbers() || !open_input(input, run) || !open_output(input, output, run)) return 1;
     bsize = IBS;
-    Unfinished unfinished;
-    if (offound != 0) unfinished.emplace(run.destination, size_to_write(run));
-    if (!copy_data(run, unfinished) || !finish_output(run)) return 1;
+    Course course;
+    if (offound != 0) course.file.emplace(run.destination, size_to_write(run));
+    if (!copy_data(run, course) || !finish_output(run)) return 1;
     // Standard output has nothing to be finished, like a local file.
     if (offound == 0) run.destination.local = true;
     if (!finish_transfer(run.source, run.destination, run.size, kDdRecords)) return 1;
-    if (unfinished) unfinished->end();
+    if (course.file) course.file->end();
     return 0;
 }

@@ -53,12 +53,6 @@ std::span<const std::byte> DdInput::read_next_block() {
 
 void DdInput::advance(uint64_t bytes) {
     offset_ += bytes;
-    if (progress_) progress_->at(offset_ - shown_from_);
-}
-
-void DdInput::show_progress(std::string_view name) {
-    shown_from_ = offset_;
-    progress_.emplace(name, end() - std::min(offset_, end()));
 }
 
 void DdInput::discard(uint64_t bytes) {

@@ -6,13 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <optional>
 #include <span>
-#include <string_view>
 
 #include "tslwnfs/commands/source_file.h"
 #include "tslwnfs/storage/transfer.h"
-#include "tslwnfs/terminal/progress.h"
 
 // While one lives, an interrupt ends the reading of standard input and not the process: the user was told to send one
 // when the input is complete, and what was typed has yet to reach the output.
@@ -50,13 +47,11 @@ class DdInput {
     // Ends the copy this many bytes from here.
     void limit(uint64_t bytes);
 
-    // From now on the terminal shows how far the copy of this file is.
-    void show_progress(std::string_view name);
-
     bool at_end() const { return offset_ >= end(); }
     // Where the input stands, and how much of it is still to come (bytes).
     uint64_t offset() const { return offset_; }
     uint64_t left() const { return at_end() ? 0 : end() - offset_; }
+    bool is_endless() const { return end() == kUntilEnd; }
     // So many bytes of it were copied otherwise.
     void pass(uint64_t bytes) { advance(bytes); }
     // Bytes of the input; what was read, once a stream has ended before its size.
@@ -92,6 +87,4 @@ class DdInput {
     std::size_t slot_ = 0;
     TransferBuffer buffer_;
     std::size_t block_ = 0;
-    std::optional<terminal::Progress> progress_;
-    uint64_t shown_from_ = 0;
 };

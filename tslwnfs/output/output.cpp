@@ -10,6 +10,7 @@
 #include "platform/write_errors.h"
 #include "tslwnfs/output/product_context.h"
 #include "tslwnfs/terminal/reasons.h"
+#include "tslwnfs/terminal/screen.h"
 #include "tslwnfs/terminal/text.h"
 
 namespace {
@@ -57,6 +58,7 @@ FILE *output_stream() {
 
 void print(const char *format, ...) {
     if (for_data && !output_is_log()) return;
+    terminal::erase();
     va_list arguments;
     va_start(arguments, format);
     static_cast<void>(std::vfprintf(output_stream(), format, arguments));

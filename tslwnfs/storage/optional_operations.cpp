@@ -11,6 +11,7 @@
 #pragma weak tdm_extent
 #pragma weak tdm_known
 #pragma weak tdm_learn
+#pragma weak tdm_written
 
 uint32_t copy_by_server(const ServerCopyRange &range, uint64_t &copied) {
     if (&tdm_copy == nullptr) return ENOTSUP;
@@ -33,4 +34,9 @@ void learn_known(std::string_view record) {
 uint32_t next_extent(uint64_t file, uint64_t offset, uint64_t &begin, uint64_t &end) {
     if (&tdm_extent == nullptr) return ENOTSUP;
     return tdm_extent(ctx, file, offset, &begin, &end);
+}
+
+uint32_t written_so_far(uint64_t file, uint32_t milliseconds, uint64_t &end) {
+    if (&tdm_written == nullptr) return ENOTSUP;
+    return tdm_written(ctx, file, milliseconds, &end);
 }

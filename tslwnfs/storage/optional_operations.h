@@ -23,3 +23,6 @@ void learn_known(std::string_view record);
 
 // The next bytes of an open remote file that are no hole, as tdm_extent tells them.
 uint32_t next_extent(uint64_t file, uint64_t offset, uint64_t &begin, uint64_t &end);
+
+// How far the server has taken what an open remote file was given to write, as tdm_written tells it.
+uint32_t written_so_far(uint64_t file, uint32_t milliseconds, uint64_t &end);

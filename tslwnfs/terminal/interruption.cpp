@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 #include "tslwnfs/terminal/reasons.h"
 #include "tslwnfs/terminal/screen.h"
@@ -33,6 +34,7 @@ std::atomic<std::size_t> name_length = 0;
 std::atomic<uint64_t> written = 0, total = 0;
 std::atomic<bool> is_writing = false;
 std::atomic<int> arrived = 0;
+UnfinishedFile::Settle settle_file;
 static_assert(std::atomic<uint64_t>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
 
 // The processes that work for this one; 0 where there is none.
@@ -85,6 +87,14 @@ void describe(Line &line, std::string_view bound) {
         line.add_megabytes(total);
     }
     line.add(" MB written)");
+}
+
+Line settled_line() {
+    const auto there = settle_file ? settle_file() : std::nullopt;
+    if (there) written = *there;
+    Line line;
+    describe(line, there ? "" : "at most ");
+    return line;
 }
 
 void write_all(std::string_view text) {
@@ -204,7 +214,8 @@ pid_t await_companion(pid_t companion, int &status) {
     return gone;
 }
 
-UnfinishedFile::UnfinishedFile(std::string_view file_name, uint64_t bytes) {
+UnfinishedFile::UnfinishedFile(std::string_view file_name, uint64_t bytes, Settle settle) {
+    settle_file = std::move(settle);
     std::string shown = printable(file_name);
     if (shown.size() > kNameMaximum) shown.erase(0, shown.size() - kNameMaximum);
     std::copy(shown.begin(), shown.end(), name.begin());
@@ -216,6 +227,7 @@ UnfinishedFile::UnfinishedFile(std::string_view file_name, uint64_t bytes) {
 
 UnfinishedFile::~UnfinishedFile() {
     is_writing = false;
+    settle_file = nullptr;
     // It came while the last bytes were on their way.
     if (arrived != 0) end_program(arrived);
 }
@@ -229,16 +241,11 @@ int UnfinishedFile::interruption() {
 }
 
 void UnfinishedFile::tell() {
-    Line line;
-    describe(line, "");
-    say(line.text(), When::at_the_end);
+    say(settled_line().text(), When::at_the_end);
 }
 
 void UnfinishedFile::note() {
-    if (!is_writing) return;
-    Line line;
-    describe(line, "at most ");
-    note_aftermath(line.text());
+    if (is_writing) note_aftermath(settled_line().text());
 }
 
 void UnfinishedFile::end_program(int signal) {

@@ -9,6 +9,8 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <string_view>
 
 namespace terminal {
@@ -27,8 +29,11 @@ pid_t await_companion(pid_t companion, int &status);
 // pieces. They do not nest.
 class UnfinishedFile {
   public:
+    // Puts a file whose writing failed in order and gives how many bytes of it are there; nothing when nobody knows.
+    using Settle = std::function<std::optional<uint64_t>()>;
+
     // total: bytes that are to be written; 0 when nobody knows.
-    UnfinishedFile(std::string_view name, uint64_t total);
+    UnfinishedFile(std::string_view name, uint64_t total, Settle settle = {});
     ~UnfinishedFile();
     UnfinishedFile(const UnfinishedFile &) = delete;
     UnfinishedFile &operator=(const UnfinishedFile &) = delete;
@@ -39,9 +44,9 @@ class UnfinishedFile {
     // The signal that arrived; 0 for none.
     static int interruption();
 
-    // Says that the file at hand is not complete, and that all of what was given away is there.
+    // Has the file at hand settled, and says that it is not complete and how much of it is there.
     static void tell();
-    // Notes the same for the reason of a failure, if there is a file at hand; how much of it is there nobody knows.
+    // The same for the reason of a failure, if there is a file at hand.
     static void note();
 
     // Ends the program as an interruption does: the status is 128 and the signal.

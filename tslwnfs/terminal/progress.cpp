@@ -2,10 +2,9 @@
 #include "tslwnfs/terminal/progress.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <span>
-#include <utility>
+#include <vector>
 
 #include "tslwnfs/terminal/screen.h"
 #include "tslwnfs/terminal/text.h"
@@ -15,7 +14,8 @@ namespace {
 
 constexpr auto kFirst = std::chrono::seconds(1);
 constexpr auto kInterval = FilesProgress::kInterval;
-constexpr std::size_t kNameColumns = 12;  // of a name that are worth less room for the rest
+constexpr auto kRecent = std::chrono::seconds(5);  // a rate is that of these
+constexpr std::size_t kNameColumns = 12;           // of a name that are worth less room for the rest
 
 std::atomic<uint64_t> counted_here = 0;
 std::atomic<uint64_t> *counter = &counted_here;
@@ -46,27 +46,26 @@ std::string time_left(uint64_t done, uint64_t total, double rate) {
 // The name, and as much of what there is to tell as there are columns for: the tails tell less and less.
 std::string line_of(std::string_view name, std::span<const std::string> tails, std::size_t columns) {
     const std::size_t wanted = std::min(columns_of(name), kNameColumns);
-    const auto tail =
-        std::find_if(tails.begin(), tails.end(), [&](const auto &each) { return each.size() + wanted <= columns; });
+    const auto tail = std::ranges::find_if(tails, [&](const auto &each) { return each.size() + wanted <= columns; });
     const std::string &shown = tail != tails.end() ? *tail : tails.back();
     return shown.size() <= columns ? fitted(name, columns - shown.size()) + shown : std::string();
 }
 
-}  // namespace
-
-std::string progress_line(std::string_view name, uint64_t done, uint64_t total, std::chrono::duration<double> elapsed,
-                          std::size_t columns) {
-    done = std::min(done, total);
-    const double rate = elapsed.count() > 0 ? static_cast<double>(done) / elapsed.count() : 0;
+// What stands behind the name, the fullest first.
+std::vector<std::string> tails_of(uint64_t done, uint64_t total, double rate) {
+    const std::string speed = "  " + bytes_text(static_cast<uint64_t>(rate)) + "/s";
+    if (total == 0) return {"  " + bytes_text(done) + speed, "  " + bytes_text(done)};
     const double share = static_cast<double>(done) / static_cast<double>(total);
     const std::string percent = "  " + std::to_string(static_cast<unsigned>(share * 100)) + " %";
     const std::string amount = "  " + bytes_text(done) + " of " + bytes_text(total);
-    const std::string speed = "  " + bytes_text(static_cast<uint64_t>(rate)) + "/s";
     const std::string left = time_left(done, total, rate);
+    return {percent + amount + speed + left, percent + speed + left, percent + left, percent};
+}
 
-    const std::array<std::string, 4> tails = {percent + amount + speed + left, percent + speed + left, percent + left,
-                                              percent};
-    return line_of(name, tails, columns);
+}  // namespace
+
+std::string progress_line(std::string_view name, uint64_t done, uint64_t total, double rate, std::size_t columns) {
+    return line_of(name, tails_of(total == 0 ? done : std::min(done, total), total, rate), columns);
 }
 
 std::string files_line(std::string_view name, const FilesDone &done, std::chrono::duration<double> elapsed,
@@ -77,8 +76,8 @@ std::string files_line(std::string_view name, const FilesDone &done, std::chrono
     const auto rate = static_cast<uint64_t>(static_cast<double>(done.bytes) / seconds);
     const std::string speed = done.bytes == 0 ? "" : "  " + bytes_text(rate) + "/s";
     const std::string left = time_left(done.files, done.of, static_cast<double>(done.files) / seconds);
-    const std::array<std::string, 4> tails = {number + amount + speed + left, number + speed + left, number + left,
-                                              number};
+    const std::vector<std::string> tails = {number + amount + speed + left, number + speed + left, number + left,
+                                            number};
     return line_of(name, tails, columns);
 }
 
@@ -86,26 +85,43 @@ uint64_t bytes_through() {
     return *counter;
 }
 
+void count_bytes(uint64_t more) {
+    *counter += more;
+}
+
 void count_into(std::atomic<uint64_t> &bytes) {
     counter = &bytes;
 }
 
 Progress::Progress(std::string_view name, uint64_t total)
-    : name_(printable(name)), total_(total), start_(Clock::now()), next_(start_ + kFirst) {}
+    : name_(printable(name)), total_(total), samples_{{Clock::now(), 0}}, next_(samples_.front().time + kFirst) {}
 
 Progress::~Progress() {
     erase();
 }
 
+bool Progress::is_due() const {
+    return is_open() && Clock::now() >= next_;
+}
+
 void Progress::at(uint64_t done) {
-    *counter += done - std::exchange(counted_, done);
     if (is_open()) at(done, Clock::now());
 }
 
 void Progress::at(uint64_t done, Clock::time_point now) {
-    if (now < next_ || total_ == 0) return;
+    if (now < next_ || (total_ == 0 && done == 0)) return;
     next_ = now + kInterval;
-    show(progress_line(name_, done, total_, now - start_, columns()));
+    show(progress_line(name_, done, total_, rate_at(now, done), columns()));
+}
+
+// Bytes a second, of the recent samples. What a server took may have to be sent again: then nothing was gained.
+double Progress::rate_at(Clock::time_point now, uint64_t done) {
+    while (samples_.size() > 1 && now - samples_[1].time >= kRecent)
+        samples_.pop_front();
+    const auto [since, before] = samples_.front();
+    samples_.push_back({now, done});
+    const std::chrono::duration<double> elapsed = now - since;
+    return elapsed.count() > 0 && done > before ? static_cast<double>(done - before) / elapsed.count() : 0;
 }
 
 FilesProgress::FilesProgress(std::string_view name, std::size_t files)

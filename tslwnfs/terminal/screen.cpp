@@ -70,7 +70,7 @@ void show(std::string_view line) {
     if (!opened || !shows || !is_in_front()) return;
     // Spaces and a carriage return are all that every terminal understands.
     const std::size_t width = columns_of(line);
-    const std::size_t before = shown_columns;
+    const std::size_t before = std::min<std::size_t>(shown_columns, columns());
     const std::size_t rest = before > width ? before - width : 0;
     write("\r" + std::string(line) + std::string(rest, ' '));
     shown_columns = width;
@@ -78,7 +78,8 @@ void show(std::string_view line) {
 
 void erase() {
     if (shown_columns == 0) return;
-    write("\r" + std::string(shown_columns, ' ') + "\r");
+    // A terminal that was made narrower meanwhile would break more blanks into lines of their own.
+    write("\r" + std::string(std::min<std::size_t>(shown_columns, columns()), ' ') + "\r");
     shown_columns = 0;
 }
 

@@ -127,7 +127,8 @@ TEST_F(CopyTest, TheTailOfALocalSourceReachesTheServerAsZeros) {
     // The last piece is written with the padded size before the file is cut: what lies behind the data must be zeros,
     // not what an earlier piece left in the buffer.
     const std::string path = directory_.file("src", sample_text(32768 + 100));
-    fake_.answer("resize", 1, {.status = 5, .location = {}});
+    for (const std::size_t call : {1u, 2u})  // what failed is cut back then, too
+        fake_.answer("resize", call, {.status = 5, .location = {}});
     EXPECT_EQ(copy(path, "/m/dst").status, 1u);
     EXPECT_EQ(fake_.volume.content("/m/dst"), sample_text(32768 + 100) + std::string(412, '\0'));
 }

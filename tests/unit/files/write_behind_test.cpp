@@ -176,6 +176,60 @@ TEST_F(WriteBehindTest, TheFirstFailureIsKeptNothingMoreIsSentAndTheMemoryIsFree
     EXPECT_EQ(server_.calls[Op::commit], 0U);
 }
 
+TEST_F(WriteBehindTest, TellsHowFarTheServerHasAnswered) {
+    EXPECT_EQ(window_->unanswered_from(), std::nullopt);
+    volume_.held = true;
+    accept(pattern(3 * kWrite + 10));
+    EXPECT_EQ(window_->unanswered_from(), 0U);
+    volume_.answer_last();
+    EXPECT_EQ(window_->unanswered_from(), 0U);
+    volume_.answer_first();
+    EXPECT_EQ(window_->unanswered_from(), kWrite);
+    volume_.answer_first();
+    EXPECT_EQ(window_->unanswered_from(), 3 * kWrite);  // what no WRITE holds yet
+    volume_.held = false;
+    EXPECT_TRUE(flush().ok());
+    EXPECT_EQ(window_->unanswered_from(), std::nullopt);
+}
+
+TEST_F(WriteBehindTest, KnowsWhatAFailureLostUntilMoreIsWritten) {
+    accept(pattern(2 * kWrite));
+    EXPECT_TRUE(flush().ok());
+    server_.failures[Op::write] = {0, ENOSPC, 0};
+    accept(pattern(5 * kWrite), 2 * kWrite);
+    window_->flush();
+    wait();
+    EXPECT_EQ(window_->unanswered_from(), 2 * kWrite);  // what was not committed may be lost still
+    EXPECT_EQ(window_->take_failure().number(), uint32_t{ENOSPC});
+    EXPECT_EQ(window_->unanswered_from(), 2 * kWrite);
+    accept(pattern(10));
+    EXPECT_TRUE(flush().ok());
+    EXPECT_EQ(window_->unanswered_from(), std::nullopt);
+}
+
+TEST_F(WriteBehindTest, WhatIsBeingCommittedWhenAWriteFailsMayBeConfirmedStill) {
+    volume_.held = true;
+    server_.failures[Op::write] = std::deque<uint32_t>(8);
+    server_.failures[Op::write].push_back(ENOSPC);
+    accept(pattern(9 * kWrite));
+    while (server_.calls[Op::write] < 9)
+        volume_.answer_first();
+    EXPECT_EQ(window_->failure().number(), uint32_t{ENOSPC});
+    volume_.answer_all();
+    wait();
+    EXPECT_EQ(server_.calls[Op::commit], 1U);
+    EXPECT_EQ(window_->unanswered_from(), 8 * kWrite);
+    EXPECT_EQ(window_->take_failure().number(), uint32_t{ENOSPC});
+    EXPECT_EQ(pool_.taken(), 0U);
+}
+
+TEST_F(WriteBehindTest, WhatCouldNotBeCommittedIsLostThoughItWasAnsweredFor) {
+    server_.fail_next(Op::commit, EDQUOT);
+    accept(pattern(2 * kWrite));
+    EXPECT_EQ(flush().number(), uint32_t{EDQUOT});
+    EXPECT_EQ(window_->unanswered_from(), 0U);
+}
+
 TEST_F(WriteBehindTest, AfterAFailureWasTakenTheWindowWorksAgain) {
     server_.fail_next(Op::write, ENOSPC);
     accept(pattern(10));

@@ -51,8 +51,8 @@ TEST_F(Interruption, EndsWhatWritesNoFileByTheSignalAndLeavesNoLineBehind) {
 
 TEST_F(Interruption, IsLeftToTheTransferOfAFile) {
     const std::string text = of_process([] {
-        const terminal::UnfinishedFile file("/m/x", 25'000'000);
-        terminal::UnfinishedFile::at(10'100'000);
+        const terminal::UnfinishedFile file("/m/x", 25'000'000, [] { return 10'100'000; });
+        terminal::UnfinishedFile::at(20'000'000);
         raise(SIGTERM);
         terminal::UnfinishedFile::tell();
         terminal::UnfinishedFile::end_program(terminal::UnfinishedFile::interruption());
@@ -102,6 +102,16 @@ TEST_F(Interruption, ThatWasIgnoredStaysSo) {
         if (terminal::UnfinishedFile::interruption() != 0) _exit(1);
     });
     EXPECT_TRUE(ended_with(0)) << status_;
+}
+
+TEST_F(Interruption, HasAFileThatFailedSettledBehindTheReason) {
+    const std::string text = of_process([] {
+        const terminal::UnfinishedFile file("/m/x", 0, [] { return 1'234'000; });
+        terminal::note_failure("It failed");
+        terminal::UnfinishedFile::note();
+        terminal::tell_reason();
+    });
+    EXPECT_EQ(text, "tslwnfs: It failed\ntslwnfs: interrupted: /m/x is not complete (1.2 MB written)\n");
 }
 
 TEST_F(Interruption, CannotCommandTheTerminalByAName) {

@@ -13,13 +13,13 @@ using std::chrono::seconds;
 constexpr uint64_t kMiB = uint64_t{1} << 20;
 
 TEST(ProgressLine, TellsNameShareAmountRateAndTimeLeft) {
-    EXPECT_EQ(progress_line("/m/file", 25 * kMiB, 100 * kMiB, seconds(5), 79),
+    EXPECT_EQ(progress_line("/m/file", 25 * kMiB, 100 * kMiB, 5 * kMiB, 79),
               "/m/file  25 %  25.0 MiB of 100 MiB  5.0 MiB/s  0:15 left");
-    EXPECT_EQ(progress_line("/m/file", 1, 100 * kMiB, seconds(10), 79),
+    EXPECT_EQ(progress_line("/m/file", 1, 100 * kMiB, 0.1, 79),
               "/m/file  0 %  1 B of 100 MiB  0 B/s");  // nobody can tell when
-    EXPECT_EQ(progress_line("/m/file", kMiB, 4000 * kMiB, seconds(1), 79),
+    EXPECT_EQ(progress_line("/m/file", kMiB, 4000 * kMiB, kMiB, 79),
               "/m/file  0 %  1.0 MiB of 3.9 GiB  1.0 MiB/s  1:06:39 left");
-    EXPECT_EQ(progress_line("/m/file", 200, 100, seconds(1), 79), "/m/file  100 %  100 B of 100 B  100 B/s  0:00 left");
+    EXPECT_EQ(progress_line("/m/file", 200, 100, 100, 79), "/m/file  100 %  100 B of 100 B  100 B/s  0:00 left");
 }
 
 TEST(ProgressLine, OfManyFilesTellsHowManyAreThrough) {
@@ -33,7 +33,7 @@ TEST(ProgressLine, OfManyFilesTellsHowManyAreThrough) {
 
 TEST(ProgressLine, TellsLessInLessRoom) {
     const auto line = [](std::size_t columns) {
-        return progress_line("/a/directory/file", 25 * kMiB, 100 * kMiB, seconds(5), columns);
+        return progress_line("/a/directory/file", 25 * kMiB, 100 * kMiB, 5 * kMiB, columns);
     };
     EXPECT_EQ(line(66), "/a/directory/file  25 %  25.0 MiB of 100 MiB  5.0 MiB/s  0:15 left");
     EXPECT_EQ(line(61), "...tory/file  25 %  25.0 MiB of 100 MiB  5.0 MiB/s  0:15 left");
@@ -46,6 +46,13 @@ TEST(ProgressLine, TellsLessInLessRoom) {
     EXPECT_EQ(line(5), "");
     for (std::size_t columns = 0; columns < 80; ++columns)
         EXPECT_LE(columns_of(line(columns)), columns);
+}
+
+TEST(ProgressLine, TellsAmountAndRateWhereNobodyKnowsTheTotal) {
+    EXPECT_EQ(progress_line("/m/file", 25 * kMiB, 0, 5 * kMiB, 79), "/m/file  25.0 MiB  5.0 MiB/s");
+    EXPECT_EQ(progress_line("/m/file", 25 * kMiB, 0, 5 * kMiB, 20), "/m/file  25.0 MiB");
+    EXPECT_EQ(progress_line("/m/file", 25 * kMiB, 0, 5 * kMiB, 10), "  25.0 MiB");
+    EXPECT_EQ(progress_line("/m/file", 25 * kMiB, 0, 5 * kMiB, 9), "");
 }
 
 class ProgressTest : public OpenScreen {
@@ -75,6 +82,29 @@ TEST_F(ProgressTest, ShowsALineAfterASecondRenewsItAndErasesIt) {
     EXPECT_TRUE(shown.ends_with(" \r")) << shown;
     const std::size_t erased = shown.rfind('\r', shown.size() - 2);
     EXPECT_EQ(shown.find_first_not_of(' ', erased + 1), shown.size() - 1) << shown;
+}
+
+TEST_F(ProgressTest, ReckonsWithTheRateOfTheLastSeconds) {
+    const std::string shown = written([&] {
+        Progress progress("f", 1000 * kMiB);
+        for (unsigned second = 1; second <= 10; ++second)
+            progress.at(second * 50 * kMiB, now_ + seconds(second));
+        for (unsigned second = 11; second <= 20; ++second)
+            progress.at((490 + second) * kMiB, now_ + seconds(second));
+    });
+    EXPECT_NE(shown.find("50.0 MiB/s  0:10 left"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("f  51 %  510 MiB of 1000 MiB  1.0 MiB/s  8:10 left"), std::string::npos) << shown;
+}
+
+TEST_F(ProgressTest, ReckonsWithNothingWhileNothingIsGained) {
+    const std::string shown = written([&] {
+        Progress progress("f", 100);
+        progress.at(50, now_ + seconds(2));
+        progress.at(40, now_ + seconds(3));
+        for (unsigned second = 4; second <= 9; ++second)
+            progress.at(40, now_ + seconds(second));
+    });
+    EXPECT_NE(shown.find("f  40 %  40 B of 100 B  0 B/s "), std::string::npos) << shown;
 }
 
 TEST_F(ProgressTest, HasNothingToShowOfNothing) {
