@@ -238,7 +238,7 @@ class FaultyServer:
 
 GANESHA_CONFIGURATION = """
 NFS_CORE_PARAM {{ Protocols = {protocol}; Enable_NLM = false; Enable_RQUOTA = false; }}
-NFSV4 {{ Graceless = true; }}
+NFSV4 {{ {grace} }}
 EXPORT_DEFAULTS {{ Protocols = {protocol}; SecType = sys; Squash = No_Root_Squash; Attr_Expiration_Time = 0; }}
 EXPORT {{ Export_Id = 1; Path = {writable}; Pseudo = /rw; Access_Type = RW; FSAL {{ Name = VFS; }} }}
 EXPORT {{ Export_Id = 2; Path = {read_only}; Pseudo = /ro; Access_Type = RO; FSAL {{ Name = VFS; }} }}
@@ -250,6 +250,7 @@ class Ganesha(Server):
 
     name = "ganesha"
     protocol = 3
+    grace = "Graceless = true;"
     programs = ((100003, 3), (100005, 3))
 
     def __init__(self, home, place):
@@ -273,7 +274,9 @@ class Ganesha(Server):
 
         configuration = self.client.home / "ganesha.conf"
         configuration.write_text(
-            GANESHA_CONFIGURATION.format(protocol=self.protocol, writable=place / "rw", read_only=place / "ro")
+            GANESHA_CONFIGURATION.format(
+                protocol=self.protocol, grace=self.grace, writable=place / "rw", read_only=place / "ro"
+            )
         )
         self._spawn("rpcbind", "-f", "-w")
         namespace.await_condition(lambda: self._answers(100000, 2), "rpcbind", self.processes[-1])
@@ -354,6 +357,13 @@ class Ganesha4(Ganesha):
 
     def _exports(self, place):
         return [("/rw", READ_WRITE), ("/ro", READ_ONLY)]
+
+
+class Ganesha4WithGrace(Ganesha4):
+    """The same with a grace period after a start, in which clients have back what they had open and nobody else opens
+    anything. Shorter than a lease makes no sense, and shorter leases than these make tests slow machines' victims."""
+
+    grace = "Lease_Lifetime = 10; Grace_Period = 12;"
 
 
 KINDS = {
