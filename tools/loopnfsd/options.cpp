@@ -143,6 +143,16 @@ std::string set_slots(Parsed &parsed, std::string_view value) {
     return {};
 }
 
+std::string set_copies(Parsed &parsed, std::string_view value) {
+    nfs4::CopyOffer &offer = parsed.options.version4_settings.copies;
+    for (const std::string_view word : split(value, ',')) {
+        if (word != "clone" && word != "copy" && word != "background")
+            return not_one(value, "some of clone, copy and background");
+        (word == "clone" ? offer.clones : word == "copy" ? offer.at_once : offer.in_background) = true;
+    }
+    return {};
+}
+
 std::string set_hold(Parsed &parsed, std::string_view) {
     parsed.options.service.hold_unstable = true;
     return {};
@@ -211,6 +221,8 @@ constexpr std::array kOptions{
               set_versions},
     OptionRow{"grace", Value::needed, "SECONDS", "of NFSv4 after the command \"restart\" (90)", set_grace},
     OptionRow{"slots", Value::needed, "NUMBER", "of an NFSv4 session (64)", set_slots},
+    OptionRow{"copies", Value::needed, "clone,copy,background", "how NFSv4.2 copies by itself (not at all)",
+              set_copies},
     OptionRow{"max-read", Value::needed, "BYTES", "largest READ (1M)", set_max_read},
     OptionRow{"max-write", Value::needed, "BYTES", "largest WRITE (1M)", set_max_write},
     OptionRow{"hold-unstable", Value::none, "", "keep unstable data in memory until COMMIT", set_hold},

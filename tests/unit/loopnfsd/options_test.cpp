@@ -43,6 +43,17 @@ TEST(Options, TheVersionsOfNfsAreChosen) {
     EXPECT_NE(problem({"--versions=4", "--portmap", "/tmp"}), "");
 }
 
+TEST(Options, CopiesOfTheServersOwnAreOfferedOneByOne) {
+    const auto none = good({"--versions=4", "/tmp"}).version4_settings.copies;
+    EXPECT_FALSE(none.clones || none.at_once || none.in_background);
+    const auto some = good({"--versions=4", "--copies", "clone,background", "/tmp"}).version4_settings.copies;
+    EXPECT_TRUE(some.clones && some.in_background);
+    EXPECT_FALSE(some.at_once);
+    EXPECT_TRUE(good({"--copies=copy", "/tmp"}).version4_settings.copies.at_once);
+    for (const char *wrong : {"--copies=", "--copies=paste", "--copies=clone,"})
+        EXPECT_NE(problem({wrong, "/tmp"}), "") << wrong;
+}
+
 TEST(Options, AFolderIsServedOnAFreePortOfLoopback) {
     const Options options = good({"folder"});
     ASSERT_EQ(options.exports.size(), 1U);

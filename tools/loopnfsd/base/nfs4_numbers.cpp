@@ -53,6 +53,7 @@ constexpr std::array kOperations{
     operation(Op::destroy_clientid, "DESTROY_CLIENTID"),
     operation(Op::reclaim_complete, "RECLAIM_COMPLETE"),
     operation(Op::copy, "COPY"),
+    operation(Op::offload_status, "OFFLOAD_STATUS"),
     operation(Op::seek, "SEEK"),
     operation(Op::clone, "CLONE"),
 };

@@ -79,6 +79,10 @@ const Nfs4Service::Row Nfs4Service::kRows[] = {
     {Op::test_stateid, Needs::session, &Nfs4Service::test_stateid},
     {Op::destroy_clientid, Needs::nothing, &Nfs4Service::destroy_clientid},
     {Op::reclaim_complete, Needs::session, &Nfs4Service::reclaim_complete},
+    {Op::copy, Needs::session, &Nfs4Service::copy},
+    {Op::offload_status, Needs::session, &Nfs4Service::offload_status},
+    {Op::seek, Needs::session, &Nfs4Service::seek},
+    {Op::clone, Needs::session, &Nfs4Service::clone},
 };
 
 const Nfs4Service::Row *Nfs4Service::find_row(uint32_t op) {
@@ -96,6 +100,7 @@ uint32_t Nfs4Service::number() const {
 void Nfs4Service::restart() {
     clients_.restart(settings_.grace);
     opens_.clear();
+    running_copies_.clear();
     files_.forget_unstable();
 }
 
@@ -106,6 +111,7 @@ void Nfs4Service::expire() {
 void Nfs4Service::forget_clients() {
     clients_.forget();
     opens_.clear();
+    running_copies_.clear();
 }
 
 bool Nfs4Service::run(uint32_t procedure, Call &call) {

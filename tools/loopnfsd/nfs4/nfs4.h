@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // The NFS version 4 program, minor versions 1 and 2 (RFC 8881): one procedure, a compound of operations. An operation
 // decodes its arguments, acts, and writes its results only when all went well. The operations stand in nfs4_session,
-// nfs4_names, nfs4_open, nfs4_io, nfs4_attributes and nfs4_listing.
+// nfs4_names, nfs4_open, nfs4_io, nfs4_attributes, nfs4_listing and nfs4_copies.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <span>
 #include <string>
 #include <string_view>
@@ -22,9 +23,17 @@
 
 namespace loopnfsd::nfs4 {
 
+// How files are copied by the server itself, in minor version 2.
+struct CopyOffer {
+    bool clones = false;
+    bool at_once = false;
+    bool in_background = false;
+};
+
 struct Settings {
     std::chrono::seconds grace{90};
     uint32_t slots = 64;  // of a session
+    CopyOffer copies;
 };
 
 // Told of every operation that is begun, for the statistics.
@@ -185,12 +194,36 @@ class Nfs4Service final : public Program {
     Status list_path(const ListArguments &arguments, const std::string &path, Page &page);
     Status list_folder(Compound &compound, const ListArguments &arguments, Page &page);
 
+    // nfs4_copies
+    struct CopyStates {
+        StateId source;
+        StateId destination;
+    };
+    struct RunningCopy {
+        Handle source;
+        Handle destination;
+        uint64_t from = 0;
+        uint64_t to = 0;
+        uint64_t count = 0;
+        uint64_t done = 0;
+    };
+    static bool get_copy(Reader &in, CopyStates &states, RunningCopy &copy);
+    Status begin_copy(Compound &compound, const CopyStates &states, RunningCopy &copy);
+    Status go_on_copying(Compound &compound, RunningCopy &copy, uint64_t most);
+    void put_copied(Compound &compound, const RunningCopy &copy, const StateId *going_on) const;
+    Status copy(Compound &compound);
+    Status offload_status(Compound &compound);
+    Status clone(Compound &compound);
+    Status seek(Compound &compound);
+
     SharedFiles &files_;
     Settings settings_;
     OperationListener begun_;
     PseudoRoot root_;
     Clients clients_;
     Opens opens_;
+    std::map<uint64_t, RunningCopy> running_copies_;  // by the number in their stateids
+    uint64_t last_copy_ = 0;
 };
 
 constexpr uint32_t kLeaseSeconds = 90;
