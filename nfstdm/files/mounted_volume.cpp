@@ -35,17 +35,17 @@ MountedVolume::MountedVolume(EventLoop &loop, const ServerConfig &server, const 
       now_(std::move(now)),
       cache_(now_) {}
 
-Result<FileHandle> MountedVolume::root() {
-    if (Status failure = contact(); !failure.ok()) return failure;
+Result<FileHandle> MountedVolume::root(std::span<const std::string> below) {
+    if (Status failure = contact(below); !failure.ok()) return failure;
     return *root_;
 }
 
-Status MountedVolume::contact() {
+Status MountedVolume::contact(std::span<const std::string> below) {
     if (root_) return {};
     if (!server_.problem.empty()) return named({EINVAL, "tslnfstab, " + server_.problem});
     if (!contact_failure_.ok() && now_() < contact_again_) return contact_failure_;
-    auto attached = attach(server_);
-    if (server_.version.empty() && lacks_version3(attached.status())) attached = attach_with_version4(attached);
+    auto attached = attach(server_, below);
+    if (server_.version.empty() && lacks_version3(attached.status())) attached = attach_with_version4(attached, below);
     contact_failure_ = attached.status();
     if (!attached.ok()) {
         contact_again_ = now_() + std::chrono::seconds(server_.contact_timeout_seconds);
@@ -54,22 +54,25 @@ Status MountedVolume::contact() {
     root_ = attached.value();
     const auto told = volume_->root_info();
     if (told && told->attributes) limits_[told->attributes->fsid] = told->limits;
+    learn_path(*root_, below, volume_->take_expected());
     return {};
 }
 
-Result<FileHandle> MountedVolume::attach(const ServerConfig &server) {
+Result<FileHandle> MountedVolume::attach(const ServerConfig &server, std::span<const std::string> below) {
     if (!volume_) volume_ = open_volume_(loop_, server, exported_);
     if (!volume_) return named({EPROTONOSUPPORT, "there is no protocol to reach it with"});
+    volume_->expect({below.begin(), below.end()});
     return await<FileHandle>(loop_, [this](auto done) { volume_->attach(std::move(done)); });
 }
 
 // A server that turns out to have no NFSv3 or no MOUNT is asked in NFSv4 at once. One that does not answer that either
 // is told of by the first answer, and asked for both again the next time.
-Result<FileHandle> MountedVolume::attach_with_version4(const Result<FileHandle> &first) {
+Result<FileHandle> MountedVolume::attach_with_version4(const Result<FileHandle> &first,
+                                                       std::span<const std::string> below) {
     ServerConfig server = server_;
     server.version = "nfsv4";
     volume_.reset();
-    auto attached = attach(server);
+    auto attached = attach(server, below);
     if (attached.ok()) return attached;
     volume_.reset();
     const bool no_answer = lacks_version3(attached.status()) || attached.status().number() == ETIMEDOUT;
@@ -116,14 +119,18 @@ void MountedVolume::look_ahead(const FileHandle &directory, std::span<const std:
     if (count < 2) return;
     const std::vector<std::string> asked(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(count));
     const auto reply = await<PathReply>(loop_, [&](auto done) { volume_->lookup_path(place, asked, std::move(done)); });
-    if (!reply.ok()) return;
-    const auto &[found, failure] = reply.value();
+    if (reply.ok()) learn_path(place, names, reply.value());
+}
+
+void MountedVolume::learn_path(FileHandle place, std::span<const std::string> names, const PathReply &reply) {
+    const auto &[found, failure] = reply;
     for (std::size_t i = 0; i < found.size(); ++i) {
-        cache_.put_name(place, asked[i], found[i].handle);
+        cache_.put_name(place, names[i], found[i].handle);
         learn(found[i].handle, found[i].attributes);
         place = found[i].handle;
     }
-    if (failure.number() == ENOENT && found.size() < count) cache_.put_name(place, asked[found.size()], std::nullopt);
+    if (failure.number() == ENOENT && found.size() < names.size())
+        cache_.put_name(place, names[found.size()], std::nullopt);
 }
 
 Result<Attributes> MountedVolume::attributes(const FileHandle &object) {

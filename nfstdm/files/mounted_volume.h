@@ -52,7 +52,8 @@ class MountedVolume {
 
     // Contacts the server when that was not done yet. A contact that failed is not tried again for as long as one may
     // take: the operations of one command must not each wait for a server that is down.
-    Result<FileHandle> root();
+    // below: what will be looked up from the root next, asked for with the first contact where the protocol can.
+    Result<FileHandle> root(std::span<const std::string> below = {});
 
     // Where the server's block stands in tslnfstab: no other block has the number.
     unsigned server_line() const { return server_.line; }
@@ -105,9 +106,10 @@ class MountedVolume {
     Status named(const Status &failure) const { return failure.in("server " + server_.name); }
 
   private:
-    Status contact();
-    Result<FileHandle> attach(const ServerConfig &server);
-    Result<FileHandle> attach_with_version4(const Result<FileHandle> &first);
+    Status contact(std::span<const std::string> below);
+    Result<FileHandle> attach(const ServerConfig &server, std::span<const std::string> below);
+    Result<FileHandle> attach_with_version4(const Result<FileHandle> &first, std::span<const std::string> below);
+    void learn_path(FileHandle place, std::span<const std::string> names, const PathReply &reply);
     Result<FoundObject> found(const FileHandle &directory, const std::string &name,
                               const std::optional<FileHandle> &handle, const std::optional<Attributes> &attributes);
     Result<FoundObject> with_attributes(const FileHandle &handle);

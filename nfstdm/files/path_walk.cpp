@@ -55,14 +55,16 @@ Result<Place> Walk::run() {
 }
 
 Result<Walk::Step> Walk::descend(MountedVolume &mount, std::size_t depth) {
-    const auto root = mount.root();
+    const auto all_below = std::span(path_).subspan(depth);
+    const auto below =
+        all_below.first(static_cast<std::size_t>(std::ranges::find(all_below, "..") - all_below.begin()));
+    const auto root = mount.root(below);
     if (!root.ok()) return root.status();
     place_ = {};
     place_.mount = &mount;
     if (depth == path_.size()) return arrive_at_root(root.value());
     FileHandle directory = root.value();
-    const auto below = std::span(path_).subspan(depth);
-    mount.look_ahead(directory, below.first(static_cast<std::size_t>(std::ranges::find(below, "..") - below.begin())));
+    mount.look_ahead(directory, below);
     for (std::size_t at = depth; at < path_.size(); ++at) {
         if (path_[at] == "..") {
             take_back(at);

@@ -7,14 +7,15 @@
 #include <utility>
 
 #include "nfstdm/nfs4/arguments.h"
+#include "nfstdm/nfs4/objects.h"
 #include "nfstdm/nfs4/replies.h"
-#include "nfstdm/nfs4/root_listing.h"
 
 namespace nfstdm::nfs4 {
 
 namespace {
 
 constexpr uint32_t kListBytes = 16384;  // of names, to tell people
+constexpr std::size_t kNamesTold = 16;
 
 std::vector<std::string> split(std::string_view path) {
     std::vector<std::string> components;
@@ -35,9 +36,17 @@ std::string join(const std::vector<std::string> &components, std::size_t count) 
 
 }  // namespace
 
-ExportContact::ExportContact(std::string path, NewCall new_call, Start start, Done done)
-    : path_(std::move(path)),
-      components_(split(path_)),
+std::string what_it_holds(const DirectoryReply &directory) {
+    if (directory.entries.empty()) return " is empty";
+    std::string text = " holds: ";
+    for (std::size_t i = 0; i < std::min(kNamesTold, directory.entries.size()); ++i)
+        text += (i == 0 ? "/" : ", /") + directory.entries[i].name;
+    return directory.entries.size() > kNamesTold ? text + ", ..." : text;
+}
+
+ExportContact::ExportContact(Wanted wanted, NewCall new_call, Start start, Done done)
+    : wanted_(std::move(wanted)),
+      components_(split(wanted_.path)),
       new_call_(std::move(new_call)),
       start_(std::move(start)),
       done_(std::move(done)) {}
@@ -54,10 +63,21 @@ void ExportContact::begin() {
         put_path(compound, components_.size());
         put_plain(compound, Op::getfh);
         put_getattr(compound, limit_attributes());
+        put_expected(compound);
     };
     call->read = [this](Results &results, const rpc::Request &) { return read(results); };
     call->done = [this](const Status &status) { looked_up(status); };
     start_(std::move(call));
+}
+
+// What does not fit, or is no name, is looked up by itself later.
+void ExportContact::put_expected(Compound &compound) {
+    const std::size_t room = wanted_.room();
+    for (asked_ = 0; asked_ < wanted_.expected.size(); ++asked_) {
+        const std::string &name = wanted_.expected[asked_];
+        if (name.size() > kNameMaximum || compound.operations() + kOperationsOfALookup > room) return;
+        put_looked_up(compound, name);
+    }
 }
 
 bool ExportContact::read(Results &results) {
@@ -73,13 +93,13 @@ bool ExportContact::read_found(Results &results) {
     for (; passed_ < components_.size(); ++passed_)
         if (!results.next(Op::lookup)) return false;
     return results.next(Op::getfh) && get_handle(results.reader(), found_.root) && results.next(Op::getattr) &&
-           get_attributes(results.reader(), found_.values);
+           get_attributes(results.reader(), found_.values) && get_path(results, asked_, found_.below);
 }
 
 void ExportContact::looked_up(const Status &status) {
     if (status.ok()) return finish(std::move(found_));
     const bool absent = status.number() == ENOENT && passed_ < components_.size();
-    const Status named = status.in("export " + path_);
+    const Status named = status.in("export " + wanted_.path);
     if (absent) return list(named);
     if (status.number() == EREMOTE) return ask_where(named);
     if (wrong_security_) return ask_security(named);

@@ -12,13 +12,18 @@
 #include "nfstdm/base/status.h"
 #include "nfstdm/nfs4/call.h"
 #include "nfstdm/nfs4/fields.h"
+#include "nfstdm/volume/volume.h"
 
 namespace nfstdm::nfs4 {
 
 struct FoundExport {
     FileHandle root;
     AttributeValues values;
+    PathReply below;  // of the names that were expected
 };
+
+// " holds: /data, /backup", as far as people read on, or " is empty".
+std::string what_it_holds(const DirectoryReply &directory);
 
 // A failure because the file system is elsewhere, with where that is as far as the server tells.
 Status with_locations(const Status &failure, const AttributeValues &values);
@@ -34,7 +39,14 @@ class ExportContact {
     using Start = std::function<void(std::unique_ptr<Call>)>;
     using Done = std::function<void(Result<FoundExport>)>;
 
-    ExportContact(std::string path, NewCall new_call, Start start, Done done);
+    // expected: names that will be looked up from the export's root, answered for in the same question as far as room()
+    // operations go.
+    struct Wanted {
+        std::string path;
+        std::vector<std::string> expected;
+        std::function<std::size_t()> room;
+    };
+    ExportContact(Wanted wanted, NewCall new_call, Start start, Done done);
 
     void begin();
 
@@ -45,18 +57,20 @@ class ExportContact {
     void put_path(Compound &compound, std::size_t components) const;
     bool read(Results &results);
     bool read_found(Results &results);
+    void put_expected(Compound &compound);
     void looked_up(const Status &status);
     void list(const Status &failure);
     void ask_security(const Status &failure);
     void ask_where(const Status &failure);
     void finish(Result<FoundExport> result);
 
-    const std::string path_;
+    const Wanted wanted_;
     const std::vector<std::string> components_;
     const NewCall new_call_;
     const Start start_;
     Done done_;
     std::size_t passed_ = 0;  // components that are there
+    std::size_t asked_ = 0;   // expected names
     FoundExport found_;
     bool wrong_security_ = false;
     bool refused_by_name_ = false;  // at a component, not at what is above all

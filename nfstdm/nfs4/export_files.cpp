@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "nfstdm/nfs4/export_volume.h"
+#include "nfstdm/nfs4/objects.h"
 #include "nfstdm/nfs4/status_table.h"
 #include "nfstdm/volume/file_by_handle.h"
 
@@ -98,10 +99,32 @@ void ExportVolume::read(const FileHandle &file, uint64_t offset, std::span<std::
     // Less than a whole READ from the start is most likely all of the file.
     const bool whole = offset == 0 && buffer.size() < limits_.read_maximum && !opens_.is_open(file);
     if (whole || !is_attached()) return read_whole(file, buffer, std::move(done));
+    if (!opens_.is_open(file)) return read_first(file, offset, buffer, std::move(done));
     opens_.use(file, kShareAccessRead, [this, file, offset, buffer, done = std::move(done)](const Status &opened) {
         if (!opened.ok()) return done(opened);
         read_open(file, offset, buffer, done);
     });
+}
+
+// The READ that a file is opened for is asked together with that.
+void ExportVolume::read_first(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+                              Completion<ReadReply> done) {
+    auto reply = std::make_shared<ReadReply>();
+    Opens::Behind behind;
+    behind.put = [offset, count = static_cast<uint32_t>(buffer.size())](Compound &compound) {
+        put_read(compound, StateId::current(), offset, count);
+    };
+    behind.read = [reply](Results &results, const rpc::Request &request) {
+        *reply = {};
+        return results.next(Op::read) && get_read(results.reader(), request.landed, *reply);
+    };
+    behind.landing = buffer;
+    behind.done = [reply, done](const Status &status) {
+        if (!status.ok()) return done(status);
+        done(std::move(*reply));
+    };
+    behind.alone = [this, file, offset, buffer, done] { read_open(file, offset, buffer, done); };
+    opens_.open_with(file, kShareAccessRead, std::move(behind));
 }
 
 // Opens, reads and closes in one question.

@@ -3,52 +3,24 @@
 #include <algorithm>
 
 #include "nfstdm/nfs4/export_volume.h"
+#include "nfstdm/nfs4/objects.h"
 #include "nfstdm/nfs4/status_table.h"
 
 namespace nfstdm::nfs4 {
 
 namespace {
 
-bool get_after(Results &results, DirectoryChange &change) {
+// The entry that NFSv4 leaves out of its listings (RFC 8881 section 18.23.3). Above its root a server has nothing.
+void add_parent(Results &results, DirectoryReply &reply) {
     AttributeValues values;
-    if (!results.next(Op::getattr) || !get_attributes(results.reader(), values)) return false;
-    change.after = values.attributes();
-    return true;
-}
-
-// What was to be told besides is not, though what was asked for is done: the caller asks for it by itself.
-bool was_refused(const Results &results) {
-    return results.failure() != NfsStatus::ok;
+    if (!results.next(Op::lookupp) || !results.next(Op::getattr) || !get_attributes(results.reader(), values)) return;
+    DirectoryEntry parent;
+    parent.name = "..";
+    parent.fileid = values.object.fileid;
+    reply.entries.insert(reply.entries.begin(), std::move(parent));
 }
 
 }  // namespace
-
-void put_object(Compound &compound) {
-    put_plain(compound, Op::getfh);
-    put_getattr(compound, object_attributes());
-}
-
-bool get_object(Results &results, FileHandle &handle, std::optional<Attributes> &attributes) {
-    AttributeValues values;
-    if (!results.next(Op::getfh) || !get_handle(results.reader(), handle) || !results.next(Op::getattr) ||
-        !get_attributes(results.reader(), values))
-        return false;
-    attributes = values.attributes();
-    return true;
-}
-
-void put_made(Compound &compound, const FileHandle &directory) {
-    put_object(compound);
-    put_putfh(compound, directory);
-    put_getattr(compound, object_attributes());
-}
-
-bool get_made(Results &results, CreateReply &reply) {
-    FileHandle handle;
-    if (!get_object(results, handle, reply.attributes)) return was_refused(results);
-    reply.handle = handle;
-    return (results.next(Op::putfh) && get_after(results, reply.directory)) || was_refused(results);
-}
 
 void ExportVolume::getattr(const FileHandle &object, Completion<Attributes> done) {
     start<Attributes>(
@@ -83,9 +55,9 @@ void ExportVolume::lookup(const FileHandle &directory, std::string_view name, Co
 
 // As many as the server takes operations for: SEQUENCE, perhaps RECLAIM_COMPLETE, PUTFH, and three for each component.
 std::size_t ExportVolume::path_components_maximum() const {
-    constexpr uint32_t kInFront = 3;
-    constexpr uint32_t kEach = 3;
-    return std::max(1U, (std::max(session_.sizes().operations, kInFront) - kInFront) / kEach);
+    constexpr std::size_t kInFront = 3;
+    const std::size_t room = std::max<std::size_t>(session_.sizes().operations, kInFront) - kInFront;
+    return std::max<std::size_t>(1, room / kOperationsOfALookup);
 }
 
 void ExportVolume::lookup_path(const FileHandle &directory, const std::vector<std::string> &names,
@@ -94,24 +66,16 @@ void ExportVolume::lookup_path(const FileHandle &directory, const std::vector<st
         "LOOKUP", std::move(done),
         [directory, names](Compound &compound) {
             put_putfh(compound, directory);
-            for (const std::string &name : names) {
-                put_lookup(compound, name);
-                put_object(compound);
-            }
+            for (const std::string &name : names)
+                put_looked_up(compound, name);
         },
         [this, count = names.size()](Results &results, const rpc::Request &, PathReply &reply) {
-            if (!results.next(Op::putfh)) return false;
-            for (std::size_t i = 0; i < count; ++i) {
-                LookupReply found;
-                if (!results.next(Op::lookup)) break;
-                if (!get_object(results, found.handle, found.attributes)) return false;
-                reply.found.push_back(found);
-            }
+            if (!results.next(Op::putfh) || !get_path(results, count, reply)) return false;
+            if (reply.failure.ok()) return !was_refused(results);
             // Where a lookup ends the question, what was found before it is the answer.
-            const bool ended = results.failure() == NfsStatus::noent || results.failure() == NfsStatus::symlink ||
-                               results.failure() == NfsStatus::notdir || results.failure() == NfsStatus::access;
-            if (ended) reply.failure = in_context(to_status(results.failure()).in("LOOKUP"));
-            return ended || results.failure() == NfsStatus::ok;
+            reply.failure = in_context(reply.failure);
+            return results.failure() == NfsStatus::noent || results.failure() == NfsStatus::symlink ||
+                   results.failure() == NfsStatus::notdir || results.failure() == NfsStatus::access;
         });
 }
 
@@ -202,13 +166,18 @@ void ExportVolume::readdir(const FileHandle &directory, uint64_t cookie, uint64_
             put_getattr(compound, object_attributes());
             put_readdir(compound, cookie, verifier, limits_.readdir_preferred, kEntryAttributes);
             compound.expect(limits_.readdir_preferred);
+            if (cookie != 0) return;
+            put_plain(compound, Op::lookupp);
+            put_getattr(compound, {Attribute::fileid});
         },
-        [](Results &results, const rpc::Request &, DirectoryReply &reply) {
+        [cookie](Results &results, const rpc::Request &, DirectoryReply &reply) {
             AttributeValues values;
             if (!results.next(Op::putfh) || !results.next(Op::getattr) || !get_attributes(results.reader(), values))
                 return false;
             reply.directory = values.attributes();
-            return results.next(Op::readdir) && get_readdir(results.reader(), reply);
+            if (!results.next(Op::readdir) || !get_readdir(results.reader(), reply)) return false;
+            if (cookie == 0) add_parent(results, reply);
+            return true;
         });
 }
 

@@ -54,8 +54,10 @@ void ExportVolume::find_export() {
         call->limit = server_->server().contact_limit();
         return call;
     };
+    const auto room = [this] { return std::size_t{session_.sizes().operations}; };
     contact_ = std::make_unique<ExportContact>(
-        share().export_path, new_contact_call, [this](std::unique_ptr<Call> call) { session_.start(std::move(call)); },
+        ExportContact::Wanted{share().export_path, expected_, room}, new_contact_call,
+        [this](std::unique_ptr<Call> call) { session_.start(std::move(call)); },
         [this](Result<FoundExport> result) { contacted(std::move(result)); });
     contact_->begin();
 }
@@ -77,6 +79,7 @@ void ExportVolume::contacted(Result<FoundExport> result) {
     }
     if (!result.ok()) return not_attached(result.status());
     root_attributes_ = result.value().values.attributes();
+    found_below_ = std::move(result.value().below);
     limits_ = limits_from(result.value().values, session_.sizes());
     contact_.reset();
     attached(result.value().root, " with NFSv4." + std::to_string(session_.minor_version()));

@@ -30,19 +30,13 @@ namespace nfstdm::nfs4 {
 // What transfers of a file system carry, as its server and the session allow.
 VolumeLimits limits_from(const AttributeValues &values, const ChannelSizes &sizes);
 
-// Handle and attributes of the current object: what every way to an object ends with.
-void put_object(Compound &compound);
-bool get_object(Results &results, FileHandle &handle, std::optional<Attributes> &attributes);
-// The same for what was just made, and its directory as it is then. It counts as made even when the server does not
-// tell: were it asked to make it once more, it would refuse.
-void put_made(Compound &compound, const FileHandle &directory);
-bool get_made(Results &results, CreateReply &reply);
-
 class ExportVolume : public remote::Export {
   public:
     ExportVolume(std::shared_ptr<SharedServer> server, ServerExport share);
     ~ExportVolume() override;
 
+    void expect(std::vector<std::string> names) override { expected_ = std::move(names); }
+    PathReply take_expected() override { return std::exchange(found_below_, {}); }
     void detach(DoneCompletion done) override;
     const VolumeLimits &limits() const override { return limits_; }
     std::optional<FsInfoReply> root_info() const override { return FsInfoReply{root_attributes_, limits_}; }
@@ -95,6 +89,7 @@ class ExportVolume : public remote::Export {
                 Completion<DirectoryChange> done);
 
     void read_whole(const FileHandle &file, std::span<std::byte> buffer, Completion<ReadReply> done);
+    void read_first(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer, Completion<ReadReply> done);
     void read_open(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer, Completion<ReadReply> done);
     void write_open(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
                     Completion<WriteReply> done);
@@ -117,6 +112,8 @@ class ExportVolume : public remote::Export {
     const std::shared_ptr<SharedServer> server_;
     Session &session_;
     bool joined_ = false;  // a user of the session
+    std::vector<std::string> expected_;
+    PathReply found_below_;
     VolumeLimits limits_;
     std::optional<Attributes> root_attributes_;  // when it was attached
     std::string security_;

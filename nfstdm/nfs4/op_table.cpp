@@ -36,6 +36,7 @@ constexpr auto kTable = std::to_array<OpRow>({
     {Op::getattr, "GETATTR", false, kHead + kAttributesMaximum},
     {Op::getfh, "GETFH", false, kHead + kWord + kHandleMaximum},
     {Op::lookup, "LOOKUP", false, kHead},
+    {Op::lookupp, "LOOKUPP", false, kHead},
     {Op::nverify, "NVERIFY", false, kHead},
     {Op::open, "OPEN", true, kHead + kStateId + kChange + kWord + kBitmap + kDelegationMaximum},
     {Op::putfh, "PUTFH", false, kHead},

@@ -60,14 +60,46 @@ void Opens::use(const FileHandle &file, uint32_t access, DoneCompletion ready) {
     if (!entry.opening) open(file, access | entry.access | entry.wanted);
 }
 
-void Opens::open(const FileHandle &file, uint32_t access) {
-    File &entry = files_.at(file);
+// What is open already is opened for more under the same owner (RFC 8881 section 18.16.3).
+OpenOwner Opens::begin_open(File &entry) {
     entry.opening = true;
-    // What is open already is opened for more under the same owner (RFC 8881 section 18.16.3).
     if (!entry.open) entry.owner = session_.new_open_owner();
+    return entry.owner;
+}
+
+// Two executions end like one, as the owner is the same, and the data need not be kept by the server.
+void Opens::open_with(const FileHandle &file, uint32_t access, Behind behind) {
+    const auto found = files_.find(file);
+    if (found == files_.end()) return behind.done(not_held());
+    access |= found->second.wanted;
     auto call = new_call_("OPEN");
     auto state = std::make_shared<StateId>();
-    make_open(*call, file, entry.owner, access, Claim::file_handle, state);
+    make_open(*call, file, begin_open(found->second), access, Claim::file_handle, state);
+    call->put = [open = std::move(call->put), put = std::move(behind.put)](Compound &compound) {
+        open(compound);
+        put(compound);
+    };
+    auto opened = std::make_shared<bool>(false);
+    call->read = [opened, open = std::move(call->read), read = std::move(behind.read)](Results &results,
+                                                                                       const rpc::Request &request) {
+        *opened = open(results, request);
+        return *opened && read(results, request);
+    };
+    call->landing = behind.landing;
+    call->repeatable = true;
+    call->done = [this, file, access, state, opened, done = std::move(behind.done),
+                  alone = std::move(behind.alone)](const Status &status) {
+        open_ended(file, access, *state, *opened ? Status{} : status);
+        if (*opened && !status.ok()) return alone();
+        done(status);
+    };
+    session_.start(std::move(call));
+}
+
+void Opens::open(const FileHandle &file, uint32_t access) {
+    auto call = new_call_("OPEN");
+    auto state = std::make_shared<StateId>();
+    make_open(*call, file, begin_open(files_.at(file)), access, Claim::file_handle, state);
     call->done = [this, file, access, state](const Status &status) { open_ended(file, access, *state, status); };
     session_.start(std::move(call));
 }

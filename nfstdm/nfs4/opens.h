@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -33,6 +34,17 @@ class Opens : public StateHolder {
     void use(const FileHandle &file, uint32_t access, DoneCompletion ready);
     // On the server, or about to be.
     bool is_open(const FileHandle &file) const;
+    // One operation that is asked behind the OPEN of a file that is not open, of which it uses the current state. done
+    // is told when it went well, and when the file can not be opened; otherwise alone is called, as the file is open
+    // then.
+    struct Behind {
+        std::function<void(Compound &)> put;
+        std::function<bool(Results &, const rpc::Request &)> read;
+        std::span<std::byte> landing;
+        DoneCompletion done;
+        std::function<void()> alone;
+    };
+    void open_with(const FileHandle &file, uint32_t access, Behind behind);
     // What an operation on the file presents; the anonymous state when it is not open.
     StateId state(const FileHandle &file) const;
 
@@ -70,6 +82,7 @@ class Opens : public StateHolder {
         void forget();
     };
 
+    OpenOwner begin_open(File &entry);
     void open(const FileHandle &file, uint32_t access);
     void open_ended(const FileHandle &file, uint32_t access, const StateId &state, const Status &status);
     void forget_all();

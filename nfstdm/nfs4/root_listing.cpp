@@ -1,29 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "nfstdm/nfs4/root_listing.h"
 
-#include <algorithm>
-#include <cstddef>
 #include <utility>
+
+#include "nfstdm/nfs4/export_contact.h"
 
 namespace nfstdm::nfs4 {
 
 namespace {
 
-constexpr std::size_t kNamesTold = 16;
-
 bool is_no_directory(const DirectoryEntry &entry) {
-    return entry.attributes && entry.attributes->type != FileType::directory;
+    return entry.name == ".." || (entry.attributes && entry.attributes->type != FileType::directory);
 }
 
 }  // namespace
-
-std::string what_it_holds(const DirectoryReply &directory) {
-    if (directory.entries.empty()) return " is empty";
-    std::string text = " holds: ";
-    for (std::size_t i = 0; i < std::min(kNamesTold, directory.entries.size()); ++i)
-        text += (i == 0 ? "/" : ", /") + directory.entries[i].name;
-    return directory.entries.size() > kNamesTold ? text + ", ..." : text;
-}
 
 RootQuestion::RootQuestion(EventLoop &loop, const ServerConfig &server, Completion<std::string> done)
     : factory_(loop, trace_), done_(std::move(done)), volume_(factory_.open(server, {"/", "/", {}}, {4, 0, false})) {

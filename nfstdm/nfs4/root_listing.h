@@ -13,9 +13,6 @@
 
 namespace nfstdm::nfs4 {
 
-// " holds: /data, /backup", as far as people read on, or " is empty".
-std::string what_it_holds(const DirectoryReply &directory);
-
 // "the server's root holds: ...", its directories alone, asked over a session of its own.
 class RootQuestion {
   public:

@@ -235,6 +235,11 @@ class Volume {
     // after the server's mnt_timeout. A failed contact may be tried again.
     virtual void attach(Completion<FileHandle> done) = 0;
 
+    // Names, one below the other, that will be looked up from the root first: told before attach(), after which a
+    // protocol that can gives what it found out of them with the export, once.
+    virtual void expect(std::vector<std::string> /*names*/) {}
+    virtual PathReply take_expected() { return {}; }
+
     // Valid once attached.
     virtual const VolumeLimits &limits() const = 0;
 

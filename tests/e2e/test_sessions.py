@@ -178,8 +178,24 @@ def test_a_path_to_another_server_is_left_alone(nas, content, installed_home, tm
 
 
 def test_what_a_file_needs_is_few_calls(nas, tmp_path):
+    contact = 1  # with what makes and ends the session it is five
     (tmp_path / "small").write_bytes(b"content")
-    nas.ok("cp", tmp_path / "small", nas / "small")
-    before = nas.count("SEQUENCE")
-    nas.ok("cat", nas / "small")
-    assert nas.count("SEQUENCE") - before <= 3
+    (nas.files / "large").write_bytes(b"x" * (2 << 20))
+    for words, calls in {
+        ("cp", tmp_path / "small", nas / "small"): 2,  # OPEN; WRITE and CLOSE
+        ("cat", nas / "small"): 1,  # OPEN, READ, CLOSE
+        ("cat", nas / "large"): 3,  # OPEN and READ; READ; CLOSE
+    }.items():
+        before, all_before = nas.count("SEQUENCE"), nas.count("COMPOUND")
+        nas.ok(*words)
+        assert nas.count("SEQUENCE") - before == contact + calls, words
+        assert nas.count("COMPOUND") - all_before == contact + calls + 4, words
+
+
+def test_a_long_listing_of_a_large_directory_needs_few_calls(nas):
+    (nas.files / "many").mkdir()
+    for i in range(10_000):
+        (nas.files / "many" / f"entry{i}").touch()
+    before = nas.count("COMPOUND")
+    assert nas.ok("ls", "-l", nas / "many").count(b"\n  entry") == 10_000
+    assert nas.count("COMPOUND") - before <= 40

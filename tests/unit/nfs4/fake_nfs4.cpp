@@ -89,8 +89,8 @@ NfsStatus FakeNfs4::execute(Op op, Compound &compound) {
     if (!failures.empty()) {
         const NfsStatus status = failures.front();
         failures.erase(failures.begin());
-        if (op == Op::setattr) AttributeSet{}.put(compound.results);
-        return status;
+        if (op == Op::setattr && status != NfsStatus::ok) AttributeSet{}.put(compound.results);
+        if (status != NfsStatus::ok) return status;
     }
     const bool fileless = op == Op::exchange_id || op == Op::create_session || op == Op::destroy_session ||
                           op == Op::destroy_clientid || op == Op::bind_conn_to_session || op == Op::sequence ||
@@ -323,6 +323,10 @@ NfsStatus FakeNfs4::execute_file(Op op, Compound &compound) {
                 out.put_u32(0);
                 out.put_u32(service);
             }
+            return NfsStatus::ok;
+        case Op::lookupp:
+            if (compound.name == "/") return NfsStatus::noent;
+            compound.name = "/";
             return NfsStatus::ok;
         case Op::getfh:
             out.put_string(compound.name);

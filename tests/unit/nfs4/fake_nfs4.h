@@ -24,6 +24,11 @@ class FakeNfs4 {
 
     // The next executions of an operation fail, each with one of these.
     void fail(Op op, NfsStatus status, int times = 1) { failures_[op].insert(failures_[op].end(), times, status); }
+    // The same, after so many that work.
+    void fail_later(Op op, NfsStatus status, int after) {
+        failures_[op].insert(failures_[op].end(), after, NfsStatus::ok);
+        fail(op, status);
+    }
     // The next compounds with an operation are executed, and the connection is cut instead of an answer.
     void lose_answers(Op op, int times) { lost_[op] = times; }
     // As a crash does: clients, sessions and opens are gone.

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 
@@ -233,6 +234,50 @@ TEST_F(Nfs4VolumeTest, OpensAFileOnceForAllItsReads) {
         EXPECT_EQ(text(read(offset).value().count), nfs.content.substr(offset, 4));
     EXPECT_EQ(nfs.executed(Op::open), 1);
     EXPECT_EQ(nfs.executed(Op::read), 3);
+    EXPECT_EQ(std::ranges::count(nfs.compounds(), "SEQUENCE PUTFH OPEN READ"), 1);
+    EXPECT_EQ(std::ranges::count(nfs.compounds(), "SEQUENCE PUTFH READ"), 2);
+}
+
+TEST_F(Nfs4VolumeTest, KeepsOpenWhatItsFirstReadFailsOn) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail(Op::read, NfsStatus::io, 2);
+    EXPECT_EQ(read().status().number(), static_cast<uint32_t>(EIO));
+    EXPECT_EQ(nfs.open_files(), 1U);
+    EXPECT_TRUE(read().ok());
+    EXPECT_EQ(nfs.executed(Op::open), 1);
+    EXPECT_TRUE(detach().ok());
+    EXPECT_EQ(nfs.open_files(), 0U);
+}
+
+TEST_F(Nfs4VolumeTest, LooksExpectedNamesUpWithTheExport) {
+    nfs.names["deep"] = 'd';
+    open();
+    volume->expect({"folder", "deep", "missing", "never"});
+    ASSERT_TRUE(attach().ok());
+    EXPECT_EQ(nfs.compounds().back(),
+              "SEQUENCE RECLAIM_COMPLETE PUTROOTFH LOOKUP GETFH GETATTR"
+              " LOOKUP GETFH GETATTR LOOKUP GETFH GETATTR LOOKUP");
+    const PathReply reply = volume->take_expected();
+    ASSERT_EQ(reply.found.size(), 2U);
+    EXPECT_EQ(reply.found[1].handle, handle_of("deep"));
+    EXPECT_EQ(reply.failure.number(), static_cast<uint32_t>(ENOENT));
+    EXPECT_TRUE(volume->take_expected().found.empty()) << "told once";
+}
+
+TEST_F(Nfs4VolumeTest, IsAttachedWhateverBecomesOfExpectedNames) {
+    for (const Op op : {Op::getattr, Op::getfh, Op::lookup})
+        for (const NfsStatus status : {NfsStatus::access, NfsStatus::moved, NfsStatus::wrongsec, NfsStatus::io}) {
+            open();
+            volume->expect({"folder"});
+            nfs.fail_later(op, status, 1);
+            EXPECT_TRUE(attach().ok());
+            EXPECT_TRUE(volume->take_expected().found.empty());
+            EXPECT_TRUE(detach().ok());
+        }
+    open();
+    volume->expect({std::string(kNameMaximum + 1, 'x')});
+    EXPECT_TRUE(attach().ok()) << "what is no name is asked for by nobody";
 }
 
 TEST_F(Nfs4VolumeTest, ClosesWhatIsOpenBeforeItIsLeft) {
@@ -278,10 +323,22 @@ TEST_F(Nfs4VolumeTest, ClosesAFileThatWasLetGoWhileItWasOpened) {
     open();
     ASSERT_TRUE(attach().ok());
     Status end;
-    reading().read(1, buffer, [&end](const Result<ReadReply> &reply) { end = reply.status(); });
+    writing().write(0, buffer, Stability::unstable, [&end](const Result<WriteReply> &reply) { end = reply.status(); });
     let_go();
     EXPECT_TRUE(nfstdm::test::run(loop, [&end] { return !end.ok(); })) << "who waits is told";
     EXPECT_EQ(end.number(), static_cast<uint32_t>(ECANCELED));
+    EXPECT_TRUE(nfstdm::test::run(loop, [this] { return nfs.executed(Op::close) == 1; }));
+    EXPECT_EQ(nfs.open_files(), 0U);
+}
+
+TEST_F(Nfs4VolumeTest, ClosesAFileThatWasLetGoWhileItWasOpenedWithItsFirstRead) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    std::optional<Status> end;
+    reading().read(1, buffer, [&end](const Result<ReadReply> &reply) { end = reply.status(); });
+    let_go();
+    EXPECT_TRUE(nfstdm::test::run(loop, [&end] { return end.has_value(); })) << "who waits is told";
+    EXPECT_TRUE(end->ok()) << end->text();
     EXPECT_TRUE(nfstdm::test::run(loop, [this] { return nfs.executed(Op::close) == 1; }));
     EXPECT_EQ(nfs.open_files(), 0U);
 }
@@ -524,9 +581,26 @@ TEST_F(Nfs4VolumeTest, ListsADirectoryWithHandlesAndAttributesInOneQuestion) {
     ASSERT_TRUE(attach().ok());
     const auto reply = get<DirectoryReply>([this](auto done) { volume->readdir(root, 0, 0, true, std::move(done)); });
     ASSERT_TRUE(reply.ok()) << reply.status().text();
-    ASSERT_EQ(reply.value().entries.size(), 3U);
+    ASSERT_EQ(reply.value().entries.size(), 4U);
     EXPECT_TRUE(reply.value().eof && reply.value().directory);
-    EXPECT_TRUE(reply.value().entries[0].handle && reply.value().entries[0].attributes);
+    EXPECT_TRUE(reply.value().entries[1].handle && reply.value().entries[1].attributes);
+}
+
+TEST_F(Nfs4VolumeTest, TellsTheFileIdOfTheParentThatListingsLeaveOut) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    const auto list = [this](const FileHandle &directory, uint64_t cookie) {
+        return get<DirectoryReply>([&](auto done) { volume->readdir(directory, cookie, 0, true, std::move(done)); });
+    };
+    const auto first = list(root, 0);
+    ASSERT_TRUE(first.ok()) << first.status().text();
+    EXPECT_EQ(first.value().entries[0].name, "..");
+    EXPECT_EQ(first.value().entries[0].fileid, 42U);
+    for (const auto &[directory, cookie] : {std::pair{handle_of("/"), uint64_t{0}}, {root, uint64_t{3}}}) {
+        const auto reply = list(directory, cookie);
+        ASSERT_TRUE(reply.ok()) << reply.status().text();
+        EXPECT_EQ(reply.value().entries.size(), 3U) << "neither the root has one nor what follows";
+    }
 }
 
 TEST_F(Nfs4VolumeTest, LearnsWhatADirectoryBecameFromTheChangeItself) {
