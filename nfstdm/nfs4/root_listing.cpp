@@ -26,11 +26,13 @@ RootQuestion::~RootQuestion() {
 }
 
 void RootQuestion::attached(const Result<FileHandle> &root) {
+    if (done_ == nullptr) return;
     if (!root.ok()) return finish(root.status());
     volume_->readdir(root.value(), 0, 0, true, [this](Result<DirectoryReply> reply) { listed(std::move(reply)); });
 }
 
 void RootQuestion::listed(Result<DirectoryReply> reply) {
+    if (done_ == nullptr) return;
     volume_->detach([this, reply = std::move(reply)](const Status &) mutable {
         if (!reply.ok()) return finish(reply.status());
         std::erase_if(reply.value().entries, is_no_directory);

@@ -237,7 +237,7 @@ class Volume {
 
     // Names, one below the other, that will be looked up from the root first: told before attach(), after which a
     // protocol that can gives what it found out of them with the export, once.
-    virtual void expect(std::vector<std::string> /*names*/) {}
+    virtual void expect(std::vector<std::string> /*names*/) {}  // NOLINT(performance-unnecessary-value-param): kept
     virtual PathReply take_expected() { return {}; }
 
     // Valid once attached.

@@ -177,6 +177,16 @@ def test_a_path_to_another_server_is_left_alone(nas, content, installed_home, tm
     assert "another server answers here, the path is left alone" in trace.read_text()
 
 
+def test_paths_to_one_server_share_its_session(faulty, content, tmp_path):
+    nas = faulty("--versions", "4", "--address", "127.0.0.1", "--address", "127.0.0.2", version="nfsv4.1")
+    nas.fault("rate=20000000")
+    (tmp_path / "source").write_bytes(content)
+    nas.ok("cp", tmp_path / "source", nas / "copy")
+    assert uploaded(nas) == content
+    assert nas.count("CREATE_SESSION") == 1
+    assert min(nas.count("path.1"), nas.count("path.2")) > SIZE // 10
+
+
 def test_what_a_file_needs_is_few_calls(nas, tmp_path):
     contact = 1  # with what makes and ends the session it is five
     (tmp_path / "small").write_bytes(b"content")
