@@ -74,11 +74,11 @@ void Channel::limit_unsent() {
 
 bool Channel::movable(const Request &request) const {
     const bool probes = request.owner == this;
-    return !probes && connection_.movable(request) && (config_.one_of_several || !connection_.half_sent(request));
+    return !probes && connection_.movable(request) && (config_.one_of_several || !ends_with(request));
 }
 
 std::unique_ptr<Request> Channel::move(const Request &request) {
-    return connection_.half_sent(request) ? take_half_sent() : connection_.move(request);
+    return ends_with(request) ? take_half_sent() : connection_.move(request);
 }
 
 // What was measured so far is how slow the next connection will be, too: it is not tried anew at once.

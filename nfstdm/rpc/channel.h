@@ -83,6 +83,7 @@ class Channel : private ConnectionOwner {
     // Whether a request of this channel may go another way, and takes it away for that. What is sent by half takes the
     // connection with it, which only another path is worth; the channel is usable again by itself then.
     bool movable(const Request &request) const;
+    bool ends_with(const Request &request) const { return connection_.half_sent(request); }
     std::unique_ptr<Request> move(const Request &request);
     template <class Visit>
     void for_each(Visit &&visit) const {

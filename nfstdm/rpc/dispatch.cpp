@@ -12,6 +12,8 @@ using Clock = RateMeter::Clock;
 using Seconds = std::chrono::duration<double>;
 
 constexpr double kClearlyFaster = 2;
+// So long a request waits before a connection is given up for it, which takes as long to be replaced on many networks.
+constexpr double kConnectionSeconds = 0.05;
 
 // What is not known yet is taken for as fast as the best.
 double best_rate(const Channels &channels, Clock::time_point now) {
@@ -76,7 +78,8 @@ std::optional<Move> find_move(const Channels &channels) {
         const Request *late = from.get() != to && from->usable() && slower ? oldest_movable(*from) : nullptr;
         if (late == nullptr) continue;
         const double there = static_cast<double>(late->weight()) / to->meter().rate();
-        if (Seconds(now - late->given).count() > kClearlyFaster * there) return Move{late, from.get()};
+        const double least = from->ends_with(*late) ? kConnectionSeconds : 0;
+        if (Seconds(now - late->given).count() > std::max(kClearlyFaster * there, least)) return Move{late, from.get()};
     }
     return std::nullopt;
 }

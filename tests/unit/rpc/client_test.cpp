@@ -587,7 +587,7 @@ TEST_F(UnequalPaths, ShareNoWriteBehindARequestThatIsNotAnswered) {
     for (int i = 0; i < 4; ++i)
         submit(false);
     ASSERT_TRUE(wait(3));
-    test::run_for(loop, milliseconds(50));
+    test::run_for(loop, milliseconds(100));
     EXPECT_EQ(finished.size(), 3U);
     EXPECT_EQ(slow_.open_connections(), 1U);
 
