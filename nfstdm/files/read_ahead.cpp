@@ -35,13 +35,8 @@ ReadAhead::ReadAhead(Volume &volume, const FileHandle &file, uint32_t read_size,
       read_size_(read_size),
       buffer_size_(read_size),
       pool_(pool),
-      self_(std::make_shared<ReadAhead *>(this)),
       width_(kWidthAtStart),
       now_(std::move(now)) {}
-
-ReadAhead::~ReadAhead() {
-    *self_ = nullptr;
-}
 
 VolumeFile &ReadAhead::file() {
     if (!file_) file_ = volume_.open(handle_, Access::read);
@@ -119,12 +114,13 @@ bool ReadAhead::extend_by_one(uint64_t offset) {
 
 void ReadAhead::fill(const std::shared_ptr<Chunk> &chunk) {
     const auto wanted = chunk->buffer.span().subspan(chunk->filled, chunk->length - chunk->filled);
-    file().read(chunk->offset + chunk->filled, wanted,
-                [self = self_, chunk, asked = wanted.size(), sent = now_()](const Result<ReadReply> &reply) {
-                    if (*self == nullptr || chunk->dropped) return;
-                    (*self)->measure(sent);
-                    (*self)->filled(chunk, asked, reply);
-                });
+    file().read(
+        chunk->offset + chunk->filled, wanted,
+        [this, life = life_.watch(), chunk, asked = wanted.size(), sent = now_()](const Result<ReadReply> &reply) {
+            if (life.expired() || chunk->dropped) return;
+            measure(sent);
+            filled(chunk, asked, reply);
+        });
 }
 
 void ReadAhead::measure(Clock::time_point sent) {
@@ -252,8 +248,8 @@ void ReadAhead::continue_directly(const std::shared_ptr<Request> &request) {
     if (request->rest.empty()) return finish_directly(request, {});
     const auto wanted = request->rest.first(std::min(request->rest.size(), buffer_size_));
     file().read(request->offset, wanted,
-                [self = self_, request, asked = wanted.size()](const Result<ReadReply> &reply) {
-                    if (*self != nullptr) (*self)->directly_read(request, asked, reply);
+                [this, life = life_.watch(), request, asked = wanted.size()](const Result<ReadReply> &reply) {
+                    if (!life.expired()) directly_read(request, asked, reply);
                 });
 }
 

@@ -19,6 +19,7 @@
 #include <span>
 
 #include "nfstdm/base/event_loop.h"
+#include "nfstdm/base/scoped.h"
 #include "nfstdm/files/buffer_pool.h"
 #include "nfstdm/volume/volume.h"
 
@@ -33,7 +34,8 @@ class ReadAhead {
     // read_size: bytes of one READ. Volume and pool must outlive the object.
     ReadAhead(Volume &volume, const FileHandle &file, uint32_t read_size, BufferPool &pool,
               std::function<Clock::time_point()> now = Clock::now);
-    ~ReadAhead();  // requests that still wait are never completed: wait for idle() first
+    // Requests that still wait are never completed: wait for idle() first.
+    ~ReadAhead() = default;
     ReadAhead(const ReadAhead &) = delete;
     ReadAhead &operator=(const ReadAhead &) = delete;
 
@@ -109,7 +111,6 @@ class ReadAhead {
     std::size_t read_size_;             // of the next READ
     const std::size_t buffer_size_;
     BufferPool &pool_;
-    std::shared_ptr<ReadAhead *> self_;  // null once this object is gone
 
     std::deque<std::shared_ptr<Chunk>> window_;  // contiguous
     std::list<Request> requests_;                // waiting for the window, in order of arrival
@@ -126,6 +127,7 @@ class ReadAhead {
     uint64_t expected_size_ = 0;
     uint64_t told_size_ = 0;
     uint64_t data_end_ = UINT64_MAX;  // as far as is known
+    Lifeline life_;
 };
 
 }  // namespace nfstdm

@@ -19,16 +19,7 @@ constexpr unsigned kRestartsMaximum = 16;  // of one block, for the same reason
 
 WriteBehind::WriteBehind(Volume &volume, const FileHandle &file, uint32_t write_size, std::size_t commit_after,
                          BufferPool &pool)
-    : volume_(volume),
-      handle_(file),
-      write_size_(write_size),
-      commit_after_(commit_after),
-      pool_(pool),
-      self_(std::make_shared<WriteBehind *>(this)) {}
-
-WriteBehind::~WriteBehind() {
-    *self_ = nullptr;
-}
+    : volume_(volume), handle_(file), write_size_(write_size), commit_after_(commit_after), pool_(pool) {}
 
 VolumeFile &WriteBehind::file() {
     if (!file_) file_ = volume_.open(handle_, Access::write);
@@ -116,8 +107,8 @@ void WriteBehind::write(const BlockPointer &block) {
     const auto stability = flushing_ && blocks_.size() == 1 ? Stability::file_sync : Stability::unstable;
     const auto data = block->buffer.span().subspan(block->written, block->size - block->written);
     file().write(block->offset + block->written, data, stability,
-                 [self = self_, block, asked = data.size()](const Result<WriteReply> &reply) {
-                     if (*self != nullptr) (*self)->written(block, asked, reply);
+                 [this, life = life_.watch(), block, asked = data.size()](const Result<WriteReply> &reply) {
+                     if (!life.expired()) written(block, asked, reply);
                  });
 }
 
@@ -184,8 +175,8 @@ void WriteBehind::commit() {
         if (block->state == State::uncommitted) block->state = State::committing;
     uncommitted_ = 0;
     committing_ = true;
-    file().commit([self = self_](const Result<CommitReply> &reply) {
-        if (*self != nullptr) (*self)->committed(reply);
+    file().commit([this, life = life_.watch()](const Result<CommitReply> &reply) {
+        if (!life.expired()) committed(reply);
     });
 }
 

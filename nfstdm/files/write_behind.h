@@ -20,6 +20,7 @@
 #include <optional>
 #include <span>
 
+#include "nfstdm/base/scoped.h"
 #include "nfstdm/files/buffer_pool.h"
 #include "nfstdm/volume/volume.h"
 
@@ -31,7 +32,6 @@ class WriteBehind {
     // and pool must outlive the object.
     WriteBehind(Volume &volume, const FileHandle &file, uint32_t write_size, std::size_t commit_after,
                 BufferPool &pool);
-    ~WriteBehind();
     WriteBehind(const WriteBehind &) = delete;
     WriteBehind &operator=(const WriteBehind &) = delete;
 
@@ -108,7 +108,6 @@ class WriteBehind {
     const std::size_t write_size_;
     const std::size_t commit_after_;
     BufferPool &pool_;
-    std::shared_ptr<WriteBehind *> self_;  // null once this object is gone
 
     std::map<uint64_t, BlockPointer> blocks_;  // by offset; they do not overlap
     std::deque<BlockPointer> ready_;
@@ -123,6 +122,7 @@ class WriteBehind {
     bool size_doubted_ = false;
     std::optional<uint64_t> lost_from_;  // the first byte that a failure kept from stable storage
     Status failure_;
+    Lifeline life_;
 };
 
 }  // namespace nfstdm
