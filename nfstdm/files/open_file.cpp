@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "nfstdm/files/await.h"
+#include "nfstdm/volume/sizes.h"
 
 namespace nfstdm {
 namespace {
@@ -13,7 +14,7 @@ namespace {
 constexpr std::size_t kCommitAfter = FileResources::kWriteMemory / 2;
 
 uint32_t transfer_size(uint32_t maximum) {
-    return std::clamp<uint32_t>(maximum, 1, FileResources::kTransferMaximum);
+    return std::clamp<uint32_t>(maximum, 1, kTransferMaximum);
 }
 
 std::string names_of(const FileHandle &handle, const std::string &path) {

@@ -26,7 +26,6 @@ struct FileResources {
     // Together, and with what the connections hold, under 64 MiB.
     static constexpr std::size_t kReadMemory = std::size_t{24} << 20;
     static constexpr std::size_t kWriteMemory = std::size_t{32} << 20;
-    static constexpr uint32_t kTransferMaximum = 1 << 20;  // bytes of one READ or WRITE
 
     BufferPool read_pool{kReadMemory};
     BufferPool write_pool{kWriteMemory};

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "nfstdm/files/stale_retry.h"
+#include "nfstdm/volume/sizes.h"
 
 namespace nfstdm {
 
@@ -149,7 +150,7 @@ Status OpenFiles::flush_all() {
 }
 
 void OpenFiles::make_room_to_read(const OpenFile &file) {
-    if (file.reads_ahead() || resources_.read_pool.has_room(FileResources::kTransferMaximum)) return;
+    if (file.reads_ahead() || resources_.read_pool.has_room(kTransferMaximum)) return;
     for (auto &[identifier, entry] : files_)
         if (&entry.file != &file) entry.file.forget_read_ahead();
 }

@@ -18,6 +18,7 @@
 #include "nfstdm/remote/security.h"
 #include "nfstdm/remote/server.h"
 #include "nfstdm/volume/file_by_handle.h"
+#include "nfstdm/volume/sizes.h"
 
 namespace nfstdm::nfs3 {
 

@@ -16,13 +16,6 @@
 
 namespace nfstdm::nfs3 {
 
-// The most data one READ or WRITE carries, however much more a server would take: beyond this the requests in flight
-// cover the way to the server just as well, and a lost connection costs less.
-constexpr uint32_t kTransferMaximum = uint32_t{1} << 20;
-
-// What is asked for in one READDIR or READDIRPLUS, unless the server prefers more or takes less.
-constexpr uint32_t kDirectoryBytes = uint32_t{256} << 10;
-
 // Makes volumes; those of one server share its connections. The loop and the trace must outlive the factory and every
 // volume, the factory need not outlive its volumes.
 class VolumeFactory {

@@ -3,15 +3,13 @@
 #include <algorithm>
 
 #include "nfstdm/nfs4/export_volume.h"
+#include "nfstdm/volume/sizes.h"
 
 namespace nfstdm::nfs4 {
 
 namespace {
 
-// What one transfer carries at most, as for NFSv3.
-constexpr uint32_t kTransferMaximum = uint32_t{1} << 20;
 constexpr uint32_t kTransferMinimum = 4096;
-constexpr uint32_t kDirectoryBytes = uint32_t{256} << 10;
 constexpr uint32_t kMultiple = 4096;  // what file systems like; NFSv4 servers do not tell
 // What stands around the data of a WRITE or a READ: heads of the record and the call with its credential, and the
 // operations in front.

@@ -12,13 +12,14 @@
 
 #include "nfstdm/base/random.h"
 #include "nfstdm/nfs4/status_table.h"
+#include "nfstdm/volume/sizes.h"
 
 namespace nfstdm::nfs4 {
 
 namespace {
 
-// Room for 1 MiB of data and all that stands around it.
-constexpr uint32_t kChannelBytes = (uint32_t{1} << 20) + 4096;
+// Room for the data of a transfer and all that stands around it.
+constexpr uint32_t kChannelBytes = kTransferMaximum + 4096;
 constexpr uint32_t kCachedBytes = 8192;
 constexpr uint32_t kOperations = 64;
 constexpr rpc::Duration kMoment = std::chrono::milliseconds(1);  // a limit of nothing would be none

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "nfstdm/volume/sizes.h"
+
 namespace nfstdm {
 namespace {
 
@@ -69,7 +71,7 @@ TdmFileInfo to_record(const OpenedFile &file, uint32_t block_size) {
     TdmFileInfo record{};
     record.file = file.identifier;
     record.size = file.size;
-    record.preferred_io_size = FileResources::kTransferMaximum;
+    record.preferred_io_size = kTransferMaximum;
     record.preferred_io_alignment = block_size;
     record.permitted = kPermitted;
     record.mirror_sides = 1;

@@ -12,6 +12,7 @@
 #include "nfstdm/nfs3/status_table.h"
 #include "nfstdm/tdm/volume_factory.h"
 #include "nfstdm/volume/file_by_handle.h"
+#include "nfstdm/volume/sizes.h"
 #include "nfstdm/xdr/reader.h"
 #include "tests/fuzz/fuzz.h"
 #include "tests/fuzz/storage_calls.h"
@@ -20,8 +21,6 @@ namespace {
 
 using namespace nfstdm;
 using xdr::Reader;
-
-constexpr uint32_t kTransferMaximum = 1 << 20;  // bytes, as the protocol agrees on with a server
 
 // The replies that are still to come.
 fuzz::Bytes script;

@@ -12,6 +12,7 @@
 #include "nfstdm/nfs3/constants.h"
 #include "nfstdm/nfs3/nfs3_volume.h"
 #include "nfstdm/rpc/message/constants.h"
+#include "nfstdm/volume/sizes.h"
 #include "nfstdm/xdr/reader.h"
 #include "tests/unit/nfs3/samples.h"
 #include "tests/unit/rpc/scripted_server.h"
