@@ -19,9 +19,9 @@ namespace {
 constexpr std::size_t kListMaximum = std::size_t{4} << 20;
 
 // Finds the mount program, asks it, and goes: the object lives by the reference it keeps to itself until it is done.
-class Listing : public std::enable_shared_from_this<Listing> {
+class ExportListing : public std::enable_shared_from_this<ExportListing> {
   public:
-    Listing(EventLoop &loop, std::string server, Completion<std::vector<std::byte>> done, rpc::Duration limit)
+    ExportListing(EventLoop &loop, std::string server, Completion<std::vector<std::byte>> done, rpc::Duration limit)
         : loop_(loop), server_(std::move(server)), done_(std::move(done)), deadline_(EventLoop::Clock::now() + limit) {}
 
     void start() {
@@ -96,14 +96,14 @@ class Listing : public std::enable_shared_from_this<Listing> {
     std::string host_;
     std::unique_ptr<rpc::Client> portmapper_;
     std::unique_ptr<rpc::Client> mounter_;
-    std::shared_ptr<Listing> self_;
+    std::shared_ptr<ExportListing> self_;
 };
 
 }  // namespace
 
 void export_list(EventLoop &loop, std::string_view server, Completion<std::vector<std::byte>> done,
                  rpc::Duration limit) {
-    std::make_shared<Listing>(loop, std::string(server), std::move(done), limit)->start();
+    std::make_shared<ExportListing>(loop, std::string(server), std::move(done), limit)->start();
 }
 
 }  // namespace nfstdm::mount3

@@ -399,7 +399,7 @@ void Nfs3Volume::fsstat(const FileHandle &object, Completion<FsStatReply> done) 
 
 }  // namespace
 
-std::unique_ptr<Volume> VolumeFactory::open(const ServerConfig &config, const ServerExport &share) {
+std::unique_ptr<Volume> Exports::open(const ServerConfig &config, const ServerExport &share) {
     auto &known = servers_[{config.name, config.line}];
     auto server = known.lock();
     if (server == nullptr) {
@@ -411,7 +411,7 @@ std::unique_ptr<Volume> VolumeFactory::open(const ServerConfig &config, const Se
 
 std::unique_ptr<Volume> open_volume(EventLoop &loop, const ServerConfig &config, const ServerExport &share,
                                     const Trace &trace, const rpc::Timing &timing) {
-    return VolumeFactory(loop, trace, timing).open(config, share);
+    return Exports(loop, trace, timing).open(config, share);
 }
 
 }  // namespace nfstdm::nfs3

@@ -18,9 +18,9 @@ namespace nfstdm::nfs3 {
 
 // Makes volumes; those of one server share its connections. The loop and the trace must outlive the factory and every
 // volume, the factory need not outlive its volumes.
-class VolumeFactory {
+class Exports {
   public:
-    VolumeFactory(EventLoop &loop, const Trace &trace, const rpc::Timing &timing = {})
+    Exports(EventLoop &loop, const Trace &trace, const rpc::Timing &timing = {})
         : loop_(loop), trace_(trace), timing_(timing) {}
 
     // Never fails and contacts nobody: what is wrong with a server or an export is what attach() reports. Both are

@@ -5,8 +5,8 @@
 
 namespace nfstdm::nfs4 {
 
-std::unique_ptr<Volume> VolumeFactory::open(const ServerConfig &config, const ServerExport &share,
-                                            const NfsVersion &version) {
+std::unique_ptr<Volume> Exports::open(const ServerConfig &config, const ServerExport &share,
+                                      const NfsVersion &version) {
     auto &known = servers_[{config.name, config.line}];
     auto server = known.lock();
     if (server == nullptr) {

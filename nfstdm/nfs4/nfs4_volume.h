@@ -19,10 +19,10 @@ namespace nfstdm::nfs4 {
 class SharedServer;
 
 // Makes volumes; those of one server share its session and connections. The loop and the trace must outlive the factory
-// and every volume, the factory need not outlive its volumes. The promises are those of nfs3::VolumeFactory.
-class VolumeFactory {
+// and every volume, the factory need not outlive its volumes. The promises are those of nfs3::Exports.
+class Exports {
   public:
-    VolumeFactory(EventLoop &loop, const Trace &trace, const rpc::Timing &timing = {})
+    Exports(EventLoop &loop, const Trace &trace, const rpc::Timing &timing = {})
         : loop_(loop), trace_(trace), timing_(timing) {}
 
     std::unique_ptr<Volume> open(const ServerConfig &config, const ServerExport &share, const NfsVersion &version);

@@ -16,7 +16,7 @@ bool is_no_directory(const DirectoryEntry &entry) {
 }  // namespace
 
 RootQuestion::RootQuestion(EventLoop &loop, const ServerConfig &server, Completion<std::string> done)
-    : factory_(loop, trace_), done_(std::move(done)), volume_(factory_.open(server, {"/", "/", {}}, {4, 0, false})) {
+    : exports_(loop, trace_), done_(std::move(done)), volume_(exports_.open(server, {"/", "/", {}}, {4, 0, false})) {
     volume_->attach([this](const Result<FileHandle> &root) { attached(root); });
 }
 

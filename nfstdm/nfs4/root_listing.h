@@ -29,7 +29,7 @@ class RootQuestion {
     void finish(const Result<std::string> &result);
 
     const Trace trace_;
-    VolumeFactory factory_;
+    Exports exports_;
     Completion<std::string> done_;
     std::unique_ptr<Volume> volume_;
 };

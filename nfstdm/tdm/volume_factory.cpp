@@ -16,8 +16,8 @@ namespace {
 struct Protocols {
     Protocols(EventLoop &loop, const Trace &trace) : version3(loop, trace), version4(loop, trace) {}
 
-    nfs3::VolumeFactory version3;
-    nfs4::VolumeFactory version4;
+    nfs3::Exports version3;
+    nfs4::Exports version4;
 };
 
 }  // namespace

@@ -44,7 +44,7 @@ export: /vol/logs \t mount: /mnt/logs
 """
 
 
-class Place:
+class Scene:
     """A home, a directory of programs, and a working directory with a few names. Without a home given there is one with
     a configuration and nothing else, and the program is the stand-in."""
 
@@ -79,7 +79,7 @@ class Place:
 
 @pytest.fixture(scope="module")
 def place(tmp_path_factory):
-    return Place(tmp_path_factory.mktemp("place"))
+    return Scene(tmp_path_factory.mktemp("place"))
 
 
 class Bash:
@@ -339,7 +339,7 @@ def test_a_directory_that_cannot_be_listed_offers_nothing(shell):
 
 
 def test_without_a_configuration_local_paths_are_offered(shell, tmp_path):
-    place = Place(tmp_path)
+    place = Scene(tmp_path)
     (place.home / "dbs" / "tslnfstab").unlink()
     with contextlib.closing(type(shell)(place)) as bare:
         assert bare.offers("ls", "fo") == {"folder"}
@@ -363,7 +363,7 @@ def real_shell(request, own, tmp_path):
     for folder in ("data/Daily Log", "data/.hidden", "other"):
         (served / folder).mkdir(parents=True)
     (served / "data" / "names.txt").touch()
-    place = Place(tmp_path / "place", own.home)
+    place = Scene(tmp_path / "place", own.home)
     with contextlib.closing(servers.LoopnfsdProcess(own.home, served)) as daemon:
         own.ok("createtslnfstab", "-s", "nas7", "-lp", f"127.0.0.1,{daemon.address}", "-em", "/export,/mnt/nas7")
         own.ok("createtslnfstab", "-s", "lab7")

@@ -241,9 +241,9 @@ constexpr std::array kOptions{
 };
 
 // The words in the order they are taken.
-class Words {
+class WordsLeft {
   public:
-    Words(int count, char *const *words) : words_(words + std::min(1, count), words + count) {}
+    WordsLeft(int count, char *const *words) : words_(words + std::min(1, count), words + count) {}
 
     bool empty() const { return next_ == words_.size(); }
     std::string_view peek() const { return empty() ? std::string_view{} : words_[next_]; }
@@ -255,7 +255,7 @@ class Words {
 };
 
 // The value of an option: behind "=", or the next word. An optional one is the next word only if that is a number.
-std::string take_value(const OptionRow &row, bool given, Words &words, std::string_view &value) {
+std::string take_value(const OptionRow &row, bool given, WordsLeft &words, std::string_view &value) {
     const std::string name = "--" + std::string(row.name);
     if (row.value == Value::none) return given ? name + " takes no value" : "";
     if (given) return {};
@@ -268,7 +268,7 @@ std::string take_value(const OptionRow &row, bool given, Words &words, std::stri
     return {};
 }
 
-std::string parse_option(std::string_view word, Words &words, Parsed &parsed) {
+std::string parse_option(std::string_view word, WordsLeft &words, Parsed &parsed) {
     const auto equals = word.find('=');
     const bool given = equals != std::string_view::npos;
     const std::string_view name = word.substr(2, given ? equals - 2 : equals);
@@ -329,7 +329,7 @@ std::string indent(std::string_view left, std::string_view right) {
 
 std::string parse_options(int count, char *const *words, Options &options) {
     Parsed parsed{options, {}, 0};
-    Words left(count, words);
+    WordsLeft left(count, words);
     while (!left.empty()) {
         std::string_view word = left.take();
         if (options.action == Options::Action::send) {  // the rest is the command

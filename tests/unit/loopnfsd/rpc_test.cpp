@@ -9,7 +9,7 @@ using namespace loopnfsd_test;
 using loopnfsd::find_procedure;
 using loopnfsd::kNoStatus;
 using nfstdm::rpc::AcceptStatus;
-using Words = std::vector<uint32_t>;
+using Reply = std::vector<uint32_t>;
 
 constexpr uint32_t kNfs = nfstdm::nfs3::kProgram;
 
@@ -18,23 +18,23 @@ class RpcTest : public InMemory {
     void SetUp() override { start(); }
 
     // The words of the reply without record mark and xid.
-    Words reply_to(const Writer &call) {
+    Reply reply_to(const Writer &call) {
         const auto answered = answer(call);
         EXPECT_TRUE(answered.reply.has_value());
         if (!answered.reply) return {};
         Reader in(std::span<const std::byte>(answered.reply->head).subspan(8));
-        Words words;
+        Reply words;
         for (uint32_t word = 0; in.left() > 0 && in.get_u32(word);)
             words.push_back(word);
         return words;
     }
-    Words reply_to(uint32_t program, uint32_t version, uint32_t procedure) {
+    Reply reply_to(uint32_t program, uint32_t version, uint32_t procedure) {
         Writer call;
         put_header(call, program, version, procedure);
         return reply_to(call);
     }
-    static Words accepted(AcceptStatus status, Words more = {}) {
-        Words words{1, 0, 0, 0, static_cast<uint32_t>(status)};
+    static Reply accepted(AcceptStatus status, Reply more = {}) {
+        Reply words{1, 0, 0, 0, static_cast<uint32_t>(status)};
         words.insert(words.end(), more.begin(), more.end());
         return words;
     }
@@ -64,18 +64,18 @@ TEST_F(RpcTest, AnotherVersionOfRpcIsDenied) {
     Writer call;
     put_header(call, kNfs, 3, 0);
     call.patch_u32(8, 3);
-    EXPECT_EQ(reply_to(call), (Words{1, 1, 0, 2, 2}));
+    EXPECT_EQ(reply_to(call), (Reply{1, 1, 0, 2, 2}));
 }
 
 TEST_F(RpcTest, BrokenCredentialsAreDenied) {
     Writer call;
     put_header(call, kNfs, 3, 0);
     call.patch_u32(28, 12);  // the credentials' length: the machine name is cut off
-    EXPECT_EQ(reply_to(call), (Words{1, 1, 1, 1}));
+    EXPECT_EQ(reply_to(call), (Reply{1, 1, 1, 1}));
     Writer large;
     put_header(large, kNfs, 3, 0);
     large.patch_u32(28, 401);
-    EXPECT_EQ(reply_to(large), (Words{1, 1, 1, 1}));
+    EXPECT_EQ(reply_to(large), (Reply{1, 1, 1, 1}));
 }
 
 TEST_F(RpcTest, BytesThatAreNoCallGetNoAnswer) {
@@ -121,7 +121,7 @@ TEST_F(RpcTest, AFailureHasTheShapeOfItsProcedure) {
         EXPECT_EQ(reply_to(row.program, 3, row.number),
                   accepted(AcceptStatus::success,
                            [&] {
-                               Words words(static_cast<std::size_t>(row.failure_words) + 1);
+                               Reply words(static_cast<std::size_t>(row.failure_words) + 1);
                                words[0] = static_cast<uint32_t>(NfsStatus::jukebox);
                                return words;
                            }()))

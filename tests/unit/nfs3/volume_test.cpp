@@ -174,7 +174,7 @@ class VolumeTest : public testing::Test {
 
     EventLoop loop;
     Trace trace;
-    VolumeFactory factory{loop, trace, quick()};
+    Exports factory{loop, trace, quick()};
     std::unique_ptr<Volume> volume;
     FileHandle handle;
 

@@ -103,7 +103,7 @@ class Nfs4VolumeTest : public testing::Test {
     EventLoop loop;
     Trace trace;
     FakeNfs4 nfs{loop};
-    VolumeFactory factory{loop, trace, quick()};
+    Exports factory{loop, trace, quick()};
     std::unique_ptr<Volume> volume;
     const FileHandle root = handle_of("export");
     const FileHandle file = handle_of("file");

@@ -203,12 +203,12 @@ void Nfs4Service::finish(Compound &compound, Status status, std::string_view tag
 
 // --- handles
 
-Nfs4Service::Result<Nfs4Service::Place> Nfs4Service::place(Compound &, const Handle &handle) {
+Nfs4Service::Result<Nfs4Service::Target> Nfs4Service::place(Compound &, const Handle &handle) {
     if (handle.empty()) return Status::nofilehandle;
-    if (auto path = root_.path_of(handle)) return Place{std::nullopt, std::move(*path)};
+    if (auto path = root_.path_of(handle)) return Target{std::nullopt, std::move(*path)};
     auto object = files_.find(handle);
     if (!object.ok()) return from(object.status());
-    return Place{std::move(*object), {}};
+    return Target{std::move(*object), {}};
 }
 
 Nfs4Service::Result<Object> Nfs4Service::current_object(Compound &compound) {

@@ -95,7 +95,7 @@ class Nfs4Service final : public Program {
     static const Row *find_row(uint32_t op);
 
     // What a handle stands for: an object of an export, or a directory that leads to the exports.
-    struct Place {
+    struct Target {
         std::optional<Object> object;
         std::string path;  // of the latter
     };
@@ -117,7 +117,7 @@ class Nfs4Service final : public Program {
     Status check_order(const Compound &compound, const Row &row) const;
     void finish(Compound &compound, Status status, std::string_view tag, uint32_t done);
 
-    Result<Place> place(Compound &compound, const Handle &handle);
+    Result<Target> place(Compound &compound, const Handle &handle);
     Result<Object> current_object(Compound &compound);
     Result<Folder> folder(Compound &compound, const Handle &handle);
     Result<Described> describe(Compound &compound, const Bitmap &wanted);

@@ -65,18 +65,18 @@ std::optional<FileKey> decode_handle(std::span<const std::byte> handle) {
 }
 
 void NameTable::remember_root(const FileKey &root) {
-    places_[root] = {root, {}};
+    seats_[root] = {root, {}};
 }
 
 void NameTable::remember(const FileKey &key, const FileKey &parent, std::string_view name) {
-    Place &place = places_[key];
-    if (place.parent == key) return;  // a root, seen again through ".." of a mount or the like
-    place.parent = parent;
-    place.name = name;
+    Seat &seat = seats_[key];
+    if (seat.parent == key) return;  // a root, seen again through ".." of a mount or the like
+    seat.parent = parent;
+    seat.name = name;
 }
 
 void NameTable::forget(const FileKey &key) {
-    places_.erase(key);
+    seats_.erase(key);
 }
 
 std::optional<std::vector<std::string>> NameTable::path_of(const FileKey &key) const {
@@ -84,8 +84,8 @@ std::optional<std::vector<std::string>> NameTable::path_of(const FileKey &key) c
     FileKey here = key;
     // Directories moved into one another behind our back can leave a ring; the bound ends it.
     while (names.size() < kDepthMaximum) {
-        const auto found = places_.find(here);
-        if (found == places_.end()) return std::nullopt;
+        const auto found = seats_.find(here);
+        if (found == seats_.end()) return std::nullopt;
         if (found->second.parent == here) {
             std::ranges::reverse(names);
             return names;
@@ -97,8 +97,8 @@ std::optional<std::vector<std::string>> NameTable::path_of(const FileKey &key) c
 }
 
 std::optional<FileKey> NameTable::parent_of(const FileKey &key) const {
-    const auto found = places_.find(key);
-    if (found == places_.end()) return std::nullopt;
+    const auto found = seats_.find(key);
+    if (found == seats_.end()) return std::nullopt;
     return found->second.parent;
 }
 

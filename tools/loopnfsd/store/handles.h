@@ -56,11 +56,11 @@ class NameTable {
     std::optional<FileKey> parent_of(const FileKey &key) const;
 
   private:
-    struct Place {
+    struct Seat {
         FileKey parent;
         std::string name;  // empty for a root
     };
-    std::unordered_map<FileKey, Place, FileKeyHash> places_;
+    std::unordered_map<FileKey, Seat, FileKeyHash> seats_;
 };
 
 }  // namespace loopnfsd
