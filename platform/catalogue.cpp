@@ -1,24 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/catalogue.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdint>
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <string_view>
 
 #include "platform/codeset.h"
-#include "platform/descriptor.h"
 #include "platform/environment.h"
 #include "platform/home.h"
 
 namespace {
 
-constexpr uint32_t kStoredSet = 2;              // set 1: the numbers of sets are stored one higher
-constexpr std::size_t kFileMaximum = 1u << 20;  // bytes; a catalogue takes a few thousand
 constexpr std::size_t kLocaleMaximum = 64;
 
 // The locale of messages by the environment's own rules. It need not be installed: a catalogue of that name is enough.
@@ -107,65 +99,6 @@ void add_home(std::vector<std::string> &paths, const std::string &home, const st
     }
 }
 
-// The whole of a regular file of a sensible size; empty otherwise. Opened without waiting: the name may be a pipe's.
-std::vector<char> read_file(const std::string &path) {
-    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status;
-    if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
-    if (status.st_size <= 0 || static_cast<std::size_t>(status.st_size) > kFileMaximum) return {};
-    std::vector<char> bytes(static_cast<std::size_t>(status.st_size));
-    const ssize_t got = read(file.get(), bytes.data(), bytes.size());
-    if (got != static_cast<ssize_t>(bytes.size())) bytes.clear();
-    return bytes;
-}
-
-// A compiled catalogue in the GNU C library's layout, in the byte order of the host: magic, width and depth of a hash
-// table, the table of (set, message, offset) twice, once for each byte order, then the texts. It is small, so the table
-// is searched from its beginning.
-class CompiledCatalogue {
-  public:
-    explicit CompiledCatalogue(std::vector<char> bytes) : bytes_(std::move(bytes)) {}
-
-    // True when every offset stays inside the bytes.
-    bool is_sound() {
-        constexpr uint32_t kMagic = 0x960408de;
-        uint32_t header[3];
-        if (bytes_.size() < kHeader || bytes_.back() != '\0') return false;
-        std::memcpy(header, bytes_.data(), kHeader);
-        slots_ = uint64_t{header[1]} * header[2];
-        if (header[0] != kMagic || slots_ == 0 || slots_ > kFileMaximum) return false;
-        texts_ = kHeader + 2 * slots_ * kSlot;
-        if (texts_ >= bytes_.size()) return false;
-        for (uint64_t i = 0; i < slots_; ++i)
-            if (slot(i).offset >= bytes_.size() - texts_) return false;
-        return true;
-    }
-
-    // The text of a message of a sound catalogue; empty when it has none.
-    std::string text(uint32_t set, uint32_t message) const {
-        for (uint64_t i = 0; i < slots_; ++i) {
-            const Slot one = slot(i);
-            if (one.set == set && one.message == message) return bytes_.data() + texts_ + one.offset;
-        }
-        return {};
-    }
-
-  private:
-    struct Slot {
-        uint32_t set, message, offset;
-    };
-    static constexpr std::size_t kHeader = 3 * sizeof(uint32_t), kSlot = sizeof(Slot);
-
-    Slot slot(uint64_t number) const {
-        Slot one;
-        std::memcpy(&one, bytes_.data() + kHeader + number * kSlot, kSlot);
-        return one;
-    }
-
-    std::vector<char> bytes_;
-    uint64_t slots_ = 0, texts_ = 0;
-};
-
 }  // namespace
 
 std::vector<std::string> catalogue_candidates(const std::string &name) {
@@ -177,21 +110,27 @@ std::vector<std::string> catalogue_candidates(const std::string &name) {
     return paths;
 }
 
-std::optional<std::string> read_catalogue_text(const std::string &path, int number) {
-    // What was judged is what is read: the file may be another one a moment later.
-    CompiledCatalogue catalogue(read_file(path));
-    if (!catalogue.is_sound()) return std::nullopt;
-    return catalogue.text(kStoredSet, static_cast<uint32_t>(number));
-}
-
 const std::string *MessageCatalogue::text(int number) {
     const auto known = texts_.find(number);
     if (known != texts_.end()) return &known->second;
     const std::string codeset = LocaleParts(message_locale()).codeset;
-    for (const auto &path : catalogue_candidates(name_)) {
-        const auto text = read_catalogue_text(path, number);
-        if (!text) continue;
-        if (auto shown = text_in_codeset(*text, codeset)) return &(texts_[number] = std::move(*shown));
-    }
+    for (std::size_t i = 0; const CompiledCatalogue *catalogue = sound(i); ++i)
+        if (auto shown = text_in_codeset(catalogue->text(number), codeset))
+            return &(texts_[number] = std::move(*shown));
     return nullptr;
+}
+
+const CompiledCatalogue *MessageCatalogue::sound(std::size_t which) {
+    if (candidates_.empty()) candidates_ = catalogue_candidates(name_);
+    for (; sound_.size() <= which && tried_ < candidates_.size(); ++tried_)
+        if (auto catalogue = CompiledCatalogue::read(candidates_[tried_])) sound_.push_back(std::move(*catalogue));
+    if (sound_.empty()) forget();
+    return which < sound_.size() ? &sound_[which] : nullptr;
+}
+
+void MessageCatalogue::forget() {
+    texts_.clear();
+    candidates_.clear();
+    tried_ = 0;
+    sound_.clear();
 }

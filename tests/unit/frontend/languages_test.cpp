@@ -25,7 +25,8 @@ std::vector<std::string> languages() {
 }
 
 std::string text_in(const std::string &language, int number) {
-    return read_catalogue_text(BUILT_CATALOGUES "/" + language + "/tslwnfs.cat", number).value_or("");
+    const auto catalogue = CompiledCatalogue::read(BUILT_CATALOGUES "/" + language + "/tslwnfs.cat");
+    return catalogue ? catalogue->text(number) : "";
 }
 
 bool is_usage_line(int number) {

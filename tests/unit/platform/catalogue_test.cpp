@@ -20,6 +20,12 @@ namespace {
 constexpr int kSucceeded = 65023;
 constexpr char kSucceededText[] = "The command completed successfully.";
 
+std::optional<std::string> read_catalogue_text(const std::string &path, int number) {
+    const auto catalogue = CompiledCatalogue::read(path);
+    if (!catalogue) return std::nullopt;
+    return catalogue->text(number);
+}
+
 class Catalogue : public testing::Test {
   protected:
     // Puts a catalogue where a home has it for a locale.
@@ -105,6 +111,22 @@ TEST_F(Catalogue, IsReadAgainAfterForget) {
     EXPECT_NE(catalogue.text(kSucceeded), nullptr);
     catalogue.forget();
     EXPECT_EQ(catalogue.text(kSucceeded), nullptr);
+}
+
+TEST_F(Catalogue, IsReadOnceForAllItsTexts) {
+    install("en");
+    MessageCatalogue catalogue("tslwnfs");
+    ASSERT_NE(catalogue.text(kSucceeded), nullptr);
+    std::filesystem::remove_all(directory_ / "rdbms");
+    ASSERT_NE(catalogue.text(64999), nullptr);
+    EXPECT_EQ(*catalogue.text(64999), "");
+}
+
+TEST_F(Catalogue, IsLookedForAgainWhileThereIsNone) {
+    MessageCatalogue catalogue("tslwnfs");
+    EXPECT_EQ(catalogue.text(kSucceeded), nullptr);
+    install("en");
+    EXPECT_NE(catalogue.text(kSucceeded), nullptr);
 }
 
 TEST_F(Catalogue, PassesOverADamagedFileToTheNextCandidate) {
