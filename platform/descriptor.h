@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A file descriptor that closes itself.
+// A file descriptor that closes itself. The library, which ships apart from this, has one of its own that keeps account
+// of what is open, for forked children.
 #pragma once
 
 #include <unistd.h>

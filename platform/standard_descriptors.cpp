@@ -6,16 +6,16 @@
 
 #include <initializer_list>
 
+#include "platform/descriptor.h"
+
 namespace {
 
 // Opened the wrong way round: what is read or written all the same fails.
 bool take_descriptor(int descriptor) {
     const int direction = descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY;
-    int taken = open("/dev/null", direction);
-    if (taken < 0) taken = open("/", O_RDONLY | O_DIRECTORY);  // a root without devices
-    if (taken == descriptor) return true;
-    if (taken >= 0) close(taken);
-    return false;
+    Descriptor taken(open("/dev/null", direction));
+    if (!taken) taken = Descriptor(open("/", O_RDONLY | O_DIRECTORY));  // a root without devices
+    return taken.get() == descriptor && taken.release() == descriptor;  // it stays open
 }
 
 }  // namespace

@@ -13,6 +13,8 @@
 #include <memory>
 #include <thread>
 
+#include "nfstdm/base/descriptor.h"
+
 namespace nfstdm {
 namespace {
 
@@ -35,13 +37,11 @@ Tslnfstab nothing(const std::string &path) {
 
 // Reads a file to its end. Opened without waiting: the name may be a pipe's.
 Status read_file(const std::string &path, std::string &text) {
-    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0) return system_failure(path, errno);
-    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(::fdopen(descriptor, "r"), &std::fclose);
-    if (!file) {
-        ::close(descriptor);
-        return system_failure(path, ENOMEM);
-    }
+    Descriptor opened(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!opened) return system_failure(path, errno);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(::fdopen(opened.get(), "r"), &std::fclose);
+    if (!file) return system_failure(path, ENOMEM);
+    const int descriptor = opened.release();  // the stream's own
     struct stat status;
     if (::fstat(descriptor, &status) != 0) return system_failure(path, errno);
     if (S_ISDIR(status.st_mode)) return system_failure(path, EISDIR);
