@@ -102,7 +102,7 @@ bool Transfer::write_piece() {
     const std::size_t slot = pieces_.slot();
     requests_.fill(slot, IoOperation::write, destination_.info.file, pieces_.offset(), buffer_.data(), pieces_.count());
     if (destination_.local) return write_local();
-    writenfsfile(requests_, slot, 0);
+    writenfsfile(requests_, slot, kNoneCompleted);
     return true;
 }
 

@@ -45,7 +45,7 @@ uint64_t DdInput::padded_size() const {
 std::span<const std::byte> DdInput::read_next_block() {
     const auto count = static_cast<uint32_t>(std::min<uint64_t>(block_, padded_size() - offset_));
     requests_.fill(slot_, IoOperation::read, source_->info.file, offset_, buffer_.data(), count);
-    readnfsfile(requests_, slot_, 0);
+    readnfsfile(requests_, slot_, kNoneCompleted);
     slot_ = (slot_ + 1) % RequestSlots::kRound;
     advance(count);
     return buffer_.bytes().first(count);

@@ -57,7 +57,7 @@ bool DdOutput::write_remote(std::span<const std::byte> piece) {
     if (piece.data() != buffer_.data()) std::ranges::copy(piece, buffer_.data());
     requests_.fill(slot_, IoOperation::write, destination_->info.file, offset_, buffer_.data(),
                    static_cast<uint32_t>(piece.size()));
-    writenfsfile(requests_, slot_, 0);
+    writenfsfile(requests_, slot_, kNoneCompleted);
     slot_ = (slot_ + 1) % RequestSlots::kRound;
     offset_ += piece.size();
     return true;

@@ -21,6 +21,9 @@ uint32_t movefile(const Operand &source, const Operand &destination);
 // the input block size and resets COUNT, and for a remote input SKIP.
 uint32_t ddfile(const Operand &input, const Operand &output);
 
+// The depth, to what goes through a tree, of the directory that a command names.
+constexpr int32_t kTopOfTree = 0;
+
 // Returns 0 when something matched, 4 when nothing did, 1 for a failure or at the depth limit. depth is that of the
-// directory: 0 for the one the command names.
+// directory.
 uint32_t findfile(const Operand &directory, const char *pattern, int32_t depth);

@@ -123,7 +123,7 @@ bool read_piece(const SourceFile &source, Pieces &pieces, RequestSlots &requests
     const std::size_t slot = pieces.slot();
     requests.fill(slot, IoOperation::read, source.info.file, pieces.offset(), buffer.data(), pieces.count());
     if (!source.local) {
-        readnfsfile(requests, slot, 0);
+        readnfsfile(requests, slot, kNoneCompleted);
         return true;
     }
     const std::size_t length = readlocfile(requests, slot, source.stream.get(), pieces.count());

@@ -159,7 +159,7 @@ constexpr Command kCommands[] = {
      .prints_result = true},
     // What ls becomes with -R; it announces each directory itself.
     {.words = {},
-     .run = [](const Operand &path, const Operand &) { return read_dirlist(path, 0); },
+     .run = [](const Operand &path, const Operand &) { return read_dirlist(path, kTopOfTree); },
      .code = kListRecursive,
      .execution = Execution::on_files,
      .required = Required::first,
@@ -167,7 +167,7 @@ constexpr Command kCommands[] = {
     {.words = {"find"},
      .grammar = parse_find,
      .banner = "FIND PATH:%s FILE:%s :\n",
-     .run = [](const Operand &path, const Operand &pattern) { return findfile(path, pattern.text(), 0); },
+     .run = [](const Operand &path, const Operand &pattern) { return findfile(path, pattern.text(), kTopOfTree); },
      .code = kFind,
      .execution = Execution::on_files,
      .required = Required::both,

@@ -110,9 +110,12 @@ enum class Likeness : uint8_t {
     same
 };
 
-Likeness compare_states(const FileIdentity &one, const FileIdentity &other, bool with_change_time) {
+// A local path and a mount do not tell the same change time.
+enum class Times : uint8_t { modification, all };
+
+Likeness compare_states(const FileIdentity &one, const FileIdentity &other, Times times) {
     if (one.size != other.size || !is_one_time(one.modified, other.modified)) return Likeness::doubtful;
-    return with_change_time && !is_one_time(one.changed, other.changed) ? Likeness::doubtful : Likeness::same;
+    return times == Times::all && !is_one_time(one.changed, other.changed) ? Likeness::doubtful : Likeness::same;
 }
 
 Likeness compare_remote(const FileIdentity &one, const FileIdentity &other) {
@@ -120,7 +123,7 @@ Likeness compare_remote(const FileIdentity &one, const FileIdentity &other) {
     const bool known = one.file_system != 0 || (one.server != 0 && other.server != 0);
     if (!known) return Likeness::different;
     if (one.server == other.server && one.server != 0) return Likeness::same;
-    return compare_states(one, other, true);
+    return compare_states(one, other, Times::all);
 }
 
 Likeness compare(const FileIdentity &one, const FileIdentity &other) {
@@ -130,7 +133,7 @@ Likeness compare(const FileIdentity &one, const FileIdentity &other) {
     }
     if (one.number == 0) return Likeness::different;
     // A device's number here and a file system's there have nothing in common.
-    return one.local || other.local ? compare_states(one, other, false) : compare_remote(one, other);
+    return one.local || other.local ? compare_states(one, other, Times::modification) : compare_remote(one, other);
 }
 
 Likeness compare(const std::string &one, const std::string &other) {

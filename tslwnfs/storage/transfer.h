@@ -80,6 +80,9 @@ std::size_t writelocfile(RequestSlots &requests, std::size_t index, FILE *stream
 // servers. Returns the status of the first write that failed.
 [[nodiscard]] uint32_t storage_barrier();
 
+// Of the requests in a list: what completion counts begin with.
+constexpr uint32_t kNoneCompleted = 0;
+
 // Carry out the request in one slot and wait for it. initial_count seeds the completion count. A request that
 // completes with a status is traced (message 65065) and counted, and the call returns; when the library refuses the
 // submission (65070) or the completion (65065), the process ends with exit status 1.
