@@ -89,16 +89,7 @@ bool name_destination(const SourceFile &source, const Operand &operand, Destinat
 
 uint32_t copy_file(SourceFile &source, const Operand &operand, DestinationFile &destination, RequestSlots &requests) {
     if (!open_source(source, kRecords) || !name_destination(source, operand, destination)) return 1;
-    switch (open_destination(destination, source, WhenRefused::write_local_file, kRecords)) {
-        case Opened::refused:
-            // Whoever declines gets no clean-up: the source stays as long as it was made.
-            source.extended = false;
-            return 1;
-        case Opened::failed:
-            return 1;
-        case Opened::ready:
-            break;
-    }
+    if (!is_ready(open_destination(destination, source, WhenRefused::write_local_file, kRecords), source)) return 1;
     const auto mode = mode_for_copy(kRecords.function, source);
     if (mode && !prepare_mode(kRecords.function, destination, *mode)) return 1;
     UnfinishedDestination unfinished(destination, source.size);
@@ -112,13 +103,10 @@ uint32_t copy_file(SourceFile &source, const Operand &operand, DestinationFile &
 }  // namespace
 
 uint32_t copyfile(const Operand &source, const Operand &destination) {
-    if (!check_operands(source, destination, kRecords)) return 1;
     RequestSlots requests;
-    if (!requests.allocate(kRecords.function)) return 1;
     SourceFile from;
     DestinationFile to;
-    if (!resolve_operand(kRecords.function, source, from.path)) return 1;
-    if (!resolve_operand(kRecords.function, destination, to.path)) return 1;
+    if (!begin_transfer(source, destination, from.path, to.path, requests, kRecords)) return 1;
 
     AttrResult attributes;
     const Kind kind = kind_of(from.path, attributes);

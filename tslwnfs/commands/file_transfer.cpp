@@ -6,6 +6,9 @@
 #include "tslwnfs/output/messages.h"
 #include "tslwnfs/storage/resolve.h"
 
+namespace {
+
+// The message about the second one is printed, that about the first one traced.
 bool check_operands(const Operand &source, const Operand &destination, const TransferRecords &records) {
     if (source.text() == nullptr) {
         trace_message(records.function, Message::first_operand_missing);
@@ -16,6 +19,19 @@ bool check_operands(const Operand &source, const Operand &destination, const Tra
         return false;
     }
     return true;
+}
+
+}  // namespace
+
+bool begin_transfer(const Operand &source, const Operand &destination, PathBuffer &from, PathBuffer &to,
+                    RequestSlots &requests, const TransferRecords &records) {
+    return check_operands(source, destination, records) && requests.allocate(records.function) &&
+           resolve_operand(records.function, source, from) && resolve_operand(records.function, destination, to);
+}
+
+bool is_ready(Opened opened, SourceFile &source) {
+    if (opened == Opened::refused) source.extended = false;
+    return opened == Opened::ready;
 }
 
 bool close_streams(SourceFile &source, DestinationFile &destination, const TransferRecords &records) {

@@ -26,8 +26,13 @@
 [[nodiscard]] bool finish_transfer(SourceFile &source, const DestinationFile &destination, uint64_t size,
                                    const TransferRecords &records);
 
-// Refuses a missing operand. The message about the second one is printed, that about the first one traced.
-[[nodiscard]] bool check_operands(const Operand &source, const Operand &destination, const TransferRecords &records);
+// What copy and move begin with: both operands are there and lead to paths, and there is memory to transfer with.
+[[nodiscard]] bool begin_transfer(const Operand &source, const Operand &destination, PathBuffer &from, PathBuffer &to,
+                                  RequestSlots &requests, const TransferRecords &records);
+
+// Whether a destination that was opened can be written. Whoever declined gets no clean-up: a source that grew stays as
+// long as it was made.
+[[nodiscard]] bool is_ready(Opened opened, SourceFile &source);
 
 // The last component of a path, with "\" and "/" as separators.
 std::string_view base_name(std::string_view path);

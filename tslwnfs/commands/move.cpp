@@ -161,16 +161,7 @@ uint32_t move_file(Move &move, RequestSlots &requests) {
     const DestinationFile &destination = move.destination;
     if (!open_source_to_move(move)) return 1;
     if (!takes_file(destination.path)) return 1;
-    switch (open_destination_to_move(move)) {
-        case Opened::refused:
-            // Whoever declines gets no clean-up: the source stays as long as it was made.
-            source.extended = false;
-            return 1;
-        case Opened::failed:
-            return 1;
-        case Opened::ready:
-            break;
-    }
+    if (!is_ready(open_destination_to_move(move), source)) return 1;
     const auto mode = mode_for_copy(kRecords.function, source);
     if (mode && !prepare_mode(kRecords.function, destination, *mode)) return 1;
     UnfinishedDestination unfinished(destination, source.size);
@@ -187,12 +178,9 @@ uint32_t move_file(Move &move, RequestSlots &requests) {
 }  // namespace
 
 uint32_t movefile(const Operand &source, const Operand &destination) {
-    if (!check_operands(source, destination, kRecords)) return 1;
     RequestSlots requests;
-    if (!requests.allocate(kRecords.function)) return 1;
     Move move;
-    if (!resolve_operand(kRecords.function, source, move.source.path)) return 1;
-    if (!resolve_operand(kRecords.function, destination, move.destination.path)) return 1;
+    if (!begin_transfer(source, destination, move.source.path, move.destination.path, requests, kRecords)) return 1;
 
     if (!is_movable(move.source.path)) return 1;
     return move_file(move, requests);
