@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A command run as a function: default options, the English catalogue, an empty home of its own, and the trace at the
-// level of errors in a file.
+// A command run as a function: an empty home of its own, and the trace at the level of errors in a file.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,28 +7,19 @@
 #include <cstdio>
 #include <filesystem>
 #include <functional>
-#include <regex>
 #include <string>
 
 #include "tests/support/redirected_stream.h"
-#include "tests/support/scoped_environment.h"
-#include "tests/support/temporary_directory.h"
+#include "tests/support/utility_fixture.h"
 #include "tslwnfs/options/options.h"
-#include "tslwnfs/output/catalogue_access.h"
 #include "tslwnfs/output/streams.h"
 
-class CommandTest : public testing::Test {
+class CommandTest : public UtilityTest {
   protected:
     CommandTest() {
-        reset_options();
-        messages_catalogue().forget();
         std::filesystem::create_directories(home() + "/dbs");
         use_home(home());
         start_trace();
-    }
-    ~CommandTest() override {
-        static_cast<void>(finish_output(0));
-        reset_options();
     }
 
     // What a command printed on standard output, and its result. The input is what it may read.
@@ -48,7 +38,7 @@ class CommandTest : public testing::Test {
     // The records traced since the start or the last call, the clock of each replaced by "n".
     std::string trace() {
         static_cast<void>(finish_output(0));
-        const std::string text = std::regex_replace(read_file(directory_ / "trace"), std::regex(R"(\[\d+\])"), "[n]");
+        const std::string text = trace_written();
         start_trace();
         return text;
     }
@@ -88,7 +78,4 @@ class CommandTest : public testing::Test {
         EXPECT_TRUE(open_trace_file((directory_ / "trace").c_str()));
         tslwnfs_trace = 3;
     }
-
-    TemporaryDirectory directory_;
-    ScopedEnvironment catalogue_{"NLSPATH", BUILT_CATALOGUE};
 };

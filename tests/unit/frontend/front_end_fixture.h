@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// A front end at rest: default options, an empty recorder, the English catalogue and a home of its own.
+// A front end at rest: an empty recorder and a home of its own.
 #pragma once
 
 #include <gmock/gmock.h>
 
 #include <memory>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -13,11 +12,10 @@
 #include "recorder.h"
 #include "tests/support/redirected_stream.h"
 #include "tests/support/scoped_environment.h"
-#include "tests/support/temporary_directory.h"
+#include "tests/support/utility_fixture.h"
 #include "tslwnfs/frontend/command_line.h"
 #include "tslwnfs/frontend/startup.h"
 #include "tslwnfs/options/options.h"
-#include "tslwnfs/output/catalogue_access.h"
 #include "tslwnfs/output/streams.h"
 #include "tslwnfs/terminal/reasons.h"
 
@@ -38,17 +36,11 @@ class ArgumentVector {
     std::vector<char *> pointers_;
 };
 
-class FrontEnd : public testing::Test {
+class FrontEnd : public UtilityTest {
   protected:
     FrontEnd() {
-        reset_options();
         recorder() = {};
-        messages_catalogue().forget();
         terminal::tell_reason();  // nothing that was noted before
-    }
-    ~FrontEnd() override {
-        static_cast<void>(finish_output(0));
-        reset_options();
     }
 
     // Parses words as they stand behind the program's own name. The words live as long as the test.
@@ -69,19 +61,14 @@ class FrontEnd : public testing::Test {
         return status;
     }
 
-    // The trace with each record's clock replaced by "n".
-    std::string trace() const {
-        return std::regex_replace(read_file(directory_ / "trace"), std::regex(R"(\[\d+\])"), "[n]");
-    }
+    std::string trace() const { return trace_written(); }
 
     static std::vector<std::string> split(const std::string &line) {
         std::istringstream stream(line);
         return {std::istream_iterator<std::string>(stream), {}};
     }
 
-    TemporaryDirectory directory_;
     ScopedEnvironment home_{"TESSEL_HOME", directory_.path().c_str()};
-    ScopedEnvironment catalogue_{"NLSPATH", BUILT_CATALOGUE};
     std::string printed_;
 
     std::span<char *> keep(std::vector<std::string> words) {
