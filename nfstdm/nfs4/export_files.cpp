@@ -99,7 +99,7 @@ void ExportVolume::read(const FileHandle &file, uint64_t offset, std::span<std::
     // Less than a whole READ from the start is most likely all of the file.
     const bool whole = offset == 0 && buffer.size() < limits_.read_maximum && !opens_.is_open(file);
     if (whole || !is_attached()) return read_whole(file, buffer, std::move(done));
-    if (!opens_.is_open(file)) return read_first(file, offset, buffer, std::move(done));
+    if (!opens_.is_open(file)) return read_first(file, offset, buffer, done);
     opens_.use(file, kShareAccessRead, [this, file, offset, buffer, done = std::move(done)](const Status &opened) {
         if (!opened.ok()) return done(opened);
         read_open(file, offset, buffer, done);
@@ -108,7 +108,7 @@ void ExportVolume::read(const FileHandle &file, uint64_t offset, std::span<std::
 
 // The READ that a file is opened for is asked together with that.
 void ExportVolume::read_first(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
-                              Completion<ReadReply> done) {
+                              const Completion<ReadReply> &done) {
     auto reply = std::make_shared<ReadReply>();
     Opens::Behind behind;
     behind.put = [offset, count = static_cast<uint32_t>(buffer.size())](Compound &compound) {
@@ -121,7 +121,7 @@ void ExportVolume::read_first(const FileHandle &file, uint64_t offset, std::span
     behind.landing = buffer;
     behind.done = [reply, done](const Status &status) {
         if (!status.ok()) return done(status);
-        done(std::move(*reply));
+        done(*reply);
     };
     behind.alone = [this, file, offset, buffer, done] { read_open(file, offset, buffer, done); };
     opens_.open_with(file, kShareAccessRead, std::move(behind));

@@ -89,7 +89,8 @@ class ExportVolume : public remote::Export {
                 Completion<DirectoryChange> done);
 
     void read_whole(const FileHandle &file, std::span<std::byte> buffer, Completion<ReadReply> done);
-    void read_first(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer, Completion<ReadReply> done);
+    void read_first(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+                    const Completion<ReadReply> &done);
     void read_open(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer, Completion<ReadReply> done);
     void write_open(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
                     Completion<WriteReply> done);

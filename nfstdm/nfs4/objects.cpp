@@ -55,7 +55,7 @@ bool get_path(Results &results, std::size_t count, PathReply &reply) {
             return was_refused(results);
         }
         if (!get_object(results, found.handle, found.attributes)) return was_refused(results);
-        reply.found.push_back(std::move(found));
+        reply.found.push_back(found);
     }
     return true;
 }
