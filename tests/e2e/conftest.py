@@ -7,6 +7,7 @@ import os
 import pathlib
 import random
 import re
+import shutil
 
 import pytest
 
@@ -33,6 +34,23 @@ def pytest_generate_tests(metafunc):
         meant = about.args if about else servers.USUAL
         params = [name for name in servers.KINDS if name in wanted and name in meant]
         metafunc.parametrize("server", params, indirect=True, scope="session")
+
+
+@pytest.fixture
+def removed_if_passed(request):
+    """Removes directories when their test has passed, mostly before what it wrote has come to a disk."""
+    before = request.session.testsfailed
+    directories = []
+    yield directories.append
+    if request.session.testsfailed == before:
+        for directory in directories:
+            shutil.rmtree(directory, ignore_errors=True)
+
+
+@pytest.fixture
+def tmp_path(tmp_path, removed_if_passed):
+    removed_if_passed(tmp_path)
+    return tmp_path
 
 
 @pytest.fixture(scope="session")
@@ -89,9 +107,11 @@ def place_name(request, seen={}):  # noqa: B006  (one count for the whole run)
 
 
 @pytest.fixture
-def place(server, request):
+def place(server, request, removed_if_passed):
     """A writable directory of the test's own on the server."""
-    return Place(servers.READ_WRITE, server.writable, place_name(request))
+    made = Place(servers.READ_WRITE, server.writable, place_name(request))
+    removed_if_passed(made.files)
+    return made
 
 
 @pytest.fixture
