@@ -37,10 +37,10 @@ void ExportVolume::copy(ExportVolume *source, const FileHandle &from, const File
 }
 
 // Asked for both at once: where there is data here already, the next hole is its end.
-void ExportVolume::extent(const FileHandle &file, uint64_t offset, Completion<Extent> done) {
+void ExportVolume::extent(const FileHandle &file, uint64_t offset, const Completion<Extent> &done) {
     auto call = make<Found>(
         "SEEK",
-        [this, file, offset, done = std::move(done)](const Result<Found> &found) {
+        [this, file, offset, done](const Result<Found> &found) {
             if (!found.ok()) return done(found.status());
             const auto &[data, hole] = found.value();
             if (data.eof) return done(kNothing);

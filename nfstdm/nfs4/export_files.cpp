@@ -43,7 +43,7 @@ class ExportFile : public FileByHandle<ExportVolume> {
                        handle_, range, std::move(done));
     }
     void extent(uint64_t offset, Completion<Extent> done) override {
-        protocol_.extent(handle_, offset, std::move(done));
+        protocol_.extent(handle_, offset, done);
     }
 };
 

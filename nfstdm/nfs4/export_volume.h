@@ -71,7 +71,7 @@ class ExportVolume : public remote::Export {
     // source is the volume that from lies on; null when it is of another protocol.
     void copy(ExportVolume *source, const FileHandle &from, const FileHandle &to, const CopyRange &range,
               Completion<CopyReply> done);
-    void extent(const FileHandle &file, uint64_t offset, Completion<Extent> done);
+    void extent(const FileHandle &file, uint64_t offset, const Completion<Extent> &done);
 
   private:
     std::unique_ptr<Call> new_call(std::string_view name);
