@@ -67,7 +67,7 @@ def compared(place, server, tmp_path):
             trace = ("-trace", tmp_path / "trace", "-level", "1", "3", "3", "1")
             words = prepare(far, near, f"{place.remote}/round{number}")
             run = server.run(
-                *trace, *options, *words, env={"TSLWNFS_JOBS": jobs, "TSLWNFS_TERMINAL": "always"}, cwd=tmp_path
+                *trace, *options, *words, env={"TSLWNFS_JOBS": jobs, "TSLWNFS_TERMINAL": "reasons"}, cwd=tmp_path
             )
             told.append(Told(run, [content_of(far), content_of(near)], tmp_path, number))
         assert vars(told[0]) == vars(told[1])
