@@ -42,9 +42,7 @@ class ExportFile : public FileByHandle<ExportVolume> {
         protocol_.copy(from == nullptr ? nullptr : &from->protocol_, from == nullptr ? FileHandle{} : from->handle_,
                        handle_, range, std::move(done));
     }
-    void extent(uint64_t offset, Completion<Extent> done) override {
-        protocol_.extent(handle_, offset, done);
-    }
+    void extent(uint64_t offset, Completion<Extent> done) override { protocol_.extent(handle_, offset, done); }
 };
 
 uint32_t share_access(Access access) {
