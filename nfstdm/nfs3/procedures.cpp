@@ -25,7 +25,7 @@ constexpr std::size_t kDirectory = kStatus + kPost + kVerifier + 4096;
 
 constexpr NfsStatus kNever = NfsStatus::ok;  // no answer has to be understood as "done before"
 
-constexpr auto kTable = std::to_array<ProcedureRow>({
+constexpr auto kProcedures = std::to_array<ProcedureRow>({
     {Procedure::getattr, "GETATTR", true, kNever, kStatus + kAttributesSize},
     {Procedure::setattr, "SETATTR", true, kNever, kStatus + kWccMaximum},
     {Procedure::lookup, "LOOKUP", true, kNever, kStatus + kHandle + 2 * kPost},
@@ -46,13 +46,13 @@ constexpr auto kTable = std::to_array<ProcedureRow>({
 }  // namespace
 
 std::span<const ProcedureRow> procedure_table() {
-    return kTable;
+    return kProcedures;
 }
 
 const ProcedureRow &row_of(Procedure procedure) {
-    const auto row = std::find_if(kTable.begin(), kTable.end(),
+    const auto row = std::find_if(kProcedures.begin(), kProcedures.end(),
                                   [procedure](const ProcedureRow &each) { return each.number == procedure; });
-    assert(row != kTable.end());
+    assert(row != kProcedures.end());
     return *row;
 }
 

@@ -14,7 +14,7 @@ consteval StatusRow shared(NfsStatus status, std::string_view name) {
     return remote::shared_row<StatusRow>(status, name);
 }
 
-constexpr auto kTable = std::to_array<StatusRow>({
+constexpr auto kStatuses = std::to_array<StatusRow>({
     {NfsStatus::ok, 0, "NFS3_OK", "done"},
     shared(NfsStatus::perm, "NFS3ERR_PERM"),
     shared(NfsStatus::noent, "NFS3ERR_NOENT"),
@@ -49,11 +49,11 @@ constexpr auto kTable = std::to_array<StatusRow>({
 }  // namespace
 
 std::span<const StatusRow> status_table() {
-    return kTable;
+    return kStatuses;
 }
 
 Status to_status(uint32_t number) {
-    return remote::refusal_of(kTable, number);
+    return remote::refusal_of(kStatuses, number);
 }
 
 }  // namespace nfstdm::nfs3

@@ -29,7 +29,7 @@ constexpr std::size_t kChannel = 8 * kWord;
 // A directory's answer may go over what was asked for by an entry.
 constexpr std::size_t kDirectory = kHead + kVerifierSize + 2 * kWord + 8192;
 
-constexpr auto kTable = std::to_array<OpRow>({
+constexpr auto kRows = std::to_array<OpRow>({
     {Op::close, "CLOSE", true, kHead + kStateId},
     {Op::commit, "COMMIT", false, kHead + kVerifierSize},
     {Op::create, "CREATE", true, kHead + kChange + kBitmap},
@@ -68,12 +68,12 @@ constexpr auto kTable = std::to_array<OpRow>({
 }  // namespace
 
 std::span<const OpRow> op_table() {
-    return kTable;
+    return kRows;
 }
 
 const OpRow &row_of(Op op) {
-    const auto row = std::find_if(kTable.begin(), kTable.end(), [op](const OpRow &each) { return each.number == op; });
-    assert(row != kTable.end());
+    const auto row = std::find_if(kRows.begin(), kRows.end(), [op](const OpRow &each) { return each.number == op; });
+    assert(row != kRows.end());
     return *row;
 }
 

@@ -13,7 +13,7 @@ namespace nfstdm::nfs4 {
 namespace {
 
 // How often a copy may meet a server that has lost its state, or what it had copied.
-constexpr unsigned kAttemptsMaximum = 8;
+constexpr unsigned kCopyAttemptsMaximum = 8;
 // Between questions whether a copy in the background is over, at first.
 constexpr rpc::Duration kFirstLook = std::chrono::milliseconds(5);
 
@@ -89,7 +89,7 @@ void ServerCopy::ask(Op op, const Put &put, Read read, void (ServerCopy::*then)(
 
 // Whether there is another way than to fail.
 bool ServerCopy::refused(Op op, NfsStatus status) {
-    if (state_is_lost(status) && ++attempts_ < kAttemptsMaximum) {
+    if (state_is_lost(status) && ++attempts_ < kCopyAttemptsMaximum) {
         source_.opens.lost(source_.handle, source_state_);
         destination_.opens.lost(destination_.handle, destination_state_);
         open_files();
@@ -181,7 +181,7 @@ void ServerCopy::committed() {
 }
 
 void ServerCopy::try_again(const Status &failure) {
-    if (++attempts_ >= kAttemptsMaximum) return done_(failure);
+    if (++attempts_ >= kCopyAttemptsMaximum) return done_(failure);
     open_files();
 }
 

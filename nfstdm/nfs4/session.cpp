@@ -25,7 +25,7 @@ constexpr uint32_t kOperations = 64;
 constexpr rpc::Duration kMoment = std::chrono::milliseconds(1);  // a limit of nothing would be none
 // A call that makes the session break each time it is sent.
 constexpr unsigned kRestartsMaximum = 32;
-constexpr unsigned kAttemptsMaximum = 16;  // to make a session that works
+constexpr unsigned kSessionsMaximum = 16;  // to make a session that works
 // A farewell is a courtesy: the server would notice by itself, a lease later.
 constexpr rpc::Duration kFarewellLimit = std::chrono::seconds(2);
 
@@ -169,7 +169,7 @@ void Session::created(Results &results) {
         const NfsStatus failure = results.failure();
         if (failure == NfsStatus::delay) return make_later(&Session::create);
         const bool unknown = failure == NfsStatus::stale_clientid || failure == NfsStatus::seq_misordered;
-        if (unknown && ++attempts_ <= kAttemptsMaximum) {
+        if (unknown && ++attempts_ <= kSessionsMaximum) {
             identified_ = false;
             return make_later(&Session::identify);
         }

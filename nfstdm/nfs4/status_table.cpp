@@ -14,7 +14,7 @@ consteval StatusRow shared(NfsStatus status, std::string_view name) {
     return remote::shared_row<StatusRow>(status, name);
 }
 
-constexpr auto kTable = std::to_array<StatusRow>({
+constexpr auto kStatuses = std::to_array<StatusRow>({
     shared(NfsStatus::perm, "NFS4ERR_PERM"),
     shared(NfsStatus::noent, "NFS4ERR_NOENT"),
     shared(NfsStatus::io, "NFS4ERR_IO"),
@@ -119,11 +119,11 @@ bool state_is_lost(NfsStatus status) {
 }
 
 std::span<const StatusRow> status_table() {
-    return kTable;
+    return kStatuses;
 }
 
 Status to_status(NfsStatus status) {
-    return remote::refusal_of(kTable, static_cast<uint32_t>(status));
+    return remote::refusal_of(kStatuses, static_cast<uint32_t>(status));
 }
 
 }  // namespace nfstdm::nfs4

@@ -19,7 +19,7 @@ struct VersionRow {
     NfsVersion version;
 };
 
-constexpr auto kTable = std::to_array<VersionRow>({
+constexpr auto kVersions = std::to_array<VersionRow>({
     {"3", {3, 0, false}},
     {"4", {4, 0, false}},
     {"4.1", {4, 1, false}},
@@ -35,8 +35,8 @@ Result<NfsVersion> parse_version(std::string_view text) {
     if (word.starts_with("nfs")) word.erase(0, 3);
     if (word.starts_with('v')) word.erase(0, 1);
     const auto row =
-        std::find_if(kTable.begin(), kTable.end(), [&word](const VersionRow &each) { return each.word == word; });
-    if (row != kTable.end()) return row->version;
+        std::find_if(kVersions.begin(), kVersions.end(), [&word](const VersionRow &each) { return each.word == word; });
+    if (row != kVersions.end()) return row->version;
     std::string reason = "version " + std::string(text) + " is not supported, ";
     reason += word == "4.0" ? "it has no sessions; nfsv4.1 has" : "nfsv3, nfsv4, nfsv4.1 and nfsv4.2 are";
     return Status{EPROTONOSUPPORT, std::move(reason)};

@@ -48,7 +48,7 @@ std::optional<uint32_t> copy_content(const PathBuffer &source, const PathBuffer 
 // Copies a tree. What it holds reports for itself, so a failure there does not fail the directory, unless the status is
 // to tell of it. What cannot be named reports nothing, so the directory does.
 uint32_t copy_directory(const PathBuffer &source, const PathBuffer &destination, const AttrResult &source_attributes) {
-    if (commandtype != kCopy || (COMMAND_OPTION & kFileRecursive) == 0) {
+    if (commandtype != kCopy || !has_option(kFileRecursive)) {
         terminal::note_failure(std::string(source.view()) + " is a directory; with -r it is copied, too");
         return 1;
     }

@@ -23,18 +23,18 @@ namespace {
 
 constexpr const char *kFunction = "delfile";
 
-bool option(OptionBit bit) {
-    return commandtype == kDelete && (COMMAND_OPTION & bit) != 0;
+bool delete_option(OptionBit bit) {
+    return commandtype == kDelete && has_option(bit);
 }
 
 bool confirm(const PathBuffer &path) {
-    return !option(kFileInteractive) || ask_yes_no("delete %s? y/n : ", path.c_str()) == Answer::yes;
+    return !delete_option(kFileInteractive) || ask_yes_no("delete %s? y/n : ", path.c_str()) == Answer::yes;
 }
 
 // What the directory holds goes first, through the executor; whether anything is left shows when the directory itself
 // is removed.
 uint32_t delete_directory(const PathBuffer &path, const AttrResult &attributes) {
-    if (!option(kFileRecursive)) {
+    if (!delete_option(kFileRecursive)) {
         terminal::note_failure(std::string(path.view()) + " is a directory; with -r it is deleted, too");
         return 1;
     }

@@ -20,7 +20,7 @@ namespace {
 
 // dd knows no question: its bits mean other things.
 bool asks_before_overwriting() {
-    return (commandtype == kCopy || commandtype == kMove) && (COMMAND_OPTION & kFileInteractive) != 0;
+    return (commandtype == kCopy || commandtype == kMove) && has_option(kFileInteractive);
 }
 
 bool is_stream_of(FILE *stream, const struct stat &file) {

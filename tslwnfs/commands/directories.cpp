@@ -58,7 +58,7 @@ uint32_t make_below_parent(const PathBuffer &path, int levels_left) {
 uint32_t make_with_parents(const Operand &path, int levels_left) {
     PathBuffer resolved;
     if (resolve_operand("makedir", path, resolved) && make_one(resolved)) return 0;
-    const bool parents = commandtype == kMakeDirectory && (COMMAND_OPTION & kMkdirParents) != 0;
+    const bool parents = commandtype == kMakeDirectory && has_option(kMkdirParents);
     return parents && !resolved.empty() ? make_below_parent(resolved, levels_left) : 1;
 }
 

@@ -20,8 +20,8 @@ namespace {
 constexpr int kLinkMaximum = 1000;
 
 // The option bits mean this for the code that stat and fsstat share; fsstat has no options and leaves them clear.
-bool option(OptionBit bit) {
-    return commandtype == kFsStat && (COMMAND_OPTION & bit) != 0;
+bool stat_option(OptionBit bit) {
+    return commandtype == kFsStat && has_option(bit);
 }
 
 void print_limits(const TdmFsInfo &info) {
@@ -65,12 +65,12 @@ enum class Described : uint8_t { done, failed, follow };
 Described describe_remote(const PathBuffer &path, const TdmFsStat &figures) {
     const uint32_t type = figures.attributes.type;
     if (type != TDM_TYPE_DIRECTORY) trace_message("fsstatdir", Message::not_a_directory, path.c_str());
-    if (type == TDM_TYPE_LINK && option(kStatFollow)) return Described::follow;
-    if (option(kStatFigures)) print_figures(figures);
-    if (option(kStatFormat)) {
+    if (type == TDM_TYPE_LINK && stat_option(kStatFollow)) return Described::follow;
+    if (stat_option(kStatFigures)) print_figures(figures);
+    if (stat_option(kStatFormat)) {
         const char *format = stat_fmtptr == nullptr ? "" : stat_fmtptr;
         print("%s", format_remote(format, shown_name(path.view()), figures.attributes).c_str());
-    } else if (!option(kStatFigures)) {
+    } else if (!stat_option(kStatFigures)) {
         print_remote_block(figures.attributes);
     }
     return Described::done;
@@ -79,8 +79,8 @@ Described describe_remote(const PathBuffer &path, const TdmFsStat &figures) {
 Described describe_local(const PathBuffer &path) {
     struct stat status;
     if (!read_status("fsstatdir", lstat, path, status)) return Described::failed;
-    if (S_ISLNK(status.st_mode) && option(kStatFollow)) return Described::follow;
-    if (option(kStatFormat)) {
+    if (S_ISLNK(status.st_mode) && stat_option(kStatFollow)) return Described::follow;
+    if (stat_option(kStatFormat)) {
         const char *format = stat_fmtptr == nullptr ? "" : stat_fmtptr;
         print("%s", format_local(format, shown_name(path.view()), status).c_str());
     } else {

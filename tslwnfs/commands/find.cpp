@@ -30,15 +30,6 @@ constexpr std::size_t kNestingMaximum = 1024;
 // Links that lead to links. A ring of them has no other end.
 constexpr int kLinkMaximum = 40;
 
-bool option(OptionBit bit) {
-    return (COMMAND_OPTION & bit) != 0;
-}
-
-std::string lowered(std::string text) {
-    tolower_string(text.data());
-    return text;
-}
-
 // Case never counts.
 bool matches(const std::string &pattern, const std::string &text) {
     return strwildcmp(lowered(pattern).c_str(), lowered(text).c_str()) != 0;
@@ -52,12 +43,12 @@ int32_t compared_size(const AttrResult &attributes) {
 }
 
 bool is_within_bounds(int32_t size) {
-    if (option(kFindSizeAtLeast) && size < find_size_gsize) return false;
-    return !option(kFindSizeAtMost) || size <= find_size_lsize;
+    if (has_option(kFindSizeAtLeast) && size < find_size_gsize) return false;
+    return !has_option(kFindSizeAtMost) || size <= find_size_lsize;
 }
 
 bool is_wanted_type(Kind kind) {
-    if (!option(kFindType)) return true;
+    if (!has_option(kFindType)) return true;
     if (kind == Kind::directory) return find_type_c == 'd';
     return kind == Kind::regular && find_type_c == 'f';
 }
@@ -65,8 +56,8 @@ bool is_wanted_type(Kind kind) {
 bool passes_tests(Kind kind, const AttrResult &attributes, const std::string &path) {
     const int32_t size = compared_size(attributes);
     if (!is_wanted_type(kind) || !is_within_bounds(size)) return false;
-    if (option(kFindSize) && size != find_size_size) return false;
-    return !option(kFindPath) || matches(find_path_pattern == nullptr ? "" : find_path_pattern, path);
+    if (has_option(kFindSize) && size != find_size_size) return false;
+    return !has_option(kFindPath) || matches(find_path_pattern == nullptr ? "" : find_path_pattern, path);
 }
 
 // A path as one word of a shell command. Names of the usual characters stand as they are; any other name would be taken
@@ -103,8 +94,8 @@ void run_command(const std::string &path) {
 
 void report_match(const std::string &path) {
     // Matches are data for another program: they go to standard output, log or not.
-    if (!option(kFindExec) || option(kFindPrint)) lwrf("%s \n", shown_name(path, stdout).c_str());
-    if (option(kFindExec)) run_command(path);
+    if (!has_option(kFindExec) || has_option(kFindPrint)) lwrf("%s \n", shown_name(path, stdout).c_str());
+    if (has_option(kFindExec)) run_command(path);
 }
 
 // Lists a directory and gives its resolved path. Stands apart, as link_target() does, so that no path buffer lies on
@@ -180,7 +171,7 @@ class Walk {
             trace_failure(kFunction, "%s is nested too deeply", resolved.c_str());
             return kFailed;
         }
-        if (chain_.empty() && option(kFindFollow)) real = start_of(resolved);
+        if (chain_.empty() && has_option(kFindFollow)) real = start_of(resolved);
         chain_.push_back(std::move(real));
         uint32_t result = kNothing;
         for (const std::string &name : names) {
@@ -206,12 +197,12 @@ class Walk {
         Kind kind = kind_of(Operand::ready(path.c_str()), attributes);
         if (attributes.empty()) kind = Kind::missing;
         if (kind == Kind::missing) incomplete_ = true;
-        if (option(kFindFollow) && kind == Kind::link) {
+        if (has_option(kFindFollow) && kind == Kind::link) {
             follow(path, depth);
             return kNothing;
         }
         const std::string real = chain_.back() + "/" + name;
-        if (option(kFindFollow) && kind == Kind::directory && leads_back(real, path)) return kNothing;
+        if (has_option(kFindFollow) && kind == Kind::directory && leads_back(real, path)) return kNothing;
         const bool matched = matches(pattern_, name) && kind != Kind::missing && passes_tests(kind, attributes, path);
         if (matched) report_match(path);
         if (kind != Kind::directory) return matched ? kMatched : kNothing;

@@ -22,7 +22,7 @@ constexpr int32_t kTreeDepth = 50;
 bool list_subdirectories(const PathBuffer &path, const NameList &names, int32_t depth) {
     if (depth + 1 == kTreeDepth) return true;
     bool complete = true;
-    const bool reverse = (COMMAND_OPTION & kListReverse) != 0;
+    const bool reverse = has_option(kListReverse);
     for (std::size_t i = 0; i < names.size(); ++i) {
         const std::string_view name = names[reverse ? names.size() - 1 - i : i];
         PathBuffer full;

@@ -45,12 +45,8 @@ struct Entries {
     std::size_t size() const { return places.size(); }
 };
 
-bool option(OptionBit bit) {
-    return (COMMAND_OPTION & bit) != 0;
-}
-
 bool needs_attributes() {
-    return DIR_LTYPE == kLong || option(kListDirectoriesOnly) || option(kListTime) || option(kListSize);
+    return DIR_LTYPE == kLong || has_option(kListDirectoriesOnly) || has_option(kListTime) || has_option(kListSize);
 }
 
 // Scripts get so many bytes; at a terminal the columns of the screen count.
@@ -117,13 +113,13 @@ bool collect_entries(const PathBuffer &path, Listed listed, Entries &entries) {
         if (detailed) {
             const Kind kind = fetch_attributes(path, name, listed, attributes);
             if (kind == Kind::missing) complete = false;
-            if (kind == Kind::missing || (kind != Kind::directory && option(kListDirectoriesOnly))) continue;
+            if (kind == Kind::missing || (kind != Kind::directory && has_option(kListDirectoriesOnly))) continue;
         }
         if (DIR_SHOWDOT == 0 && name.starts_with('.')) continue;
         entries.places.push_back(static_cast<uint32_t>(i));
         if (detailed) entries.details.push_back(details_of(attributes));
     }
-    if (option(kListReverse)) {
+    if (has_option(kListReverse)) {
         std::reverse(entries.places.begin(), entries.places.end());
         std::reverse(entries.details.begin(), entries.details.end());
     }
@@ -135,7 +131,7 @@ std::string shown(const Entries &entries, std::size_t index) {
 }
 
 void print_size(const Entries &entries, std::size_t index) {
-    if (!option(kListSize)) return;
+    if (!has_option(kListSize)) return;
     const Details &details = entries.details[index];
     if (details.is_local) {
         print("%s  ", format_I64d(static_cast<int64_t>(details.size)).c_str());
@@ -148,7 +144,7 @@ void print_name_per_line(const Entries &entries) {
     if (DIR_SHOWDOT != 0) print(". \n .. \n");
     for (std::size_t index = 0; index < entries.size(); ++index) {
         print_size(entries, index);
-        if (option(kListTime)) {
+        if (has_option(kListTime)) {
             const Details &details = entries.details[index];
             print(details.is_local ? "%s  " : "  %s", time_text(details.time).c_str());
         }
@@ -164,7 +160,7 @@ void print_columns(const Entries &entries) {
     for (std::size_t row = 0; row < rows; ++row) {
         for (std::size_t index = row; index < entries.size(); index += rows) {
             print_size(entries, index);
-            if (option(kListTime)) print("%s  ", time_text(entries.details[index].time).c_str());
+            if (has_option(kListTime)) print("%s  ", time_text(entries.details[index].time).c_str());
             print("%s", shown(entries, index).c_str());
         }
         print("\n");

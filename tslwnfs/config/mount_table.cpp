@@ -65,12 +65,6 @@ void copy_comment(std::string &out, std::string_view first_word, FileWords &word
     } while (piece.size() == FileWords::kPiece && !piece.ends_with('\n'));
 }
 
-std::string lowered(std::string_view text) {
-    std::string copy(text);
-    tolower_string(copy.data());
-    return copy;
-}
-
 void put_pair(std::string &out, std::string_view key, std::string_view value) {
     out.append("\n").append(key).append(" ").append(value).append(" ");
 }

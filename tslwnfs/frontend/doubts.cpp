@@ -13,11 +13,6 @@
 
 namespace {
 
-std::string lowered(std::string text) {
-    tolower_string(text.data());
-    return text;
-}
-
 // Whether somebody wants to know.
 bool is_watched() {
     return terminal::is_open() || is_strict(Strict::options);

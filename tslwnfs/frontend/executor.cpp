@@ -95,11 +95,6 @@ std::string text_of(const Operand &operand) {
     return text;
 }
 
-std::string lowered(std::string text) {
-    tolower_string(text.data());
-    return text;
-}
-
 // What names that are built are built from.
 std::string as_built(const std::string &text) {
     return is_strict(Strict::names) ? text : lowered(text);
@@ -143,7 +138,7 @@ bool resolve(const std::string &text, const Operand &given, PathBuffer &resolved
 }
 
 bool is_recursive_copy() {
-    return commandtype == kCopy && (COMMAND_OPTION & kFileRecursive) != 0;
+    return commandtype == kCopy && has_option(kFileRecursive);
 }
 
 // Nobody means to delete the root, nor the directory that a path ends in by its dots.
@@ -191,7 +186,7 @@ class RunUnderWay {
 };
 
 bool may_run_together() {
-    return !works_for_another && (COMMAND_OPTION & kFileInteractive) == 0 &&
+    return !works_for_another && !has_option(kFileInteractive) &&
            (commandtype == kCopy || commandtype == kMove || commandtype == kDelete);
 }
 

@@ -83,7 +83,7 @@ bool check_operands() {
 }
 
 void set_depth() {
-    const bool given = commandtype == kFind && (COMMAND_OPTION & kFindMaxdepth) != 0;
+    const bool given = commandtype == kFind && has_option(kFindMaxdepth);
     maxdepth = given ? find_maxdepth_n : kDefaultDepth;
 }
 

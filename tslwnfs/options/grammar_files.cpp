@@ -212,7 +212,7 @@ ParseOutcome parse_stat(Words &words) {
 ParseOutcome parse_list(Words &words) {
     take_letters(words, list_letter);
     fname = words.take();
-    commandtype = (COMMAND_OPTION & kListRecursiveBit) != 0 ? kListRecursive : kList;
+    commandtype = has_option(kListRecursiveBit) ? kListRecursive : kList;
     return ParseOutcome::accepted;
 }
 

@@ -86,8 +86,13 @@ enum OptionBit : uint32_t {
 
 extern int32_t commandtype;      // a CommandCode
 extern uint32_t COMMAND_OPTION;  // OptionBits of that command
-extern const char *fname;        // first operand, or null; points into the argument vector or to a fixed text
-extern const char *fname1;       // second operand, or null
+
+inline bool has_option(OptionBit bit) {
+    return (COMMAND_OPTION & bit) != 0;
+}
+
+extern const char *fname;   // first operand, or null; points into the argument vector or to a fixed text
+extern const char *fname1;  // second operand, or null
 
 // ls and dir
 extern int32_t DIR_LTYPE;      // layout: 0 a name a line, 1 three columns, 2 long

@@ -136,3 +136,9 @@ char *tolower_string(char *text) {
         *c = static_cast<char>(std::tolower(static_cast<unsigned char>(*c)));
     return text;
 }
+
+std::string lowered(std::string_view text) {
+    std::string copy(text);
+    tolower_string(copy.data());
+    return copy;
+}

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
+#include <string_view>
 
 // Returns 1 when name as a whole matches pattern, else 0. Case matters.
 int strwildcmp(const char *pattern, const char *name);
@@ -13,3 +15,6 @@ int strwildmatch(const char *pattern, const char *name, char *out, std::size_t o
 
 // Lower-cases a text in place, byte by byte in the current locale, and returns it.
 char *tolower_string(char *text);
+
+// A copy of text in lower case, in the same way.
+std::string lowered(std::string_view text);

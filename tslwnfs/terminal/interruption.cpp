@@ -29,9 +29,9 @@ constexpr int kSignalBase = 128;  // of a status that tells a signal
 
 // What the handlers know of the file at hand. A name that is too long keeps its end.
 constexpr std::size_t kNameMaximum = 512;
-std::array<char, kNameMaximum> name = {};
+std::array<char, kNameMaximum> name_at_hand = {};
 std::atomic<std::size_t> name_length = 0;
-std::atomic<uint64_t> written = 0, total = 0;
+std::atomic<uint64_t> written = 0, size_at_hand = 0;
 std::atomic<bool> is_writing = false;
 std::atomic<int> arrived = 0;
 UnfinishedFile::Settle settle_file;
@@ -78,13 +78,13 @@ class Line {
 // "interrupted: M/x is not complete (10.1 of 25.0 MB written)"
 void describe(Line &line, std::string_view bound) {
     line.add("interrupted: ");
-    line.add({name.data(), name_length.load()});
+    line.add({name_at_hand.data(), name_length.load()});
     line.add(" is not complete (");
     line.add(bound);
     line.add_megabytes(written);
-    if (total != 0) {
+    if (size_at_hand != 0) {
         line.add(" of ");
-        line.add_megabytes(total);
+        line.add_megabytes(size_at_hand);
     }
     line.add(" MB written)");
 }
@@ -218,10 +218,10 @@ UnfinishedFile::UnfinishedFile(std::string_view file_name, uint64_t bytes, Settl
     settle_file = std::move(settle);
     std::string shown = printable(file_name);
     if (shown.size() > kNameMaximum) shown.erase(0, shown.size() - kNameMaximum);
-    std::copy(shown.begin(), shown.end(), name.begin());
+    std::copy(shown.begin(), shown.end(), name_at_hand.begin());
     name_length = shown.size();
     written = 0;
-    total = bytes;
+    size_at_hand = bytes;
     is_writing = true;
 }
 

@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::string_view kStartTls = "STARTTLS";
 
-Status nonsense(const char *what) {
+Status bad_answer(const char *what) {
     return {EIO, std::string("the answer to the question for TLS ") + what};
 }
 
@@ -64,27 +64,27 @@ Status StartTlsQuestion::on_mark() {
     last_ = (mark & kLastFragment) != 0;
     const std::size_t size = mark & ~kLastFragment;
     // Empty fragments could go on for ever.
-    if (size == 0 && !last_) return nonsense("holds an empty record fragment");
+    if (size == 0 && !last_) return bad_answer("holds an empty record fragment");
     record_size_ += size;
-    return record_size_ <= kReplyHeaderMaximum ? Status{} : nonsense("is larger than any such answer");
+    return record_size_ <= kReplyHeaderMaximum ? Status{} : bad_answer("is larger than any such answer");
 }
 
 Result<bool> StartTlsQuestion::offered() const {
     xdr::Reader reader(record_);
     uint32_t xid = 0, kind = 0, state = 0;
     if (!reader.get_u32(xid) || !reader.get_u32(kind) || !reader.get_u32(state) || xid != xid_ || kind != kReply)
-        return nonsense("is no reply to it");
+        return bad_answer("is no reply to it");
     uint32_t first = 0;
     if (state == kMessageDenied) {
         const bool for_flavour =
             reader.get_u32(first) && first == static_cast<uint32_t>(RejectStatus::auth_error) && reader.get_u32(first);
-        return for_flavour ? Result<bool>(false) : nonsense("denies something else");
+        return for_flavour ? Result<bool>(false) : bad_answer("denies something else");
     }
     std::span<const std::byte> verifier;
     uint32_t accept = 0;
     if (state != kMessageAccepted || !reader.get_u32(first) || !reader.get_opaque(verifier, kAuthBodyMaximum) ||
         !reader.get_u32(accept))
-        return nonsense("is no well-formed RPC reply");
+        return bad_answer("is no well-formed RPC reply");
     return is_starttls(first, verifier);
 }
 

@@ -15,12 +15,6 @@ constexpr uint32_t kOperationsMaximum = 256;  // of a compound without a session
 constexpr uint32_t kLowestMinor = 1;
 constexpr uint32_t kHighestMinor = 2;
 
-enum class Needs : uint8_t {
-    session,  // a SEQUENCE in front
-    nothing,  // but to be alone when there is none
-    first,    // SEQUENCE itself
-};
-
 // Tells a request sent again from another one; a hash does, since nobody here forges them.
 std::size_t fingerprint(nfstdm::xdr::Reader in) {
     constexpr std::size_t kLookedAt = 1024;  // bytes in front of what may be a mebibyte
@@ -36,6 +30,12 @@ bool is_operation_of(uint32_t minor, uint32_t op) {
 }
 
 }  // namespace
+
+enum class Needs : uint8_t {
+    session,  // a SEQUENCE in front
+    nothing,  // but to be alone when there is none
+    first,    // SEQUENCE itself
+};
 
 struct Nfs4Service::Row {
     Op op;

@@ -6,7 +6,6 @@ namespace loopnfsd::nfs4 {
 
 namespace {
 
-constexpr uint32_t kOwnerMaximum = 1024;
 constexpr uint32_t kWantDelegations = 0xFF00;  // of the access: what is said about them
 constexpr uint32_t kShareMaximum = 3;
 constexpr uint32_t kResultFlags = 0;
@@ -16,10 +15,10 @@ constexpr uint32_t kNotWanted = 0;
 constexpr uint32_t kStateIdsMaximum = 1024;
 constexpr StateId kClosed{StateId::kAllOnes, 0, 0};  // RFC 8881 section 8.2.3
 
+}  // namespace
+
 enum class Creation : uint32_t { unchecked = 0, guarded = 1, exclusive = 2, exclusive_with_attributes = 3 };
 enum class Claim : uint32_t { by_name = 0, previous = 1, by_handle = 4 };
-
-}  // namespace
 
 struct Nfs4Service::OpenArguments {
     uint32_t access = 0;
@@ -44,7 +43,7 @@ bool Nfs4Service::get_open_arguments(Reader &in, OpenArguments &arguments, Statu
     uint32_t word = 0;
     uint64_t client = 0;  // not looked at since minor version 1: the session tells
     if (!in.get_u32(word) || !in.get_u32(arguments.access) || !in.get_u32(arguments.deny) || !in.get_u64(client) ||
-        !in.get_string(arguments.owner, kOwnerMaximum) || !in.get_bool(arguments.create))
+        !in.get_string(arguments.owner, nfstdm::nfs4::kOpaqueMaximum) || !in.get_bool(arguments.create))
         return false;
     arguments.delegation_named = (arguments.access & kWantDelegations) != 0;
     arguments.access &= ~kWantDelegations;

@@ -11,7 +11,6 @@ namespace loopnfsd::nfs4 {
 
 namespace {
 
-constexpr uint32_t kOwnerMaximum = 1024;  // NFS4_OPAQUE_LIMIT
 constexpr std::size_t kImplementationMaximum = 4096;
 
 // EXCHANGE_ID, RFC 8881 section 18.35.
@@ -73,8 +72,8 @@ Status Nfs4Service::exchange_id(Compound &compound) {
     uint32_t flags = 0;
     uint32_t protection = 0;
     uint32_t implementations = 0;
-    if (!in.get_fixed(verifier, kVerifierSize) || !in.get_string(owner, kOwnerMaximum) || !in.get_u32(flags) ||
-        !in.get_u32(protection))
+    if (!in.get_fixed(verifier, kVerifierSize) || !in.get_string(owner, nfstdm::nfs4::kOpaqueMaximum) ||
+        !in.get_u32(flags) || !in.get_u32(protection))
         return Status::badxdr;
     if (protection != kNoProtection) return Status::notsupp;
     if (!in.get_u32(implementations) || implementations > 1) return Status::badxdr;
