@@ -51,6 +51,13 @@ optional_needs=(
 # shellcheck disable=SC2034
 bench_needs=(
     nfs-cat:libnfs-utils
+    /usr/include/nfsc/libnfs.h:libnfs-dev
+    /usr/include/krb5.h:libkrb5-dev
+    krb5kdc:krb5-kdc
+    kadmin.local:krb5-admin-server
+    kinit:krb5-user
+    openssl:openssl
+    mkfs.xfs:xfsprogs
     ganesha.nfsd:nfs-ganesha
     '/usr/lib/*/ganesha/libfsalvfs.so:nfs-ganesha-vfs'
     rpcbind:rpcbind
