@@ -123,10 +123,11 @@ class Loopnfsd4ByTls(Loopnfsd4):
 
 
 class LoopnfsdProcess:
-    """A loopnfsd on a free port of loopback. A folder given by itself is served as /export."""
+    """A loopnfsd on a free port of loopback. A folder given by itself is served as /export. `enter` are the words that
+    take it to another namespace."""
 
-    def __init__(self, home, *words):
-        self.command = [home / "bin" / "loopnfsd", *words]
+    def __init__(self, home, *words, enter=()):
+        self.command = [*enter, home / "bin" / "loopnfsd", *words]
         self._start(self.command)
 
     def _start(self, command):
@@ -160,10 +161,10 @@ class LoopnfsdProcess:
 class CountingLoopnfsd(LoopnfsdProcess):
     """A loopnfsd that serves a folder as /export and can be asked how many calls something made."""
 
-    def __init__(self, home, folder):
+    def __init__(self, home, folder, *words):
         self.program = home / "bin" / "loopnfsd"
         self.control = home / "control"
-        super().__init__(home, "--no-sync", "--control", self.control, folder)
+        super().__init__(home, "--no-sync", "--control", self.control, *words, folder)
 
     def send(self, *words):
         return subprocess.run(
