@@ -42,6 +42,7 @@ optional_needs=(
     kinit:krb5-user
     ip:iproute2
     unshare:util-linux
+    mkfs.xfs:xfsprogs
     zsh:zsh
     rpmbuild:rpm
     lintian:lintian

@@ -1,7 +1,12 @@
 """Copies that a server of NFSv4.2 makes by itself, and holes that it tells, on one that does so in each manner."""
 
-import pytest
+import shutil
+import subprocess
 
+import client
+import pytest
+import servers
+from namespace import Namespace, why_impossible
 from texts import SUCCEEDED
 
 SIZE = (68 << 20) + 4321  # more than one part, and no whole number of blocks
@@ -39,6 +44,46 @@ def test_a_copy_within_a_server_is_made_by_it(nas, content, offered, operation):
     assert not (server.files / "copy").exists()
     assert_moved_no_bytes(server, operation)
     assert server.tell("opens") == "0"
+
+
+@pytest.fixture
+def sharing(tmp_path):
+    """A namespace in which tmp_path / "sharing" is a file system whose files can share blocks."""
+    why = why_impossible()
+    if not why and not shutil.which("mkfs.xfs", path="/usr/sbin:/usr/bin:/sbin:/bin"):
+        why = "xfsprogs is not installed"
+    if why:
+        pytest.skip(why)
+    image, folder = tmp_path / "image", tmp_path / "sharing"
+    folder.mkdir()
+    with open(image, "wb") as out:
+        out.truncate(512 << 20)
+    subprocess.run(["mkfs.xfs", "-q", "-m", "reflink=1", image], check=True)
+    place = Namespace()
+    try:
+        place.run("mount", "-o", "loop", str(image), str(folder))
+    except subprocess.CalledProcessError:
+        place.close()
+        pytest.skip("this kernel mounts no XFS")
+    yield place
+    place.close()
+
+
+def test_a_clone_takes_no_space_where_files_can_share_blocks(own, sharing, tmp_path, content):
+    folder = sharing.seen_from_outside(tmp_path / "sharing")
+    (folder / "source").write_bytes(content)
+    sharing.run("sync", "-f", str(tmp_path / "sharing"))
+    used = shutil.disk_usage(folder).used
+    words = ("--versions", "4", "--copies", "clone")
+    daemon = servers.LoopnfsdProcess(own.home, *words, tmp_path / "sharing", enter=sharing.enter(mounts=True))
+    try:
+        inside = client.Client(own.home, sharing.enter())
+        inside.tslnfstab.write_text(servers.server_block("loop", daemon.address, [("/export", "/m")], version="nfsv4.2"))
+        inside.ok("cp", "/m/source", "/m/copy")
+        assert (folder / "copy").read_bytes() == content
+        assert shutil.disk_usage(folder).used < used + SIZE // 2
+    finally:
+        daemon.close()
 
 
 @pytest.mark.parametrize("words", [(), ("--copies", "copy", "--fault", "status=COPY:NOTSUPP:*")])

@@ -53,6 +53,11 @@ class SharedFiles {
         uint32_t stable = 0;  // stable_how
         Bytes data;
     };
+    struct SharedRange {
+        uint64_t from = 0;  // in the source
+        uint64_t to = 0;
+        uint64_t count = 0;
+    };
     struct WriteResult {
         NfsStatus status = NfsStatus::ok;
         uint32_t count = 0;
@@ -99,6 +104,9 @@ class SharedFiles {
     std::shared_ptr<std::byte[]> buffer() { return buffers_.take(); }  // for a READ and its padding
     WriteResult write(const Call &call, const OpenFile &file, const FileKey &key, const WriteArguments &arguments);
     NfsStatus commit(const OpenFile &file, const FileKey &key);
+    // Lets a range of the file share the blocks of another one's, open as source. False where that cannot be: nothing
+    // was done then.
+    bool share(const Call &call, int source, const OpenFile &file, const FileKey &key, const SharedRange &range);
 
     // Names. Those that make one expect that allow_change() and check_new_name() were asked.
     MadeObject make_directory(const Call &call, const Folder &folder, std::string_view name,

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -141,6 +143,16 @@ NfsStatus SharedFiles::store_held(const OpenFile &file, const FileKey &key) {
 NfsStatus SharedFiles::commit(const OpenFile &file, const FileKey &key) {
     const NfsStatus status = store_held(file, key);
     return status == NfsStatus::ok ? sync(file.descriptor) : status;
+}
+
+// What is held is no part of a file yet, and a limit of space is one of bytes that are written.
+bool SharedFiles::share(const Call &call, int source, const OpenFile &file, const FileKey &key,
+                        const SharedRange &range) {
+    if (held_.bytes() != 0 || faults_.number(FaultKind::capacity, call.arrival.path)) return false;
+    const file_clone_range wanted{source, range.from, range.count, range.to};
+    if (ioctl(file.descriptor, FICLONERANGE, &wanted) != 0) return false;
+    capacity_.charge(key, file.status, range.to, range.count);
+    return true;
 }
 
 }  // namespace loopnfsd

@@ -210,6 +210,7 @@ class Nfs4Service final : public Program {
     static bool get_copy(Reader &in, CopyStates &states, RunningCopy &copy);
     Status begin_copy(Compound &compound, const CopyStates &states, RunningCopy &copy);
     Status go_on_copying(Compound &compound, RunningCopy &copy, uint64_t most);
+    bool share_blocks(Compound &compound, const RunningCopy &copy);
     void put_copied(Compound &compound, const RunningCopy &copy, const StateId *going_on) const;
     Status copy(Compound &compound);
     Status offload_status(Compound &compound);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "tools/loopnfsd/base/unique_fd.h"
 #include "tools/loopnfsd/nfs4/nfs4.h"
 
 namespace loopnfsd::nfs4 {
@@ -125,13 +126,25 @@ Status Nfs4Service::offload_status(Compound &compound) {
     return Status::ok;
 }
 
-// Whole or not at all (RFC 7862 section 15.13): nobody else is served meanwhile.
+bool Nfs4Service::share_blocks(Compound &compound, const RunningCopy &copy) {
+    FileKey key;
+    auto source = open_file(compound, copy.source, kWantRead, key);
+    if (!source.ok()) return false;
+    const UniqueFd kept(dup(source->descriptor));  // the next file that is opened may close this one
+    auto destination = open_file(compound, copy.destination, kWantWrite, key);
+    return destination.ok() &&
+           files_.share(compound.call, kept.get(), *destination, key, {copy.from, copy.to, copy.count});
+}
+
+// Whole or not at all (RFC 7862 section 15.13): nobody else is served meanwhile. Where the file system below cannot
+// share blocks the bytes are copied, which a client cannot tell.
 Status Nfs4Service::clone(Compound &compound) {
     CopyStates states;
     RunningCopy copy;
     if (!get_copy(compound.in, states, copy)) return Status::badxdr;
     if (!settings_.copies.clones) return Status::notsupp;
     if (const Status status = begin_copy(compound, states, copy); status != Status::ok) return status;
+    if (share_blocks(compound, copy)) return Status::ok;
     const uint64_t wanted = copy.count;
     const Status status = go_on_copying(compound, copy, wanted);
     return status == Status::ok && copy.done < wanted ? Status::nospc : status;
