@@ -101,6 +101,10 @@ void add_home(std::vector<std::string> &paths, const std::string &home, const st
 
 }  // namespace
 
+std::string message_language() {
+    return LocaleParts(message_locale()).language;
+}
+
 std::vector<std::string> catalogue_candidates(const std::string &name) {
     const LocaleParts locale(message_locale());
     std::vector<std::string> paths;

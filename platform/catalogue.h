@@ -38,5 +38,8 @@ class MessageCatalogue {
     std::vector<CompiledCatalogue> sound_;
 };
 
+// The language of messages by the locale, such as "de"; "C" and the like where it names none.
+std::string message_language();
+
 // The files to try, in this order.
 std::vector<std::string> catalogue_candidates(const std::string &name);

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
 #include <span>
 
+#include "platform/locale.h"
 #include "platform/standard_descriptors.h"
 #include "tslwnfs/frontend/command_table.h"
 #include "tslwnfs/frontend/startup.h"
@@ -28,7 +28,7 @@ int run(std::span<char *> arguments) {
 
 int main(int argc, char **argv) {
     if (!take_standard_descriptors()) return EXIT_FAILURE;
-    std::setlocale(LC_ALL, "");
+    take_locale();
     terminal::open();
     terminal::watch_interruptions();
     if (std::atexit(finish_output_at_exit) != 0) return 1;

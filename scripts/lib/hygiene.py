@@ -63,7 +63,7 @@ STACKS = [
     (
         "tslwnfs/terminal tslwnfs/output tslwnfs/options tslwnfs/storage tslwnfs/config tslwnfs/commands"
         " tslwnfs/client tslwnfs/netdisc tslwnfs/frontend tslwnfs",
-        "include platform nfstdm/base nfstdm/rpc/auth nfstdm/nfs3 nfstdm/nfs4 nfstdm/mounts",
+        "include platform catalogue nfstdm/base nfstdm/rpc/auth nfstdm/nfs3 nfstdm/nfs4 nfstdm/mounts",
     ),
     (
         "tools/loopnfsd/base tools/loopnfsd/faults tools/loopnfsd/store tools/loopnfsd/wire tools/loopnfsd/files"

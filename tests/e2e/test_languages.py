@@ -4,6 +4,7 @@ import pathlib
 import re
 
 import pytest
+from terminal import Terminal
 from texts import NO_CATALOGUE, SUCCEEDED, banner, message
 
 CATALOGUE = pathlib.Path(__file__).resolve().parents[2] / "catalogue"
@@ -118,3 +119,94 @@ def test_the_trace_and_the_log_are_of_the_language(local, tmp_path, language):
     local.run("-trace", trace, "-level", *"3333", "-log", log, "ls", tmp_path / "none", env={"LC_ALL": language})
     assert text(language, 65013).split("%s")[-1] in trace.read_text(encoding="utf-8")
     assert text(language, 65022).split("%u")[0] in log.read_text(encoding="utf-8")
+
+
+# What is typed, and what is read in each language. {0} is a local directory.
+READ = {
+    "a mistyped command": (
+        ["cpoy", "a", "b"],
+        {
+            "en": "cpoy is no command; did you mean copy?",
+            "de": "cpoy ist kein Befehl; war copy gemeint?",
+            "fr": "cpoy n'est pas une commande ; vouliez-vous dire copy ?",
+            "ja": "cpoyというコマンドはありません; copyではありませんか",
+        },
+    ),
+    "a word that is skipped": (
+        ["find", "{0}", "-empty"],
+        {
+            "en": "warning: find: -empty is not known and was skipped",
+            "de": "Warnung: find: -empty ist unbekannt und wurde übergangen",
+            "fr": "avertissement : find : -empty est inconnu et a été ignoré",
+            "ja": "警告: find: -emptyは認識されないため無視されました",
+        },
+    ),
+    "a directory without -r": (
+        ["rm", "{0}"],
+        {
+            "en": "{0} is a directory; with -r it is deleted, too",
+            "de": "{0} ist ein Verzeichnis; mit -r wird es mitgelöscht",
+            "fr": "{0} est un répertoire ; avec -r, il est supprimé aussi",
+            "ja": "{0}はディレクトリです; -rを指定すると削除されます",
+        },
+    ),
+    "what the system refuses": (
+        ["cp", "{0}/none", "{0}/new"],
+        {
+            "en": "The file {0}/none could not be opened: No such file or directory",
+            "de": "Die Datei {0}/none konnte nicht geöffnet werden: Datei oder Verzeichnis nicht gefunden",
+            "fr": "Le fichier {0}/none n'a pas pu être ouvert : Fichier ou répertoire inexistant",
+            "ja": "ファイル{0}/noneをオープンできませんでした: そのようなファイルまたはディレクトリはありません",
+        },
+    ),
+    "the help of a command": (
+        ["help", "mkdir"],
+        {
+            "en": "-p  with its missing parents",
+            "de": "-p  mit den fehlenden übergeordneten Verzeichnissen",
+            "fr": "-p  avec ses répertoires parents manquants",
+            "ja": "-p  存在しない親ディレクトリも作成する",
+        },
+    ),
+}
+
+
+def told(client, language, words):
+    """The lines beside the output, at a terminal whose locale need not be installed."""
+    shown = Terminal(client).run(*words, env={"LC_ALL": f"{language}_XX.UTF-8"})
+    # The screen has a blank behind a character that is two columns wide.
+    return [re.sub(r"([\u1100-\uffff]) ", r"\1", line.removeprefix("tslwnfs: ")) for line in shown.said]
+
+
+@pytest.mark.parametrize("language", LANGUAGES)
+@pytest.mark.parametrize("typed", READ)
+def test_what_a_person_reads_at_a_terminal_is_in_the_language_too(local, folder, typed, language):
+    words, read = READ[typed]
+    assert read[language].format(folder) in told(local, language, [word.format(folder) for word in words])
+
+
+@pytest.mark.parametrize("language", LANGUAGES)
+def test_a_servers_reason_is_in_the_language_with_what_to_try(faulty, language):
+    server = faulty()
+    server.fault("status=REMOVE:ACCES:*")
+    (server.files / "f").write_bytes(b"x")
+    line = told(server.client, language, ["rm", f"{server.remote}/f"])[0]
+    assert line.startswith(server.remote) and "REMOVE" in line and "(NFS3ERR_ACCES)" in line
+    expected = {
+        "en": ["server ", "permission denied", "the user and group that count are the caller's"],
+        "de": ["Server ", "Zugriff verweigert", "es zählen Benutzer und Gruppe des Aufrufers"],
+        "fr": ["serveur ", "permission refusée", "ceux de l'appelant"],
+        "ja": ["サーバー", "アクセスが拒否されました", "呼出し元のユーザーとグループ"],
+    }
+    assert all(part in line for part in expected[language])
+
+
+def test_the_trace_stays_english(local, folder, tmp_path):
+    trace = tmp_path / "t"
+    local.run("-trace", trace, "-level", "0", "0", "0", "1", "rm", f"{folder}/.", env={"LC_ALL": "de_DE.UTF-8"})
+    assert f"{folder}/. is never deleted" in trace.read_text()
+
+
+def test_reasons_that_the_terminals_characters_do_not_hold_are_english(local, folder):
+    run = local.run("rm", folder, env={"LC_ALL": "ja_JP.ISO-8859-1", "TSLWNFS_TERMINAL": "reasons"})
+    assert run.err.decode().splitlines()[0] == f"tslwnfs: {folder} is a directory; with -r it is deleted, too"

@@ -26,8 +26,10 @@ void CopyTally::count(std::string_view path, bool copied) {
 
 void CopyTally::tell() const {
     if (missing_ == 0) return;
-    std::string line = "warning: " + std::to_string(missing_) + " of " + std::to_string(files_) +
-                       (files_ == 1 ? " file" : " files") + (missing_ == 1 ? " was" : " were") + " not copied";
+    const char *what = files_ == 1     ? " file was not copied"
+                       : missing_ == 1 ? " files was not copied"
+                                       : " files were not copied";
+    std::string line = "warning: " + std::to_string(missing_) + " of " + std::to_string(files_) + what;
     for (std::size_t name = 0; name < names_.size(); ++name)
         line += (name == 0 ? ": " : ", ") + names_[name];
     if (missing_ > names_.size()) line += ", and " + std::to_string(missing_ - names_.size()) + " more";

@@ -20,6 +20,7 @@
 #include "tslwnfs/terminal/reasons.h"
 #include "tslwnfs/terminal/screen.h"
 #include "tslwnfs/terminal/text.h"
+#include "tslwnfs/terminal/translation.h"
 
 namespace terminal {
 namespace {
@@ -27,10 +28,13 @@ namespace {
 constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP};
 constexpr int kSignalBase = 128;  // of a status that tells a signal
 
-// What the handlers know of the file at hand. A name that is too long keeps its end.
-constexpr std::size_t kNameMaximum = 512;
-std::array<char, kNameMaximum> name_at_hand = {};
-std::atomic<std::size_t> name_length = 0;
+// What the handlers know of the file at hand.
+constexpr char kWrittenHere = '\1', kTotalHere = '\2';  // no name holds them, as it is shown
+constexpr std::size_t kNameMaximum = 512;               // a name that is longer keeps its end
+constexpr std::size_t kLineMaximum = kNameMaximum + 256;
+std::string name_at_hand;
+std::array<char, kLineMaximum> line_at_once = {};  // put together beforehand, but for the numbers
+std::atomic<std::size_t> line_length = 0;
 std::atomic<uint64_t> written = 0, size_at_hand = 0;
 std::atomic<bool> is_writing = false;
 std::atomic<int> arrived = 0;
@@ -71,29 +75,40 @@ class Line {
         add({digits.data() + first, digits.size() - first});
     }
 
-    std::array<char, kNameMaximum + 160> text_ = {};
+    std::array<char, kLineMaximum + 80> text_ = {};
     std::size_t used_ = 0;
 };
 
-// "interrupted: M/x is not complete (10.1 of 25.0 MB written)"
-void describe(Line &line, std::string_view bound) {
-    line.add("interrupted: ");
-    line.add({name_at_hand.data(), name_length.load()});
-    line.add(" is not complete (");
-    line.add(bound);
-    line.add_megabytes(written);
-    if (size_at_hand != 0) {
-        line.add(" of ");
-        line.add_megabytes(size_at_hand);
+// That the file at hand is not complete; how much of it there is stands where the numbers belong.
+std::string incomplete(bool at_most) {
+    const std::string_view done(&kWrittenHere, 1), all(&kTotalHere, 1);
+    if (size_at_hand == 0) {
+        return in_words(at_most ? "interrupted: {1} is not complete (at most {2} MB written)"
+                                : "interrupted: {1} is not complete ({2} MB written)",
+                        {name_at_hand, done});
     }
-    line.add(" MB written)");
+    return in_words(at_most ? "interrupted: {1} is not complete (at most {2} of {3} MB written)"
+                            : "interrupted: {1} is not complete ({2} of {3} MB written)",
+                    {name_at_hand, done, all});
+}
+
+void add_with_numbers(Line &line, std::string_view text) {
+    for (const char &c : text) {
+        if (c == kWrittenHere) {
+            line.add_megabytes(written);
+        } else if (c == kTotalHere) {
+            line.add_megabytes(size_at_hand);
+        } else {
+            line.add({&c, 1});
+        }
+    }
 }
 
 Line settled_line() {
     const auto there = settle_file ? settle_file() : std::nullopt;
     if (there) written = *there;
     Line line;
-    describe(line, there ? "" : "at most ");
+    add_with_numbers(line, incomplete(!there));
     return line;
 }
 
@@ -107,7 +122,7 @@ void write_all(std::string_view text) {
     if (is_open()) {
         Line line;
         line.add("tslwnfs: ");
-        describe(line, "at most ");
+        add_with_numbers(line, {line_at_once.data(), line_length});
         line.add("\n");
         write_all(line.text());
     }
@@ -216,12 +231,12 @@ pid_t await_companion(pid_t companion, int &status) {
 
 UnfinishedFile::UnfinishedFile(std::string_view file_name, uint64_t bytes, Settle settle) {
     settle_file = std::move(settle);
-    std::string shown = printable(file_name);
-    if (shown.size() > kNameMaximum) shown.erase(0, shown.size() - kNameMaximum);
-    std::copy(shown.begin(), shown.end(), name_at_hand.begin());
-    name_length = shown.size();
+    name_at_hand = printable(file_name);
+    if (name_at_hand.size() > kNameMaximum) name_at_hand.erase(0, name_at_hand.size() - kNameMaximum);
     written = 0;
     size_at_hand = bytes;
+    const std::string line = incomplete(true);
+    line_length = line.copy(line_at_once.data(), line_at_once.size());
     is_writing = true;
 }
 

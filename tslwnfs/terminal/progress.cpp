@@ -8,6 +8,7 @@
 
 #include "tslwnfs/terminal/screen.h"
 #include "tslwnfs/terminal/text.h"
+#include "tslwnfs/terminal/translation.h"
 
 namespace terminal {
 namespace {
@@ -40,15 +41,17 @@ std::string time_left(uint64_t done, uint64_t total, double rate) {
     const Seconds left{rate > 0 ? static_cast<double>(total - done) / rate : kLongest.count()};
     if (left >= kLongest) return {};
     const auto rounded = std::chrono::round<std::chrono::seconds>(left);
-    return "  " + time_text(static_cast<uint64_t>(rounded.count())) + " left";
+    return "  " + in_words("{1} left", {time_text(static_cast<uint64_t>(rounded.count()))});
 }
 
 // The name, and as much of what there is to tell as there are columns for: the tails tell less and less.
 std::string line_of(std::string_view name, std::span<const std::string> tails, std::size_t columns) {
     const std::size_t wanted = std::min(columns_of(name), kNameColumns);
-    const auto tail = std::ranges::find_if(tails, [&](const auto &each) { return each.size() + wanted <= columns; });
+    const auto fits = [&](const auto &tail) { return columns_of(tail) + wanted <= columns; };
+    const auto tail = std::ranges::find_if(tails, fits);
     const std::string &shown = tail != tails.end() ? *tail : tails.back();
-    return shown.size() <= columns ? fitted(name, columns - shown.size()) + shown : std::string();
+    const std::size_t width = columns_of(shown);
+    return width <= columns ? fitted(name, columns - width) + shown : std::string();
 }
 
 // What stands behind the name, the fullest first.
@@ -57,7 +60,7 @@ std::vector<std::string> tails_of(uint64_t done, uint64_t total, double rate) {
     if (total == 0) return {"  " + bytes_text(done) + speed, "  " + bytes_text(done)};
     const double share = static_cast<double>(done) / static_cast<double>(total);
     const std::string percent = "  " + std::to_string(static_cast<unsigned>(share * 100)) + " %";
-    const std::string amount = "  " + bytes_text(done) + " of " + bytes_text(total);
+    const std::string amount = "  " + in_words("{1} of {2}", {bytes_text(done), bytes_text(total)});
     const std::string left = time_left(done, total, rate);
     return {percent + amount + speed + left, percent + speed + left, percent + left, percent};
 }
@@ -71,7 +74,8 @@ std::string progress_line(std::string_view name, uint64_t done, uint64_t total, 
 std::string files_line(std::string_view name, const FilesDone &done, std::chrono::duration<double> elapsed,
                        std::size_t columns) {
     const double seconds = std::max(elapsed.count(), 1e-9);
-    const std::string number = "  " + std::to_string(done.files) + " of " + std::to_string(done.of) + " files";
+    const std::string number =
+        "  " + in_words("{1} of {2} files", {std::to_string(done.files), std::to_string(done.of)});
     const std::string amount = done.bytes == 0 ? "" : "  " + bytes_text(done.bytes);
     const auto rate = static_cast<uint64_t>(static_cast<double>(done.bytes) / seconds);
     const std::string speed = done.bytes == 0 ? "" : "  " + bytes_text(rate) + "/s";

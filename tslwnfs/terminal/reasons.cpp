@@ -28,8 +28,9 @@ std::string mounts;   // "the mount points are ..."
 
 // What a line of prose does without.
 std::string_view without_end(std::string_view text) {
-    while (text.ends_with('\n') || text.ends_with('.'))
-        text.remove_suffix(1);
+    for (const std::string_view end : {"\n", ".", "。"})
+        while (text.ends_with(end))
+            text.remove_suffix(end.size());
     return text;
 }
 

@@ -13,6 +13,7 @@
 #include "platform/environment.h"
 #include "platform/write_errors.h"
 #include "tslwnfs/terminal/text.h"
+#include "tslwnfs/terminal/translation.h"
 
 namespace terminal {
 namespace {
@@ -57,7 +58,7 @@ void say(std::string_view line, When when) {
     erase();
     // An unfinished line stays in the buffer of a standard output that is a terminal, so this gets a line of its own.
     if (isatty(STDOUT_FILENO) == 0) flush_stream(stdout);
-    write("tslwnfs: " + printable(line) + "\n");
+    write("tslwnfs: " + printable(translated(line)) + "\n");
 }
 
 void divert(Diversion diversion) {
