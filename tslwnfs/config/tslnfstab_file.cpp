@@ -13,6 +13,7 @@
 #include "tslwnfs/output/messages.h"
 #include "tslwnfs/output/output.h"
 #include "tslwnfs/output/trace.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -92,7 +93,9 @@ uint32_t write_copy(const char *function, const std::string &from, const std::st
 }
 
 void print_not_opened(const char *path) {
-    print("could not open %s errno %u\n", path, static_cast<unsigned>(errno));
+    const int error = errno;
+    print("could not open %s errno %u\n", path, static_cast<unsigned>(error));
+    terminal::note_system_failure("The file " + std::string(path) + " could not be opened", error, path);
 }
 
 void trace_not_written(const char *function, const char *path) {

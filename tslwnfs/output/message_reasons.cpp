@@ -14,13 +14,13 @@ std::string_view without_number(std::string_view text) {
 
 }  // namespace
 
-void note_message(ReasonSource source, std::string_view text, int error) {
+void note_message(ReasonSource source, std::string_view text, int error, std::string_view path) {
     const std::string_view what = without_number(text);
     switch (source) {
         case ReasonSource::own:
             return terminal::note_failure(what);
         case ReasonSource::system:
-            return terminal::note_system_failure(what, error);
+            return terminal::note_system_failure(what, error, path);
         case ReasonSource::library:
             return terminal::note_library_failure(what);
         case ReasonSource::library_and_goes_on:

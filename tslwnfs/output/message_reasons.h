@@ -16,5 +16,5 @@ enum class ReasonSource : uint8_t {
 };
 
 // Takes note of a message that is traced, for the person at the terminal. text: with its number in front. error: errno
-// as it stood.
-void note_message(ReasonSource source, std::string_view text, int error);
+// as it stood. path: what it is about; empty when that is no path.
+void note_message(ReasonSource source, std::string_view text, int error, std::string_view path);

@@ -101,6 +101,15 @@ std::string put_in_place(std::string_view text, MessageArguments arguments) {
     return result;
 }
 
+// The path that a message is about: its first text. What could not be removed is an entry of the directory above.
+std::string_view path_of(uint32_t number, MessageArguments arguments) {
+    const auto *const text = arguments.empty() ? nullptr : std::get_if<const char *>(&arguments[0]);
+    const std::string_view path = text != nullptr && *text != nullptr ? *text : "";
+    const bool is_removal =
+        number == Message::file_not_deleted.number || number == Message::directory_not_removed.number;
+    return is_removal ? path.substr(0, path.find_last_of('/') + 1) : path;
+}
+
 constexpr bool is_usage_line(uint32_t number) {
     return number >= Message::usage_general.number && number <= Message::usage_network.number;
 }
@@ -168,18 +177,18 @@ void trace(const char *function, uint32_t number, ReasonSource reason, MessageAr
     const int error = errno;
     const std::string record = text(number, arguments);
     tslwnfswrf(3, function, "%s", record.c_str());
-    note_message(reason, record, error);
+    note_message(reason, record, error, path_of(number, arguments));
 }
 
 }  // namespace any_message
 
 void trace_unwritten(const char *function, const char *path) {
-    terminal::note_system_failure("The file " + std::string(path) + " could not be written", errno);
+    terminal::note_system_failure("The file " + std::string(path) + " could not be written", errno, path);
     trace_message(function, Message::file_unopenable, path);
 }
 
 void trace_unread(const char *function, const char *path) {
     const char *what = errno == 0 ? " ended while it was read" : " could not be read";
-    terminal::note_system_failure("The file " + std::string(path) + what, errno);
+    terminal::note_system_failure("The file " + std::string(path) + what, errno, path);
     trace_message(function, Message::file_unopenable, path);
 }

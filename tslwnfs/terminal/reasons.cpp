@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "nfstdm/base/record.h"
+#include "tslwnfs/terminal/permissions.h"
 #include "tslwnfs/terminal/screen.h"
 
 namespace terminal {
@@ -66,7 +67,8 @@ std::string advice(const Reason &reason) {
         case EACCES:
         case EPERM:
             // Only a server is asked as somebody, and what it says of security says it all.
-            if (concern == Concern::security || concern == Concern::host) return {};
+            if (concern == Concern::security) return {};
+            if (concern == Concern::host) return who_may(reason.text.substr(0, reason.text.find(": ")));
             return concern == Concern::mounting ? "does the server admit this host? " + showmount(reason) + " tells"
                                                 : "the user and group that count are the caller's, unless tslnfstab "
                                                   "names others for the server";
@@ -124,8 +126,13 @@ void note_failure(std::string_view what) {
     keep({std::string(without_end(what)), 0, false});
 }
 
-void note_system_failure(std::string_view what, int error) {
-    keep(system_reason(what, error));
+void note_system_failure(std::string_view what, int error, std::string_view path) {
+    if (!failure.text.empty()) return;
+    Reason reason = system_reason(what, error);
+    const bool is_refused = error == EACCES || error == EPERM;
+    const std::string others = is_refused && is_open() ? who_may(path) : "";
+    if (!others.empty()) reason.text += "; " + others;
+    keep(std::move(reason));
 }
 
 void note_library_failure(std::string_view what) {

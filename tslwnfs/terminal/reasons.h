@@ -47,8 +47,9 @@ class AskedBesides {
 
 // Something failed, and this says it all. The first such failure is the one that is told.
 void note_failure(std::string_view what);
-// A call of the system's failed: what, and the error number, 0 when it left none.
-void note_system_failure(std::string_view what, int error);
+// A call of the system's failed: what, the error number, 0 when it left none, and the path it was about, if it is
+// known: then it is told who has the permission that was missing.
+void note_system_failure(std::string_view what, int error, std::string_view path = {});
 // The storage library failed, if it gave a reason: that is told. Without one, what is a remark.
 void note_library_failure(std::string_view what);
 // Of no consequence as a rule: the last one is told if nothing else failed. The library's reason is better, if it gave
