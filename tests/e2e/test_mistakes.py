@@ -255,6 +255,9 @@ USAGE = {
     "unknown command": (["cpoy", "a", "b"], ["cpoy is no command; did you mean copy?"]),
     "another one": (["lst", "a"], ["lst is no command; did you mean ls?"]),
     "nothing like it": (["frobnicate"], ["frobnicate is no command"]),
+    "a command in capitals": (["LS", "a"], ["LS is no command; did you mean ls?"]),
+    "an option in place of a command": (["-v"], ["-v is no command"]),
+    "help on an unknown command": (["help", "cpoy"], ["cpoy is no command; did you mean copy?"]),
     "option at the end": (["cp", "a", "b", "-r"], ["-r stands behind the operands"]),
     "expanded wildcard": (["cp", "a.dbf", "b.dbf", "c.dbf"], ["one operand too many: c.dbf (quote wildcards)"]),
     "value missing": (["enablerdma", "-s"], ["-s lacks its value"]),
@@ -271,6 +274,10 @@ def test_a_usage_error_says_what_was_wrong_behind_the_usage_text(local, typed):
     assert warnings(shown) == read
     on_terminal = Terminal(local).run(*words)
     assert on_terminal.sent.index("TWNFS-65006") < on_terminal.sent.index(read[0])
+
+
+def test_a_command_without_a_mistake_is_told_nothing_about_itself(local):
+    assert warnings(local.run("nfsids", env=ALWAYS)) == []
 
 
 def test_a_server_that_is_not_named_is_asked_for(own):

@@ -92,7 +92,7 @@ ParseOutcome take_command(Words &words) {
         ask_for_synopsis(word);
         return ParseOutcome::usage;
     }
-    if (command->code == kNoCommand) ask_for_synopsis(words.done() ? word : words.current());
+    if (command->grammar == parse_help) ask_for_synopsis(words.done() ? word : words.current());
     commandtype = command->code;
     const ParseOutcome outcome = command->grammar(words);
     if (!words.done()) {

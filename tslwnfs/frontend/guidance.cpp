@@ -2,6 +2,7 @@
 #include "tslwnfs/frontend/guidance.h"
 
 #include <algorithm>
+#include <cctype>
 #include <numeric>
 #include <optional>
 #include <string>
@@ -130,9 +131,11 @@ std::size_t distance(std::string_view one, std::string_view other) {
     return last[other.size()];
 }
 
-// A word of another length than what was typed by half is no slip of the fingers.
-std::optional<std::string_view> nearest_command(std::string_view word) {
+// A word of another length than what was typed by half is no slip of the fingers, and an option is no mistyped command.
+std::optional<std::string_view> nearest_command(std::string word) {
     std::optional<std::string_view> nearest;
+    if (word.starts_with('-')) return nearest;
+    std::ranges::transform(word, word.begin(), [](unsigned char c) { return std::tolower(c); });
     std::size_t least = word.size() / 2 + 1;
     for (const auto &command : command_table()) {
         for (const char *known : command.words) {
@@ -144,6 +147,11 @@ std::optional<std::string_view> nearest_command(std::string_view word) {
         }
     }
     return nearest;
+}
+
+std::string unknown_command(std::string_view word) {
+    const auto nearest = nearest_command(std::string(word));
+    return std::string(word) + " is no command" + (nearest ? "; did you mean " + std::string(*nearest) + "?" : "");
 }
 
 }  // namespace
@@ -162,6 +170,7 @@ void ask_for_synopsis(std::string_view command) {
 
 void tell_synopsis() {
     std::string_view text = synopsis_of(asked_for);
+    if (text.empty() && !asked_for.empty()) terminal::say(unknown_command(asked_for));
     while (!text.empty()) {
         const std::string_view line = text.substr(0, text.find('\n'));
         terminal::say(line);
@@ -171,7 +180,5 @@ void tell_synopsis() {
 }
 
 void note_unknown_command(std::string_view word) {
-    const auto nearest = nearest_command(word);
-    terminal::note_failure(std::string(word) + " is no command" +
-                           (nearest ? "; did you mean " + std::string(*nearest) + "?" : ""));
+    terminal::note_failure(unknown_command(word));
 }
