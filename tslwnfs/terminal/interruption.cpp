@@ -32,10 +32,10 @@ constexpr int kSignalBase = 128;  // of a status that tells a signal
 constexpr char kWrittenHere = '\1', kTotalHere = '\2';  // no name holds them, as it is shown
 constexpr std::size_t kNameMaximum = 512;               // a name that is longer keeps its end
 constexpr std::size_t kLineMaximum = kNameMaximum + 256;
-std::string name_at_hand;
+std::string name;
 std::array<char, kLineMaximum> line_at_once = {};  // put together beforehand, but for the numbers
 std::atomic<std::size_t> line_length = 0;
-std::atomic<uint64_t> written = 0, size_at_hand = 0;
+std::atomic<uint64_t> written = 0, total = 0;
 std::atomic<bool> is_writing = false;
 std::atomic<int> arrived = 0;
 UnfinishedFile::Settle settle_file;
@@ -82,14 +82,14 @@ class Line {
 // That the file at hand is not complete; how much of it there is stands where the numbers belong.
 std::string incomplete(bool at_most) {
     const std::string_view done(&kWrittenHere, 1), all(&kTotalHere, 1);
-    if (size_at_hand == 0) {
+    if (total == 0) {
         return in_words(at_most ? "interrupted: {1} is not complete (at most {2} MB written)"
                                 : "interrupted: {1} is not complete ({2} MB written)",
-                        {name_at_hand, done});
+                        {name, done});
     }
     return in_words(at_most ? "interrupted: {1} is not complete (at most {2} of {3} MB written)"
                             : "interrupted: {1} is not complete ({2} of {3} MB written)",
-                    {name_at_hand, done, all});
+                    {name, done, all});
 }
 
 void add_with_numbers(Line &line, std::string_view text) {
@@ -97,7 +97,7 @@ void add_with_numbers(Line &line, std::string_view text) {
         if (c == kWrittenHere) {
             line.add_megabytes(written);
         } else if (c == kTotalHere) {
-            line.add_megabytes(size_at_hand);
+            line.add_megabytes(total);
         } else {
             line.add({&c, 1});
         }
@@ -231,10 +231,10 @@ pid_t await_companion(pid_t companion, int &status) {
 
 UnfinishedFile::UnfinishedFile(std::string_view file_name, uint64_t bytes, Settle settle) {
     settle_file = std::move(settle);
-    name_at_hand = printable(file_name);
-    if (name_at_hand.size() > kNameMaximum) name_at_hand.erase(0, name_at_hand.size() - kNameMaximum);
+    name = printable(file_name);
+    if (name.size() > kNameMaximum) name.erase(0, name.size() - kNameMaximum);
     written = 0;
-    size_at_hand = bytes;
+    total = bytes;
     const std::string line = incomplete(true);
     line_length = line.copy(line_at_once.data(), line_at_once.size());
     is_writing = true;
