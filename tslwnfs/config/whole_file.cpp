@@ -67,6 +67,26 @@ std::string behind_links(const char *path) {
     return unresolved ? path : real.string();
 }
 
+// What a group may read in a directory that hands its group on and lets it write, the group may also change: whoever
+// made it, and whatever the maker's umask.
+bool is_shared(const char *path, mode_t mode) {
+    const std::string_view name(path);
+    const std::string directory(name.substr(0, name.rfind('/') + 1));
+    struct stat status;
+    return (mode & S_IRGRP) != 0 && stat(directory.c_str(), &status) == 0 && (status.st_mode & S_ISGID) != 0 &&
+           (status.st_mode & S_IWGRP) != 0;
+}
+
+Descriptor open_or_make(const char *path, int how, mode_t mode) {
+    if (!is_shared(path, mode)) return Descriptor(open(path, how, mode));
+    constexpr mode_t kOfGroup = S_IRGRP | S_IWGRP;
+    const mode_t mask = umask(0);
+    umask(mask & ~kOfGroup);
+    Descriptor file(open(path, how, mode | kOfGroup));
+    umask(mask);  // which leaves errno alone
+    return file;
+}
+
 bool is_writable_file(const std::string &path) {
     const Descriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK));
     return file && is_kind(file, [](mode_t mode) { return S_ISREG(mode); });
@@ -115,7 +135,7 @@ bool read_whole_file(const char *path, std::string &contents) {
 
 Stream open_for_writing(const char *path, Writing writing, mode_t mode) {
     const int how = writing == Writing::anew ? O_TRUNC : O_APPEND;
-    Descriptor file(open(path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | how, mode));
+    Descriptor file = open_or_make(path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | how, mode);
     if (!file || !is_kind(file, [](mode_t kind) { return !S_ISFIFO(kind); })) return nullptr;
     Stream stream(fdopen(file.get(), writing == Writing::anew ? "w" : "a"));
     if (stream) static_cast<void>(file.release());

@@ -15,7 +15,9 @@
 [[nodiscard]] bool read_whole_file(const char *path, std::string &contents);
 
 // Opens a file for writing. One that is missing is made, for its owner alone: its permissions are given afterwards.
-// Null, with errno set, when it cannot be opened; a pipe counts as that, because it might be waited for.
+// In a directory that is its group's (set-gid, and writable for the group) a file that the group may read is the
+// group's to change. Null, with errno set, when it cannot be opened; a pipe counts as that, because it might be waited
+// for.
 enum class Writing { anew, at_end };
 [[nodiscard]] Stream open_for_writing(const char *path, Writing writing, mode_t mode = 0600);
 

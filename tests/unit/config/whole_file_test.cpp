@@ -162,6 +162,36 @@ TEST_F(WholeFile, IsForItsOwnerAloneUntilItsPermissionsAreGiven) {
     EXPECT_EQ(status.st_mode & 07777, 0600u);
 }
 
+// The permissions of a file that is made with a mode and a umask in a directory with a mode.
+mode_t made_with(const std::string &directory, mode_t directory_mode, mode_t mask, mode_t mode) {
+    EXPECT_EQ(chmod(directory.c_str(), directory_mode), 0);
+    const std::string name = directory + "/made";
+    std::filesystem::remove(name);
+    const mode_t before = umask(mask);
+    EXPECT_TRUE(open_for_writing(name.c_str(), Writing::at_end, mode));
+    EXPECT_EQ(umask(before), mask);
+    struct stat status = {};
+    EXPECT_EQ(stat(name.c_str(), &status), 0);
+    return status.st_mode & 07777;
+}
+
+TEST_F(WholeFile, IsTheGroupsToChangeInADirectoryThatIsTheGroups) {
+    const std::string shared = path("shared");
+    std::filesystem::create_directory(shared);
+    EXPECT_EQ(made_with(shared, 02775, 022, 0666), 0664u);
+    EXPECT_EQ(made_with(shared, 02775, 077, 0666), 0660u);
+    EXPECT_EQ(made_with(shared, 02770, 027, 0640), 0660u);
+    EXPECT_EQ(made_with(shared, 02775, 022, 0600), 0600u);
+}
+
+TEST_F(WholeFile, IsMadeAsTheUmaskSaysInAnyOtherDirectory) {
+    const std::string own = path("own");
+    std::filesystem::create_directory(own);
+    EXPECT_EQ(made_with(own, 0775, 022, 0666), 0644u);
+    EXPECT_EQ(made_with(own, 02755, 022, 0666), 0644u);
+    EXPECT_EQ(made_with(own, 0777, 077, 0666), 0600u);
+}
+
 // The parts of a test that need an ordinary user of one group only run in a child that has become one.
 template <class Part>
 int as_member_of(gid_t group, gid_t other_group, Part part) {
