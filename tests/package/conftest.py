@@ -15,6 +15,9 @@ sys.path.insert(0, str(TREE / "tests" / "e2e"))
 import machine as machines  # noqa: E402
 import namespace  # noqa: E402
 
+DEBS = ("tslwnfs", "tslwnfs-dev", "tslwnfs-loopnfsd", "tslwnfs-dbgsym")
+RPMS = ("tslwnfs", "tslwnfs-devel", "tslwnfs-loopnfsd", "tslwnfs-debuginfo")
+
 
 @pytest.fixture(scope="session")
 def packages():
@@ -24,32 +27,35 @@ def packages():
     return pathlib.Path(folder)
 
 
-def only(folder, pattern):
-    found = list(folder.glob(pattern))
-    if not found:
-        pytest.skip(f"there is no {pattern} in {folder}")
-    assert len(found) == 1, found
-    return found[0]
+def all_of(folder, names, pattern):
+    """The files of the packages, by their names. Nothing else may be there."""
+    files = {file.name for file in folder.glob(f"*{pattern[-4:]}")}
+    if not files:
+        pytest.skip(f"there is no *{pattern[-4:]} in {folder}")
+    found = {name: list(folder.glob(pattern.format(name))) for name in names}
+    assert {name: len(each) for name, each in found.items()} == dict.fromkeys(names, 1)
+    assert files == {each[0].name for each in found.values()}
+    return {name: each[0] for name, each in found.items()}
 
 
 @pytest.fixture(scope="session")
-def deb(packages):
-    return only(packages, "*.deb")
+def debs(packages):
+    return all_of(packages, DEBS, "{}_*.deb")
 
 
 @pytest.fixture(scope="session")
-def next_deb(packages):
-    return only(packages / "next", "*.deb")
+def next_debs(packages):
+    return all_of(packages / "next", DEBS, "{}_*.deb")
 
 
 @pytest.fixture(scope="session")
-def rpm(packages):
-    return only(packages, "*.rpm")
+def rpms(packages):
+    return all_of(packages, RPMS, "{}-[0-9]*.rpm")
 
 
 @pytest.fixture(scope="session")
-def next_rpm(packages):
-    return only(packages / "next", "*.rpm")
+def next_rpms(packages):
+    return all_of(packages / "next", RPMS, "{}-[0-9]*.rpm")
 
 
 @pytest.fixture(scope="session")
@@ -71,6 +77,7 @@ class LoopbackServer:
 
     def __init__(self, machine):
         machine.path("/tmp/served").mkdir()
+        machine.path("/tmp/served").chmod(0o777)
         self.process = subprocess.Popen(
             [*machine.enter(), "loopnfsd", "/tmp/served"],
             stdin=subprocess.DEVNULL,
@@ -86,18 +93,28 @@ class LoopbackServer:
 
 
 @pytest.fixture
-def serve(machine):
-    """Starts the package's server and describes it with the package's command."""
+def start_server(machine):
+    """Starts the package's server; gives its address."""
     running = []
 
     def start():
         running.append(LoopbackServer(machine))
-        pair = f"127.0.0.1,{running[-1].address}"
-        machine.run("tslwnfs", "createtslnfstab", "-s", "loop", "-lp", pair, "-em", "/export,/mnt/wnfs")
+        return running[-1].address
 
     yield start
     for server in running:
         server.close()
+
+
+@pytest.fixture
+def serve(machine, start_server):
+    """Starts the package's server and describes it with the package's command."""
+
+    def start():
+        pair = f"127.0.0.1,{start_server()}"
+        machine.run("tslwnfs", "createtslnfstab", "-s", "loop", "-lp", pair, "-em", "/export,/mnt/wnfs")
+
+    return start
 
 
 @pytest.fixture

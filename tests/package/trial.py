@@ -21,12 +21,30 @@ def copy_there_and_back(machine):
     assert machine.path("/tmp/back").read_bytes() == sent
 
 
-def build_and_run_the_example(machine, tree):
-    examples = machine.receive(tree / "examples")
-    machine.run("make", "-C", examples, env={"PKG_CONFIG_PATH": f"{HOME}/lib/pkgconfig"})
-    machine.path("/tmp/served/name").touch()
-    listed = machine.run(examples / "list", "/mnt/wnfs", env={"TESSEL_HOME": HOME})
+def pages_are_found(machine, *pages):
+    for page in pages:
+        assert machine.run("zcat", f"/usr/share/man/{page}.gz").stdout.startswith(r".\" SPDX"), page
+
+
+def make_examples(machine, examples):
+    machine.run("make", "-C", examples)
+    return examples
+
+
+def build_examples_with_cmake(machine, examples):
+    machine.run("cmake", "-S", examples, "-B", "/tmp/built")
+    machine.run("cmake", "--build", "/tmp/built")
+    return "/tmp/built"
+
+
+def run_the_examples(machine, folder):
+    """One is linked with the library, the other loads the copy that enables the client, as a database does."""
+    (content := machine.path("/tmp/served/name")).write_bytes(b"content\n" * 10000)
+    home = {"TESSEL_HOME": HOME}
+    listed = machine.run(f"{folder}/list", "/mnt/wnfs", env=home)
     assert listed.stdout.split() == [".", "..", "name"]
+    machine.run("cp", LIBRARY, COPY)
+    assert machine.run(f"{folder}/read", COPY, "/mnt/wnfs/name", env=home).stdout == content.read_text()
 
 
 def enable(machine):
