@@ -31,8 +31,8 @@ else()
     add_link_options(-Wl,-z,relro,-z,now)
     # The same sources make the same bytes wherever they stand, and what ships names no folder of the machine that built
     # it. A debugger that is started in the tree finds the sources.
-    add_compile_options("$<$<CONFIG:RelWithDebInfo,Release>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
-    add_compile_options("$<$<CONFIG:RelWithDebInfo,Release>:-ffile-prefix-map=${PROJECT_BINARY_DIR}=./build>")
+    add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
+    add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-ffile-prefix-map=${PROJECT_BINARY_DIR}=./build>")
     # By which a debugger finds the separate debug information of the packages.
     add_link_options(-Wl,--build-id=sha1)
 endif()
