@@ -62,11 +62,19 @@ std::optional<LibraryCopy> library_copy() {
                        std::string(destination.view().substr(0, destination.size() - 1))};
 }
 
+// cp writes where a link leads.
+bool is_foreign_link(const std::string &path) {
+    struct stat status;
+    return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode) && !may_follow(path.c_str());
+}
+
 uint32_t copy_library(const LibraryCopy &copy) {
     flush_output();
-    if (copy.command && std::system(copy.command->c_str()) == 0) return 0;
+    const bool is_foreign = is_foreign_link(copy.name);
+    if (copy.command && !is_foreign && std::system(copy.command->c_str()) == 0) return 0;
     if (!copy.command)
         terminal::note_failure(copy.name + ": the name holds a blank, or what else means something to the shell");
+    if (is_foreign) terminal::note_failure(copy.name + ": a link that somebody else made");
     trace_message(kEnableFunction, Message::library_not_copied, copy.name.c_str());
     return 1;
 }

@@ -67,17 +67,21 @@ std::string behind_links(const char *path) {
     return unresolved ? path : real.string();
 }
 
+std::string directory_of(const char *path) {
+    const std::string_view name(path);
+    return std::string(name.substr(0, name.rfind('/') + 1));
+}
+
 // What a group may read in a directory that hands its group on and lets it write, the group may also change: whoever
 // made it, and whatever the maker's umask.
 bool is_shared(const char *path, mode_t mode) {
-    const std::string_view name(path);
-    const std::string directory(name.substr(0, name.rfind('/') + 1));
     struct stat status;
-    return (mode & S_IRGRP) != 0 && stat(directory.c_str(), &status) == 0 && (status.st_mode & S_ISGID) != 0 &&
+    return (mode & S_IRGRP) != 0 && stat(directory_of(path).c_str(), &status) == 0 && (status.st_mode & S_ISGID) != 0 &&
            (status.st_mode & S_IWGRP) != 0;
 }
 
 Descriptor open_or_make(const char *path, int how, mode_t mode) {
+    if (!may_follow(path)) how |= O_NOFOLLOW;
     if (!is_shared(path, mode)) return Descriptor(open(path, how, mode));
     constexpr mode_t kOfGroup = S_IRGRP | S_IWGRP;
     const mode_t mask = umask(0);
@@ -162,7 +166,7 @@ Written append_to_file(const char *path, std::string_view text, mode_t mode) {
 
 Written replace_file(const char *path, std::string_view contents, const char *like) {
     const bool is_new = !may_exist(path);
-    const std::string target = is_new ? path : behind_links(path);
+    const std::string target = may_follow(path) ? behind_links(path) : path;
     if (!is_new && !is_writable_file(target)) return write_in_place(target, contents, nullptr);
     const std::string beside = target + ".new";
     static_cast<void>(unlink(beside.c_str()));
@@ -175,6 +179,13 @@ Written replace_file(const char *path, std::string_view contents, const char *li
     }
     abandon(beside, Written::not_opened);
     return write_in_place(target, contents, is_new ? like : nullptr);
+}
+
+bool may_follow(const char *path) {
+    struct stat link, directory;
+    if (lstat(path, &link) != 0 || !S_ISLNK(link.st_mode)) return false;
+    if (link.st_uid == geteuid()) return true;
+    return stat(directory_of(path).c_str(), &directory) == 0 && link.st_uid == directory.st_uid;
 }
 
 bool may_exist(const char *path) {

@@ -18,6 +18,7 @@
 // In a directory that is its group's (set-gid, and writable for the group) a file that the group may read is the
 // group's to change. Null, with errno set, when it cannot be opened; a pipe counts as that, because it might be waited
 // for.
+// A link is followed where may_follow() says so.
 enum class Writing { anew, at_end };
 [[nodiscard]] Stream open_for_writing(const char *path, Writing writing, mode_t mode = 0600);
 
@@ -36,6 +37,10 @@ constexpr mode_t kOrdinaryFile = 0666;
 // ordinary file's. What cannot be replaced so, because it is no regular file or nothing more fits beside it, is written
 // where it is.
 [[nodiscard]] Written replace_file(const char *path, std::string_view contents, const char *like = nullptr);
+
+// True for a link that was made by the caller or by the owner of its directory. Whoever else may write there could lead
+// the caller to any file with it.
+bool may_follow(const char *path);
 
 // False only when the system says that there is no such file. What is there but cannot be opened counts as existing,
 // so that it is not overwritten unasked.

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <unistd.h>
+
 #include <cerrno>
 
 #include "tests/support/command_fixture.h"
@@ -118,6 +120,18 @@ TEST_F(Enable, FailsWithoutTheLibraryButHasEmptiedTheConfiguration) {
     EXPECT_EQ(enable(), (Outcome{1, ""}));
     EXPECT_EQ(trace(), record("wnfsenable", 65064, "The storage library could not be copied to " + library() + "."));
     EXPECT_EQ(read_file(tslnfstab()), "");
+}
+
+TEST_F(Enable, WritesThroughNoLinkThatSomebodyElseMade) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root may give a link away";
+    const std::string precious = directory() + "/precious";
+    write_file(precious, "precious");
+    std::filesystem::create_directory(library_directory());
+    std::filesystem::create_symlink(precious, library());
+    ASSERT_EQ(lchown(library().c_str(), 1234, 1234), 0);
+    EXPECT_EQ(enable(), (Outcome{1, ""}));
+    EXPECT_EQ(trace(), record("wnfsenable", 65064, "The storage library could not be copied to " + library() + "."));
+    EXPECT_EQ(read_file(precious), "precious");
 }
 
 TEST_F(Enable, CopiesTheLibraryOfTheOtherHomeVariable) {

@@ -252,6 +252,32 @@ TEST_F(WholeFile, OfSomebodyElseIsNotWrittenWhenItIsOpenToMore) {
     EXPECT_EQ(as_member_of(5000, 5001, limit), 1);
 }
 
+TEST_F(WholeFile, IsNotWrittenThroughALinkThatSomebodyElseMade) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root may give a link away";
+    write_file(path("precious"), "precious");
+    std::filesystem::create_symlink(path("precious"), path());
+    EXPECT_TRUE(may_follow(path().c_str()));
+    ASSERT_EQ(lchown(path().c_str(), 1234, 1234), 0);
+    EXPECT_FALSE(may_follow(path().c_str()));
+    EXPECT_FALSE(open_for_writing(path().c_str(), Writing::anew));
+    EXPECT_EQ(errno, ELOOP);
+    EXPECT_EQ(append_to_file(path().c_str(), "more"), Written::not_opened);
+    EXPECT_EQ(replace_file(path().c_str(), "new"), Written::done);
+    EXPECT_EQ(read_file(path()), "new");
+    EXPECT_FALSE(std::filesystem::is_symlink(path()));
+    EXPECT_EQ(read_file(path("precious")), "precious");
+}
+
+TEST_F(WholeFile, IsWrittenThroughALinkOfTheOwnerOfItsDirectory) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root may give a link away";
+    write_file(path("elsewhere"), "a");
+    std::filesystem::create_symlink(path("elsewhere"), path());
+    ASSERT_EQ(lchown(path().c_str(), 1234, 1234), 0);
+    ASSERT_EQ(chown(directory_.path().c_str(), 1234, 1234), 0);
+    EXPECT_EQ(append_to_file(path().c_str(), "b"), Written::done);
+    EXPECT_EQ(read_file(path("elsewhere")), "ab");
+}
+
 TEST_F(WholeFile, IsNoPipe) {
     ASSERT_EQ(mkfifo(path().c_str(), 0600), 0);
     std::string contents;
