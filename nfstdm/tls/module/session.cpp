@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -191,37 +192,49 @@ ssize_t nfstdm_tls_session::write(const void *bytes, std::size_t size, nfstdm_tl
     return result == 1 ? static_cast<ssize_t>(taken) : failed(result, "send", failure);
 }
 
-// Full records: a large piece goes as it is, small ones are put together.
+void nfstdm_tls_session::Cursor::pass(std::span<const iovec> pieces, std::size_t size) {
+    while (piece < pieces.size() && size >= pieces[piece].iov_len - skip) {
+        size -= pieces[piece++].iov_len - skip;
+        skip = 0;
+    }
+    skip += size;
+}
+
+// A full record, as far as there is something: of a large piece as it is, of small ones put together. The cursor moves
+// behind what was taken.
+ssize_t nfstdm_tls_session::write_record(std::span<const iovec> pieces, Cursor &cursor, nfstdm_tls_failure &failure) {
+    const auto *record = static_cast<const unsigned char *>(pieces[cursor.piece].iov_base) + cursor.skip;
+    std::size_t size = std::min(kRecord, pieces[cursor.piece].iov_len - cursor.skip);
+    if (size < kRecord) {
+        std::memcpy(record_.data(), record, size);
+        record = record_.data();
+        for (std::size_t next = cursor.piece + 1; size < kRecord && next < pieces.size(); ++next) {
+            const std::size_t more = std::min(kRecord - size, pieces[next].iov_len);
+            std::memcpy(record_.data() + size, pieces[next].iov_base, more);
+            size += more;
+        }
+    }
+    const ssize_t taken = write(record, size, failure);
+    if (taken > 0) cursor.pass(pieces, static_cast<std::size_t>(taken));
+    return taken;
+}
+
+// Some records leave with one call of the system.
 ssize_t nfstdm_tls_session::send(const iovec *pieces, std::size_t count, nfstdm_tls_failure &failure) {
     nfstdm::tls::flush(socket_, unsent_);
     std::size_t total = 0;
-    std::size_t piece = 0;
-    std::size_t skip = 0;  // of the piece
-    while (piece < count && unsent() == 0) {
-        const void *record = static_cast<const unsigned char *>(pieces[piece].iov_base) + skip;
-        std::size_t size = std::min(kRecord, pieces[piece].iov_len - skip);
-        std::size_t next = piece;
-        std::size_t next_skip = skip + size;
-        if (size < kRecord) {
-            std::memcpy(record_.data(), record, size);
-            record = record_.data();
-            while (size < kRecord && ++next < count) {
-                next_skip = std::min(kRecord - size, pieces[next].iov_len);
-                std::memcpy(record_.data() + size, pieces[next].iov_base, next_skip);
-                size += next_skip;
-            }
+    Cursor cursor;
+    ssize_t taken = 1;
+    while (taken > 0 && cursor.piece < count && unsent() == 0 && unsent_.error == 0) {
+        unsent_.gathers = true;
+        while (taken > 0 && cursor.piece < count && unsent() < nfstdm::tls::kGathered) {
+            taken = write_record({pieces, count}, cursor, failure);
+            total += static_cast<std::size_t>(std::max<ssize_t>(taken, 0));
         }
-        const ssize_t taken = write(record, size, failure);
-        if (taken < 0) return -1;
-        total += static_cast<std::size_t>(taken);
-        if (static_cast<std::size_t>(taken) < size) break;
-        piece = next;
-        skip = next_skip;
-        if (piece < count && skip == pieces[piece].iov_len) {
-            ++piece;
-            skip = 0;
-        }
+        unsent_.gathers = false;
+        nfstdm::tls::flush(socket_, unsent_);
     }
+    if (taken < 0) return -1;
     if (unsent_.error == 0) return static_cast<ssize_t>(total);
     fill_in(failure, unsent_.error, std::string("send: ") + std::strerror(unsent_.error));
     return -1;

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <deque>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,13 @@ struct nfstdm_tls_session {
     bool resume();
     bool check_protocol(nfstdm_tls_failure &failure);
     int failed(int result, const char *during, nfstdm_tls_failure &failure);
+    struct Cursor {
+        std::size_t piece = 0;
+        std::size_t skip = 0;  // of the piece
+
+        void pass(std::span<const iovec> pieces, std::size_t size);
+    };
+    ssize_t write_record(std::span<const iovec> pieces, Cursor &cursor, nfstdm_tls_failure &failure);
     ssize_t write(const void *bytes, std::size_t size, nfstdm_tls_failure &failure);
 
     nfstdm_tls_context &context_;

@@ -77,9 +77,13 @@ int write_marked(BIO *bio, const char *bytes, int size) {
 int write(BIO *bio, const char *bytes, int size) {
     BIO_clear_retry_flags(bio);
     Unsent &unsent = unsent_of(bio);
+    const Bytes record(reinterpret_cast<const unsigned char *>(bytes), static_cast<std::size_t>(size));
+    if (unsent.gathers && unsent.error == 0 && !is_marked(bio)) {
+        unsent.bytes.insert(unsent.bytes.end(), record.begin(), record.end());
+        return size;
+    }
     flush(socket_of(bio), unsent);
     if (unsent.error == 0 && is_marked(bio) && unsent.size() == 0) return write_marked(bio, bytes, size);
-    const Bytes record(reinterpret_cast<const unsigned char *>(bytes), static_cast<std::size_t>(size));
     const std::size_t sent = unsent.size() == 0 ? send_some(socket_of(bio), record, unsent.error) : 0;
     if (unsent.error != 0) {
         errno = unsent.error;

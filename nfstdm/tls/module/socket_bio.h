@@ -10,8 +10,11 @@
 
 namespace nfstdm::tls {
 
+constexpr std::size_t kGathered = std::size_t{64} << 10;
+
 // What the socket did not take yet. Must outlive the BIO that it is given to.
 struct Unsent {
+    bool gathers = false;  // records wait for flush(), until there are so many bytes
     std::vector<unsigned char> bytes;
     std::size_t sent = 0;
     int error = 0;  // errno that ended the connection
