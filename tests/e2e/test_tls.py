@@ -150,6 +150,18 @@ def test_a_server_that_chooses_another_protocol_is_refused(behind, tmp_path):
     assert "the other side speaks another protocol than sunrpc" in text or "TLS handshake: bad extension" in text
 
 
+@pytest.mark.parametrize("manner", [("crumbs", "5000"), ("rekey", "yes")], ids=["a byte a record", "new keys"])
+def test_a_server_may_cut_its_records_and_change_its_keys_as_it_likes(faulty, authority, signed, tmp_path, manner):
+    server = faulty(transport_security="tls", tls_ca=authority.certificate)
+    door = tls_front.Front(server.daemon.port, signed, *manner)
+    try:
+        server.daemon.addresses = [f"127.0.0.1:{door.port}"]
+        server.configure()
+        copy_both_ways(server, tmp_path, 3_000_000)
+    finally:
+        door.close()
+
+
 def test_a_mount_program_that_closes_connections_that_ask_for_tls_is_used_in_plain(behind, tmp_path):
     server, door = behind("shy")
     server.daemon.addresses = ["127.0.0.1"]

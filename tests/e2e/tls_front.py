@@ -3,7 +3,8 @@ TLS on to the server in plain. It chooses no application protocol, as servers ma
 
 Run with the target's port, a certificate and its key; it prints its own port. With "cut COUNT" behind them it closes the
 first connections when the client's first word of TLS has come; with "alpn NAME" it chooses that protocol, whatever was
-offered; with "shy" it has no TLS, and closes connections that ask for it.
+offered; with "shy" it has no TLS, and closes connections that ask for it. With "crumbs COUNT" the first bytes go to the
+client in a record each; with "rekey yes" both sides change their keys with every piece that goes to the client.
 """
 
 import asyncio
@@ -79,17 +80,34 @@ class Context(ssl.SSLContext):
     """Has room for attributes."""
 
 
-async def pump(reader, writer):
+def renew_keys(writer):
+    """What the ssl module does not let one do: KeyUpdate, update_requested (RFC 8446 section 4.6.3)."""
+    connection = writer.get_extra_info("ssl_object")._sslobj
+    behind_head_and_socket = id(connection) + object.__basicsize__ + ctypes.sizeof(ctypes.c_void_p)
+    handle = ctypes.c_void_p.from_address(behind_head_and_socket)
+    requested = 1
+    if ctypes.CDLL("libssl.so.3").SSL_key_update(handle, requested) != 1:
+        raise OSError("the keys cannot be renewed")
+
+
+async def pump(reader, writer, crumbs=0, rekey=False):
     while data := await reader.read(1 << 16):
-        writer.write(data)
+        for byte in data[:crumbs]:
+            writer.write(bytes([byte]))
+        if rekey:
+            renew_keys(writer)
+        if data[crumbs:]:
+            writer.write(data[crumbs:])
+        crumbs -= min(crumbs, len(data))
         await writer.drain()
 
 
 class Door:
-    def __init__(self, target, certificate, key, cut="0", alpn="", shy=False):
+    def __init__(self, target, certificate, key, cut="0", alpn="", shy=False, crumbs="0", rekey=""):
         self.target = target
         self.cuts = int(cut)
         self.shy = shy
+        self.to_client = {"crumbs": int(crumbs), "rekey": bool(rekey)}
         self.context = Context(ssl.PROTOCOL_TLS_SERVER)
         self.context.load_cert_chain(certificate, key)
         if alpn:
@@ -116,7 +134,8 @@ class Door:
     async def hand_on(self, reader, writer, first=b""):
         upstream, upstream_writer = await asyncio.open_connection("127.0.0.1", self.target)
         upstream_writer.write(first)
-        tasks = [asyncio.ensure_future(each) for each in (pump(reader, upstream_writer), pump(upstream, writer))]
+        ways = (pump(reader, upstream_writer), pump(upstream, writer, **({} if self.shy else self.to_client)))
+        tasks = [asyncio.ensure_future(each) for each in ways]
         await asyncio.wait(tasks, return_when=asyncio.FIRST_COMPLETED)
         for task in tasks:
             task.cancel()
