@@ -1,9 +1,12 @@
 """Kerberos: requests that prove who asks and replies that prove who answers, to a server that others wrote."""
 
 import shutil
+import signal
+import subprocess
 
 import client
 import kerberos
+import namespace
 import pytest
 import relay
 import tls_front
@@ -129,6 +132,48 @@ def test_no_ticket_is_told_with_what_to_try(realm, mount):
     assert "there is no Kerberos ticket for nfs@localhost" in told
     assert "get one with kinit" in told
     assert told.count("\n") == 1
+
+
+SILENT_KDC = """
+import signal, socket
+listener = socket.create_server(("127.0.0.1", 0))
+print(listener.getsockname()[1], flush=True)
+caller, _ = listener.accept()
+caller.recv(1)
+print("asked", flush=True)
+signal.pause()
+"""
+
+
+@pytest.fixture
+def silent_kdc(realm, tmp_path):
+    """A key distribution centre that takes questions and answers none, and a configuration that leads to it."""
+    command = [*realm.client.enter, "/usr/bin/python3", "-c", SILENT_KDC]
+    process = subprocess.Popen(command, stdout=subprocess.PIPE, text=True, preexec_fn=namespace.die_with_parent)
+    port = process.stdout.readline().strip()
+    configuration = tmp_path / "krb5.conf"
+    configuration.write_text((realm.folder / "krb5.conf").read_text().replace(":8888", f":{port}"))
+    yield process, configuration
+    namespace.stop(process)
+    process.stdout.close()
+
+
+@pytest.mark.parametrize("name", ["SIGINT", "SIGTERM"])
+@pytest.mark.parametrize("words", [("ls", "{mount}"), ("cp", "{local}", "{mount}/copy")], ids=["ls", "cp"])
+def test_a_command_that_waits_for_a_ticket_can_be_interrupted(realm, silent_kdc, tmp_path, words, name):
+    kdc, configuration = silent_kdc
+    (tmp_path / "local").write_bytes(b"content")
+    fresh = tmp_path / "ccache"  # with no ticket for the server yet
+    realm.realm("kinit", "-c", f"FILE:{fresh}", "alice", input="secret\n")
+    process = realm.client.start(
+        *(word.format(mount="/wnfs-v3-krb5", local=tmp_path / "local") for word in words),
+        env={**realm.environment, "KRB5_CONFIG": configuration, "KRB5CCNAME": f"FILE:{fresh}"},
+    )
+    assert kdc.stdout.readline() == "asked\n"
+    number = getattr(signal, name)
+    process.send_signal(number)
+    process.communicate(timeout=client.HANG)
+    assert process.returncode in (-number, 128 + number)
 
 
 def test_a_keytab_does_instead_of_a_ticket(realm, mount, tmp_path):
