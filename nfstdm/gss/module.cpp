@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <string_view>
 
@@ -149,25 +150,31 @@ NfstdmGssStep step(NfstdmGssContext *context, const void *token, size_t size, Nf
     return complete ? kGssComplete : kGssContinue;
 }
 
+// The calls with areas compute over the message where it is; the plain ones would copy it first.
 bool get_mic(NfstdmGssContext *context, const void *message, size_t size, NfstdmGssBytes *mic,
              NfstdmGssFailure *failure) {
-    gss_buffer_desc input = buffer_of(message, size);
-    gss_buffer_desc output = GSS_C_EMPTY_BUFFER;
+    gss_iov_buffer_desc areas[] = {
+        {GSS_IOV_BUFFER_TYPE_DATA, buffer_of(message, size)},
+        {GSS_IOV_BUFFER_TYPE_MIC_TOKEN | GSS_IOV_BUFFER_FLAG_ALLOCATE, GSS_C_EMPTY_BUFFER},
+    };
     OM_uint32 minor = 0;
-    const OM_uint32 major = gss_get_mic(&minor, context->context, GSS_C_QOP_DEFAULT, &input, &output);
+    const OM_uint32 major = gss_get_mic_iov(&minor, context->context, GSS_C_QOP_DEFAULT, areas, std::size(areas));
     if (GSS_ERROR(major)) {
         explain(major, minor, failure);
+        gss_release_iov_buffer(&minor, areas, std::size(areas));
         return false;
     }
-    *mic = handed_over(output);
+    *mic = handed_over(areas[1].buffer);
     return true;
 }
 
 bool verify_mic(NfstdmGssContext *context, const void *message, size_t size, const void *mic, size_t mic_size) {
-    gss_buffer_desc input = buffer_of(message, size);
-    gss_buffer_desc check = buffer_of(mic, mic_size);
+    gss_iov_buffer_desc areas[] = {
+        {GSS_IOV_BUFFER_TYPE_DATA, buffer_of(message, size)},
+        {GSS_IOV_BUFFER_TYPE_MIC_TOKEN, buffer_of(mic, mic_size)},
+    };
     OM_uint32 minor = 0;
-    return !GSS_ERROR(gss_verify_mic(&minor, context->context, &input, &check, nullptr));
+    return !GSS_ERROR(gss_verify_mic_iov(&minor, context->context, nullptr, areas, std::size(areas)));
 }
 
 bool wrap(NfstdmGssContext *context, const void *message, size_t size, NfstdmGssBytes *wrapped,
