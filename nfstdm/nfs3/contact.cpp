@@ -42,15 +42,17 @@ void Contact::ask_ports() {
     };
     ask(ports_.mount, mount3::kProgram, mount3::kVersion);
     ask(ports_.nfs, kProgram, kVersion);
-    silence_.after(server_.timing().silence_of_portmapper, [this] { look_at_other_version(); });
+    doubt_silent(*portmapper_);
 }
 
-// A portmapper that does not even take the connection may be behind a filter that drops what is sent to it, as it is in
-// front of servers that need none. One that turns up after all is the one to ask.
-void Contact::look_at_other_version() {
-    if (portmapper_->usable_channels() > 0) return;
-    ask_version([this](bool v4_only) {
-        if (v4_only && portmapper_->usable_channels() == 0) fail_for_version();
+// A portmapper or MOUNT program that does not even take the connection may be behind a filter that drops what is sent
+// to it, as it is in front of servers that need none. One that turns up after all is the one to ask.
+void Contact::doubt_silent(const rpc::Client &program) {
+    silence_.after(server_.timing().silence_of_portmapper, [this, &program] {
+        if (program.usable_channels() > 0) return;
+        ask_version([this, &program](bool v4_only) {
+            if (v4_only && program.usable_channels() == 0) fail_for_version();
+        });
     });
 }
 
@@ -72,9 +74,12 @@ void Contact::mount() {
     mounter_ = server_.new_contact_client({mount3::kProgram, mount3::kVersion}, ports_.mount);
     mount3::mount(*mounter_, {this, authenticator_, left()}, export_path_,
                   [this](Result<mount3::MountReply> reply) { mounted(std::move(reply)); });
+    doubt_silent(*mounter_);
 }
 
 void Contact::mounted(Result<mount3::MountReply> reply) {
+    silence_.cancel();
+    version_question_.reset();
     if (!reply.ok()) {
         server_.known_ports.reset();  // they may be why it failed
         return fail(reply.status());

@@ -36,7 +36,7 @@ class Contact {
 
   private:
     void ask_ports();
-    void look_at_other_version();
+    void doubt_silent(const rpc::Client &program);
     void port_known(uint16_t &port, const Result<uint16_t> &answer);
     void mount();
     void mounted(Result<mount3::MountReply> reply);
@@ -56,7 +56,7 @@ class Contact {
     std::unique_ptr<rpc::Client> portmapper_;
     std::unique_ptr<rpc::Client> mounter_;
     std::unique_ptr<remote::VersionQuestion> version_question_;
-    ScopedTimer silence_;  // of the portmapper
+    ScopedTimer silence_;  // of the portmapper or MOUNT
 };
 
 }  // namespace nfstdm::nfs3

@@ -1,4 +1,5 @@
-"""A portmapper behind a filter that drops what is sent to it, in front of servers of either version."""
+"""A portmapper, or a MOUNT program, behind a filter that drops what is sent to it, in front of servers of either
+version."""
 
 import pathlib
 import subprocess
@@ -67,8 +68,14 @@ def host(installed_home, tmp_path):
     made.close()
 
 
-def test_a_server_of_version_4_alone_is_asked_in_that(host):
-    host.serve("4", mnt_timeout=20)
+SILENT_PORTMAPPER = {}
+SILENT_MOUNT = {"mountport": 111, "nfsport": 2049}
+silent = pytest.mark.parametrize("silent", [SILENT_PORTMAPPER, SILENT_MOUNT], ids=["portmapper", "mount"])
+
+
+@silent
+def test_a_server_of_version_4_alone_is_asked_in_that(host, silent):
+    host.serve("4", mnt_timeout=20, **silent)
     run = client.finish(host.cat())
     assert (run.status, run.out[-len(SUCCEEDED) :]) == (0, SUCCEEDED)
     assert b"content\n" in run.out
@@ -77,12 +84,14 @@ def test_a_server_of_version_4_alone_is_asked_in_that(host):
     assert trace.index("it offers NFSv4 only") < trace.index("attached with NFSv4.")
 
 
-def test_a_server_that_offers_version_3_is_never_taken_for_one_of_version_4_alone(host):
-    host.serve("3,4", mnt_timeout=4)
+@silent
+def test_a_server_that_offers_version_3_is_never_taken_for_one_of_version_4_alone(host, silent):
+    host.serve("3,4", mnt_timeout=4, **silent)
     run = client.finish(host.cat())
     assert run.status == 1
     trace = host.trace.read_text()
-    assert "portmapper GETPORT: no answer within 4 seconds" in trace
+    asked = "MNT" if silent else "portmapper GETPORT"
+    assert f"{asked}: no answer within 4 seconds" in trace
     assert "NFSv4" not in trace
 
 
