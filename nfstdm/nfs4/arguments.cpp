@@ -113,11 +113,11 @@ void put_commit(Compound &compound) {
     writer.put_u32(0);  // to the end
 }
 
-void put_mkdir(Compound &compound, std::string_view name, uint32_t mode) {
+void put_mkdir(Compound &compound, std::string_view name, const SetAttributes &set) {
     xdr::Writer &writer = compound.add(Op::create);
     writer.put_u32(kTypeDirectory);
     put_name(writer, name);
-    put_set_attributes(writer, {mode, {}});
+    put_set_attributes(writer, set);
 }
 
 void put_readdir(Compound &compound, uint64_t cookie, uint64_t verifier, uint32_t count, const AttributeSet &wanted) {

@@ -30,7 +30,7 @@ void put_write(Compound &compound, const StateId &state, uint64_t offset, uint32
 void put_write_with(Compound &compound, const StateId &state, uint64_t offset, std::span<const std::byte> data,
                     Stability stability);
 void put_commit(Compound &compound);  // of the whole file
-void put_mkdir(Compound &compound, std::string_view name, uint32_t mode);
+void put_mkdir(Compound &compound, std::string_view name, const SetAttributes &set);
 // count: bytes of names and of all that comes with them.
 void put_readdir(Compound &compound, uint64_t cookie, uint64_t verifier, uint32_t count, const AttributeSet &wanted);
 

@@ -44,10 +44,11 @@ struct Call {
     // The session's own.
     uint32_t slot = 0;
     bool holds_slot = false;
-    uint64_t session = 0;    // which of the sessions, in order, it was sent in last
-    bool doubtful = false;   // the server may have executed it in its present session, unheard
-    bool repeated = false;   // ... or in an earlier one, which took the answer with it
-    bool completes = false;  // RECLAIM_COMPLETE was put in front
+    uint64_t session = 0;         // which of the sessions, in order, it was sent in last
+    bool doubtful = false;        // the server may have executed it in its present session, unheard
+    bool repeated = false;        // ... or in an earlier one, which took the answer with it
+    bool completes = false;       // RECLAIM_COMPLETE was put in front
+    bool only_completes = false;  // ... and the server takes no more operations at once
     EventLoop::Clock::time_point first_sent;
     unsigned restarts = 0;  // because of the session, not of the operation
     std::unique_ptr<ScopedTimer> timer;

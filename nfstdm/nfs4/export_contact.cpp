@@ -51,16 +51,41 @@ ExportContact::ExportContact(Wanted wanted, NewCall new_call, Start start, Done 
       start_(std::move(start)),
       done_(std::move(done)) {}
 
+// From where the last question ended, which is behind the first components where a server takes few operations at once.
 void ExportContact::put_path(Compound &compound, std::size_t components) const {
-    put_plain(compound, Op::putrootfh);
-    for (std::size_t i = 0; i < components; ++i)
+    if (started_at_ == 0)
+        put_plain(compound, Op::putrootfh);
+    else
+        put_putfh(compound, start_from_);
+    for (std::size_t i = started_at_; i < components; ++i)
         put_lookup(compound, components_[i]);
 }
 
+bool ExportContact::get_path_to(Results &results, std::size_t components) {
+    passed_ = started_at_;
+    if (!results.next(started_at_ == 0 ? Op::putrootfh : Op::putfh)) return false;
+    for (; passed_ < components; ++passed_)
+        if (!results.next(Op::lookup)) return false;
+    return true;
+}
+
+// The component up to which one question can go.
+std::size_t ExportContact::reach() const {
+    constexpr std::size_t kAround = 5;  // SEQUENCE, perhaps RECLAIM_COMPLETE, PUTFH or PUTROOTFH, GETFH, GETATTR
+    const std::size_t most = std::max(wanted_.room(), kAround + 1) - kAround;
+    return std::min(components_.size(), started_at_ + most);
+}
+
 void ExportContact::begin() {
+    started_at_ = 0;
+    look_up();
+}
+
+void ExportContact::look_up() {
     auto call = new_call_("LOOKUP");
     call->put = [this](Compound &compound) {
-        put_path(compound, components_.size());
+        wanted_to_ = reach();
+        put_path(compound, wanted_to_);
         put_plain(compound, Op::getfh);
         put_getattr(compound, limit_attributes());
         put_expected(compound);
@@ -73,7 +98,9 @@ void ExportContact::begin() {
 // What does not fit, or is no name, is looked up by itself later.
 void ExportContact::put_expected(Compound &compound) {
     const std::size_t room = wanted_.room();
-    for (asked_ = 0; asked_ < wanted_.expected.size(); ++asked_) {
+    asked_ = 0;
+    if (wanted_to_ < components_.size()) return;
+    for (; asked_ < wanted_.expected.size(); ++asked_) {
         const std::string &name = wanted_.expected[asked_];
         if (name.size() > kNameMaximum || compound.operations() + kOperationsOfALookup > room) return;
         put_looked_up(compound, name);
@@ -88,15 +115,17 @@ bool ExportContact::read(Results &results) {
 }
 
 bool ExportContact::read_found(Results &results) {
-    passed_ = 0;
-    if (!results.next(Op::putrootfh)) return false;
-    for (; passed_ < components_.size(); ++passed_)
-        if (!results.next(Op::lookup)) return false;
-    return results.next(Op::getfh) && get_handle(results.reader(), found_.root) && results.next(Op::getattr) &&
-           get_attributes(results.reader(), found_.values) && get_path(results, asked_, found_.below);
+    return get_path_to(results, wanted_to_) && results.next(Op::getfh) && get_handle(results.reader(), found_.root) &&
+           results.next(Op::getattr) && get_attributes(results.reader(), found_.values) &&
+           get_path(results, asked_, found_.below);
 }
 
 void ExportContact::looked_up(const Status &status) {
+    if (status.ok() && wanted_to_ < components_.size()) {
+        start_from_ = found_.root;
+        started_at_ = wanted_to_;
+        return look_up();
+    }
     if (status.ok()) return finish(std::move(found_));
     const bool absent = status.number() == ENOENT && passed_ < components_.size();
     const Status named = status.in("export " + wanted_.path);
@@ -117,16 +146,13 @@ Status with_locations(const Status &failure, const AttributeValues &values) {
 void ExportContact::ask_where(const Status &failure) {
     auto call = new_call_("GETATTR");
     auto values = std::make_shared<AttributeValues>();
-    call->put = [this](Compound &compound) {
-        put_path(compound, components_.size());
+    call->put = [this, at = passed_](Compound &compound) {
+        put_path(compound, at);
         put_getattr(compound, {Attribute::fs_locations});
         compound.expect(kLocationsMaximum);
     };
-    call->read = [this, values](Results &results, const rpc::Request &) {
-        if (!results.next(Op::putrootfh)) return false;
-        for (std::size_t i = 0; i < components_.size(); ++i)
-            if (!results.next(Op::lookup)) return false;
-        return results.next(Op::getattr) && get_attributes(results.reader(), *values);
+    call->read = [this, at = passed_, values](Results &results, const rpc::Request &) {
+        return get_path_to(results, at) && results.next(Op::getattr) && get_attributes(results.reader(), *values);
     };
     call->done = [this, failure, values](const Status &) { finish(with_locations(failure, *values)); };
     start_(std::move(call));
@@ -135,19 +161,16 @@ void ExportContact::ask_where(const Status &failure) {
 // What the server wants instead, at the component where it refused (RFC 8881 section 2.6.3.1).
 void ExportContact::ask_security(const Status &failure) {
     auto call = new_call_("SECINFO");
-    call->put = [this](Compound &compound) {
-        put_path(compound, passed_);
+    call->put = [this, at = passed_](Compound &compound) {
+        put_path(compound, at);
         if (refused_by_name_)
-            put_secinfo(compound, components_[passed_]);
+            put_secinfo(compound, components_[at]);
         else
             put_secinfo_no_name(compound);
     };
-    call->read = [this](Results &results, const rpc::Request &) {
+    call->read = [this, at = passed_](Results &results, const rpc::Request &) {
         offered_.clear();
-        if (!results.next(Op::putrootfh)) return false;
-        for (std::size_t i = 0; i < passed_; ++i)
-            if (!results.next(Op::lookup)) return false;
-        return results.next(refused_by_name_ ? Op::secinfo : Op::secinfo_no_name) &&
+        return get_path_to(results, at) && results.next(refused_by_name_ ? Op::secinfo : Op::secinfo_no_name) &&
                get_flavours(results.reader(), offered_);
     };
     call->done = [this, failure](const Status &) { finish(failure); };
@@ -158,20 +181,17 @@ void ExportContact::ask_security(const Status &failure) {
 void ExportContact::list(const Status &failure) {
     auto call = new_call_("READDIR");
     auto reply = std::make_shared<DirectoryReply>();
-    call->put = [this](Compound &compound) {
-        put_path(compound, passed_);
+    call->put = [this, at = passed_](Compound &compound) {
+        put_path(compound, at);
         put_readdir(compound, 0, 0, kListBytes, {Attribute::rdattr_error});
         compound.expect(kListBytes);
     };
-    call->read = [this, reply](Results &results, const rpc::Request &) {
+    call->read = [this, at = passed_, reply](Results &results, const rpc::Request &) {
         *reply = {};
-        if (!results.next(Op::putrootfh)) return false;
-        for (std::size_t i = 0; i < passed_; ++i)
-            if (!results.next(Op::lookup)) return false;
-        return results.next(Op::readdir) && get_readdir(results.reader(), *reply);
+        return get_path_to(results, at) && results.next(Op::readdir) && get_readdir(results.reader(), *reply);
     };
-    call->done = [this, failure, reply](const Status &) {
-        const std::string where = passed_ == 0 ? "the server's root" : join(components_, passed_);
+    call->done = [this, at = passed_, failure, reply](const Status &) {
+        const std::string where = at == 0 ? "the server's root" : join(components_, at);
         finish(failure.told_as(failure.text() + "; " + where + what_it_holds(*reply)));
     };
     start_(std::move(call));

@@ -55,6 +55,9 @@ class ExportContact {
 
   private:
     void put_path(Compound &compound, std::size_t components) const;
+    bool get_path_to(Results &results, std::size_t components);
+    std::size_t reach() const;
+    void look_up();
     bool read(Results &results);
     bool read_found(Results &results);
     void put_expected(Compound &compound);
@@ -69,8 +72,11 @@ class ExportContact {
     const NewCall new_call_;
     const Start start_;
     Done done_;
-    std::size_t passed_ = 0;  // components that are there
-    std::size_t asked_ = 0;   // expected names
+    FileHandle start_from_;       // the root of the server while started_at_ is 0
+    std::size_t started_at_ = 0;  // components
+    std::size_t wanted_to_ = 0;   // as far as one question goes
+    std::size_t passed_ = 0;      // components that are there
+    std::size_t asked_ = 0;       // expected names
     FoundExport found_;
     bool wrong_security_ = false;
     bool refused_by_name_ = false;  // at a component, not at what is above all

@@ -9,7 +9,7 @@ namespace nfstdm::nfs4 {
 
 namespace {
 
-constexpr uint32_t kTransferMinimum = 4096;
+constexpr uint32_t kTransferMinimum = 512;
 constexpr uint32_t kMultiple = 4096;  // what file systems like; NFSv4 servers do not tell
 // What stands around the data of a WRITE or a READ: heads of the record and the call with its credential, and the
 // operations in front.
@@ -18,7 +18,7 @@ constexpr uint32_t kAroundData = 1024;
 
 VolumeLimits limits_from(const AttributeValues &values, const ChannelSizes &sizes) {
     const auto agree = [](uint64_t server, uint32_t channel) {
-        const uint64_t fits = channel > kAroundData + kTransferMinimum ? channel - kAroundData : kTransferMinimum;
+        const uint64_t fits = channel > 2 * kAroundData ? channel - kAroundData : kTransferMinimum;
         const uint64_t wanted = std::min<uint64_t>(server == 0 ? kTransferMaximum : server, kTransferMaximum);
         const auto agreed = static_cast<uint32_t>(std::min(wanted, fits));
         return agreed > kMultiple ? agreed / kMultiple * kMultiple : agreed;
@@ -39,11 +39,11 @@ void ExportVolume::fsinfo(const FileHandle &object, Completion<FsInfoReply> done
             put_putfh(compound, object);
             put_getattr(compound, limit_attributes());
         },
-        [this](Results &results, const rpc::Request &, FsInfoReply &reply) {
+        [this, object](Results &results, const rpc::Request &, FsInfoReply &reply) {
             AttributeValues values;
             if (!results.next(Op::putfh) || !results.next(Op::getattr) || !get_attributes(results.reader(), values))
                 return false;
-            reply.attributes = values.attributes();
+            reply.attributes = values.attributes(object);
             reply.limits = limits_from(values, session_.sizes());
             return true;
         });
@@ -56,11 +56,11 @@ void ExportVolume::fsstat(const FileHandle &object, Completion<FsStatReply> done
             put_putfh(compound, object);
             put_getattr(compound, space_attributes());
         },
-        [](Results &results, const rpc::Request &, FsStatReply &reply) {
+        [object](Results &results, const rpc::Request &, FsStatReply &reply) {
             AttributeValues values;
             if (!results.next(Op::putfh) || !results.next(Op::getattr) || !get_attributes(results.reader(), values))
                 return false;
-            reply.attributes = values.attributes();
+            reply.attributes = values.attributes(object);
             reply.total_bytes = values.space_total;
             reply.free_bytes = values.space_free;
             reply.available_bytes = values.space_avail;

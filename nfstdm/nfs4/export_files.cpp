@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What is done to the content of files, and to what is open for it.
 #include <chrono>
+#include <utility>
 
 #include "nfstdm/nfs4/export_volume.h"
 #include "nfstdm/nfs4/objects.h"
@@ -81,7 +82,7 @@ void ExportVolume::setattr(const FileHandle &object, const SetAttributes &set, D
     auto call = make<Nothing>(
         "SETATTR", without_reply(std::move(done)),
         [this, object, set, used](Compound &compound) {
-            *used = opens_.state(object);
+            *used = opens_.state(object, kShareAccessWrite);
             put_putfh(compound, object);
             put_setattr(compound, *used, set);
         },
@@ -125,22 +126,32 @@ void ExportVolume::read_first(const FileHandle &file, uint64_t offset, std::span
     opens_.open_with(file, kShareAccessRead, std::move(behind));
 }
 
-// Opens, reads and closes in one question.
+// Opens, reads and closes in one question. Asked again it opens for the same owner, so that one closing does for all.
 void ExportVolume::read_whole(const FileHandle &file, std::span<std::byte> buffer, Completion<ReadReply> done) {
+    auto left = std::make_shared<std::optional<StateId>>();
+    auto owner = std::make_shared<std::optional<OpenOwner>>();
     auto call = make<ReadReply>(
-        "READ", std::move(done),
-        [this, file, buffer](Compound &compound) {
+        "READ",
+        [this, file, left, done = std::move(done)](Result<ReadReply> reply) {
+            if (*left) opens_.close_left(file, **left);
+            done(std::move(reply));
+        },
+        [this, file, buffer, owner](Compound &compound) {
+            if (!*owner) *owner = session_.new_open_owner();
             put_putfh(compound, file);
-            put_open_handle(compound, session_.new_open_owner(), kShareAccessRead, Claim::file_handle);
+            put_open_handle(compound, **owner, kShareAccessRead, Claim::file_handle);
             put_read(compound, StateId::current(), 0, static_cast<uint32_t>(buffer.size()));
             put_close(compound, StateId::current());
             compound.expect(buffer.size() + xdr::kWord);
         },
-        [buffer](Results &results, const rpc::Request &, ReadReply &reply) {
+        [buffer, left](Results &results, const rpc::Request &, ReadReply &reply) {
             OpenReply open;
-            return results.next(Op::putfh) && results.next(Op::open) && get_open(results.reader(), open) &&
-                   results.next(Op::read) && get_read_into(results.reader(), buffer, reply) &&
-                   results.next(Op::close) && get_close(results.reader());
+            if (!results.next(Op::putfh) || !results.next(Op::open) || !get_open(results.reader(), open)) return false;
+            *left = open.state;
+            if (!results.next(Op::read) || !get_read_into(results.reader(), buffer, reply)) return false;
+            if (!results.next(Op::close) || !get_close(results.reader())) return false;
+            left->reset();
+            return true;
         });
     call->repeatable = true;
     send(std::move(call));
@@ -201,19 +212,23 @@ void ExportVolume::write_last(const FileHandle &file, uint64_t offset, std::span
                               const Completion<WriteReply> &done) {
     const StateId state = opens_.take(file);
     auto call = make<WriteReply>(
-        "WRITE", done,
+        "WRITE",
+        [this, file, state, done](Result<WriteReply> reply) {
+            if (!reply.ok()) opens_.close_left(file, state);
+            done(std::move(reply));
+        },
         [file, offset, data, state](Compound &compound) {
             put_putfh(compound, file);
             put_write_with(compound, state, offset, data, Stability::file_sync);
             put_getattr(compound, object_attributes());
             put_close(compound, state);
         },
-        [sent = data.size()](Results &results, const rpc::Request &, WriteReply &reply) {
+        [file, sent = data.size()](Results &results, const rpc::Request &, WriteReply &reply) {
             AttributeValues values;
             if (!get_written(results, sent, reply) || !results.next(Op::getattr) ||
                 !get_attributes(results.reader(), values))
                 return false;
-            reply.attributes = values.attributes();
+            reply.attributes = values.attributes(file);
             return results.next(Op::close) && get_close(results.reader());
         });
     call->rescue = [this, file, offset, data, done](NfsStatus status, const std::unique_ptr<Call> &) {
@@ -247,7 +262,7 @@ void ExportVolume::create(const FileHandle &directory, std::string_view name, co
         OpenReply open;
     };
     auto owner = std::make_shared<OpenOwner>();
-    start<Created>(
+    auto call = make<Created>(
         "CREATE",
         [this, done = std::move(done)](Result<Created> result) {
             if (!result.ok()) return done(result.status());
@@ -262,14 +277,29 @@ void ExportVolume::create(const FileHandle &directory, std::string_view name, co
         [this, directory, name = std::string(name), set, owner](Compound &compound) {
             *owner = session_.new_open_owner();
             put_putfh(compound, directory);
-            put_open_create(compound, *owner, kShareAccessWrite, name, set);
+            put_open_create(compound, *owner, kShareAccessWrite, name, settable(set));
             put_made(compound, directory);
         },
-        [owner](Results &results, const rpc::Request &, Created &reply) {
+        [directory, owner](Results &results, const rpc::Request &, Created &reply) {
             reply.owner = *owner;
             return results.next(Op::putfh) && results.next(Op::open) && get_open(results.reader(), reply.open) &&
-                   get_made(results, reply.made);
+                   get_made(results, directory, reply.made);
         });
+    without_mode_if_need_be(*call);
+    send(std::move(call));
+}
+
+// What is made is given all that the server lets one set.
+SetAttributes ExportVolume::settable(const SetAttributes &set) const {
+    return abilities_.sets_modes ? set : SetAttributes{{}, set.size};
+}
+
+void ExportVolume::without_mode_if_need_be(Call &call) {
+    call.rescue = [this](NfsStatus status, std::unique_ptr<Call> &refused) {
+        if (status != NfsStatus::attrnotsupp || !std::exchange(abilities_.sets_modes, false)) return false;
+        session_.start(std::move(refused));
+        return true;
+    };
 }
 
 }  // namespace nfstdm::nfs4

@@ -29,13 +29,13 @@ void ExportVolume::getattr(const FileHandle &object, Completion<Attributes> done
             put_putfh(compound, object);
             put_getattr(compound, object_attributes());
         },
-        [](Results &results, const rpc::Request &, Attributes &reply) {
+        [object](Results &results, const rpc::Request &, Attributes &reply) {
             AttributeValues values;
-            if (!results.next(Op::putfh) || !results.next(Op::getattr) || !get_attributes(results.reader(), values) ||
-                !values.attributes())
+            if (!results.next(Op::putfh) || !results.next(Op::getattr) || !get_attributes(results.reader(), values))
                 return false;
-            reply = *values.attributes();
-            return true;
+            const auto told = values.attributes(object);
+            if (told) reply = *told;
+            return told.has_value();
         });
 }
 
@@ -100,15 +100,16 @@ void ExportVolume::mkdir(const FileHandle &directory, std::string_view name, uin
             if (result.ok()) result.value().maybe_made_since = *met;
             done(std::move(result));
         },
-        [directory, name = std::string(name), mode](Compound &compound) {
+        [this, directory, name = std::string(name), mode](Compound &compound) {
             put_putfh(compound, directory);
-            put_mkdir(compound, name, mode);
+            put_mkdir(compound, name, settable({mode, {}}));
             put_made(compound, directory);
         },
-        [](Results &results, const rpc::Request &, CreateReply &reply) {
+        [directory](Results &results, const rpc::Request &, CreateReply &reply) {
             return results.next(Op::putfh) && results.next(Op::create) && get_created(results.reader()) &&
-                   get_made(results, reply);
+                   get_made(results, directory, reply);
         });
+    without_mode_if_need_be(*call);
     call->done_before = NfsStatus::exist;
     call->found_done = [met](EventLoop::Clock::time_point first_sent) { *met = first_sent; };
     send(std::move(call));
@@ -135,11 +136,11 @@ void ExportVolume::unlink(std::string_view name, const FileHandle &directory, st
             put_remove(compound, entry);
             put_getattr(compound, object_attributes());
         },
-        [is_directory](Results &results, const rpc::Request &, DirectoryChange &change) {
+        [directory, is_directory](Results &results, const rpc::Request &, DirectoryChange &change) {
             return results.next(Op::putfh) && results.next(Op::lookup) &&
                    results.next(is_directory ? Op::verify : Op::nverify) && results.next(Op::putfh) &&
                    results.next(Op::remove) && get_change(results.reader()) &&
-                   (get_after(results, change) || was_refused(results));
+                   (get_after(results, directory, change) || was_refused(results));
         });
     call->done_before = NfsStatus::noent;
     call->rescue = [this, is_directory](NfsStatus status, const std::unique_ptr<Call> &refused) {
@@ -170,11 +171,11 @@ void ExportVolume::readdir(const FileHandle &directory, uint64_t cookie, uint64_
             put_plain(compound, Op::lookupp);
             put_getattr(compound, {Attribute::fileid});
         },
-        [cookie](Results &results, const rpc::Request &, DirectoryReply &reply) {
+        [directory, cookie](Results &results, const rpc::Request &, DirectoryReply &reply) {
             AttributeValues values;
             if (!results.next(Op::putfh) || !results.next(Op::getattr) || !get_attributes(results.reader(), values))
                 return false;
-            reply.directory = values.attributes();
+            reply.directory = values.attributes(directory);
             if (!results.next(Op::readdir) || !get_readdir(results.reader(), reply)) return false;
             if (cookie == 0) add_parent(results, reply);
             return true;

@@ -23,7 +23,9 @@ ExportVolume::ExportVolume(std::shared_ptr<SharedServer> server, ServerExport sh
     : Export(server->server(), std::move(share)),
       server_(std::move(server)),
       session_(server_->session()),
-      opens_(session_, [this](std::string_view name) { return new_call(name); }),
+      opens_(
+          session_, [this](std::string_view name) { return new_call(name); },
+          [this](std::unique_ptr<Call> call) { start_explained(std::move(call)); }),
       farewell_timer_(loop()) {}
 
 ExportVolume::~ExportVolume() {
@@ -67,7 +69,8 @@ void ExportVolume::find_with_another(const std::vector<uint32_t> &offered) {
     const auto other = remote::choose_security(wanted(), offered, share().export_path);
     if (!other.ok()) return not_attached(in_context(other.status()));
     if (other.value() == security_)
-        return not_attached(in_context({EACCES, "the server offers security " + security_ + " and refuses it"}));
+        return not_attached(in_context({EACCES, "the server offers security " + security_ +
+                                                    " and refuses it: it may want another transport_security"}));
     if (Status status = use_security(other.value()); !status.ok()) return not_attached(in_context(status));
     find_export();
 }
@@ -78,7 +81,7 @@ void ExportVolume::contacted(Result<FoundExport> result) {
         return find_with_another(offered);
     }
     if (!result.ok()) return not_attached(result.status());
-    root_attributes_ = result.value().values.attributes();
+    root_attributes_ = result.value().values.attributes(result.value().root);
     found_below_ = std::move(result.value().below);
     limits_ = limits_from(result.value().values, session_.sizes());
     contact_.reset();
@@ -130,11 +133,15 @@ std::unique_ptr<Call> ExportVolume::new_call(std::string_view name) {
 }
 
 void ExportVolume::send(std::unique_ptr<Call> call) {
-    call->done = [this, done = std::move(call->done)](const Status &status) { explain(status, done); };
-    if (is_attached()) return session_.start(std::move(call));
+    if (is_attached()) return start_explained(std::move(call));
     const Status why = not_attached_for(call->name);
     std::shared_ptr<Call> kept = std::move(call);
     loop().soon([kept, why] { kept->done(why); });
+}
+
+void ExportVolume::start_explained(std::unique_ptr<Call> call) {
+    call->done = [this, done = std::move(call->done)](const Status &status) { explain(status, done); };
+    session_.start(std::move(call));
 }
 
 // What the server can say of a failure beyond its number is asked of it.

@@ -82,9 +82,12 @@ class ExportVolume : public remote::Export {
         send(make<Reply>(name, std::move(done), std::move(put), std::move(read)));
     }
     void send(std::unique_ptr<Call> call);
+    void start_explained(std::unique_ptr<Call> call);
     void explain(const Status &failure, const DoneCompletion &done);
     void ask_where(const Status &failure, const DoneCompletion &done);
     void ask_flavours(const Status &failure, const DoneCompletion &done);
+    SetAttributes settable(const SetAttributes &set) const;
+    void without_mode_if_need_be(Call &call);
     void unlink(std::string_view name, const FileHandle &directory, std::string_view entry, bool is_directory,
                 Completion<DirectoryChange> done);
 

@@ -82,6 +82,14 @@ bool get_locations(xdr::Reader &reader, std::vector<std::string> &locations) {
     return true;
 }
 
+// The same in every process, as processes tell each other what they know (FNV-1a).
+uint64_t fingerprint(const FileHandle &handle) {
+    uint64_t hash = 0xcbf29ce484222325;
+    for (const char each : handle.view())
+        hash = (hash ^ static_cast<unsigned char>(each)) * 0x100000001b3;
+    return hash;
+}
+
 using Values = AttributeValues;
 struct AttributeRow {
     Attribute attribute;
@@ -147,10 +155,17 @@ bool AttributeSet::get(xdr::Reader &reader) {
     return true;
 }
 
-std::optional<Attributes> AttributeValues::attributes() const {
-    // A server that has no such attribute (space_used, numlinks) leaves it zero; without a type there is no object.
+std::optional<Attributes> AttributeValues::attributes(const FileHandle &its_handle) const {
+    constexpr uint32_t kUsualMode = 0644;
+    constexpr uint32_t kUsualDirectoryMode = 0755;
     if (!given.has(Attribute::type)) return std::nullopt;
-    return object;
+    Attributes known = object;
+    if (!given.has(Attribute::fileid)) known.fileid = fingerprint(its_handle);
+    if (!given.has(Attribute::mode)) known.mode = known.type == FileType::directory ? kUsualDirectoryMode : kUsualMode;
+    if (!given.has(Attribute::numlinks)) known.links = 1;
+    if (!given.has(Attribute::owner)) known.uid = kNobody;
+    if (!given.has(Attribute::owner_group)) known.gid = kNobody;
+    return known;
 }
 
 const AttributeSet &object_attributes() {

@@ -52,6 +52,12 @@ class AttributeSet {
     void remove(Attribute attribute) { words_.at(word(attribute)) &= ~bit(attribute); }
     bool has(Attribute attribute) const { return (words_.at(word(attribute)) & bit(attribute)) != 0; }
     bool empty() const { return *this == AttributeSet{}; }
+    AttributeSet without(const AttributeSet &others) const {
+        AttributeSet rest = *this;
+        for (std::size_t i = 0; i < kWords; ++i)
+            rest.words_.at(i) &= ~others.words_.at(i);
+        return rest;
+    }
     bool operator==(const AttributeSet &) const = default;
 
     // bitmap4. Bits beyond the words kept here make a get fail: nobody asked for them.
@@ -76,8 +82,9 @@ struct AttributeValues {
     std::vector<std::string> locations;  // of a file system, "server:/path"
     uint32_t rdattr_error = 0;           // why the others could not be had; a server may tell that there is no reason
 
-    // The object's attributes, when at least its type came.
-    std::optional<Attributes> attributes() const;
+    // The object's attributes, when at least its type came. A server may lack others: nobody owns the object then, its
+    // permissions are the usual ones, and its handle makes the number that tells it from others.
+    std::optional<Attributes> attributes(const FileHandle &its_handle) const;
 };
 
 // What the middle of the library wants to know of every object.

@@ -17,7 +17,7 @@ bool get_object(Results &results, FileHandle &handle, std::optional<Attributes> 
     if (!results.next(Op::getfh) || !get_handle(results.reader(), handle) || !results.next(Op::getattr) ||
         !get_attributes(results.reader(), values))
         return false;
-    attributes = values.attributes();
+    attributes = values.attributes(handle);
     return true;
 }
 
@@ -27,17 +27,17 @@ void put_made(Compound &compound, const FileHandle &directory) {
     put_getattr(compound, object_attributes());
 }
 
-bool get_made(Results &results, CreateReply &reply) {
+bool get_made(Results &results, const FileHandle &directory, CreateReply &reply) {
     FileHandle handle;
     if (!get_object(results, handle, reply.attributes)) return was_refused(results);
     reply.handle = handle;
-    return (results.next(Op::putfh) && get_after(results, reply.directory)) || was_refused(results);
+    return (results.next(Op::putfh) && get_after(results, directory, reply.directory)) || was_refused(results);
 }
 
-bool get_after(Results &results, DirectoryChange &change) {
+bool get_after(Results &results, const FileHandle &directory, DirectoryChange &change) {
     AttributeValues values;
     if (!results.next(Op::getattr) || !get_attributes(results.reader(), values)) return false;
-    change.after = values.attributes();
+    change.after = values.attributes(directory);
     return true;
 }
 

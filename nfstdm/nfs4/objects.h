@@ -18,7 +18,7 @@ bool get_object(Results &results, FileHandle &handle, std::optional<Attributes> 
 // The same for what was just made, and its directory as it is then. It counts as made even when the server does not
 // tell: were it asked to make it once more, it would refuse.
 void put_made(Compound &compound, const FileHandle &directory);
-bool get_made(Results &results, CreateReply &reply);
+bool get_made(Results &results, const FileHandle &directory, CreateReply &reply);
 
 // A name in the current directory; what has it is current then.
 void put_looked_up(Compound &compound, std::string_view name);
@@ -28,7 +28,7 @@ constexpr std::size_t kOperationsOfALookup = 3;
 bool get_path(Results &results, std::size_t count, PathReply &reply);
 
 // The attributes of a directory behind a change in it.
-bool get_after(Results &results, DirectoryChange &change);
+bool get_after(Results &results, const FileHandle &directory, DirectoryChange &change);
 // What was to be told besides is not, though what was asked for is done: the caller asks for it by itself.
 inline bool was_refused(const Results &results) {
     return results.failure() != NfsStatus::ok;

@@ -93,7 +93,7 @@ void Opens::open_with(const FileHandle &file, uint32_t access, Behind behind) {
         if (*opened && !status.ok()) return alone();
         done(status);
     };
-    session_.start(std::move(call));
+    start_(std::move(call));
 }
 
 void Opens::open(const FileHandle &file, uint32_t access) {
@@ -101,7 +101,7 @@ void Opens::open(const FileHandle &file, uint32_t access) {
     auto state = std::make_shared<StateId>();
     make_open(*call, file, begin_open(files_.at(file)), access, Claim::file_handle, state);
     call->done = [this, file, access, state](const Status &status) { open_ended(file, access, *state, status); };
-    session_.start(std::move(call));
+    start_(std::move(call));
 }
 
 void Opens::open_ended(const FileHandle &file, uint32_t access, const StateId &state, const Status &status) {
@@ -127,9 +127,10 @@ void Opens::open_ended(const FileHandle &file, uint32_t access, const StateId &s
     }
 }
 
-StateId Opens::state(const FileHandle &file) const {
+StateId Opens::state(const FileHandle &file, uint32_t access) const {
     const auto found = files_.find(file);
-    return found != files_.end() && found->second.open ? found->second.state.latest() : StateId::anonymous();
+    const bool fits = found != files_.end() && found->second.open && (access & ~found->second.access) == 0;
+    return fits ? found->second.state.latest() : StateId::anonymous();
 }
 
 void Opens::opened(const FileHandle &file, const OpenOwner &owner, uint32_t access, const StateId &state) {
@@ -153,6 +154,10 @@ StateId Opens::take(const FileHandle &file) {
     return state;
 }
 
+void Opens::close_left(const FileHandle &file, const StateId &state) {
+    if (state != StateId::anonymous()) send_close(file, state);
+}
+
 void Opens::send_close(const FileHandle &file, const StateId &state) {
     auto call = new_call_("CLOSE");
     call->owner = this;
@@ -166,7 +171,7 @@ void Opens::send_close(const FileHandle &file, const StateId &state) {
     // Whatever the server says: what it does not know is not open.
     call->done = [this](const Status &) { close_answered(); };
     ++closing_;
-    session_.start(std::move(call));
+    start_(std::move(call));
 }
 
 void Opens::close_answered() {

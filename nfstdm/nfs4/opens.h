@@ -19,9 +19,11 @@ namespace nfstdm::nfs4 {
 class Opens : public StateHolder {
   public:
     using NewCall = std::function<std::unique_ptr<Call>(std::string_view name)>;
+    using Start = std::function<void(std::unique_ptr<Call>)>;
 
-    // session must outlive the object; new_call gives a call of the export with nothing in it yet.
-    Opens(Session &session, NewCall new_call) : session_(session), new_call_(std::move(new_call)) {}
+    // session must outlive the object; new_call gives a call of the export with nothing in it yet, start sends one.
+    Opens(Session &session, NewCall new_call, Start start)
+        : session_(session), new_call_(std::move(new_call)), start_(std::move(start)) {}
 
     // Somebody holds the file open, for this access; each time is followed by a release(). With the last one it is
     // closed, without anyone waiting for it: the call's owner is this object.
@@ -45,8 +47,8 @@ class Opens : public StateHolder {
         std::function<void()> alone;
     };
     void open_with(const FileHandle &file, uint32_t access, Behind behind);
-    // What an operation on the file presents; the anonymous state when it is not open.
-    StateId state(const FileHandle &file) const;
+    // What an operation on the file presents; the anonymous state when it is not open for all of the access.
+    StateId state(const FileHandle &file, uint32_t access = 0) const;
 
     // The file, which is held, was opened otherwise: by name, as it was made.
     void opened(const FileHandle &file, const OpenOwner &owner, uint32_t access, const StateId &state);
@@ -54,6 +56,8 @@ class Opens : public StateHolder {
     void lost(const FileHandle &file, const StateId &state);
     // The caller closes the file itself, as part of something else.
     StateId take(const FileHandle &file);
+    // The same, when it did not come to that. Nobody waits for it.
+    void close_left(const FileHandle &file, const StateId &state);
 
     // Closes everything; done is called when the server has answered for all of them.
     void close_all(DoneCompletion done);
@@ -91,6 +95,7 @@ class Opens : public StateHolder {
 
     Session &session_;
     const NewCall new_call_;
+    const Start start_;
     std::unordered_map<FileHandle, File, FileHandleHash> files_;
     unsigned closing_ = 0;  // CLOSEs under way
     DoneCompletion all_closed_;

@@ -78,7 +78,8 @@ bool get_entry(xdr::Reader &reader, DirectoryEntry &entry) {
     if (!reader.get_u64(entry.cookie) || !get_name(reader, entry.name) || !get_attributes(reader, values)) return false;
     entry.fileid = values.object.fileid;
     if (values.rdattr_error != 0) return true;
-    entry.attributes = values.attributes();
+    entry.attributes = values.attributes(values.handle.value_or(FileHandle{}));
+    if (entry.attributes) entry.fileid = entry.attributes->fileid;
     entry.handle = values.handle;
     return true;
 }

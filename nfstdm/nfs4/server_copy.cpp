@@ -14,6 +14,8 @@ namespace {
 
 // How often a copy may meet a server that has lost its state, or what it had copied.
 constexpr unsigned kCopyAttemptsMaximum = 8;
+// A server that forgets copies in the background as they end tells nobody how: it is not asked for many of them.
+constexpr unsigned kDisappearancesMaximum = 2;
 // Between questions whether a copy in the background is over, at first.
 constexpr rpc::Duration kFirstLook = std::chrono::milliseconds(5);
 
@@ -89,6 +91,10 @@ void ServerCopy::ask(Op op, const Put &put, Read read, void (ServerCopy::*then)(
 
 // Whether there is another way than to fail.
 bool ServerCopy::refused(Op op, NfsStatus status) {
+    if (op == Op::offload_status && state_is_lost(status) && ++disappearances_ == kDisappearancesMaximum) {
+        done_(not_offered());
+        return true;
+    }
     if (state_is_lost(status) && ++attempts_ < kCopyAttemptsMaximum) {
         source_.opens.lost(source_.handle, source_state_);
         destination_.opens.lost(destination_.handle, destination_state_);

@@ -15,8 +15,9 @@
 
 namespace nfstdm::nfs4 {
 
-// What an export turned out to offer of minor version 2.
+// What an export turned out to offer of what a server need not have.
 struct Abilities {
+    bool sets_modes = true;
     bool clones = true;
     bool copies = true;
     bool copies_at_once = true;
@@ -72,6 +73,7 @@ class ServerCopy : public std::enable_shared_from_this<ServerCopy> {
     OffloadReply progress_;
     CommitReply commit_;
     unsigned attempts_ = 0;
+    unsigned disappearances_ = 0;  // of a copy in the background
 };
 
 }  // namespace nfstdm::nfs4

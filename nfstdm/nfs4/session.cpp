@@ -68,7 +68,7 @@ rpc::Duration Session::limit() const {
 void Session::make() {
     assert(state_ == State::down && !queue_.empty());
     authenticator_ = queue_.front()->authenticator;
-    deadline_ = EventLoop::Clock::now() + server_.contact_limit();
+    deadline_ = EventLoop::Clock::now() + (contacted_ ? limit() : server_.contact_limit());
     if (attempts_ == 0) make_wait_ = server_.timing().jukebox_first;
     const auto step = identified_ ? &Session::create : &Session::identify;
     if (++attempts_ > 1) return make_later(step);
@@ -212,7 +212,8 @@ void Session::reclaimed() {
 void Session::make_later(void (Session::*step)()) {
     state_ = State::waiting;
     timer_.after(make_wait_, [this, step] {
-        if (!contacted_ && EventLoop::Clock::now() >= deadline_)
+        const bool has_end = !contacted_ || limit() > rpc::Duration::zero();
+        if (has_end && EventLoop::Clock::now() >= deadline_)
             return make_failed(
                 Status{ETIMEDOUT, "the server was not ready in all the time given"}.in("server " + server_.name()));
         (this->*step)();
@@ -286,28 +287,47 @@ void Session::send(CallPointer pointer, uint32_t slot) {
     call.session = session_number_;
     call.doubtful = false;
     call.completes = must_complete_ && !call.reclaims;
+    call.only_completes = false;
+    Compound compound = new_compound(call);
+    if (compound.operations() > sizes_.operations && call.completes) {
+        call.only_completes = true;
+        compound = new_compound(call);
+    }
+    Status problem;
+    if (compound.operations() > sizes_.operations)
+        problem = {EMSGSIZE, "the server takes only " + std::to_string(sizes_.operations) + " operations in a request"};
+    if (!compound.ok()) problem = {ENAMETOOLONG, "a name is too long"};
+    if (problem.ok()) return submit(call, new_request(call, compound));
+    leave_slot(call, &Slots::refused);
+    call.timer->after({}, [this, &call, problem] { finish(call, problem); });
+}
+
+Compound Session::new_compound(const Call &call) const {
     Compound compound(minor_);
-    put_sequence(compound, {session_, slots_.sequence(slot), slot, slots_.highest(), false});
+    put_sequence(compound, {session_, slots_.sequence(call.slot), call.slot, slots_.highest(), false});
     const std::size_t cache = compound.last_word();
     if (call.completes) put_reclaim_complete(compound);
+    if (call.only_completes) return compound;
     call.put(compound);
     if (compound.changes() && !call.repeatable) compound.patch(cache, 1);
+    return compound;
+}
+
+std::unique_ptr<rpc::Request> Session::new_request(const Call &call, Compound &compound) {
     auto request = std::make_unique<rpc::Request>();
     request->name = call.name;
-    request->data = call.data;
-    request->landing = call.landing;
-    if (!call.landing.empty()) request->data_position = read_data_position;
     request->results_maximum = compound.results_maximum();
     request->limit = call.limit;
     request->needs_contact = call.needs_contact;
     request->owner = call.owner;
-    const bool sound = compound.ok();
     request->procedure = kProcCompound;
     request->authenticator = call.authenticator;
     request->arguments = compound.take();
-    if (sound) return submit(call, std::move(request));
-    leave_slot(call, &Slots::refused);
-    call.timer->after({}, [this, &call] { finish(call, {ENAMETOOLONG, "a name is too long"}); });
+    if (call.only_completes) return request;
+    request->data = call.data;
+    request->landing = call.landing;
+    if (!call.landing.empty()) request->data_position = read_data_position;
+    return request;
 }
 
 void Session::submit(Call &call, std::unique_ptr<rpc::Request> request) {
@@ -332,7 +352,7 @@ void Session::answered(Call &call, std::unique_ptr<rpc::Request> request) {
     SequenceReply reply;
     const bool done = results.next(Op::sequence);
     if (!done && results.failure() != NfsStatus::ok) return refused(call, results.failure(), std::move(request));
-    if (!done || !get_sequence(results.reader(), reply) || (current && reply.slot != call.slot)) {
+    if (!done || !get_sequence(results.reader(), reply) || (current && !is_answer_to(reply, call))) {
         leave_slot(call, &Slots::lose);
         return finish(call, {EIO, "the server's answer makes no sense"});
     }
@@ -347,6 +367,10 @@ void Session::answered(Call &call, std::unique_ptr<rpc::Request> request) {
     }
     spend(call, request->spent);
     executed(call, results, *request);
+}
+
+bool Session::is_answer_to(const SequenceReply &reply, const Call &call) const {
+    return reply.session == session_ && reply.slot == call.slot && reply.sequence == slots_.sequence(call.slot);
 }
 
 // SEQUENCE itself failed: nothing of the compound was executed now.
@@ -381,6 +405,9 @@ void Session::refused(Call &call, NfsStatus status, std::unique_ptr<rpc::Request
             call.holds_slot = false;
             if (current) lose_session();
             return restart(call);
+        case NfsStatus::rep_too_big_to_cache:
+            leave_slot(call, &Slots::refused);
+            return call.repeatable ? finish(call, to_status(status)) : repeat_unkept(call);
         default:
             leave_slot(call, &Slots::refused);
             return finish(call, to_status(status));
@@ -389,9 +416,12 @@ void Session::refused(Call &call, NfsStatus status, std::unique_ptr<rpc::Request
 
 void Session::executed(Call &call, Results &results, const rpc::Request &request) {
     if (std::exchange(call.completes, false)) {
-        // Whatever it says: it is declared, now or before.
+        const bool declared = results.next(Op::reclaim_complete);
+        const bool alone = std::exchange(call.only_completes, false);
+        if (results.failure() == NfsStatus::delay) return failed(call, NfsStatus::delay);
+        // Whatever else it says: it is declared, now or before.
         if (call.session == session_number_) must_complete_ = false;
-        if (!results.next(Op::reclaim_complete)) return requeue(call);
+        if (!declared || alone) return requeue(call);
     }
     if (call.read(results, request) && results.finished()) {
         if (!call.unfinished || !call.unfinished()) return finish(call, {});
@@ -413,6 +443,7 @@ void Session::failed(Call &call, NfsStatus status) {
         call.repeated = true;
         return call.doubtful ? requeue(call) : restart(call);
     }
+    if (status == NfsStatus::rep_too_big_to_cache && !call.repeatable) return repeat_unkept(call);
     // The first request was executed and its answer lost with the session.
     if (call.repeated && call.done_before != NfsStatus::ok && status == call.done_before) {
         if (call.found_done) call.found_done(call.first_sent);
@@ -465,6 +496,13 @@ void Session::send_again(Call &call) {
 // Because the session did not carry it, which may not go on for ever.
 void Session::restart(Call &call) {
     if (++call.restarts > kRestartsMaximum) return finish(call, {EIO, "the server does not keep the session"});
+    requeue(call);
+}
+
+// The answer is larger than what the server keeps, which it says before it changes anything. Better asked for without
+// being kept than not at all.
+void Session::repeat_unkept(Call &call) {
+    call.repeatable = true;
     requeue(call);
 }
 

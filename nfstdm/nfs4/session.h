@@ -97,8 +97,11 @@ class Session : private rpc::Introduction {
     bool may_send() const;
     void pump();
     void send(CallPointer call, uint32_t slot);
+    Compound new_compound(const Call &call) const;
+    static std::unique_ptr<rpc::Request> new_request(const Call &call, Compound &compound);
     void submit(Call &call, std::unique_ptr<rpc::Request> request);
     void answered(Call &call, std::unique_ptr<rpc::Request> request);
+    bool is_answer_to(const SequenceReply &reply, const Call &call) const;
     void refused(Call &call, NfsStatus status, std::unique_ptr<rpc::Request> request);
     void executed(Call &call, Results &results, const rpc::Request &request);
     void failed(Call &call, NfsStatus status);
@@ -107,6 +110,7 @@ class Session : private rpc::Introduction {
     void wait(Call &call, std::function<void(Call &)> then);
     void send_again(Call &call);
     void restart(Call &call);
+    void repeat_unkept(Call &call);
     void requeue(Call &call);
     void bind_connection(Call &call);
     CallPointer take(const Call &call);

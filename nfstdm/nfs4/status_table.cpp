@@ -59,7 +59,7 @@ constexpr auto kStatuses = std::to_array<StatusRow>({
     {NfsStatus::old_stateid, EIO, "NFS4ERR_OLD_STATEID", "the open file has changed its state meanwhile"},
     {NfsStatus::bad_stateid, EIO, "NFS4ERR_BAD_STATEID", "the server does not know the open file"},
     {NfsStatus::bad_seqid, EIO, "NFS4ERR_BAD_SEQID", "the server and this client count differently"},
-    {NfsStatus::not_same, EBADE, "NFS4ERR_NOT_SAME", "the directory was changed meanwhile"},
+    {NfsStatus::not_same, EBADE, "NFS4ERR_NOT_SAME", "the directory was changed meanwhile", Condition::bad_cookie},
     {NfsStatus::symlink, ELOOP, "NFS4ERR_SYMLINK", "it is a link"},
     {NfsStatus::lease_moved, EREMOTE, "NFS4ERR_LEASE_MOVED", "the file system is moving to another server"},
     {NfsStatus::attrnotsupp, ENOTSUP, "NFS4ERR_ATTRNOTSUPP", "the server has no such attribute"},

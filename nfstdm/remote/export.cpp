@@ -1,12 +1,27 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "nfstdm/remote/export.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <utility>
 
 #include "nfstdm/remote/security.h"
 
 namespace nfstdm::remote {
+
+namespace {
+
+// Nothing that is asked before an export is attached is for an owner alone: what may not be done by whoever asks is to
+// ask from an ordinary port.
+Status with_port_named(const Status &why) {
+    if (why.cause().source != Cause::Source::nfs || why.number() != EPERM || geteuid() == 0) return why;
+    return why.told_as(why.text() +
+                       "; the server may want a source port below 1024: then ask it as root, or export with "
+                       "\"insecure\"");
+}
+
+}  // namespace
 
 Export::Export(Server &server, ServerExport share) : server_(server), share_(std::move(share)) {}
 
@@ -50,7 +65,8 @@ void Export::attached(const FileHandle &root, const std::string &how) {
 void Export::not_attached(const Status &why) {
     state_ = State::detached;
     let_go();
-    end_attempt(Result<FileHandle>(why), "not attached: " + why.text());
+    const Status told = with_port_named(why);
+    end_attempt(Result<FileHandle>(told), "not attached: " + told.text());
 }
 
 void Export::end_attempt(const Result<FileHandle> &result, const std::string &words) {

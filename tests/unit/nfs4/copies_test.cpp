@@ -95,6 +95,15 @@ TEST_F(CopiesTest, AreMadeOnceMoreWhenTheServerGaveUpInTheBackground) {
     EXPECT_EQ(nfs.copies.size(), 2U);
 }
 
+TEST_F(CopiesTest, AreLeftToTheCallerWhenTheServerForgetsThemAsTheyEnd) {
+    attach_with(2);
+    nfs.fail(Op::clone, NfsStatus::notsupp);
+    nfs.looks_until_copied = 100;
+    nfs.fail(Op::offload_status, NfsStatus::bad_stateid, 100);
+    EXPECT_EQ(copied({0, 0, 1000}), -ENOTSUP);
+    EXPECT_EQ(nfs.copies.size(), 2U) << "asked once more, as the server may have restarted";
+}
+
 TEST_F(CopiesTest, AreAskedForInTheMannerThatTheServerHas) {
     attach_with(2);
     nfs.fail(Op::clone, NfsStatus::notsupp);

@@ -10,10 +10,12 @@ namespace nfstdm::nfs4::test {
 
 namespace {
 
-bool skip_attributes(xdr::Reader &reader) {
+AttributeSet get_set_of_attributes(xdr::Reader &reader) {
     AttributeSet set;
     std::span<const std::byte> values;
-    return set.get(reader) && reader.get_opaque(values, 64);
+    set.get(reader);
+    reader.get_opaque(values, 64);
+    return set;
 }
 
 SessionId get_session(xdr::Reader &reader) {
@@ -56,6 +58,7 @@ void FakeNfs4::answer(const ReceivedCall &call) {
     compound.arguments.get_u32(minor);
     compound.arguments.get_u32(count);
     NfsStatus status = minor > minor_version_maximum ? NfsStatus::minor_vers_mismatch : NfsStatus::ok;
+    compound.count = count;
     uint32_t done = 0;
     while (status == NfsStatus::ok && done < count && compound.kept == nullptr) {
         uint32_t number = 0;
@@ -127,7 +130,7 @@ NfsStatus FakeNfs4::execute_session(Op op, Compound &compound) {
             clients_[client] = true;
             const SessionId id = session_id(next_session_++);
             sessions_[id].client = client;
-            samples::put_create_session(out, id, (1 << 20) + 4096, slots);
+            samples::put_create_session(out, id, channel_bytes, slots, operations);
             return NfsStatus::ok;
         }
         case Op::destroy_session:
@@ -158,9 +161,11 @@ NfsStatus FakeNfs4::sequence(Compound &compound) {
     in.get_u32(highest);
     in.get_u32(cache);
     sequences.emplace_back(compound.slot, compound.sequence);
+    asked_to_be_kept.push_back(cache != 0);
     const auto found = sessions_.find(id);
     if (found == sessions_.end()) return NfsStatus::badsession;
     if (compound.slot >= slots) return NfsStatus::badslot;
+    if (compound.count > operations) return NfsStatus::too_many_ops;
     const auto &[last, answer] = found->second.answers[compound.slot];
     if (compound.sequence == last && last != 0) {
         compound.kept = &answer;
@@ -168,7 +173,9 @@ NfsStatus FakeNfs4::sequence(Compound &compound) {
     }
     if (compound.sequence != last + 1) return NfsStatus::seq_misordered;
     compound.session = &found->second;
-    samples::put_sequence(compound.results, id, compound.sequence, compound.slot, slots);
+    SequenceArguments told{id, compound.sequence, compound.slot};
+    if (turn_sequence) turn_sequence(told);
+    samples::put_sequence(compound.results, told.session, told.sequence, told.slot, slots);
     return NfsStatus::ok;
 }
 
@@ -186,19 +193,28 @@ NfsStatus FakeNfs4::open(Compound &compound) {
     uint64_t client = 0;
     in.skip(12);
     in.get_u64(client);
-    get_text(in);
+    const std::string opener = get_text(in);
     in.get_u32(create);
+    bool lacks = false;
     if (create == 1) {
         in.get_u32(word);
-        skip_attributes(in);
+        lacks = lacks_any(in);
     }
     in.get_u32(claim);
+    if (lacks) return NfsStatus::attrnotsupp;
     if (claim == static_cast<uint32_t>(Claim::null)) names[compound.name = get_text(in)] = 'f';
     if (claim == static_cast<uint32_t>(Claim::previous)) in.get_u32(word);
-    compound.current = samples::state_id(next_open_);
-    opens_[next_open_++] = true;
+    uint8_t &state = owned_[{compound.name, opener}];
+    if (!opens_.contains(state)) state = next_open_++;
+    opens_[state] = true;
+    compound.current = samples::state_id(state);
     samples::put_open(compound.results, compound.current);
     return NfsStatus::ok;
+}
+
+bool FakeNfs4::lacks_any(xdr::Reader &reader) const {
+    const AttributeSet given = get_set_of_attributes(reader);
+    return given.without(lacking) != given;
 }
 
 NfsStatus FakeNfs4::get_range(Compound &compound, Copied &range) {
@@ -316,7 +332,8 @@ NfsStatus FakeNfs4::execute_file(Op op, Compound &compound) {
                 static_cast<void>(get_text(in));
             else
                 in.skip(4);
-            out.put_u32(static_cast<uint32_t>(kerberos_services.size()));
+            out.put_u32(static_cast<uint32_t>(kerberos_services.size()) + (offers_sys ? 1 : 0));
+            if (offers_sys) out.put_u32(1);
             for (const uint32_t service : kerberos_services) {
                 out.put_u32(6);
                 out.put_string("\x2a\x86\x48\x86\xf7\x12\x01\x02\x02");
@@ -333,11 +350,11 @@ NfsStatus FakeNfs4::execute_file(Op op, Compound &compound) {
             return NfsStatus::ok;
         case Op::getattr:
             set.get(in);
-            samples::put_attributes(out, set, kind == 'd' ? 2 : 1, content.size());
+            samples::put_attributes(out, set.without(lacking), kind == 'd' ? 2 : 1, content.size());
             return NfsStatus::ok;
         case Op::verify:
         case Op::nverify:
-            skip_attributes(in);
+            get_set_of_attributes(in);
             if (op == Op::verify) return kind == 'd' ? NfsStatus::ok : NfsStatus::not_same;
             return kind == 'd' ? NfsStatus::same : NfsStatus::ok;
         case Op::open:
@@ -381,7 +398,7 @@ NfsStatus FakeNfs4::execute_file(Op op, Compound &compound) {
         case Op::create: {
             in.get_u32(count);
             const std::string name = get_text(in);
-            skip_attributes(in);
+            if (lacks_any(in)) return NfsStatus::attrnotsupp;
             if (names.contains(name)) return NfsStatus::exist;
             names[compound.name = name] = 'd';
             samples::put_change(out);
@@ -394,8 +411,10 @@ NfsStatus FakeNfs4::execute_file(Op op, Compound &compound) {
             return NfsStatus::ok;
         case Op::setattr:
             get_state_id(in, state);
-            skip_attributes(in);
+            set = get_set_of_attributes(in);
             status = check(state, compound);
+            if (set.has(Attribute::size)) resized_with.push_back(state);
+            if (set.without(lacking) != set) status = NfsStatus::attrnotsupp;
             AttributeSet{}.put(out);
             return status;
         case Op::readlink:
@@ -409,7 +428,7 @@ NfsStatus FakeNfs4::execute_file(Op op, Compound &compound) {
                 out.put_bool(true);
                 out.put_u64(3);
                 out.put_string(name);
-                samples::put_attributes(out, set, what == 'd' ? 2 : 1);
+                samples::put_attributes(out, set.without(lacking), what == 'd' ? 2 : 1);
             }
             out.put_bool(false);
             out.put_bool(true);

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "nfstdm/nfs4/arguments.h"
 #include "nfstdm/nfs4/constants.h"
 #include "nfstdm/nfs4/fields.h"
 #include "tests/unit/rpc/scripted_server.h"
@@ -29,6 +30,8 @@ class FakeNfs4 {
         failures_[op].insert(failures_[op].end(), after, NfsStatus::ok);
         fail(op, status);
     }
+    // No operation is to fail any more.
+    void forgive() { failures_.clear(); }
     // The next compounds with an operation are executed, and the connection is cut instead of an answer.
     void lose_answers(Op op, int times) { lost_[op] = times; }
     // As a crash does: clients, sessions and opens are gone.
@@ -51,9 +54,16 @@ class FakeNfs4 {
     // Does something to the results of an answer before they are sent; false: the connection is cut instead.
     std::function<bool(Bytes &)> spoil;
     uint32_t slots = 4;
+    uint32_t operations = 64;  // that a compound may have
+    uint32_t channel_bytes = (1 << 20) + 4096;
+    AttributeSet lacking;                                    // attributes that it does not have
+    std::vector<bool> asked_to_be_kept;                      // of each compound with a SEQUENCE
+    std::vector<StateId> resized_with;                       // the state that each SETATTR of a size presented
+    std::function<void(SequenceArguments &)> turn_sequence;  // what an answer tells of its slot and number
     uint32_t minor_version_maximum = 2;
     std::vector<std::pair<uint32_t, uint32_t>> sequences;  // slot and sequence number, as they came
     int grants_without_reclaim = 0;
+    bool offers_sys = false;                  // as SECINFO tells it
     std::vector<uint32_t> kerberos_services;  // of RPCSEC_GSS, as SECINFO tells them
 
     // Copies: what was asked, and how the server goes about them.
@@ -89,6 +99,7 @@ class FakeNfs4 {
         Session *session = nullptr;
         uint32_t slot = 0;
         uint32_t sequence = 0;
+        uint32_t count = 0;
         const Bytes *kept = nullptr;
     };
 
@@ -98,6 +109,7 @@ class FakeNfs4 {
     NfsStatus execute_file(Op op, Compound &compound);
     NfsStatus sequence(Compound &compound);
     NfsStatus open(Compound &compound);
+    bool lacks_any(xdr::Reader &reader) const;
     NfsStatus clone(Compound &compound);
     NfsStatus copy(Compound &compound);
     NfsStatus look_at_copy(Compound &compound);
@@ -114,6 +126,7 @@ class FakeNfs4 {
     std::map<std::string, uint64_t> owners_;
     std::map<SessionId, Session> sessions_;
     std::map<uint8_t, bool> opens_;
+    std::map<std::pair<std::string, std::string>, uint8_t> owned_;  // by file and owner
     uint64_t next_client_ = 100;
     uint32_t next_session_ = 1;
     uint8_t next_open_ = 1;

@@ -38,7 +38,7 @@ TEST(AttributeValuesOfAnObject, AreTheRecordThatNfsv3Gives) {
     AttributeValues values;
     xdr::Reader reader(writer.bytes());
     ASSERT_TRUE(get_attributes(reader, values) && reader.finished());
-    const auto attributes = values.attributes();
+    const auto attributes = values.attributes({});
     ASSERT_TRUE(attributes);
     EXPECT_EQ(attributes->type, FileType::directory);
     EXPECT_EQ(attributes->mode, 0644U);

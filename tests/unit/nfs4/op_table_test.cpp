@@ -42,11 +42,12 @@ TEST(StatusTable, GivesEveryFailureANumberAndWordsOnce) {
     }
 }
 
-// NFS4ERR_SAME and NFS4ERR_NOT_SAME have the errno of a cookie that is no longer valid.
+// NFS4ERR_SAME has the errno of a cookie that is no longer valid; NFS4ERR_NOT_SAME is what READDIR says of one whose
+// verifier is another one by now (RFC 8881 section 18.23.3).
 TEST(StatusTable, TellsWhatCanBeDoneAboutARefusalWhateverItsErrno) {
     EXPECT_TRUE(to_status(NfsStatus::bad_cookie).is(Condition::bad_cookie));
     EXPECT_TRUE(to_status(NfsStatus::same).is(Condition::none));
-    EXPECT_TRUE(to_status(NfsStatus::not_same).is(Condition::none));
+    EXPECT_TRUE(to_status(NfsStatus::not_same).is(Condition::bad_cookie));
     EXPECT_TRUE(to_status(NfsStatus::stale).is(Condition::stale));
     EXPECT_TRUE(to_status(NfsStatus::fhexpired).is(Condition::stale));
     EXPECT_TRUE(to_status(NfsStatus::grace).is(Condition::not_ready));

@@ -100,16 +100,17 @@ inline void put_exchange_id(xdr::Writer &writer, uint64_t client, bool confirmed
     writer.put_u32(0);
 }
 
-inline void put_channel(xdr::Writer &writer, uint32_t bytes, uint32_t slots) {
-    for (const uint32_t value : {0U, bytes, bytes, 8192U, 64U, slots, 0U})
+inline void put_channel(xdr::Writer &writer, uint32_t bytes, uint32_t slots, uint32_t operations = 64) {
+    for (const uint32_t value : {0U, bytes, bytes, 8192U, operations, slots, 0U})
         writer.put_u32(value);
 }
 
-inline void put_create_session(xdr::Writer &writer, const SessionId &session, uint32_t bytes, uint32_t slots) {
+inline void put_create_session(xdr::Writer &writer, const SessionId &session, uint32_t bytes, uint32_t slots,
+                               uint32_t operations = 64) {
     writer.put_fixed(session);
     writer.put_u32(1);
     writer.put_u32(0);
-    put_channel(writer, bytes, slots);
+    put_channel(writer, bytes, slots, operations);
     put_channel(writer, 4096, 1);
 }
 
