@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/unit/rpc/scripted_server.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -87,6 +89,9 @@ void ScriptedServer::accept_one() {
     if (!socket) return;
     const int connection = ++accepted_;
     if (turn_away) return;
+    // Else a second answer in a row waits for the first one to be acknowledged.
+    const int on = 1;
+    static_cast<void>(setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on));
     peers_[connection].socket = std::move(socket);
     watch(connection);
 }
