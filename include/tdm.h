@@ -287,6 +287,14 @@ uint32_t tdm_copy(void *ctx, uint64_t source, uint64_t source_offset, uint64_t d
  * known; then everything is to be read. */
 uint32_t tdm_extent(void *ctx, uint64_t file, uint64_t offset, uint64_t *begin, uint64_t *end);
 
+/* Tells what a path is about to be used for, without waiting for any server. With TDM_EXPECT_USE it is used soon: the
+ * way to its server is made beside the calls that come before. With TDM_EXPECT_ATTRIBUTES the directory is listed next,
+ * and then tdm_getattr is called for most of its entries: it tells what the listing told of them, so that the
+ * server need not go through the directory twice. That holds until the directory is listed again, something is changed
+ * by this session, or everything is to be asked anew (tdm_io). */
+enum { TDM_EXPECT_ATTRIBUTES = 1, TDM_EXPECT_USE = 2 };
+uint32_t tdm_expect(void *ctx, const char *path, uint32_t what);
+
 /* For a forked child, which goes on with this context and nothing that its parent learnt: what is known of the objects
  * along a path goes into record, *size bytes of it, 0 when that is nothing or more than capacity. tdm_learn takes it
  * there, and only there; what is known holds no longer than here. The directories on the path may be asked for anew. */

@@ -20,9 +20,9 @@ bool is_safe_name(std::string_view name) {
            name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
 }
 
-DirectoryStream::DirectoryStream(MountedVolume &mount, const FoundObject &directory)
+DirectoryStream::DirectoryStream(MountedVolume &mount, const FoundObject &directory, std::size_t object_bytes)
     : mount_(mount),
-      index_(std::make_shared<ListingIndex>(directory.handle)),
+      index_(std::make_shared<ListingIndex>(directory.handle, object_bytes)),
       own_fileid_(directory.attributes.fileid) {
     mount_.know_listing(index_);
     blocks_.push_back(dots());
@@ -80,10 +80,11 @@ DirectoryStream::Batch DirectoryStream::gather(uint64_t position, std::size_t mo
     return {batch_, at_end_ && (position >= next_ || position + batch_.size() == next_)};
 }
 
-// What READDIRPLUS brings beyond what the cache holds would only push out what it brought before.
+// What READDIRPLUS brings beyond what is kept here or in the cache would only push out what it brought before.
 void DirectoryStream::ask() {
     using Entries = MountedVolume::Entries;
-    const auto entries = entries_read_ < ObjectCache::kLimit ? Entries::with_attributes : Entries::names;
+    const bool is_kept = entries_read_ < ObjectCache::kLimit || !index_->objects().is_full();
+    const auto entries = is_kept ? Entries::with_attributes : Entries::names;
     question_ = mount_.ask_directory(directory(), cookie_, verifier_, entries);
 }
 
@@ -154,7 +155,8 @@ void DirectoryStream::take_entries(DirectoryPosition from, const DirectoryReply 
         const auto name = std::string_view(block.names).substr(at);
         block.entries.push_back({entry.fileid, entry.attributes ? entry.attributes->type : FileType::none, name});
         bytes_ += name.size() + kNameHead;
-        mount_.learn_entry(directory(), entry);
+        if (block.first < ObjectCache::kLimit) mount_.learn_entry(directory(), entry);
+        if (entry.handle && entry.attributes) index_->tell({*entry.attributes, digest_of(*entry.handle)});
     }
     next_ = block.end();
 }

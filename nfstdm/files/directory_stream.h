@@ -41,8 +41,9 @@ class DirectoryStream {
         bool at_end = false;  // no entry follows these
     };
 
-    // The mount must outlive the object.
-    DirectoryStream(MountedVolume &mount, const FoundObject &directory);
+    // The mount must outlive the object. object_bytes: the memory in which what the entries' attributes are is kept for
+    // MountedVolume::listed().
+    DirectoryStream(MountedVolume &mount, const FoundObject &directory, std::size_t object_bytes = 0);
 
     const MountedVolume &mount() const { return mount_; }
     const FileHandle &directory() const { return index_->directory(); }

@@ -17,9 +17,14 @@ KnownListings::Listings::iterator KnownListings::find(const FileHandle &director
                                 [&directory](const Known &known) { return known.listing->directory() == directory; });
 }
 
-void KnownListings::add(const std::shared_ptr<const ListingIndex> &listing) {
+void KnownListings::add(const std::shared_ptr<ListingIndex> &listing, uint64_t changes) {
     forget(listing->directory());
-    listings_.push_front({listing, {}, {}, {}, {}});
+    std::size_t object_bytes = 0;
+    for (const Known &known : listings_) {
+        object_bytes += known.listing->objects().bytes();
+        if (object_bytes > kObjectBytesMaximum) known.listing->objects().release();
+    }
+    listings_.push_front({listing, changes, {}, {}, {}, {}});
     std::size_t bytes = 0;
     std::size_t count = 0;
     std::erase_if(listings_, [&](const Known &known) {
@@ -30,6 +35,13 @@ void KnownListings::add(const std::shared_ptr<const ListingIndex> &listing) {
 
 void KnownListings::forget(const FileHandle &directory) {
     if (const auto known = find(directory); known != listings_.end()) listings_.erase(known);
+}
+
+std::optional<ListedObject> KnownListings::told(const FileHandle &directory, std::string_view name, uint64_t changes) {
+    const auto known = find(directory);
+    if (known == listings_.end() || known->changes != changes) return std::nullopt;
+    listings_.splice(listings_.begin(), listings_, known);
+    return known->listing->told(name);
 }
 
 std::optional<KnownListings::Wanted> KnownListings::part_to_learn(const FileHandle &directory, std::string_view name,

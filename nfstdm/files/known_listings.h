@@ -21,9 +21,13 @@ class KnownListings {
   public:
     using TimePoint = EventLoop::Clock::time_point;
 
-    void add(const std::shared_ptr<const ListingIndex> &listing);
+    // changes: how often this side has changed something up to then.
+    void add(const std::shared_ptr<ListingIndex> &listing, uint64_t changes);
     void forget(const FileHandle &directory);
     void clear() { listings_.clear(); }
+
+    // What a listing told of the object that has a name, if it told and this side has changed nothing since.
+    std::optional<ListedObject> told(const FileHandle &directory, std::string_view name, uint64_t changes);
 
     struct Wanted {
         std::shared_ptr<const ListingIndex> listing;
@@ -41,9 +45,11 @@ class KnownListings {
   private:
     static constexpr std::size_t kListingsMaximum = 64;
     static constexpr std::size_t kBytesMaximum = std::size_t{256} << 20;
+    static constexpr std::size_t kObjectBytesMaximum = ListedObjects::kBytesMaximum;  // of all but the latest
 
     struct Known {
-        std::shared_ptr<const ListingIndex> listing;
+        std::shared_ptr<ListingIndex> listing;
+        uint64_t changes = 0;
         std::optional<std::size_t> missed;      // the latest part that a name was missing of
         std::optional<std::size_t> learnt;      // the latest part that was asked for again
         TimePoint when;                         // that was

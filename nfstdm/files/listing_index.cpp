@@ -20,9 +20,9 @@ void ListingIndex::go_on(const Part &part) {
 
 bool ListingIndex::add(std::string_view name) {
     assert(!parts_.empty());
-    std::size_t number = 0;
-    Slot slot = slot_of(name, number);
-    Table &table = tables_[number];
+    const Hash128 hash = keyed_hash(key_, name);
+    Slot slot = slot_of(hash);
+    Table &table = tables_[hash.high % kTables];
     // At most seven eighths full, and half as large again when more are wanted.
     if (table.used + table.used / 7 + 1 >= table.slots.size())
         refill(table, std::max(kSlotsAtFirst, table.slots.size() + table.slots.size() / 2));
@@ -33,15 +33,23 @@ bool ListingIndex::add(std::string_view name) {
     table.slots[at] = slot;
     ++table.used;
     ++names_;
+    latest_tag_ = hash.low;
     return true;
 }
 
+std::optional<ListedObject> ListingIndex::told(std::string_view name) {
+    const Hash128 hash = keyed_hash(key_, name);
+    return objects_.find(hash.low, [&] { return part_of(hash); });
+}
+
 std::optional<std::size_t> ListingIndex::part_of(std::string_view name) const {
-    std::size_t number = 0;
-    const Slot wanted = slot_of(name, number);
-    const auto &slots = tables_[number].slots;
+    return part_of(keyed_hash(key_, name));
+}
+
+std::optional<std::size_t> ListingIndex::part_of(const Hash128 &hash) const {
+    const auto &slots = tables_[hash.high % kTables].slots;
     if (slots.empty()) return std::nullopt;
-    const Slot &slot = slots[find(slots, wanted)];
+    const Slot &slot = slots[find(slots, slot_of(hash))];
     if (slot.is_free() || slot.part() == kPartMask) return std::nullopt;
     return slot.part() - 1;
 }
@@ -62,6 +70,7 @@ void ListingIndex::cut(std::size_t part) {
     }
     parts_.resize(std::min(part, parts_.size()));
     names_before_part_ = 0;
+    objects_.cut(part);
 }
 
 std::size_t ListingIndex::bytes() const {
@@ -71,9 +80,7 @@ std::size_t ListingIndex::bytes() const {
     return bytes;
 }
 
-ListingIndex::Slot ListingIndex::slot_of(std::string_view name, std::size_t &table) const {
-    const Hash128 hash = keyed_hash(key_, name);
-    table = hash.high % kTables;
+ListingIndex::Slot ListingIndex::slot_of(const Hash128 &hash) {
     return {static_cast<uint32_t>(hash.low), static_cast<uint32_t>(hash.low >> 32),
             static_cast<uint32_t>(hash.high >> 32) & ~kPartMask};
 }

@@ -44,6 +44,11 @@ Status MountedVolume::contact(std::span<const std::string> below) {
     if (root_) return {};
     if (!server_.problem.empty()) return named({EINVAL, "tslnfstab, " + server_.problem});
     if (!contact_failure_.ok() && now_() < contact_again_) return contact_failure_;
+    const auto early = early_;
+    return contact_now(early ? std::span<const std::string>(early->below) : below);
+}
+
+Status MountedVolume::contact_now(std::span<const std::string> below) {
     auto attached = attach(server_, below);
     if (server_.version.empty() && lacks_version3(attached.status())) attached = attach_with_version4(attached, below);
     contact_failure_ = attached.status();
@@ -58,7 +63,20 @@ Status MountedVolume::contact(std::span<const std::string> below) {
     return {};
 }
 
+void MountedVolume::begin_contact(std::span<const std::string> below) {
+    if (volume_ || !contact_failure_.ok() || !server_.problem.empty()) return;
+    volume_ = open_volume_(loop_, server_, exported_);
+    if (!volume_) return;
+    early_ = std::make_shared<EarlyContact>(EarlyContact{{below.begin(), below.end()}, std::nullopt});
+    volume_->expect(early_->below);
+    volume_->attach([early = early_](const Result<FileHandle> &root) { early->root = root; });
+}
+
 Result<FileHandle> MountedVolume::attach(const ServerConfig &server, std::span<const std::string> below) {
+    if (const auto early = std::exchange(early_, nullptr)) {
+        loop_.run_until([&early] { return early->root.has_value(); });
+        return *early->root;
+    }
     if (!volume_) volume_ = open_volume_(loop_, server, exported_);
     if (!volume_) return named({EPROTONOSUPPORT, "there is no protocol to reach it with"});
     volume_->expect({below.begin(), below.end()});
@@ -108,7 +126,7 @@ Result<FoundObject> MountedVolume::lookup(const FileHandle &directory, const std
 
 void MountedVolume::look_ahead(const FileHandle &directory, std::span<const std::string> names) {
     FileHandle place = directory;
-    while (!names.empty()) {
+    while (names.size() > 1) {  // the last one alone is a lookup like any other
         const auto known = cache_.find_name(place, names.front());
         if (known.known && !known.handle) return;
         if (!known.handle) break;
@@ -343,6 +361,7 @@ void MountedVolume::forget_handles() {
     cache_.clear();
     listings_.clear();
     next_part_.reset();
+    early_.reset();
     root_.reset();
 }
 

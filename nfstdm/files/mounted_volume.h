@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "nfstdm/base/event_loop.h"
 #include "nfstdm/files/known_listings.h"
@@ -55,6 +56,9 @@ class MountedVolume {
     // below: what will be looked up from the root next, asked for with the first contact where the protocol can.
     Result<FileHandle> root(std::span<const std::string> below = {});
 
+    // Begins that contact, without waiting for it, unless there was one before.
+    void begin_contact(std::span<const std::string> below);
+
     // Where the server's block stands in tslnfstab: no other block has the number.
     unsigned server_line() const { return server_.line; }
 
@@ -89,7 +93,12 @@ class MountedVolume {
     // What an entry of a reply told.
     void learn_entry(const FileHandle &directory, const DirectoryEntry &entry);
     // A listing that entries may be learnt from again.
-    void know_listing(const std::shared_ptr<const ListingIndex> &listing) { listings_.add(listing); }
+    void know_listing(const std::shared_ptr<ListingIndex> &listing) { listings_.add(listing, cache_.changes()); }
+    // What the directory's latest listing told of an entry, where that was kept. It is as old as the listing; but what
+    // this client changed since is not hidden by it.
+    std::optional<ListedObject> listed(const FileHandle &directory, std::string_view name) {
+        return listings_.told(directory, name, cache_.changes());
+    }
 
     // The root, if it is known without a question.
     const std::optional<FileHandle> &known_root() const { return root_; }
@@ -106,7 +115,14 @@ class MountedVolume {
     Status named(const Status &failure) const { return failure.in("server " + server_.name); }
 
   private:
+    // A contact that was begun ahead of its use, and what was to be looked up with it.
+    struct EarlyContact {
+        std::vector<std::string> below;
+        std::optional<Result<FileHandle>> root;
+    };
+
     Status contact(std::span<const std::string> below);
+    Status contact_now(std::span<const std::string> below);
     Result<FileHandle> attach(const ServerConfig &server, std::span<const std::string> below);
     Result<FileHandle> attach_with_version4(const Result<FileHandle> &first, std::span<const std::string> below);
     void learn_path(FileHandle place, std::span<const std::string> names, const PathReply &reply);
@@ -132,6 +148,7 @@ class MountedVolume {
     const TimeSource now_;
     std::unique_ptr<Volume> volume_;
     std::optional<FileHandle> root_;
+    std::shared_ptr<EarlyContact> early_;  // until it is used
     Status contact_failure_;
     EventLoop::Clock::time_point contact_again_;
     ObjectCache cache_;

@@ -46,9 +46,12 @@ Result<Location> PathOperations::at_name(std::string_view path, const Operation 
 }
 
 Result<Location> PathOperations::get_attributes(std::string_view path, Attributes &attributes, ObjectName *name) {
-    return at_object(path, LastLink::keep, [&attributes, name](const Place &place) -> Status {
-        attributes = place.object->attributes;
-        if (name != nullptr) *name = {place.mount->server_line(), place.object->handle};
+    return at(path, LastLink::listed, [&attributes, name](const Place &place) -> Status {
+        if (!place.listed && !place.object) return absence(place);
+        attributes = place.listed ? place.listed->attributes : place.object->attributes;
+        if (name == nullptr) return {};
+        const uint64_t digest = place.listed ? place.listed->handle_digest : digest_of(place.object->handle);
+        *name = {place.mount->server_line(), digest};
         return {};
     });
 }
@@ -111,14 +114,27 @@ Result<Location> PathOperations::fsstat(std::string_view path, FsStatReply &stat
 
 Result<Location> PathOperations::list(std::string_view path, uint64_t position, std::size_t most,
                                       DirectoryStream::Batch &batch) {
-    return at_object(path, LastLink::follow, [&](const Place &place) { return list_at(place, position, most, batch); });
+    const bool is_expected = position == 0 && path == expected_;
+    if (is_expected) expected_.clear();
+    return at_object(path, LastLink::follow, [&](const Place &place) {
+        return list_at(place, {position, most, is_expected ? ListedObjects::kBytesMaximum : 0}, batch);
+    });
 }
 
-Status PathOperations::list_at(const Place &place, uint64_t position, std::size_t most, DirectoryStream::Batch &batch) {
+void PathOperations::expect_use(std::string_view path) {
+    if (!path_is_absolute(path)) return;
+    Components components = split_path(path);
+    collapse_parents(components);
+    const auto [mount, depth] = mounts_.find(components);
+    if (mount != nullptr) mount->begin_contact(std::span(components).subspan(depth));
+}
+
+Status PathOperations::list_at(const Place &place, const Stretch &wanted, DirectoryStream::Batch &batch) {
     if (place.object->attributes.type != FileType::directory) return {ENOTDIR, "is no directory"};
     const bool goes_on = stream_ && &stream_->mount() == place.mount && stream_->directory() == place.object->handle;
-    if (position == 0 || !goes_on) stream_ = std::make_unique<DirectoryStream>(*place.mount, *place.object);
-    auto reply = stream_->batch(position, most);
+    if (wanted.position == 0 || !goes_on)
+        stream_ = std::make_unique<DirectoryStream>(*place.mount, *place.object, wanted.object_bytes);
+    auto reply = stream_->batch(wanted.position, wanted.most);
     if (reply.ok()) batch = reply.value();
     return reply.status();
 }

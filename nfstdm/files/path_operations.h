@@ -19,8 +19,8 @@ enum class Location { remote, local };
 
 // By what a server knows an object.
 struct ObjectName {
-    unsigned server = 0;  // the line of its block in tslnfstab
-    FileHandle handle;
+    unsigned server = 0;         // the line of its block in tslnfstab
+    uint64_t handle_digest = 0;  // as digest_of() gives it
 };
 
 class PathOperations {
@@ -30,7 +30,7 @@ class PathOperations {
 
     // Each says where the path lies; of a local one nothing else is touched. Only set_permissions, list and fsinfo
     // follow a link that the path ends in.
-    // name: filled, too, when it is given.
+    // name: filled, too, when it is given. Of an entry of an expected listing it tells what the listing told.
     Result<Location> get_attributes(std::string_view path, Attributes &attributes, ObjectName *name = nullptr);
     Result<Location> set_permissions(std::string_view path, uint32_t mode);
     Result<Location> make_directory(std::string_view path);
@@ -44,6 +44,12 @@ class PathOperations {
     // The batch is valid until the next listing. Position 0 begins a listing anew.
     Result<Location> list(std::string_view path, uint64_t position, std::size_t most, DirectoryStream::Batch &batch);
 
+    // The listing that begins next of this path is going to be followed by get_attributes() of most of its entries.
+    void expect_attributes(std::string_view path) { expected_ = path; }
+
+    // The path is going to be used: the contact with its server begins, without waiting for it.
+    void expect_use(std::string_view path);
+
     // Names of the present listing that were refused as unsafe.
     std::size_t names_refused() const { return stream_ ? stream_->names_refused() : 0; }
 
@@ -52,11 +58,17 @@ class PathOperations {
     Result<Location> at(std::string_view path, LastLink last, const Operation &operation);
     Result<Location> at_object(std::string_view path, LastLink last, const Operation &operation);
     Result<Location> at_name(std::string_view path, const Operation &operation);
-    Status list_at(const Place &place, uint64_t position, std::size_t most, DirectoryStream::Batch &batch);
+    struct Stretch {
+        uint64_t position = 0;
+        std::size_t most = 0;
+        std::size_t object_bytes = 0;  // for a listing that begins
+    };
+    Status list_at(const Place &place, const Stretch &wanted, DirectoryStream::Batch &batch);
 
     MountSet &mounts_;
     const uint32_t directory_mode_;
     std::unique_ptr<DirectoryStream> stream_;  // the latest listing
+    std::string expected_;                     // that a listing is to begin of
 };
 
 }  // namespace nfstdm

@@ -85,10 +85,12 @@ void Walk::take_back(std::size_t at) {
 // From a directory to what the next component names, or to where that leads.
 Result<Walk::Step> Walk::enter(FileHandle &directory, std::size_t at) {
     const bool is_last = at + 1 == path_.size();
+    if (is_last && last_ == LastLink::listed && (place_.listed = place_.mount->listed(directory, path_[at])))
+        return Step::arrived;
     const auto object = place_.mount->lookup(directory, path_[at]);
     if (!object.ok() && !(is_last && object.status().number() == ENOENT)) return object.status();
     const bool is_link = object.ok() && object.value().attributes.type == FileType::link;
-    if (is_link && !(is_last && last_ == LastLink::keep)) {
+    if (is_link && !(is_last && last_ != LastLink::follow)) {
         auto target = place_.mount->read_link(object.value().handle);
         if (!target.ok()) return target.status();
         return follow(at, target.value());

@@ -10,7 +10,8 @@
 
 namespace nfstdm {
 
-enum class LastLink { follow, keep };
+// listed: kept, too, and what a listing told of the last component is enough.
+enum class LastLink { follow, keep, listed };
 
 // Where a path leads.
 struct Place {
@@ -18,7 +19,8 @@ struct Place {
     Components components;                // of the absolute path of this host after every link
     std::optional<FileHandle> directory;  // that holds the name; nothing for the root of a mount
     std::string name;
-    std::optional<FoundObject> object;  // nothing when the directory has no such name
+    std::optional<FoundObject> object;   // nothing when the directory has no such name
+    std::optional<ListedObject> listed;  // instead of the object
 
     std::string path() const { return join_path(components); }
 };

@@ -36,7 +36,7 @@ TdmAttributes to_record(const Attributes &attributes) {
 TdmAttributes to_record(const Attributes &attributes, const ObjectName &name) {
     TdmAttributes record = to_record(attributes);
     record.server = name.server;
-    record.handle_digest = std::max<uint64_t>(1, FileHandleHash{}(name.handle));
+    record.handle_digest = name.handle_digest;
     return record;
 }
 

@@ -213,6 +213,22 @@ uint32_t tdm_extent(void *ctx, uint64_t file, uint64_t offset, uint64_t *begin, 
     });
 }
 
+uint32_t tdm_expect(void *ctx, const char *path, uint32_t what) {
+    return with_session("tdm_expect", ctx, text_of(path), [&](Session &session) -> Status {
+        if (text_of(path).empty()) return missing("path");
+        switch (what) {
+            case TDM_EXPECT_ATTRIBUTES:
+                session.paths().expect_attributes(path);
+                return {};
+            case TDM_EXPECT_USE:
+                session.paths().expect_use(path);
+                return {};
+            default:
+                return missing("use of a path that is known");
+        }
+    });
+}
+
 uint32_t tdm_known(void *ctx, const char *path, void *record, uint32_t capacity, uint32_t *size) {
     return with_session("tdm_known", ctx, text_of(path), [&](Session &session) -> Status {
         if (record == nullptr || size == nullptr) return missing("place for an answer");

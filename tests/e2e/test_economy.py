@@ -1,6 +1,8 @@
 """What transfers and listings cost: calls to the server, and memory. Counts and bounds, never times."""
 
 import os
+import re
+import time
 
 import pytest
 
@@ -24,7 +26,10 @@ class Counting:
         self.client.tslnfstab.write_text(block)
 
     def calls_of(self, *words, **environment):
-        return self.daemon.calls_of(lambda: self.client.ok(*words, env=environment))
+        begun = time.monotonic()
+        calls = self.daemon.calls_of(lambda: self.client.ok(*words, env=environment))
+        self.seconds = time.monotonic() - begun
+        return calls
 
 
 @pytest.fixture
@@ -57,6 +62,22 @@ def test_a_file_system_is_asked_for_its_limits_once(counting, words):
         assert counts["FSINFO"] == 1, counts
 
 
+# From there on the library makes the way to the source beside the one to the destination.
+def test_the_source_is_told_of_before_the_destination_is_asked_about(counting, tmp_path):
+    other = f"{MOUNT}-other"
+    exports = [("/export", MOUNT), ("/export", other)]
+    counting.client.tslnfstab.write_text(servers.server_block("loop", counting.daemon.address, exports))
+    (counting.folder / "source").write_bytes(b"content")
+    trace = tmp_path / "trace"
+    counting.client.ok("-trace", trace, "-level", *"1111", "cp", f"{MOUNT}/source", f"{other}/copy")
+    records = trace.read_text().splitlines()
+    told = next(i for i, record in enumerate(records) if "tdm_expect" in record and f"{MOUNT}/source" in record)
+    asked = next(i for i, record in enumerate(records) if "tdm_getattr" in record)
+    assert told < asked
+    assert (counting.folder / "copy").read_bytes() == b"content"
+
+
+LIFETIME = 5  # seconds, of what is known of an object
 ONCE = 10  # calls for the contact, the directory itself and the good-bye
 
 
@@ -70,7 +91,9 @@ def test_a_small_file_among_many_goes_up_in_three_calls(counting, tmp_path, jobs
     source.mkdir()
     for i in range(FILES):
         (source / f"file{i}").write_bytes(os.urandom(4096))
-    assert counting.calls_of("cp", "-r", source, f"{MOUNT}/copied", TSLWNFS_JOBS=jobs) <= 3 * FILES + jobs * ONCE
+    calls = counting.calls_of("cp", "-r", source, f"{MOUNT}/copied", TSLWNFS_JOBS=jobs)
+    grown_old = 2 * int(counting.seconds / LIFETIME)  # the root's attributes, and the directory's name in it
+    assert calls <= 3 * FILES + jobs * (ONCE + grown_old)
     assert len(list((counting.folder / "copied").iterdir())) == FILES
 
 
@@ -97,6 +120,21 @@ def test_a_listing_that_no_cache_holds_needs_one_call_for_a_hundred_entries(coun
     for i in range(LONG):
         (many / f"entry{i}").touch()
     assert counting.calls_of(*command, f"{MOUNT}/many") <= LONG / 100 + ONCE
+
+
+# The server goes through the directory once, however long the listing takes.
+@pytest.mark.parametrize("command", [("ls", "-l"), ("find",)], ids=" ".join)
+def test_the_attributes_of_a_long_listing_come_with_its_names(counting, command):
+    many = counting.folder / "many"
+    many.mkdir()
+    for i in range(LONG):
+        (many / f"entry{i}").touch()
+    listed = []
+    counts = counting.daemon.counts_of(lambda: listed.append(counting.client.ok(*command, f"{MOUNT}/many")))
+    assert counts.get("READDIR", 0) == 0, counts
+    assert counts["READDIRPLUS"] <= LONG / 900 + 2, counts
+    assert counts["LOOKUP"] < ONCE, counts
+    assert len(set(re.findall(rb"entry\d+", listed[0]))) == LONG
 
 
 @pytest.mark.parametrize("words", [("rm", "-r", f"{MOUNT}/many"), ("rm", f"{MOUNT}/many/*")], ids=" ".join)

@@ -59,6 +59,7 @@ class Session {
         uint32_t location = 0;
         switch (number % kKinds) {
             case 0:
+                static_cast<void>(tdm_expect(context_, "/m/d", TDM_EXPECT_USE));
                 return list("/m/d");
             case 1:
                 return read_file("/m/d/f");
@@ -86,7 +87,10 @@ class Session {
             case 10:
                 return set_attributes();
             case 11:
-                return list("/m");
+                static_cast<void>(tdm_expect(context_, "/m", TDM_EXPECT_ATTRIBUTES));
+                list("/m");
+                static_cast<void>(tdm_getattr(context_, "/m/f", &attributes_, &location));
+                break;
             case 12:
                 return copy_file();
             default:

@@ -101,7 +101,9 @@ void report_match(const std::string &path) {
 // Lists a directory and gives its resolved path. Stands apart, as link_target() does, so that no path buffer lies on
 // the stack while the walk goes deeper.
 [[gnu::noinline]] FindResult list_directory(const Operand &path, NameList &names, std::string &resolved_path) {
-    const uint32_t listed = list_content(path, names);
+    // A command may change what is found later.
+    const uint32_t listed =
+        list_content(path, names, option(kFindExec) ? Afterwards::anything : Afterwards::attributes);
     if (listed == kNoDirectory) return kNothing;
     if (listed != 0 && listed != kNamesLeftOut) {
         trace_message(kFunction, Message::directory_unlisted, path.text());

@@ -11,6 +11,7 @@
 #include "tslwnfs/output/messages.h"
 #include "tslwnfs/output/output.h"
 #include "tslwnfs/output/trace.h"
+#include "tslwnfs/storage/optional_operations.h"
 #include "tslwnfs/storage/resolve.h"
 
 namespace {
@@ -35,12 +36,18 @@ bool list_subdirectories(const PathBuffer &path, const NameList &names, int32_t 
     return complete;
 }
 
+// Lists the names of a directory.
+bool list_names(const PathBuffer &path, NameList &names, Afterwards afterwards, bool *complete = nullptr) {
+    if (afterwards == Afterwards::attributes) expect_attributes(path.c_str());
+    return read_directory(path, names, complete);
+}
+
 // Gives the names for a path, and tells whether they are its content.
-bool list(const PathBuffer &path, NameList &names, Listed &listed) {
+bool list(const PathBuffer &path, NameList &names, Listed &listed, Afterwards afterwards) {
     AttrResult attributes;
     const Kind kind = kind_of(path, attributes);
     listed = kind == Kind::directory || kind == Kind::missing ? Listed::directory : Listed::single_path;
-    if (listed == Listed::directory) return read_directory(path, names);
+    if (listed == Listed::directory) return list_names(path, names, afterwards);
     names.add(path.view());
     return true;
 }
@@ -51,7 +58,9 @@ uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names) {
     names.clear();
     PathBuffer resolved;
     Listed listed = Listed::directory;
-    if (!resolve_operand("read_dir", path, resolved) || !list(resolved, names, listed)) return 1;
+    const bool asks = print_names != 0 && shows_attributes();
+    const Afterwards afterwards = asks ? Afterwards::attributes : Afterwards::anything;
+    if (!resolve_operand("read_dir", path, resolved) || !list(resolved, names, listed, afterwards)) return 1;
     return print_names == 0 || print_listing(resolved, names, listed) ? 0 : 1;
 }
 
@@ -60,7 +69,7 @@ bool is_empty_directory(const PathBuffer &path) {
     return is_strict(Strict::status) && read_dir(path, names, kUnprinted) == 0 && names.empty();
 }
 
-uint32_t list_content(const Operand &path, NameList &names) {
+uint32_t list_content(const Operand &path, NameList &names, Afterwards afterwards) {
     names.clear();
     PathBuffer resolved;
     if (!resolve_operand("read_dir", path, resolved)) return 1;
@@ -68,7 +77,7 @@ uint32_t list_content(const Operand &path, NameList &names) {
     const Kind kind = kind_of(resolved, attributes);
     if (kind != Kind::regular && kind != Kind::special) {
         bool complete = true;
-        if (!read_directory(resolved, names, &complete)) return 1;
+        if (!list_names(resolved, names, afterwards, &complete)) return 1;
         return complete ? 0 : kNamesLeftOut;
     }
     trace_failure("read_dir", "%s is no directory", resolved.c_str());
@@ -81,7 +90,8 @@ uint32_t read_dirlist(const Operand &path, int32_t depth) {
     NameList names;
     PathBuffer resolved;
     Listed listed = Listed::directory;
-    if (!resolve_operand("read_dir", path, resolved) || !list(resolved, names, listed)) {
+    const bool resolvable = resolve_operand("read_dir", path, resolved);
+    if (!resolvable || !list(resolved, names, listed, Afterwards::attributes)) {
         trace_message("read_dirlist", Message::directory_unlisted, path.shown());
         return 1;
     }

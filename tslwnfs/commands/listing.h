@@ -15,9 +15,11 @@ uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names);
 
 // Lists what lies in a directory as read_dir() does without printing, but follows a link to a directory. Returns 0, 1,
 // kNoDirectory for what has no content, or kNamesLeftOut when the directory has names besides that no path can hold.
+// What a listing told of the entries may be all that is asked about them afterwards.
 constexpr uint32_t kNoDirectory = 2;
 constexpr uint32_t kNamesLeftOut = 3;
-uint32_t list_content(const Operand &path, NameList &names);
+enum class Afterwards : uint8_t { anything, attributes };
+uint32_t list_content(const Operand &path, NameList &names, Afterwards afterwards = Afterwards::anything);
 
 // For a directory whose content is about to be copied or deleted, when the status is to tell of failures in it: an
 // empty one is none.

@@ -39,24 +39,17 @@ struct Details {
 // The entries that are shown, by their place in the list of names. Without details when the layout needs none.
 struct Entries {
     const NameList &names;
+    const bool on_screen;
     std::vector<uint32_t> places;
     std::vector<Details> details;
 
     std::size_t size() const { return places.size(); }
 };
 
-bool needs_attributes() {
-    return DIR_LTYPE == kLong || has_option(kListDirectoriesOnly) || has_option(kListTime) || has_option(kListSize);
-}
-
-// Scripts get so many bytes; at a terminal the columns of the screen count.
-std::size_t width_of(const std::string &name) {
-    return isatty(fileno(output_stream())) != 0 ? terminal::columns_of(name) : name.size();
-}
-
-// A name that is wider than the column gets the whole column's blanks behind it, so that it still stands apart.
-std::string padded(const std::string &name) {
-    const std::size_t width = width_of(name);
+// A name that is wider than the column gets the whole column's blanks behind it, so that it still stands apart. Scripts
+// get so many bytes; at a terminal the columns of the screen count.
+std::string padded(const std::string &name, bool on_screen) {
+    const std::size_t width = on_screen ? terminal::columns_of(name) : name.size();
     const std::size_t blanks = width > kNameWidth ? kNameWidth : kNameWidth - width;
     std::string shown;
     shown.reserve(name.size() + blanks);
@@ -104,7 +97,7 @@ Details details_of(const AttrResult &attributes) {
 // Returns false when some entry could not be asked about.
 bool collect_entries(const PathBuffer &path, Listed listed, Entries &entries) {
     bool complete = true;
-    const bool detailed = needs_attributes();
+    const bool detailed = shows_attributes();
     entries.places.reserve(entries.names.size());
     if (detailed) entries.details.reserve(entries.names.size());
     for (std::size_t i = 0; i < entries.names.size(); ++i) {
@@ -127,7 +120,7 @@ bool collect_entries(const PathBuffer &path, Listed listed, Entries &entries) {
 }
 
 std::string shown(const Entries &entries, std::size_t index) {
-    return padded(shown_name(entries.names[entries.places[index]]));
+    return padded(shown_name(entries.names[entries.places[index]]), entries.on_screen);
 }
 
 void print_size(const Entries &entries, std::size_t index) {
@@ -202,8 +195,12 @@ void print_long(const Entries &entries) {
 
 }  // namespace
 
+bool shows_attributes() {
+    return DIR_LTYPE == kLong || has_option(kListDirectoriesOnly) || has_option(kListTime) || has_option(kListSize);
+}
+
 bool print_listing(const PathBuffer &path, const NameList &names, Listed listed) {
-    Entries entries{names, {}, {}};
+    Entries entries{names, isatty(fileno(output_stream())) != 0, {}, {}};
     bool complete = false;
     try {
         complete = collect_entries(path, listed, entries);

@@ -11,6 +11,9 @@ enum class Listed : uint8_t {
     single_path  // one object, named by its own path
 };
 
+// Whether the layout shows more of the entries than their names.
+bool shows_attributes();
+
 // Prints names to the command's output as DIR_LTYPE, DIR_SHOWDOT, DIR_LTIMETYPE and the listing bits of COMMAND_OPTION
 // say. Attributes are fetched when the layout shows or needs them; names whose attributes cannot be had are left out.
 // Returns whether there were none of those.

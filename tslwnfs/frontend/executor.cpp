@@ -226,7 +226,10 @@ class FileRun {
         if (commandtype == kDelete && is_slip(first_, resolved.view())) return false;
         source_.emplace(resolved.view());
         if (typed_) tally.begin(has_wildcard(first_) ? source_->directory : resolved.view());
-        return !command_.names_destination || prepare_destination(second);
+        if (!command_.names_destination) return true;
+        // The destination is asked about first; the way to the source's server is made meanwhile.
+        expect_use(has_wildcard(first_) ? source_->directory.c_str() : resolved.c_str());
+        return prepare_destination(second);
     }
 
     uint32_t run() {

@@ -71,6 +71,8 @@ void end_run() {
 void make_contact(const Job &job) {
     const Untraced untraced;
     const terminal::AskedBesides besides;
+    for (const std::string &path : {job.source, job.destination})
+        expect_use(path.c_str());
     for (const std::string &path : {job.source, job.destination}) {
         TdmAttributes attributes{};
         uint32_t location = 0;

@@ -8,6 +8,7 @@
 #include "tslwnfs/options/options.h"
 
 #pragma weak tdm_copy
+#pragma weak tdm_expect
 #pragma weak tdm_extent
 #pragma weak tdm_known
 #pragma weak tdm_learn
@@ -17,6 +18,14 @@ uint32_t copy_by_server(const ServerCopyRange &range, uint64_t &copied) {
     if (&tdm_copy == nullptr) return ENOTSUP;
     return tdm_copy(ctx, range.source, range.source_offset, range.destination, range.destination_offset, range.count,
                     &copied);
+}
+
+void expect_attributes(const char *path) {
+    if (&tdm_expect != nullptr) static_cast<void>(tdm_expect(ctx, path, TDM_EXPECT_ATTRIBUTES));
+}
+
+void expect_use(const char *path) {
+    if (&tdm_expect != nullptr && *path != '\0') static_cast<void>(tdm_expect(ctx, path, TDM_EXPECT_USE));
 }
 
 std::string known_of(const char *path) {

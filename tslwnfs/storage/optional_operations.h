@@ -16,6 +16,13 @@ struct ServerCopyRange {
 };
 uint32_t copy_by_server(const ServerCopyRange &range, uint64_t &copied);
 
+// Says that a directory is going to be listed, and then most of its entries asked for their attributes: those of the
+// listing will do.
+void expect_attributes(const char *path);
+
+// Says that a path is going to be used, so that the way to its server is made meanwhile.
+void expect_use(const char *path);
+
 // What the library knows of a path, for this session as a forked process has it; empty where it knows nothing. The
 // other process learns it. Nobody is told whether that succeeds: what is not known is asked for.
 std::string known_of(const char *path);

@@ -58,6 +58,11 @@ class DirectoryTest : public MountedTest {
         Attributes attributes;
         return paths_.get_attributes("/mnt/one/" + name, attributes).status();
     }
+    uint64_t size_of(const std::string &name) {
+        Attributes attributes;
+        EXPECT_TRUE(paths_.get_attributes("/mnt/one/" + name, attributes).ok());
+        return attributes.size;
+    }
     Status failure_after(std::size_t most) {
         DirectoryStream::Batch batch;
         return paths_.list("/mnt/one", 0, most, batch).status();
@@ -240,6 +245,78 @@ TEST_F(DirectoryTest, WhatTheCacheForgotInTheMeantimeIsLearntAgainByTheThousand)
     for (const auto &name : names)
         ASSERT_EQ(failure_of(name).number(), 0U);
     EXPECT_LE(one_.total_calls(), 5U + 5);
+}
+
+TEST_F(DirectoryTest, AnExpectedListingTellsTheAttributesOfAllEntriesInOnePass) {
+    constexpr std::size_t kCount = 100000;
+    const auto names = add_many(kCount);
+    paths_.expect_attributes("/mnt/one");
+    EXPECT_THAT(list(1024, 1), ElementsAreArray(with_dots(names)));
+    now_ += 10 * ObjectCache::kLifetime;
+    for (const auto &name : names)
+        ASSERT_EQ(failure_of(name).number(), 0U);
+    EXPECT_LE(one_.calls[Op::readdir], kCount / 1000 + 1);
+    EXPECT_EQ(one_.calls[Op::lookup], 0U);
+}
+
+TEST_F(DirectoryTest, WhatAnExpectedListingToldIsToldUntilSomethingIsChangedHere) {
+    add_many(3);
+    one_.at("/n0").attributes.size = 5;
+    paths_.expect_attributes("/mnt/one");
+    list(1024);
+    one_.at("/n0").attributes.size = 6;
+    now_ += 10 * ObjectCache::kLifetime;
+    EXPECT_EQ(size_of("n0"), 5U);
+    EXPECT_EQ(size_of("n0"), 5U);
+    ASSERT_TRUE(paths_.set_permissions("/mnt/one/n1", 0600).ok());
+    EXPECT_EQ(size_of("n0"), 6U);
+}
+
+TEST_F(DirectoryTest, AListingThatWasNotExpectedTellsNothingThatIsOld) {
+    add_many(3);
+    paths_.expect_attributes("/mnt/two");
+    list(1024);
+    one_.at("/n0").attributes.size = 6;
+    now_ += 10 * ObjectCache::kLifetime;
+    EXPECT_EQ(size_of("n0"), 6U);
+}
+
+TEST_F(DirectoryTest, OnlyTheNextListingIsTheExpectedOne) {
+    add_many(3);
+    paths_.expect_attributes("/mnt/one");
+    list(1024);
+    list(1024);
+    one_.at("/n0").attributes.size = 6;
+    now_ += 10 * ObjectCache::kLifetime;
+    EXPECT_EQ(size_of("n0"), 6U);
+}
+
+TEST_F(DirectoryTest, AnEntryThatAnExpectedListingToldOfIsTheObjectThatTheServerNames) {
+    add_many(2);
+    Attributes attributes;
+    ObjectName before;
+    ASSERT_TRUE(paths_.get_attributes("/mnt/one/n1", attributes, &before).ok());
+    paths_.expect_attributes("/mnt/one");
+    list(1024);
+    ObjectName listed;
+    ASSERT_TRUE(paths_.get_attributes("/mnt/one/n1", attributes, &listed).ok());
+    EXPECT_EQ(listed.server, before.server);
+    EXPECT_EQ(listed.handle_digest, before.handle_digest);
+}
+
+TEST_F(DirectoryTest, WhatTheMemoryForAnExpectedListingDoesNotHoldIsLearntByTheThousand) {
+    constexpr std::size_t kCount = 60000;
+    const auto names = add_many(kCount);
+    const auto directory = mounts_.mount(0).root();
+    ASSERT_TRUE(directory.ok());
+    DirectoryStream stream(mounts_.mount(0), {directory.value(), one_.node(1).attributes}, std::size_t{4} << 20);
+    ASSERT_TRUE(stream.batch(0, kCount + 2).ok());
+    now_ += ObjectCache::kLifetime;
+    one_.calls.clear();
+    for (const auto &name : names)
+        ASSERT_EQ(failure_of(name).number(), 0U);
+    EXPECT_LE(one_.calls[Op::readdir], 20U);
+    EXPECT_LE(one_.calls[Op::lookup], 1U);
 }
 
 TEST_F(DirectoryTest, EntriesAskedForHereAndThereAreLookedUpOneByOne) {

@@ -260,6 +260,42 @@ TEST_F(PathOperationsTest, LocalPathsAreTouchedByNothing) {
     EXPECT_TRUE(local(paths_.list("/x", 0, 10, batch)));
 }
 
+TEST_F(PathOperationsTest, AServerThatIsGoingToBeUsedIsContactedBesideAnother) {
+    two_.add_directory("/d");
+    paths_.expect_use("/mnt/two/d/../d");
+    EXPECT_TRUE(paths_.get_attributes("/mnt/one", attributes_).ok());
+    EXPECT_EQ(two_.calls[Op::attach], 1U) << "nobody has waited for it";
+    EXPECT_TRUE(paths_.get_attributes("/mnt/two/d", attributes_).ok());
+    EXPECT_EQ(two_.calls[Op::attach], 1U);
+}
+
+TEST_F(PathOperationsTest, AContactThatFailedAheadOfItsUseFailsTheUseAlone) {
+    two_.fail_next(Op::attach, EACCES);
+    paths_.expect_use("/mnt/two");
+    EXPECT_TRUE(paths_.get_attributes("/mnt/one", attributes_).ok());
+    EXPECT_EQ(paths_.get_attributes("/mnt/two", attributes_).status().number(), uint32_t{EACCES});
+    EXPECT_EQ(two_.calls[Op::attach], 1U);
+}
+
+TEST_F(PathOperationsTest, AServerThatIsContactedAheadIsAskedInVersion4WhenItHasNoOther) {
+    two_.fail_next(Op::attach, ECONNREFUSED);
+    paths_.expect_use("/mnt/two");
+    EXPECT_TRUE(paths_.get_attributes("/mnt/one", attributes_).ok());
+    EXPECT_TRUE(paths_.get_attributes("/mnt/two", attributes_).ok());
+    EXPECT_EQ(versions_, (std::vector<std::string>{"", "", "nfsv4"}));
+}
+
+TEST_F(PathOperationsTest, WhatIsExpectedAndNotUsedIsLeftAsItIs) {
+    paths_.expect_use("/elsewhere");
+    paths_.expect_use("relative");
+    EXPECT_TRUE(volumes_.empty());
+    paths_.expect_use("/mnt/two");
+    paths_.expect_use("/mnt/two");
+    EXPECT_EQ(volumes_.size(), 1U);
+    mounts_.detach();
+    EXPECT_EQ(two_.calls[Op::attach], 1U);
+}
+
 TEST_F(PathOperationsTest, AttributesAreThoseOfALinkAndPermissionsOfItsTarget) {
     one_.add_file("/f");
     one_.add_link("/l", "f");

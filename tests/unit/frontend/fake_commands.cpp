@@ -89,7 +89,7 @@ uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names) {
         names.add(name);
     return note("read_dir", path, print_names);
 }
-uint32_t list_content(const Operand &path, NameList &names) {
+uint32_t list_content(const Operand &path, NameList &names, Afterwards) {
     return read_dir(path, names, kUnprinted);
 }
 uint32_t read_dirlist(const Operand &path, int32_t depth) {

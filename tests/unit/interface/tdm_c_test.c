@@ -62,6 +62,10 @@ static void check_files(void *ctx) {
     CHECK(tdm_reidentify(ctx, 1, 0, &info) != 0);
     CHECK(tdm_commit(ctx, 1) != 0);
     CHECK(tdm_unidentify(ctx, 1) != 0);
+    CHECK(tdm_expect(ctx, "/a", TDM_EXPECT_ATTRIBUTES) == 0);
+    CHECK(tdm_expect(ctx, "/a", TDM_EXPECT_USE) == 0);
+    CHECK(tdm_expect(ctx, "/a", 0) != 0);
+    CHECK(tdm_expect(ctx, NULL, TDM_EXPECT_ATTRIBUTES) != 0);
     CHECK(tdm_known(ctx, "/a", text, sizeof text, &count) == 0 && count == 0);
     CHECK(tdm_learn(ctx, text, 0) != 0);
     CHECK(tdm_written(ctx, 1, 0, &end) != 0);
