@@ -89,8 +89,7 @@ class Session {
             case 11:
                 static_cast<void>(tdm_expect(context_, "/m", TDM_EXPECT_ATTRIBUTES));
                 list("/m");
-                static_cast<void>(tdm_getattr(context_, "/m/f", &attributes_, &location));
-                break;
+                return attributes();
             case 12:
                 return copy_file();
             default:
