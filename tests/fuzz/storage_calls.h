@@ -59,8 +59,9 @@ class Session {
         uint32_t location = 0;
         switch (number % kKinds) {
             case 0:
-                static_cast<void>(tdm_expect(context_, "/m/d", TDM_EXPECT_USE));
-                return list("/m/d");
+                static_cast<void>(tdm_expect(context_, "/m/d", TDM_EXPECT_ATTRIBUTES));
+                list("/m/d");
+                return attributes();
             case 1:
                 return read_file("/m/d/f");
             case 2:
@@ -87,9 +88,8 @@ class Session {
             case 10:
                 return set_attributes();
             case 11:
-                static_cast<void>(tdm_expect(context_, "/m", TDM_EXPECT_ATTRIBUTES));
-                list("/m");
-                return attributes();
+                static_cast<void>(tdm_expect(context_, "/m", TDM_EXPECT_USE));
+                return list("/m");
             case 12:
                 return copy_file();
             default:
