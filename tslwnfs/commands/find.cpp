@@ -103,7 +103,7 @@ void report_match(const std::string &path) {
 [[gnu::noinline]] FindResult list_directory(const Operand &path, NameList &names, std::string &resolved_path) {
     // A command may change what is found later.
     const uint32_t listed =
-        list_content(path, names, option(kFindExec) ? Afterwards::anything : Afterwards::attributes);
+        list_content(path, names, has_option(kFindExec) ? Afterwards::anything : Afterwards::attributes);
     if (listed == kNoDirectory) return kNothing;
     if (listed != 0 && listed != kNamesLeftOut) {
         trace_message(kFunction, Message::directory_unlisted, path.text());
