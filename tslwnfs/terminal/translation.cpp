@@ -69,37 +69,69 @@ static_assert(have_same_rows(kGerman, kFrench) && have_same_rows(kGerman, kJapan
 
 using Values = std::map<char, std::string_view>;  // what stands for the holes
 
-// Neither what lines are joined with nor half of a pair of parentheses stands within what is kept: then it is more than
-// one thing. A blank at an end is that of another language's punctuation.
-bool may_stand_for(char hole, std::string_view value) {
-    if (value.front() == ' ' || value.back() == ' ') return false;
-    if (is_kept(hole) && (value.find("; ") != std::string_view::npos || value.find(": ") != std::string_view::npos))
-        return false;
-    int depth = 0;
-    for (const char c : value) {
-        depth += c == '(' ? 1 : c == ')' ? -1 : 0;
-        if (depth < 0) return false;
+// How much is tried for a line, whatever it holds: names in it come from servers. What would take more stays English.
+struct Effort {
+    std::size_t steps = 1'000'000;
+    unsigned depth = 32;  // texts within texts
+
+    bool spend() { return steps > 0 && steps-- > 0; }
+};
+
+// What a hole may stand for, character by character. Neither what lines are joined with nor half of a pair of
+// parentheses stands within what is kept: then it is more than one thing. A blank at an end is that of another
+// language's punctuation.
+class Value {
+  public:
+    explicit Value(char hole) : is_kept_(is_kept(hole)) {}
+
+    // False when neither this value nor a longer one will do.
+    bool take(char c) {
+        if (c == ' ' && (last_ == '\0' || (is_kept_ && (last_ == ';' || last_ == ':')))) return false;
+        depth_ += c == '(' ? 1 : c == ')' ? -1 : 0;
+        last_ = c;
+        return depth_ >= 0;
     }
-    return depth == 0;
+    bool fits() const { return depth_ == 0 && last_ != ' '; }
+
+  private:
+    bool is_kept_;
+    char last_ = '\0';
+    int depth_ = 0;
+};
+
+// The text of a pattern in front of its first hole.
+std::string_view before_hole(std::string_view pattern) {
+    std::size_t length = 0;
+    while (length < pattern.size() && !begins_with_hole(pattern.substr(length)))
+        ++length;
+    return pattern.substr(0, length);
 }
 
-// Whether a text is one of the pattern's; values then has what stands for its holes.
-bool is_of(std::string_view pattern, std::string_view text, Values &values) {
-    while (!pattern.empty() && !begins_with_hole(pattern)) {
-        if (text.empty() || text.front() != pattern.front()) return false;
-        pattern.remove_prefix(1);
-        text.remove_prefix(1);
-    }
+// Whether a text is one of the pattern's, each hole standing for as little as it can; values then has what they stand
+// for.
+bool is_of(std::string_view pattern, std::string_view text, Values &values, Effort &effort) {
+    const auto own = before_hole(pattern);
+    if (!effort.spend() || !text.starts_with(own)) return false;
+    pattern.remove_prefix(own.size());
+    text.remove_prefix(own.size());
     if (pattern.empty()) return text.empty();
     const char hole = pattern[1];
     pattern.remove_prefix(kHole);
-    for (std::size_t length = pattern.empty() ? text.size() : 1; length > 0 && length <= text.size(); ++length) {
-        const std::string_view value = text.substr(0, length);
-        if (!is_of(pattern, text.substr(length), values) || !may_stand_for(hole, value)) continue;
-        values[hole] = value;
+    Value value(hole);
+    for (std::size_t length = 1; length <= text.size(); ++length) {
+        if (!effort.spend() || !value.take(text[length - 1])) return false;
+        const bool may_end = value.fits() && (!pattern.empty() || length == text.size());
+        if (!may_end || !is_of(pattern, text.substr(length), values, effort)) continue;
+        values[hole] = text.substr(0, length);
         return true;
     }
     return false;
+}
+
+// Whether a text ends as the pattern does, which most others do not.
+bool ends_as(std::string_view pattern, std::string_view text) {
+    const auto hole = pattern.rfind('}');
+    return text.ends_with(hole == std::string_view::npos ? pattern : pattern.substr(hole + 1));
 }
 
 // How much of a pattern is its own.
@@ -110,13 +142,15 @@ std::size_t own_length(std::string_view pattern) {
     return length;
 }
 
-std::string filled(std::string_view pattern, const Values &values) {
+std::string translated(std::string_view line, Effort &effort);
+
+std::string filled(std::string_view pattern, const Values &values, Effort &effort) {
     std::string text;
     while (!pattern.empty()) {
         const bool hole = begins_with_hole(pattern);
         const auto value = hole ? values.find(pattern[1]) : values.end();
         if (value != values.end()) {
-            text += is_kept(pattern[1]) ? std::string(value->second) : translated(value->second);
+            text += is_kept(pattern[1]) ? std::string(value->second) : translated(value->second, effort);
         } else {
             text += pattern.front();
         }
@@ -130,6 +164,26 @@ std::optional<std::string> shown(const Translation &row) {
     return text_in_codeset(std::string(row.text), nl_langinfo(CODESET));
 }
 
+std::string translated(std::string_view line, Effort &effort) {
+    if (effort.depth == 0) return std::string(line);
+    const Translation *best = nullptr;
+    Values values;
+    for (const auto &row : translations(message_language())) {
+        // What says more is what was meant.
+        if (row.is_piece || (best != nullptr && own_length(row.english) <= own_length(best->english))) continue;
+        Values found;
+        if (!ends_as(row.english, line) || !is_of(row.english, line, found, effort)) continue;
+        best = &row;
+        values = found;
+    }
+    const auto text = best != nullptr ? shown(*best) : std::nullopt;
+    if (!text) return std::string(line);
+    --effort.depth;
+    auto said = filled(*text, values, effort);
+    ++effort.depth;
+    return said;
+}
+
 }  // namespace
 
 std::span<const Translation> translations(std::string_view language) {
@@ -140,18 +194,8 @@ std::span<const Translation> translations(std::string_view language) {
 }
 
 std::string translated(std::string_view line) {
-    const Translation *best = nullptr;
-    Values values;
-    for (const auto &row : translations(message_language())) {
-        Values found;
-        // What says more is what was meant.
-        if (row.is_piece || (best != nullptr && own_length(row.english) <= own_length(best->english))) continue;
-        if (!is_of(row.english, line, found)) continue;
-        best = &row;
-        values = found;
-    }
-    const auto text = best != nullptr ? shown(*best) : std::nullopt;
-    return text ? filled(*text, values) : std::string(line);
+    Effort effort;
+    return translated(line, effort);
 }
 
 std::string in_words(std::string_view english, std::initializer_list<std::string_view> values) {
@@ -161,7 +205,8 @@ std::string in_words(std::string_view english, std::initializer_list<std::string
     const auto table = translations(message_language());
     const auto row = std::ranges::find(table, english, &Translation::english);
     const auto text = row != table.end() ? shown(*row) : std::nullopt;
-    return filled(text ? *text : english, named);
+    Effort effort;
+    return filled(text ? *text : english, named, effort);
 }
 
 }  // namespace terminal

@@ -66,6 +66,36 @@ TEST_F(Translated, StaysAsItIsWhereNobodyKnowsTheLine) {
     EXPECT_EQ(translated(""), "");
 }
 
+// Each would be tried for hours by a match that takes every way through it.
+TEST_F(Translated, IsFoundSoonOrNotAtAllWhateverANameHolds) {
+    constexpr std::size_t kLength = 65536;
+    for (const char *piece : {"a: (b; ", "a", "( ", "(", ") (", "x is ", "; ", ": ", " (x)",
+                              "warning: ", "server a: ", " is a directory", " and the words behind it were skipped"}) {
+        std::string name;
+        while (name.size() < kLength)
+            name += piece;
+        for (const std::string &line :
+             {name, "warning: " + name, name + ")", name + " is a directory", name + ": permission denied",
+              "interrupted: " + name + " is not complete (1 of 2 MB written)"})
+            EXPECT_FALSE(translated(line).empty());
+    }
+}
+
+TEST_F(Translated, IsALineWithAVeryLongName) {
+    const std::string plain = "/mnt/backup/" + std::string(4096, 'x') + " (1) is ok";
+    EXPECT_EQ(translated("warning: " + plain + ": server nas1: no such file or directory"),
+              "Warnung: " + plain + ": Server nas1: Datei oder Verzeichnis nicht vorhanden");
+}
+
+TEST_F(Translated, OfTextsInTextsStopsSomewhere) {
+    std::string deep;
+    for (int i = 0; i < 1000; ++i)
+        deep += "warning: ";
+    const auto text = translated(deep + "x");
+    EXPECT_TRUE(text.starts_with("Warnung: Warnung: "));
+    EXPECT_TRUE(text.ends_with("warning: warning: x"));
+}
+
 TEST_F(Translated, StaysEnglishWhereTheLocaleDoesNotKnowTheCharacters) {
     std::setlocale(LC_CTYPE, "C");
     EXPECT_EQ(translated("the name is too long"), "der Name ist zu lang");
