@@ -1,4 +1,4 @@
-# Sourced by scripts/try and scripts/check: what they need from the system, and how it gets there.
+# Sourced by scripts/try, scripts/check and scripts/recording: what they need from the system, and how it gets there.
 # shellcheck shell=bash
 #
 # A need is "TEST:PACKAGE": TEST is a command, or an absolute path (wildcards allowed) that must exist; PACKAGE is the
@@ -66,6 +66,10 @@ bench_needs=(
     unshare:util-linux
     /usr/lib/python3/dist-packages/matplotlib:python3-matplotlib
 )
+
+# What draws the picture in the README, for scripts/recording.
+# shellcheck disable=SC2034
+recording_needs=(termtosvg:termtosvg)
 
 have() {
     case $1 in

@@ -3,6 +3,8 @@
 import importlib.machinery
 import importlib.util
 import pathlib
+import subprocess
+import sys
 
 import pytest
 
@@ -28,3 +30,28 @@ def test_a_picture_that_shows_something_else_is_noticed(recording, installed_hom
     recording.PICTURE.write_text(picture.replace("65023", "65024"), encoding="utf-8")
     assert recording.main(["--check", str(installed_home)]) == 1
     assert "+TWNFS-65023: The command completed successfully." in capsys.readouterr().out
+
+
+def test_a_picture_that_shows_something_else_before_its_end_is_noticed(recording):
+    session = ["$ first", "printed", "$ second"]
+    assert not list(recording.changes([["$ first"], session[:2], session], session))
+    found = list(recording.changes([["$ first"], ["$ first", "other"], session], session))
+    assert found == ["frame 1 of the picture shows what its end does not"]
+
+
+def test_the_picture_shows_the_session_as_it_goes_on(recording):
+    frames = list(recording.frames_of(recording.PICTURE))
+    assert len(frames) > len(recording.SESSION) and frames[0] == ["$ " + recording.SESSION[0]]
+    assert recording.PICTURE.stat().st_size < 150_000
+
+
+def test_what_draws_the_picture_is_named_where_it_is_missing(installed_home, tmp_path):
+    (tmp_path / "sort").symlink_to("/usr/bin/sort")
+    (tmp_path / "id").write_text("#!/bin/sh\necho 1000\n")
+    (tmp_path / "id").chmod(0o755)
+    command = [sys.executable, SCRIPT, installed_home]
+    done = subprocess.run(command, env={"PATH": tmp_path}, stdin=subprocess.DEVNULL, capture_output=True, text=True)
+    assert (done.returncode, done.stdout) == (
+        1,
+        "missing packages: termtosvg\n  as root: apt-get install termtosvg\n",
+    )
