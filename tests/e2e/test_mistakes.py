@@ -3,9 +3,11 @@ out as it was read; TSLWNFS_STRICT=options makes an error of it."""
 
 import os
 import re
+import socket
 
 import pytest
 
+import servers
 from files import digest, make_file
 from terminal import Terminal
 from texts import SUCCEEDED, copy_banner, failed
@@ -262,6 +264,73 @@ USAGE = {
     "expanded wildcard": (["cp", "a.dbf", "b.dbf", "c.dbf"], ["one operand too many: c.dbf (quote wildcards)"]),
     "value missing": (["enablerdma", "-s"], ["-s lacks its value"]),
 }
+
+
+# What lacks something, or is written as another program takes it, and what is read: the reason, if there is more to say
+# than what the command takes, and that.
+INCOMPLETE = {
+    "no operand": (["cp"], ["The first operand is missing", "copy|cp [-i] [-r] SOURCE DESTINATION"]),
+    "one operand of two": (["mv", "a"], ["The second operand is missing", "move|mv [-i] SOURCE DESTINATION"]),
+    "an option and no operand": (["rm", "-r"], ["The first operand is missing", "del|delete|rm [-i] [-r] FILE"]),
+    "no path": (["stat"], ["The first operand is missing", "stat [-f] [-l] [-c FORMAT] PATH"]),
+    "one of a mount's two": (["mount", "/e"], ["The second operand is missing", "mount EXPORT MOUNTPOINT [-f]"]),
+    "no server for RDMA": (["enablerdma"], ["enablerdma -s SERVER [-p PORT]"]),
+    "no address": (["getsubnetmask"], ["getsubnetmask -ip ADDRESS"]),
+    "half of a script's options": (["mount_script", "-e", "/e"], ["mount_script -e EXPORT -m MOUNTPOINT"]),
+    "no server to show": (["showmount", "-e"], ["showmount [-e] SERVER"]),
+    "a letter of another showmount": (["showmount", "-a", "h"], ["showmount [-e] SERVER"]),
+    "no path to look for": (["isPathOnWNFS"], ["isPathOnWNFS -oh HOME -path PATH"]),
+    "no server to describe": (["createtslnfstab"], ["-s SERVER is missing"]),
+    "dd alone": (["dd"], ["dd [-if FILE] [-of FILE]"]),
+    "dd as the system's": (
+        ["dd", "if=a.dbf", "of=b"],
+        ["if=a.dbf is no option of this command; write -if a.dbf", "dd [-if FILE] [-of FILE]"],
+    ),
+    "dd with operands": (["dd", "a", "b"], ["a is no option of this command", "dd [-if FILE] [-of FILE]"]),
+    "dd without a value": (["dd", "-if"], ["-if lacks its value", "dd [-if FILE] [-of FILE]"]),
+    "help as of other programs": (["--help"], ["help COMMAND tells what a command takes"]),
+    "its letter": (["-h"], ["help COMMAND tells what a command takes"]),
+    "nothing at all": ([], ["help COMMAND tells what a command takes"]),
+}
+
+
+@pytest.mark.parametrize("typed", INCOMPLETE)
+def test_what_lacks_something_is_told_with_what_the_command_takes(own, typed):
+    words, read = INCOMPLETE[typed]
+    piped = own.run(*words)
+    assert (piped.status, piped.err) == (1, b"")
+    shown = own.run(*words, env=ALWAYS)
+    assert (shown.status, shown.out) == (1, piped.out)
+    assert [line.startswith(begin) for line, begin in zip(warnings(shown), read)] == [True] * len(read), warnings(shown)
+
+
+def test_what_is_missing_is_told_in_other_languages(local):
+    shown = local.run("dd", "if=a.dbf", env={**ALWAYS, "LC_ALL": "de_DE.UTF-8"})
+    assert warnings(shown)[0] == "if=a.dbf ist keine Option dieses Befehls; -if a.dbf schreiben"
+
+
+def test_permissions_of_what_is_no_directory_are_not_set(own, folder):
+    own.tslnfstab.write_text("")
+    done = own.run("setattr", folder / "a.dbf", env=ALWAYS)
+    assert (done.status, warnings(done)) == (1, [f"{folder}/a.dbf is no directory"])
+
+
+def test_why_the_root_is_no_operand_is_told(own):
+    own.tslnfstab.write_text("")
+    done = own.run("ls", "/", env=ALWAYS)
+    assert (done.status, warnings(done)) == (4, ["/ is no entry of a directory"])
+
+
+def test_a_server_that_is_down_is_told_although_the_mount_point_has_capitals(own, tmp_path):
+    (tmp_path / "mnt").mkdir()
+    with socket.socket() as closed:  # bound, and nobody listens
+        closed.bind(("127.0.0.1", 0))
+        address = "127.0.0.1:%d" % closed.getsockname()[1]
+        mounts = [("/export", f"{tmp_path}/Mnt")]
+        own.tslnfstab.write_text(servers.server_block("down", address, mounts, mnt_timeout=1))
+        done = own.run("ls", f"{tmp_path}/Mnt", env=ALWAYS)
+    assert done.status != 0
+    assert warnings(done)[-1].endswith("; is the server up, and is its address in tslnfstab right?")
 
 
 @pytest.mark.parametrize("typed", USAGE)

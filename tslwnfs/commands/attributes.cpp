@@ -4,6 +4,7 @@
 #include <array>
 #include <new>
 #include <optional>
+#include <string>
 
 #include "tslwnfs/commands/attribute_block.h"
 #include "tslwnfs/options/options.h"
@@ -11,6 +12,7 @@
 #include "tslwnfs/output/output.h"
 #include "tslwnfs/storage/held_directory.h"
 #include "tslwnfs/storage/resolve.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -184,6 +186,9 @@ uint32_t setattrdir(const Operand &path) {
     PathBuffer resolved;
     if (!resolve_operand("setattrdir", path, resolved)) return 1;
     AttrResult result;
-    if (getattrdir(resolved, result, kUnprinted) != kTypeDirectory || result.empty()) return 1;
+    const uint32_t type = getattrdir(resolved, result, kUnprinted);
+    if (type == kTypeRegular || type == kTypeLink)
+        terminal::note_failure(std::string(resolved.view()) + " is no directory");
+    if (type != kTypeDirectory || result.empty()) return 1;
     return result.is_local != 0 ? set_local_permissions(resolved) : set_remote_permissions(resolved);
 }

@@ -19,6 +19,7 @@
 #include "tslwnfs/output/messages.h"
 #include "tslwnfs/output/output.h"
 #include "tslwnfs/output/trace.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -65,6 +66,7 @@ std::string separator_for(const char *path) {
 uint32_t createtslnfstab() {
     if (!tab_info.server) {
         lwrf("%s", "Server name is mandatory for createtslnfstab function\n");
+        terminal::note_failure("-s SERVER is missing");
         return 1;
     }
     // Everything that can refuse the new block comes before the old one of that server goes.

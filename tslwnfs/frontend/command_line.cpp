@@ -14,6 +14,7 @@
 #include "tslwnfs/output/messages.h"
 #include "tslwnfs/output/output.h"
 #include "tslwnfs/output/streams.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -82,6 +83,10 @@ ParseOutcome take_log(Words &words) {
 }
 
 ParseOutcome take_command(Words &words) {
+    if (words.is("--help") || words.is("-h")) {
+        ask_for_synopsis("help");
+        return ParseOutcome::usage;
+    }
     const char *word = words.take();
     const Command *command = word != nullptr ? find_command(word) : nullptr;
     if (command == nullptr) {
@@ -94,11 +99,14 @@ ParseOutcome take_command(Words &words) {
     }
     if (command->grammar == parse_help) ask_for_synopsis(words.done() ? word : words.current());
     commandtype = command->code;
+    note_command(word);
     const ParseOutcome outcome = command->grammar(words);
     if (!words.done()) {
         object_to(words.current(), "is one word too many",
                   words.left() == 1 ? "is one word too many and was skipped" : "and the words behind it were skipped");
     }
+    if (outcome == ParseOutcome::dd_help || (outcome == ParseOutcome::usage && !terminal::has_failure()))
+        ask_for_synopsis_of_command();
     if (outcome != ParseOutcome::accepted) return outcome;
     if (has_objection()) return ParseOutcome::usage;
     warn_of_objections(word);
@@ -111,7 +119,10 @@ ParseOutcome get_options(std::span<char *> all) {
     if (has_long_word(all)) return ParseOutcome::usage;
     Words words(all);
     pass_flag = words.trailing_yes() ? 1 : 0;
-    if (all.size() < 2 || all[1][0] == '\0') return ParseOutcome::usage;
+    if (all.size() < 2 || all[1][0] == '\0') {
+        ask_for_synopsis("help");
+        return ParseOutcome::usage;
+    }
     // Recognised in this order only.
     for (const auto take : {take_trace, take_levels, take_log, take_command}) {
         const ParseOutcome outcome = take(words);

@@ -129,8 +129,16 @@ struct SplitPath {
     }
 };
 
+// Nothing is left of the root when its slash is cut off.
+void note_root(const Operand &given) {
+    const std::string shown = given.shown();
+    if (shown.empty()) return;
+    terminal::note_failure(shown + (commandtype == kDelete ? " is never deleted" : " is no entry of a directory"));
+}
+
 // Resolves an operand's trimmed text. What is traced is the operand as it was given.
 bool resolve(const std::string &text, const Operand &given, PathBuffer &resolved) {
+    if (text.empty()) note_root(given);
     if (resolve_path(given.is_typed() ? Operand(text.c_str()) : Operand::ready(text.c_str()), resolved)) return true;
     if (given.is_typed()) hint_at_unusable_operand(text);
     trace_message(kFunction, Message::path_unresolvable, given.shown());

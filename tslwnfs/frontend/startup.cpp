@@ -71,9 +71,14 @@ bool check_operands() {
     const bool wants_first = required == Required::first || required == Required::both;
     const bool wants_second = required == Required::second || required == Required::both;
     if (wants_first && fname == nullptr) {
-        if (command->grammar == parse_server) terminal::note_failure("-s SERVER is missing");
+        if (command->grammar == parse_server) {
+            terminal::note_failure("-s SERVER is missing");
+        } else {
+            ask_for_synopsis_of_command();
+        }
         trace_message(kFunction, Message::first_operand_missing);
     } else if (wants_second && fname1 == nullptr) {
+        ask_for_synopsis_of_command();
         trace_message(kFunction, Message::second_operand_missing);
     } else {
         return true;

@@ -13,6 +13,7 @@
 #include "tslwnfs/options/strict.h"
 #include "tslwnfs/output/messages.h"
 #include "tslwnfs/output/output.h"
+#include "tslwnfs/terminal/reasons.h"
 
 namespace {
 
@@ -199,11 +200,27 @@ constexpr DdOption kOptions[] = {
     {.lower = "-p", .upper = "-P", .take = take_parallel},
 };
 
+const DdOption *option_of(std::string_view word) {
+    const auto *const option = std::find_if(std::begin(kOptions), std::end(kOptions),
+                                            [&](const auto &one) { return word == one.lower || word == one.upper; });
+    return option != std::end(kOptions) ? option : nullptr;
+}
+
+// What the system's own dd takes as if=FILE is written -if FILE here.
+void refuse_word(const std::string &word) {
+    const std::size_t equals = word.find('=');
+    const std::string key = (word.starts_with('-') ? "" : "-") + word.substr(0, equals);
+    const bool is_meant = equals != std::string::npos && option_of(key) != nullptr;
+    terminal::note_failure(word + " is no option of this command" +
+                           (is_meant ? "; write " + key + " " + word.substr(equals + 1) : ""));
+}
+
 bool take_option(Words &words) {
-    const auto option = std::find_if(std::begin(kOptions), std::end(kOptions),
-                                     [&](const auto &one) { return words.is(one.lower) || words.is(one.upper); });
-    words.take();
-    if (option == std::end(kOptions) || words.done()) return false;
+    const char *const word = words.take();
+    const DdOption *const option = option_of(word);
+    if (option == nullptr) refuse_word(word);
+    if (option != nullptr && words.done()) terminal::note_failure(std::string(word) + " lacks its value");
+    if (option == nullptr || words.done()) return false;
     const bool is_repeated = (COMMAND_OPTION & option->bit) != 0;
     if (!option->take(*option, words.take())) return false;
     if (is_repeated) {

@@ -83,7 +83,8 @@ std::string advice(const Reason &reason) {
 }
 
 std::string with_advice(const Reason &reason) {
-    std::string more = hint.empty() ? advice(reason) : hint;
+    std::string more = advice(reason);  // a server that cannot be asked has not been asked for the name at all
+    if (more.empty()) more = hint;
     if (more.empty() && reason.is_missing_locally) more = mounts;
     return more.empty() ? reason.text : reason.text + "; " + more;
 }
@@ -124,6 +125,10 @@ void note_library_text(uint32_t status, std::string_view why) {
 
 void note_failure(std::string_view what) {
     keep({std::string(without_end(what)), 0, false});
+}
+
+bool has_failure() {
+    return !failure.text.empty();
 }
 
 void note_system_failure(std::string_view what, int error, std::string_view path) {

@@ -47,6 +47,8 @@ class AskedBesides {
 
 // Something failed, and this says it all. The first such failure is the one that is told.
 void note_failure(std::string_view what);
+// Whether one is noted.
+bool has_failure();
 // A call of the system's failed: what, the error number, 0 when it left none, and the path it was about, if it is
 // known: then it is told who has the permission that was missing.
 void note_system_failure(std::string_view what, int error, std::string_view path = {});

@@ -93,11 +93,18 @@ TEST_F(AtTheTerminal, LeavesTheTerminalToATraceThere) {
 }
 
 TEST_F(AtTheTerminal, TellsWhyARunFailed) {
-    EXPECT_EQ(told("copy a", 1), "tslwnfs: The second operand is missing\n");
+    EXPECT_THAT(told("copy a", 1), testing::StartsWith("tslwnfs: The second operand is missing\n"
+                                                       "tslwnfs: copy|cp [-i] [-r] SOURCE DESTINATION\n"));
     EXPECT_EQ(printed_, kFailed);
     recorder().answers["tdm_init"] = {9};
     EXPECT_EQ(told("cat /a", 1), "tslwnfs: The storage session could not be opened (status 9)\n");
     EXPECT_EQ(printed_, "");
+}
+
+TEST_F(AtTheTerminal, TellsWhyTheRootIsRefused) {
+    EXPECT_EQ(told("rm -r /", 4), "tslwnfs: / is never deleted\n");
+    EXPECT_EQ(told("rm //", 4), "tslwnfs: / is never deleted\n");
+    EXPECT_EQ(told("ls /", 4), "tslwnfs: / is no entry of a directory\n");
 }
 
 TEST_F(AtTheTerminal, TellsThatTheHomeIsMissing) {
