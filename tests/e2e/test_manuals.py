@@ -223,6 +223,18 @@ def test_a_page_is_clean(page):
 
 
 @pytest.mark.parametrize("page", PAGES)
+def test_a_page_fits_a_terminal_of_80_columns(page):
+    if not shutil.which("mandoc"):
+        pytest.skip("mandoc is not installed")
+    shown = subprocess.run(
+        ["mandoc", "-T", "utf8", "-O", "width=80", ROOT / "man" / page], capture_output=True, text=True, check=True
+    )
+    lines = re.sub(r".\x08", "", shown.stdout).splitlines()  # what is struck over is bold or underlined
+    assert len(lines) > 50
+    assert [line for line in lines if len(line) > 80] == []
+
+
+@pytest.mark.parametrize("page", PAGES)
 def test_a_page_is_installed(installed_home, page):
     installed = installed_home / "share" / "man" / f"man{page[-1]}" / page
     assert installed.read_text(encoding="utf-8") == source(f"man/{page}")
