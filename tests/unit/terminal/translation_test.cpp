@@ -66,7 +66,7 @@ TEST_F(Translated, StaysAsItIsWhereNobodyKnowsTheLine) {
     EXPECT_EQ(translated(""), "");
 }
 
-// Each would be tried for hours by a match that takes every way through it.
+// Some would be tried for hours by a match that takes every way through them.
 TEST_F(Translated, IsFoundSoonOrNotAtAllWhateverANameHolds) {
     constexpr std::size_t kLength = 65536;
     for (const char *piece : {"a: (b; ", "a", "( ", "(", ") (", "x is ", "; ", ": ", " (x)",
