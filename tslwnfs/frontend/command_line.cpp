@@ -116,6 +116,7 @@ ParseOutcome take_command(Words &words) {
 }  // namespace
 
 ParseOutcome get_options(std::span<char *> all) {
+    ask_for_synopsis({});  // nobody has yet
     if (has_long_word(all)) return ParseOutcome::usage;
     Words words(all);
     pass_flag = words.trailing_yes() ? 1 : 0;
