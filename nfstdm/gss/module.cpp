@@ -177,34 +177,84 @@ bool verify_mic(NfstdmGssContext *context, const void *message, size_t size, con
     return !GSS_ERROR(gss_verify_mic_iov(&minor, context->context, nullptr, areas, std::size(areas)));
 }
 
-bool wrap(NfstdmGssContext *context, const void *message, size_t size, NfstdmGssBytes *wrapped,
-          NfstdmGssFailure *failure) {
-    gss_buffer_desc input = buffer_of(message, size);
-    gss_buffer_desc output = GSS_C_EMPTY_BUFFER;
+// What is wrapped, as GSSAPI takes it: the four parts stand in one piece on the wire.
+class Parts {
+  public:
+    static constexpr int kCount = 4;
+
+    explicit Parts(size_t message_size) { areas_[kMessage].buffer.length = message_size; }
+
+    gss_iov_buffer_desc *areas() { return areas_; }
+    NfstdmGssRoom room() const { return {size_of(kHeader), size_of(kPadding) + size_of(kTrailer)}; }
+    void lay_out(void *area) {
+        auto *place = static_cast<std::byte *>(area);
+        for (gss_iov_buffer_desc &each : areas_) {
+            each.buffer.value = place;
+            place += each.buffer.length;
+        }
+    }
+
+  private:
+    enum : int { kHeader, kMessage, kPadding, kTrailer };
+
+    size_t size_of(int part) const { return areas_[part].buffer.length; }
+
+    gss_iov_buffer_desc areas_[kCount] = {
+        {GSS_IOV_BUFFER_TYPE_HEADER, GSS_C_EMPTY_BUFFER},
+        {GSS_IOV_BUFFER_TYPE_DATA, GSS_C_EMPTY_BUFFER},
+        {GSS_IOV_BUFFER_TYPE_PADDING, GSS_C_EMPTY_BUFFER},
+        {GSS_IOV_BUFFER_TYPE_TRAILER, GSS_C_EMPTY_BUFFER},
+    };
+};
+
+bool is_room(const NfstdmGssRoom &one, const NfstdmGssRoom &other) {
+    return one.before == other.before && one.behind == other.behind;
+}
+
+bool measure(NfstdmGssContext *context, Parts &parts, NfstdmGssFailure *failure) {
     OM_uint32 minor = 0;
     int confidential = 0;
-    const OM_uint32 major = gss_wrap(&minor, context->context, 1, GSS_C_QOP_DEFAULT, &input, &confidential, &output);
-    if (!GSS_ERROR(major) && confidential != 0) {
-        *wrapped = handed_over(output);
-        return true;
-    }
+    const OM_uint32 major = gss_wrap_iov_length(&minor, context->context, 1, GSS_C_QOP_DEFAULT, &confidential,
+                                                parts.areas(), Parts::kCount);
+    if (!GSS_ERROR(major) && confidential != 0) return true;
     explain(GSS_ERROR(major) ? major : GSS_S_BAD_QOP, minor, failure);
-    gss_release_buffer(&minor, &output);
     return false;
 }
 
-bool unwrap(NfstdmGssContext *context, const void *wrapped, size_t size, NfstdmGssBytes *message) {
-    gss_buffer_desc input = buffer_of(wrapped, size);
-    gss_buffer_desc output = GSS_C_EMPTY_BUFFER;
+bool wrap_room(NfstdmGssContext *context, size_t size, NfstdmGssRoom *room, NfstdmGssFailure *failure) {
+    Parts parts(size);
+    if (!measure(context, parts, failure)) return false;
+    *room = parts.room();
+    return true;
+}
+
+bool wrap(NfstdmGssContext *context, void *area, size_t size, const NfstdmGssRoom *room, NfstdmGssFailure *failure) {
+    Parts parts(size - room->before - room->behind);
+    if (!measure(context, parts, failure)) return false;
+    parts.lay_out(area);
     OM_uint32 minor = 0;
     int confidential = 0;
-    const OM_uint32 major = gss_unwrap(&minor, context->context, &input, &output, &confidential, nullptr);
-    if (!GSS_ERROR(major) && confidential != 0) {
-        *message = handed_over(output);
-        return true;
-    }
-    gss_release_buffer(&minor, &output);
+    const OM_uint32 major =
+        gss_wrap_iov(&minor, context->context, 1, GSS_C_QOP_DEFAULT, &confidential, parts.areas(), Parts::kCount);
+    // Parts that came out smaller would leave gaps between them.
+    if (!GSS_ERROR(major) && confidential != 0 && is_room(parts.room(), *room)) return true;
+    explain(GSS_ERROR(major) ? major : GSS_S_BAD_QOP, minor, failure);
     return false;
+}
+
+bool unwrap(NfstdmGssContext *context, void *area, size_t size, NfstdmGssRoom *room) {
+    gss_iov_buffer_desc areas[] = {
+        {GSS_IOV_BUFFER_TYPE_STREAM, {size, area}},
+        {GSS_IOV_BUFFER_TYPE_DATA, GSS_C_EMPTY_BUFFER},
+    };
+    OM_uint32 minor = 0;
+    int confidential = 0;
+    const OM_uint32 major = gss_unwrap_iov(&minor, context->context, &confidential, nullptr, areas, std::size(areas));
+    if (GSS_ERROR(major) || confidential == 0) return false;
+    const gss_buffer_desc &message = areas[1].buffer;
+    room->before = static_cast<size_t>(static_cast<const std::byte *>(message.value) - static_cast<std::byte *>(area));
+    room->behind = size - room->before - message.length;
+    return true;
 }
 
 void release(NfstdmGssBytes *bytes) {
@@ -215,7 +265,7 @@ void release(NfstdmGssBytes *bytes) {
 }
 
 constexpr NfstdmGssModule kModule = {
-    kNfstdmGssVersion, create, step, get_mic, verify_mic, wrap, unwrap, destroy, release, explain,
+    kNfstdmGssVersion, create, step, get_mic, verify_mic, wrap_room, wrap, unwrap, destroy, release, explain,
 };
 
 }  // namespace

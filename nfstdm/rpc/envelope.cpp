@@ -48,13 +48,14 @@ Status land(Request &request) {
 }
 
 Status take_out(Request &request) {
-    auto results = request.authenticator->unwrap(request.results(), request.transmission.get());
+    const auto wrapped = std::span{request.reply}.subspan(request.results_at);
+    const auto results = request.authenticator->unwrap(wrapped, request.transmission.get());
     if (!results.ok()) {
         request.suspect = true;
         return results.status();
     }
-    request.reply = std::move(results.value());
-    request.results_at = 0;
+    request.results_at = static_cast<std::size_t>(results.value().data() - request.reply.data());
+    request.reply.resize(request.results_at + results.value().size());
     return request.data_position == nullptr ? Status{} : land(request);
 }
 

@@ -70,13 +70,13 @@ void examine_results(rpc::GssAuthenticator &authenticator, rpc::GssService prote
     head.put_u32(0);
     require(authenticator.put(head, transmission).ok(), "a context is there to be used");
     const Bytes contents = rest.first(rest.size() / xdr::kWord * xdr::kWord);
-    const Material results = properly ? wrapped(protection, 1, contents) : Material(rest.begin(), rest.end());
+    Material results = properly ? wrapped(protection, 1, contents) : Material(rest.begin(), rest.end());
+    const std::size_t size = results.size();
     const auto taken = authenticator.unwrap(results, transmission.get());
     require(!properly || (taken.ok() && same(taken.value(), contents)), "what was wrapped comes out");
     // The padding is no part of what is proven.
     if (taken.ok() && taken.value().size() % xdr::kWord == 0)
-        require(wrapped(protection, 1, taken.value()).size() == results.size(),
-                "nothing but what was wrapped comes out");
+        require(wrapped(protection, 1, taken.value()).size() == size, "nothing but what was wrapped comes out");
 }
 
 }  // namespace

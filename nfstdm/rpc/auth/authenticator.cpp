@@ -42,7 +42,7 @@ Result<std::vector<std::byte>> Authenticator::wrap(std::span<const std::byte>, s
     return unwrapped_flavour();
 }
 
-Result<std::vector<std::byte>> Authenticator::unwrap(std::span<const std::byte>, const Transmission *) {
+Result<std::span<const std::byte>> Authenticator::unwrap(std::span<std::byte>, const Transmission *) {
     return unwrapped_flavour();
 }
 

@@ -66,8 +66,9 @@ class Authenticator {
     // Arguments with the data behind them, and its padding, as they are to be sent.
     virtual Result<std::vector<std::byte>> wrap(std::span<const std::byte> arguments, std::span<const std::byte> data,
                                                 const Transmission *transmission);
-    // Results as they were before the server wrapped them.
-    virtual Result<std::vector<std::byte>> unwrap(std::span<const std::byte> results, const Transmission *transmission);
+    // Where, within results, they stand as they were before the server wrapped them. What is encrypted is decrypted in
+    // its place; of results for which this fails nothing may be used.
+    virtual Result<std::span<const std::byte>> unwrap(std::span<std::byte> results, const Transmission *transmission);
 
     // The server does not take the identity, for this reason (auth_stat). True: what was wrong is cured, or will be by
     // the time the authenticator is ready, and the request may be sent again.

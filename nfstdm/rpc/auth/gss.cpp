@@ -81,6 +81,43 @@ Status malformed() {
     return {EIO, "the server's answer about the security context makes no sense"};
 }
 
+// RFC 2203 section 5.3.2.2
+Result<Bytes> signed_body(const GssTransmission &sent, std::span<const std::byte> arguments,
+                          std::span<const std::byte> data) {
+    xdr::Writer body;
+    body.reserve(2 * xdr::kWord + arguments.size() + data.size() + kOverhead);
+    body.put_u32(0);  // the length
+    body.put_u32(sent.sequence);
+    body.put_fixed(arguments);
+    body.put_fixed(data);
+    const auto covered = body.bytes().subspan(xdr::kWord);
+    body.patch_u32(0, static_cast<uint32_t>(covered.size()));
+    const auto proof = sent.agreement->context->mic(covered);
+    if (!proof.ok()) return proof.status();
+    body.put_opaque(proof.value());
+    return body.take();
+}
+
+// RFC 2203 section 5.3.2.3. The pieces are put together where they are encrypted.
+Result<Bytes> sealed_body(const GssTransmission &sent, std::span<const std::byte> arguments,
+                          std::span<const std::byte> data) {
+    const SecurityContext &context = *sent.agreement->context;
+    const std::size_t plain = xdr::kWord + arguments.size() + data.size() + xdr::padding_of(data.size());
+    const auto room = context.wrap_room(plain);
+    if (!room.ok()) return room.status();
+    const std::size_t sealed = room.value().before + plain + room.value().behind;
+    const auto sequence = word(sent.sequence);
+    Bytes body;
+    body.reserve(xdr::kWord + sealed + xdr::padding_of(sealed));
+    body.resize(xdr::kWord + room.value().before);
+    xdr::store_u32(body, static_cast<uint32_t>(sealed));
+    for (const auto piece : {std::span<const std::byte>(sequence), arguments, data})
+        body.insert(body.end(), piece.begin(), piece.end());
+    body.resize(xdr::kWord + sealed + xdr::padding_of(sealed));
+    const Status status = context.wrap(std::span{body}.subspan(xdr::kWord, sealed), room.value());
+    return status.ok() ? Result<Bytes>(std::move(body)) : status;
+}
+
 }  // namespace
 
 // The calls that make a context: they can prove nothing yet, and the last answer to them is checked with what it made.
@@ -229,48 +266,28 @@ std::size_t GssAuthenticator::overhead() const {
 Result<Bytes> GssAuthenticator::wrap(std::span<const std::byte> arguments, std::span<const std::byte> data,
                                      const Transmission *transmission) {
     const GssTransmission &sent = known(transmission);
-    xdr::Writer body;
-    body.reserve(2 * xdr::kWord + arguments.size() + data.size() + kOverhead);
-    const bool integrity = protection_ == GssService::integrity;
-    if (integrity) body.put_u32(0);  // the length
-    body.put_u32(sent.sequence);
-    body.put_fixed(arguments);
-    body.put_fixed(data);
-    if (!integrity) {
-        const auto sealed = sent.agreement->context->wrap(body.bytes());
-        if (!sealed.ok()) return sealed.status();
-        xdr::Writer whole;
-        whole.reserve(sealed.value().size() + 2 * xdr::kWord);
-        whole.put_opaque(sealed.value());
-        return whole.take();
-    }
-    const auto covered = body.bytes().subspan(xdr::kWord);
-    body.patch_u32(0, static_cast<uint32_t>(covered.size()));
-    const auto proof = sent.agreement->context->mic(covered);
-    if (!proof.ok()) return proof.status();
-    body.put_opaque(proof.value());
-    return body.take();
+    return protection_ == GssService::integrity ? signed_body(sent, arguments, data)
+                                                : sealed_body(sent, arguments, data);
 }
 
-Result<Bytes> GssAuthenticator::unwrap(std::span<const std::byte> results, const Transmission *transmission) {
+Result<std::span<const std::byte>> GssAuthenticator::unwrap(std::span<std::byte> results,
+                                                            const Transmission *transmission) {
     const GssTransmission &sent = known(transmission);
     xdr::Reader outer(results);
     std::span<const std::byte> body, proof;
-    Bytes opened;
     if (!outer.get_opaque(body, kWrappedMaximum)) return not_the_servers();
     if (protection_ == GssService::integrity) {
         if (!outer.get_opaque(proof, kTokenMaximum) || !sent.agreement->context->verify(body, proof))
             return not_the_servers();
     } else {
-        auto plain = sent.agreement->context->unwrap(body);
+        const auto plain = sent.agreement->context->unwrap(results.subspan(xdr::kWord, body.size()));
         if (!plain.ok()) return not_the_servers();
-        opened = std::move(plain.value());
-        body = opened;
+        body = plain.value();
     }
     xdr::Reader inner(body);
     uint32_t sequence = 0;
     if (!outer.finished() || !inner.get_u32(sequence) || sequence != sent.sequence) return not_the_servers();
-    return Bytes(body.begin() + xdr::kWord, body.end());
+    return body.subspan(xdr::kWord);
 }
 
 bool GssAuthenticator::cures(uint32_t auth_status, const Transmission *transmission) {

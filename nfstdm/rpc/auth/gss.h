@@ -50,8 +50,7 @@ class GssAuthenticator : public Authenticator {
     std::size_t overhead() const override;
     Result<std::vector<std::byte>> wrap(std::span<const std::byte> arguments, std::span<const std::byte> data,
                                         const Transmission *transmission) override;
-    Result<std::vector<std::byte>> unwrap(std::span<const std::byte> results,
-                                          const Transmission *transmission) override;
+    Result<std::span<const std::byte>> unwrap(std::span<std::byte> results, const Transmission *transmission) override;
     bool cures(uint32_t auth_status, const Transmission *transmission) override;
 
   private:

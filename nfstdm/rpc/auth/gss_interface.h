@@ -8,7 +8,7 @@
 
 extern "C" {
 
-constexpr uint32_t kNfstdmGssVersion = 1;
+constexpr uint32_t kNfstdmGssVersion = 2;
 
 // Why something failed, as far as that decides what to try.
 enum NfstdmGssTrouble : uint32_t {
@@ -34,6 +34,12 @@ struct NfstdmGssBytes {
     size_t size;
 };
 
+// Bytes that encryption adds to a message: before it and behind it.
+struct NfstdmGssRoom {
+    size_t before;
+    size_t behind;
+};
+
 struct NfstdmGssContext;
 
 enum NfstdmGssStep : int32_t { kGssFailed = -1, kGssComplete = 0, kGssContinue = 1 };
@@ -51,10 +57,13 @@ struct NfstdmGssModule {
     bool (*get_mic)(NfstdmGssContext *, const void *message, size_t size, NfstdmGssBytes *mic,
                     NfstdmGssFailure *failure);
     bool (*verify_mic)(NfstdmGssContext *, const void *message, size_t size, const void *mic, size_t mic_size);
-    // With confidentiality, on both ways.
-    bool (*wrap)(NfstdmGssContext *, const void *message, size_t size, NfstdmGssBytes *wrapped,
-                 NfstdmGssFailure *failure);
-    bool (*unwrap)(NfstdmGssContext *, const void *wrapped, size_t size, NfstdmGssBytes *message);
+    // With confidentiality on both ways, where the message is.
+    // The room that a message of this size needs.
+    bool (*wrap_room)(NfstdmGssContext *, size_t size, NfstdmGssRoom *room, NfstdmGssFailure *failure);
+    // area: size bytes, of which the message leaves that room free; all of them are what is to be sent.
+    bool (*wrap)(NfstdmGssContext *, void *area, size_t size, const NfstdmGssRoom *room, NfstdmGssFailure *failure);
+    // Within area, which is spoiled where it fails: the message, without the room around it.
+    bool (*unwrap)(NfstdmGssContext *, void *area, size_t size, NfstdmGssRoom *room);
     void (*destroy)(NfstdmGssContext *);
     void (*release)(NfstdmGssBytes *);
     // The words for what a server says of its side.

@@ -153,19 +153,25 @@ bool SecurityContext::verify(std::span<const std::byte> message, std::span<const
     return module_.verify_mic(context_, message.data(), message.size(), mic.data(), mic.size());
 }
 
-Result<std::vector<std::byte>> SecurityContext::wrap(std::span<const std::byte> message) const {
-    NfstdmGssBytes wrapped{};
+Result<NfstdmGssRoom> SecurityContext::wrap_room(std::size_t message_size) const {
+    NfstdmGssRoom room{};
     NfstdmGssFailure failure{};
-    if (!module_.wrap(context_, message.data(), message.size(), &wrapped, &failure))
-        return gss_status(failure, service_);
-    return taken(wrapped);
+    if (!module_.wrap_room(context_, message_size, &room, &failure)) return gss_status(failure, service_);
+    return room;
 }
 
-Result<std::vector<std::byte>> SecurityContext::unwrap(std::span<const std::byte> wrapped) const {
-    NfstdmGssBytes message{};
-    if (!module_.unwrap(context_, wrapped.data(), wrapped.size(), &message))
+Status SecurityContext::wrap(std::span<std::byte> area, const NfstdmGssRoom &room) const {
+    NfstdmGssFailure failure{};
+    if (!module_.wrap(context_, area.data(), area.size(), &room, &failure)) return gss_status(failure, service_);
+    return {};
+}
+
+Result<std::span<const std::byte>> SecurityContext::unwrap(std::span<std::byte> wrapped) const {
+    NfstdmGssRoom room{};
+    const bool holds = module_.unwrap(context_, wrapped.data(), wrapped.size(), &room);
+    if (!holds || room.before > wrapped.size() || room.behind > wrapped.size() - room.before)
         return Status{EIO, "what the server encrypted does not hold together"};
-    return taken(message);
+    return std::span<const std::byte>(wrapped.first(wrapped.size() - room.behind).subspan(room.before));
 }
 
 Status SecurityContext::refusal(uint32_t major, uint32_t minor) const {

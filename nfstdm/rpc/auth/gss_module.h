@@ -40,8 +40,11 @@ class SecurityContext {
 
     Result<std::vector<std::byte>> mic(std::span<const std::byte> message) const;
     bool verify(std::span<const std::byte> message, std::span<const std::byte> mic) const;
-    Result<std::vector<std::byte>> wrap(std::span<const std::byte> message) const;
-    Result<std::vector<std::byte>> unwrap(std::span<const std::byte> wrapped) const;
+    // Encrypts and decrypts where the message is. wrap() takes it with the room around it that a message of its size
+    // needs; unwrap() gives it within what was wrapped, which is spoiled on failure.
+    Result<NfstdmGssRoom> wrap_room(std::size_t message_size) const;
+    Status wrap(std::span<std::byte> area, const NfstdmGssRoom &room) const;
+    Result<std::span<const std::byte>> unwrap(std::span<std::byte> wrapped) const;
     // The meaning of what the server said when it refused.
     Status refusal(uint32_t major, uint32_t minor) const;
 

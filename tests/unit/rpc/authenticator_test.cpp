@@ -79,7 +79,10 @@ class Numbering : public Authenticator {
         all.resize(all.size() + xdr::padding_of(all.size()));
         return all;
     }
-    Result<Bytes> unwrap(std::span<const std::byte> results, const Transmission *) override { return masked(results); }
+    Result<std::span<const std::byte>> unwrap(std::span<std::byte> results, const Transmission *) override {
+        std::ranges::copy(masked(results), results.begin());
+        return std::span<const std::byte>(results);
+    }
     bool cures(uint32_t auth_status, const Transmission *) override { return auth_status == kCurable; }
 
     uint32_t last = 0;

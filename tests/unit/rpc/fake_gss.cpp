@@ -2,6 +2,7 @@
 #include "tests/unit/rpc/fake_gss.h"
 
 #include <algorithm>
+#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -15,6 +16,8 @@ namespace {
 
 constexpr std::byte kTurn{0xA5};
 constexpr std::string_view kProof = "proof ";
+constexpr std::size_t kProofSize = kProof.size() + 4;
+constexpr std::string_view kHeader = "sealed";
 
 void give(std::span<const std::byte> bytes, NfstdmGssBytes *to) {
     auto *const copy = new std::byte[bytes.size()];
@@ -64,21 +67,27 @@ bool verify_mic(NfstdmGssContext *, const void *message, size_t size, const void
     return std::ranges::equal(fake_proof(span_of(message, size)), span_of(mic, mic_size));
 }
 
-bool wrap(NfstdmGssContext *, const void *message, size_t size, NfstdmGssBytes *wrapped, NfstdmGssFailure *) {
-    give(fake_wrapped(span_of(message, size)), wrapped);
+bool wrap_room(NfstdmGssContext *, size_t, NfstdmGssRoom *room, NfstdmGssFailure *) {
+    *room = {kHeader.size(), kProofSize};
     return true;
 }
 
-bool unwrap(NfstdmGssContext *, const void *wrapped, size_t size, NfstdmGssBytes *message) {
-    constexpr std::size_t kTrailer = 10;
-    const auto all = span_of(wrapped, size);
-    if (size < kTrailer) return false;
-    Bytes plain(all.begin(), all.end() - kTrailer);
-    for (std::byte &each : plain)
-        each ^= kTurn;
-    if (!std::ranges::equal(fake_wrapped(plain), all)) return false;
-    give(plain, message);
+bool wrap(NfstdmGssContext *, void *area, size_t size, const NfstdmGssRoom *room, NfstdmGssFailure *) {
+    auto *const first = static_cast<std::byte *>(area);
+    std::ranges::copy(fake_wrapped(span_of(first + room->before, size - room->before - room->behind)), first);
     return true;
+}
+
+// In its place, as those do who decrypt before they know whether it holds together.
+bool unwrap(NfstdmGssContext *, void *area, size_t size, NfstdmGssRoom *room) {
+    *room = {kHeader.size(), kProofSize};
+    if (size < room->before + room->behind) return false;
+    const std::span<std::byte> all(static_cast<std::byte *>(area), size);
+    const Bytes wrapped(all.begin(), all.end());
+    const auto message = all.first(size - room->behind).subspan(room->before);
+    for (std::byte &each : message)
+        each ^= kTurn;
+    return std::ranges::equal(fake_wrapped(message), wrapped);
 }
 
 void destroy(NfstdmGssContext *context) {
@@ -107,7 +116,7 @@ FakeGss &fake_gss() {
 
 const NfstdmGssModule &fake_gss_module() {
     static constexpr NfstdmGssModule kModule = {
-        kNfstdmGssVersion, create, step, get_mic, verify_mic, wrap, unwrap, destroy, release, explain,
+        kNfstdmGssVersion, create, step, get_mic, verify_mic, wrap_room, wrap, unwrap, destroy, release, explain,
     };
     return kModule;
 }
@@ -123,9 +132,8 @@ Bytes fake_proof(std::span<const std::byte> message) {
 }
 
 Bytes fake_wrapped(std::span<const std::byte> message) {
-    Bytes wrapped(message.begin(), message.end());
-    for (std::byte &each : wrapped)
-        each ^= kTurn;
+    Bytes wrapped = bytes_of(kHeader);
+    std::ranges::transform(message, std::back_inserter(wrapped), [](std::byte each) { return each ^ kTurn; });
     const Bytes proof = fake_proof(message);
     wrapped.insert(wrapped.end(), proof.begin(), proof.end());
     return wrapped;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A module for RPCSEC_GSS whose contexts are made of nothing: a proof is a sum, and what is wrapped is turned over.
+// A module for RPCSEC_GSS whose contexts are made of nothing: a proof is a sum, and what is wrapped is turned over
+// between a header and a proof.
 #pragma once
 
 #include "nfstdm/rpc/auth/gss_interface.h"
