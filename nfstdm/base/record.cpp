@@ -14,9 +14,24 @@ constexpr std::string_view kStatus = "status ";
 constexpr std::string_view kWhy = ": ";
 constexpr std::string_view kServer = "server ";
 constexpr std::string_view kSilent = " not responding, still trying";
+constexpr std::string_view kInGrace = " is in its grace period after a start, waiting";
+constexpr std::string_view kNotReady = " is not ready (just started, or fetching the file), waiting";
 constexpr std::string_view kBack = " ok again";
 constexpr std::string_view kSecurity = "with security ";
 constexpr std::string_view kKerberos = "Kerberos";
+
+// What is told of a server behind its name.
+struct ServerWords {
+    RecordKind kind;
+    std::string_view words;
+};
+
+constexpr ServerWords kOfServers[] = {
+    {RecordKind::silence, kSilent},
+    {RecordKind::grace, kInGrace},
+    {RecordKind::delay, kNotReady},
+    {RecordKind::recovery, kBack},
+};
 
 bool contains(std::string_view text, std::string_view words) {
     return text.find(words) != std::string_view::npos;
@@ -50,11 +65,12 @@ RecordKind read_note(std::string_view name, std::string_view &text) {
     if (text.starts_with(kStatus)) return RecordKind::note;  // without a reason
     if (name == kOpening) return contains(text, kKeyInCapitals) ? RecordKind::capitals : RecordKind::configuration;
     if (name != kRpc) return RecordKind::note;
-    const auto silent = between(text, kServer, kSilent);
-    const auto back = between(text, kServer, kBack);
-    if (!silent && !back) return RecordKind::note;
-    text = silent ? *silent : *back;
-    return silent ? RecordKind::silence : RecordKind::recovery;
+    for (const auto &[kind, words] : kOfServers)
+        if (const auto server = between(text, kServer, words)) {
+            text = *server;
+            return kind;
+        }
+    return RecordKind::note;
 }
 
 }  // namespace
@@ -68,9 +84,12 @@ std::string record_text(const Record &record) {
         case RecordKind::failed:
             return std::string(kStatus).append(std::to_string(record.status)).append(kWhy).append(record.text);
         case RecordKind::silence:
-            return named_server(record.text).append(kSilent);
+        case RecordKind::grace:
+        case RecordKind::delay:
         case RecordKind::recovery:
-            return named_server(record.text).append(kBack);
+            for (const auto &[kind, words] : kOfServers)
+                if (kind == record.kind) return named_server(record.text).append(words);
+            break;
         case RecordKind::note:
         case RecordKind::configuration:
         case RecordKind::capitals:

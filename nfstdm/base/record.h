@@ -15,7 +15,9 @@ enum class RecordKind : uint8_t {
     succeeded,      // an operation is through
     failed,         // an operation failed with a status; the text says why
     silence,        // a server does not respond; the text is its name
-    recovery,       // it responds again; the text is its name
+    grace,          // it refuses what it is asked until its grace period is over; the text is its name
+    delay,          // it wants to be asked again later; the text is its name
+    recovery,       // it does what it is asked again; the text is its name
     configuration,  // what is wrong with the settings a session begins with
     capitals,       // of these: a key that its capital letters make another one, and a mount that is not there for it
 };

@@ -42,6 +42,7 @@ void Operations::answered(Operation &operation, std::unique_ptr<rpc::Request> re
     bool not_ready = false;
     Status status = judge(operation, *request, not_ready);
     if (not_ready) return wait(operation, std::move(request));
+    put_offs_.answered(operation.put_off_, client_->config().server);
     finish(operation, std::move(status));
 }
 
@@ -75,6 +76,7 @@ void Operations::wait(Operation &operation, std::unique_ptr<rpc::Request> reques
     trace_.write(TraceLevel::detail, TraceComponent::nfs, [this, &operation] {
         return in_context(operation, {EBUSY, "the server is not ready, asking again"}).text();
     });
+    put_offs_.put_off(operation.put_off_, RecordKind::delay, client_->config().server);
     operation.waiting_ = std::move(request);
     operation.timer_.after(delay, [this, &operation] { submit(operation, std::move(operation.waiting_)); });
 }

@@ -15,6 +15,7 @@
 #include "nfstdm/base/status.h"
 #include "nfstdm/base/trace.h"
 #include "nfstdm/nfs3/procedures.h"
+#include "nfstdm/remote/put_off.h"
 #include "nfstdm/rpc/client.h"
 #include "nfstdm/rpc/timing.h"
 #include "nfstdm/xdr/reader.h"
@@ -42,13 +43,15 @@ class Operation {
     EventLoop::Clock::time_point first_sent_{};
     rpc::Duration waits_{};                  // the next wait for a server that is not ready
     std::unique_ptr<rpc::Request> waiting_;  // during that wait
+    remote::PutOff put_off_;
     ScopedTimer timer_;
     std::list<std::unique_ptr<Operation>>::iterator self_;
 };
 
 class Operations {
   public:
-    Operations(const rpc::Timing &timing, const Trace &trace) : timing_(timing), trace_(trace) {}
+    Operations(const rpc::Timing &timing, const Trace &trace)
+        : timing_(timing), trace_(trace), put_offs_(trace, timing.jukebox_notice) {}
     ~Operations();
     Operations(const Operations &) = delete;
     Operations &operator=(const Operations &) = delete;
@@ -72,6 +75,7 @@ class Operations {
 
     const rpc::Timing timing_;
     const Trace &trace_;
+    remote::PutOffs put_offs_;
     rpc::Client *client_ = nullptr;
     std::list<std::unique_ptr<Operation>> running_;
 };

@@ -12,6 +12,7 @@
 #include "nfstdm/base/scoped.h"
 #include "nfstdm/base/status.h"
 #include "nfstdm/nfs4/compound.h"
+#include "nfstdm/remote/put_off.h"
 #include "nfstdm/rpc/request.h"
 
 namespace nfstdm::nfs4 {
@@ -51,6 +52,7 @@ struct Call {
     bool only_completes = false;  // ... and the server takes no more operations at once
     EventLoop::Clock::time_point first_sent;
     unsigned restarts = 0;  // because of the session, not of the operation
+    remote::PutOff put_off;
     std::unique_ptr<ScopedTimer> timer;
     std::unique_ptr<rpc::Request> delayed;  // to be sent again as it is
 };

@@ -47,6 +47,7 @@ std::string name_of(const ExchangeReply &reply) {
 Session::Session(remote::Server &server, uint32_t minor_version)
     : server_(server),
       loop_(server.loop()),
+      put_offs_(server.trace(), server.timing().jukebox_notice),
       highest_wanted_(minor_version == 0),
       minor_(minor_version == 0 ? kHighestMinorVersion : minor_version),
       client_(server.new_nfs4_client(*this)),
@@ -140,7 +141,7 @@ void Session::identified(Results &results) {
             --minor_;
             return identify();
         }
-        if (failure == NfsStatus::delay) return make_later(&Session::identify);
+        if (failure == NfsStatus::delay) return put_off_making(&Session::identify);
         return make_failed(to_status(failure).in("EXCHANGE_ID").in("server " + server_.name()));
     }
     // A client id that is not confirmed yet is a new one, which has none of the state there was.
@@ -167,7 +168,7 @@ void Session::created(Results &results) {
     SessionReply reply;
     if (!results.next(Op::create_session) || !get_create_session(results.reader(), reply)) {
         const NfsStatus failure = results.failure();
-        if (failure == NfsStatus::delay) return make_later(&Session::create);
+        if (failure == NfsStatus::delay) return put_off_making(&Session::create);
         const bool unknown = failure == NfsStatus::stale_clientid || failure == NfsStatus::seq_misordered;
         if (unknown && ++attempts_ <= kSessionsMaximum) {
             identified_ = false;
@@ -175,6 +176,7 @@ void Session::created(Results &results) {
         }
         return make_failed(to_status(failure).in("CREATE_SESSION").in("server " + server_.name()));
     }
+    put_offs_.answered(make_put_off_, server_.name());
     ++create_sequence_;
     ++session_number_;
     contacted_ = true;
@@ -221,8 +223,14 @@ void Session::make_later(void (Session::*step)()) {
     make_wait_ = std::min(make_wait_ * 2, server_.timing().jukebox_most);
 }
 
+void Session::put_off_making(void (Session::*step)()) {
+    put_offs_.put_off(make_put_off_, RecordKind::delay, server_.name());
+    make_later(step);
+}
+
 void Session::make_failed(const Status &why) {
     timer_.cancel();
+    make_put_off_.reset();
     state_ = State::down;
     attempts_ = 0;
     const auto life = life_.watch();
@@ -381,6 +389,7 @@ void Session::refused(Call &call, NfsStatus status, std::unique_ptr<rpc::Request
         case NfsStatus::delay:
             // It is being executed, on another connection perhaps; the same request will find its answer.
             call.doubtful = true;
+            put_offs_.put_off(call.put_off, RecordKind::delay, server_.name());
             call.delayed = std::move(request);
             return wait(call, [this](Call &again) { send_again(again); });
         case NfsStatus::conn_not_bound_to_session:
@@ -424,6 +433,7 @@ void Session::executed(Call &call, Results &results, const rpc::Request &request
         if (!declared || alone) return requeue(call);
     }
     if (call.read(results, request) && results.finished()) {
+        put_offs_.answered(call.put_off, server_.name());
         if (!call.unfinished || !call.unfinished()) return finish(call, {});
         return wait(call, [this](Call &again) { requeue(again); });
     }
@@ -436,8 +446,11 @@ void Session::failed(Call &call, NfsStatus status) {
         server_.trace().write(TraceLevel::detail, TraceComponent::nfs, [this, &call] {
             return in_context(call, {EBUSY, "the server is not ready, asking again"}).text();
         });
+        const bool in_grace = status == NfsStatus::grace;
+        put_offs_.put_off(call.put_off, in_grace ? RecordKind::grace : RecordKind::delay, server_.name());
         return wait(call, [this](Call &again) { requeue(again); });
     }
+    put_offs_.answered(call.put_off, server_.name());
     // Executed on a connection that was lost, and the answer was none to be kept: what may be asked again is.
     if (status == NfsStatus::retry_uncached_rep) {
         call.repeated = true;

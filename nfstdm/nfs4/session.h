@@ -26,6 +26,7 @@
 #include "nfstdm/nfs4/call.h"
 #include "nfstdm/nfs4/replies.h"
 #include "nfstdm/nfs4/slots.h"
+#include "nfstdm/remote/put_off.h"
 #include "nfstdm/remote/server.h"
 #include "nfstdm/rpc/client.h"
 
@@ -85,6 +86,7 @@ class Session : private rpc::Introduction {
     void reclaim();
     void reclaimed();
     void make_later(void (Session::*step)());
+    void put_off_making(void (Session::*step)());
     void make_failed(const Status &why);
     void lose_session();
 
@@ -123,6 +125,7 @@ class Session : private rpc::Introduction {
 
     remote::Server &server_;
     EventLoop &loop_;
+    remote::PutOffs put_offs_;
     const bool highest_wanted_;
     uint32_t minor_;
     uint32_t introduction_minor_ = 1;  // which nearly every server has
@@ -141,6 +144,7 @@ class Session : private rpc::Introduction {
     uint64_t session_number_ = 0;   // of this session, in order
     unsigned attempts_ = 0;         // to make a session, since the last one worked
     rpc::Duration make_wait_{};
+    remote::PutOff make_put_off_;
     EventLoop::Clock::time_point deadline_;  // of the first contact
     SessionId session_{};
     ChannelSizes sizes_;

@@ -51,6 +51,8 @@ struct Timing {
     // Between repetitions of a request that the server was not ready for (NFS3ERR_JUKEBOX); doubled each time.
     Duration jukebox_first = std::chrono::milliseconds(100);
     Duration jukebox_most = std::chrono::seconds(5);
+    // A server that does nothing but put off for this long is reported.
+    Duration jukebox_notice = std::chrono::milliseconds(1400);
 
     // For requests that may take so long altogether; 0 = for ever. A path that fell silent is left early enough for the
     // others to answer in time.

@@ -281,6 +281,53 @@ def test_a_server_that_is_silent_is_told_while_the_command_waits(faulty):
     assert "no answer within 12 seconds" in shown.said[-1]
 
 
+WAITS = {
+    "nfsv3": ("status=READ:JUKEBOX:*", "server faulty is not ready (just started, or fetching the file), waiting"),
+    "nfsv4.1": ("status=OPEN:GRACE:*", "server faulty is in its grace period after a start, waiting"),
+}
+
+
+@pytest.mark.parametrize("version", WAITS)
+def test_a_server_that_puts_off_is_told_once_while_the_command_waits(faulty, tmp_path, version):
+    server = faulty("--versions", version[4], version=version)
+    make_file(server.files / "there", 100_000)
+    fault, told = WAITS[version]
+    server.fault(fault)
+    terminal = Terminal(server.client)
+    process = terminal.start("cp", server / "there", tmp_path / "copy")
+    process.expect_exact(f"tslwnfs: {told}")
+    assert process.isalive()
+    server.tell("clear")
+    shown = terminal.finish(process, process.before + process.after)
+    assert shown.status == 0
+    assert digest(tmp_path / "copy") == digest(server.files / "there")
+    assert shown.said == [f"tslwnfs: {told}", "tslwnfs: server faulty ok again"]
+    assert shown.lines[-1].endswith(text(SUCCEEDED))
+
+
+def test_the_grace_period_of_a_server_that_started_again_is_told_in_the_language_of_the_locale(faulty, tmp_path):
+    """It waits for a client that had something open and was killed."""
+    server = faulty("--versions", "4", "--grace", "600", version="nfsv4.1")
+    make_file(server.files / "big", SIZE)
+    server.fault(f"rate={MB}")
+    gone = server.start("cp", server / "big", tmp_path / "partial")
+    server.await_count("READ", 2, gone)
+    gone.kill()
+    gone.communicate()
+    server.tell("clear")
+    server.tell("restart")
+    told = "tslwnfs: Server faulty ist nach einem Start in seiner Wiederanlauffrist (grace period), es wird gewartet"
+    terminal = Terminal(server.client)
+    process = terminal.start("cp", server / "big", tmp_path / "copy", env={"LC_ALL": "de"})
+    process.expect_exact(told)
+    assert process.isalive()
+    server.tell("end-grace")
+    shown = terminal.finish(process, process.before + process.after)
+    assert shown.status == 0
+    assert digest(tmp_path / "copy") == digest(server.files / "big")
+    assert shown.said == [told, "tslwnfs: Server faulty antwortet wieder"]
+
+
 def test_a_file_that_misses_its_server_is_warned_of(faulty, tmp_path):
     """The mount point exists as a local directory, too, and takes what the server refused."""
     server = faulty()

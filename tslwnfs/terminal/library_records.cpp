@@ -25,6 +25,8 @@ void take_library_record(std::string_view line) {
             return note_library_reason(record.status, record.text);
         // Worth being read at once: whoever waits wants to know for what.
         case RecordKind::silence:
+        case RecordKind::grace:
+        case RecordKind::delay:
         case RecordKind::recovery:
             return say(record_text(record), When::at_once);
         // A mount that is not there: its paths are local, and nothing fails that would tell.

@@ -37,6 +37,7 @@ rpc::Timing quick() {
     timing.backoff_most = milliseconds(10);
     timing.jukebox_first = milliseconds(1);
     timing.jukebox_most = milliseconds(4);
+    timing.jukebox_notice = milliseconds(20);
     return timing;
 }
 
@@ -732,6 +733,54 @@ TEST_F(VolumeTest, WaitsForAServerThatIsNotReadyAndAsksAgainAsNew) {
     });
     EXPECT_TRUE(getattr().ok());
     EXPECT_EQ(xids.size(), 6U);
+}
+
+TEST_F(VolumeTest, TellsOnceThatAServerPutsOffEverythingAndThatItNoLongerDoes) {
+    FakeNfs nfs(loop);
+    attach_to(nfs);
+    std::vector<std::string> told;
+    trace.set_sink([&told](TraceLevel level, TraceComponent, std::string_view text) {
+        if (level == TraceLevel::failure) told.emplace_back(text);
+    });
+    nfs.refuse(Procedure::getattr, NfsStatus::jukebox);
+    unsigned ended = 0;
+    for (int i = 0; i < 3; ++i)
+        volume->getattr(handle, [&ended](const Result<Attributes> &) { ++ended; });
+    ASSERT_TRUE(test::run(loop, [&] { return !told.empty(); }));
+    test::run_for(loop, milliseconds(20));
+    EXPECT_THAT(told, testing::ElementsAre("server db1 is not ready (just started, or fetching the file), waiting"));
+    EXPECT_EQ(ended, 0U);
+
+    nfs.on(Procedure::getattr, [](const ReceivedCall &, xdr::Writer &results) {
+        results.put_u32(0);
+        samples::put_attributes(results);
+    });
+    ASSERT_TRUE(test::run(loop, [&] { return ended == 3; }));
+    ASSERT_EQ(told.size(), 2U);
+    EXPECT_EQ(told[1], "server db1 ok again");
+    // That was the end of it: the next time begins anew.
+    told.clear();
+    nfs.refuse(Procedure::getattr, NfsStatus::jukebox);
+    volume->getattr(handle, [](const Result<Attributes> &) {});
+    EXPECT_TRUE(test::run(loop, [&] { return !told.empty(); }));
+    trace.set_sink({});
+}
+
+TEST_F(VolumeTest, SaysNothingOfAServerThatPutsOffForAMoment) {
+    FakeNfs nfs(loop);
+    attach_to(nfs);
+    bool told = false;
+    trace.set_sink(
+        [&told](TraceLevel level, TraceComponent, std::string_view) { told = told || level == TraceLevel::failure; });
+    int refusals = 1;
+    nfs.on(Procedure::getattr, [&](const ReceivedCall &, xdr::Writer &results) {
+        results.put_u32(refusals-- > 0 ? static_cast<uint32_t>(NfsStatus::jukebox) : 0);
+        if (refusals < 0) samples::put_attributes(results);
+    });
+    EXPECT_TRUE(getattr().ok());
+    EXPECT_LT(refusals, 0);
+    EXPECT_FALSE(told);
+    trace.set_sink({});
 }
 
 TEST_F(VolumeTest, RemembersALostAnswerWhileItWaits) {

@@ -26,6 +26,7 @@ inline rpc::Timing quick() {
     timing.backoff_most = std::chrono::milliseconds(10);
     timing.jukebox_first = std::chrono::milliseconds(1);
     timing.jukebox_most = std::chrono::milliseconds(4);
+    timing.jukebox_notice = std::chrono::milliseconds(20);
     return timing;
 }
 

@@ -215,6 +215,33 @@ INSTANTIATE_TEST_SUITE_P(Operations, NotReady,
                                          std::pair{Op::putrootfh, NfsStatus::delay},
                                          std::pair{Op::open, NfsStatus::grace}, std::pair{Op::read, NfsStatus::delay}));
 
+class LongNotReady : public Nfs4VolumeTest, public testing::WithParamInterface<std::pair<Op, NfsStatus>> {};
+
+TEST_P(LongNotReady, IsTold) {
+    const auto [op, status] = GetParam();
+    const std::string waits = status == NfsStatus::grace
+                                  ? "server db1 is in its grace period after a start, waiting"
+                                  : "server db1 is not ready (just started, or fetching the file), waiting";
+    std::vector<std::string> told;
+    trace.set_sink([&](TraceLevel level, TraceComponent, std::string_view text) {
+        if (level != TraceLevel::failure) return;
+        told.emplace_back(text);
+        nfs.forgive();
+    });
+    nfs.fail(op, status, 1000);
+    open();
+    ASSERT_TRUE(attach().ok());
+    EXPECT_TRUE(read().ok());
+    EXPECT_THAT(told, testing::ElementsAre(waits, "server db1 ok again"));
+    trace.set_sink({});
+}
+
+INSTANTIATE_TEST_SUITE_P(Operations, LongNotReady,
+                         testing::Values(std::pair{Op::exchange_id, NfsStatus::delay},
+                                         std::pair{Op::create_session, NfsStatus::delay},
+                                         std::pair{Op::sequence, NfsStatus::delay},
+                                         std::pair{Op::open, NfsStatus::grace}, std::pair{Op::read, NfsStatus::delay}));
+
 // --- state
 
 TEST_F(Nfs4VolumeTest, ReadsAWholeSmallFileInOneQuestionAndLeavesNothingOpen) {

@@ -33,6 +33,8 @@ TEST(Record, OfEveryKindIsReadBackAsItWasWritten) {
                  Record{RecordKind::succeeded, "tdm_init", 0, ""},
                  Record{RecordKind::failed, "tdm_init", status, text},
                  Record{RecordKind::silence, "rpc", 0, text},
+                 Record{RecordKind::grace, "rpc", 0, text},
+                 Record{RecordKind::delay, "rpc", 0, text},
                  Record{RecordKind::recovery, "rpc", 0, text},
                  Record{RecordKind::configuration, "tdm_init", 0, text},
                  Record{RecordKind::capitals, "tdm_init", 0, text + std::string(kKeyInCapitals) + "mount"},
@@ -46,6 +48,10 @@ TEST(Record, HasTheTextThatTracesShow) {
     EXPECT_EQ(record_text({RecordKind::succeeded, "tdm_create", 0, {}}), "status 0");
     EXPECT_EQ(record_text({RecordKind::failed, "tdm_create", 13, "why"}), "status 13: why");
     EXPECT_EQ(record_text({RecordKind::silence, "rpc", 0, "s"}), "server s not responding, still trying");
+    EXPECT_EQ(record_text({RecordKind::grace, "rpc", 0, "s"}),
+              "server s is in its grace period after a start, waiting");
+    EXPECT_EQ(record_text({RecordKind::delay, "rpc", 0, "s"}),
+              "server s is not ready (just started, or fetching the file), waiting");
     EXPECT_EQ(record_text({RecordKind::recovery, "rpc", 0, "s"}), "server s ok again");
 }
 

@@ -30,6 +30,15 @@ TEST_F(LibraryRecords, TellsAtOnceThatAServerIsSilentAndThatItIsBack) {
     EXPECT_EQ(written([] { take_library_record("[1],rpc server s ok again"); }), "tslwnfs: server s ok again\n");
 }
 
+TEST_F(LibraryRecords, TellsAtOnceWhatIsWaitedForWithAServerThatAnswers) {
+    EXPECT_EQ(written([] { take_library_record("[1],rpc server s is in its grace period after a start, waiting"); }),
+              "tslwnfs: server s is in its grace period after a start, waiting\n");
+    EXPECT_EQ(written([] {
+                  take_library_record("[1],rpc server s is not ready (just started, or fetching the file), waiting");
+              }),
+              "tslwnfs: server s is not ready (just started, or fetching the file), waiting\n");
+}
+
 TEST_F(LibraryRecords, KeepsWhatIsWrongWithTheConfiguration) {
     take_library_record("[1],tdm_init tslnfstab, line 3: unknown key \"bogus\"");
     note_failure("it failed");
