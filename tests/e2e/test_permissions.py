@@ -17,7 +17,7 @@ AS_NOBODY = ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-group
 @pytest.fixture
 def refused(installed_home):
     """A client that may change nothing, in a home that everybody may look at, and the place where that is."""
-    with tempfile.TemporaryDirectory() as place:
+    with tempfile.TemporaryDirectory(dir="/tmp") as place:  # TMPDIR may be closed to others
         os.chmod(place, 0o755)
         home = copy_of_home(installed_home, pathlib.Path(place) / "home")
         (home / "dbs" / "tslnfstab").write_text("")
