@@ -111,9 +111,10 @@ def test_a_small_file_that_was_listed_comes_down_in_one_call(counting, tmp_path,
 
 # More than the cache holds, so that most entries are asked for when it has lost them.
 LONG = 2000 if SANITIZED else 40000
+LONG_COMMANDS = [pytest.param(("ls", "-l"), id="ls -l"), pytest.param(("find",), id="find", marks=pytest.mark.slow)]
 
 
-@pytest.mark.parametrize("command", [("ls", "-l"), ("find",)], ids=" ".join)
+@pytest.mark.parametrize("command", LONG_COMMANDS)
 def test_a_listing_that_no_cache_holds_needs_one_call_for_a_hundred_entries(counting, command):
     many = counting.folder / "many"
     many.mkdir()
@@ -123,7 +124,7 @@ def test_a_listing_that_no_cache_holds_needs_one_call_for_a_hundred_entries(coun
 
 
 # The server goes through the directory once, however long the listing takes.
-@pytest.mark.parametrize("command", [("ls", "-l"), ("find",)], ids=" ".join)
+@pytest.mark.parametrize("command", LONG_COMMANDS)
 def test_the_attributes_of_a_long_listing_come_with_its_names(counting, command):
     many = counting.folder / "many"
     many.mkdir()

@@ -103,7 +103,7 @@ def test_a_tree_is_listed_directory_by_directory(server, place):
     assert server.ok("ls", "-S", place.remote) == out
 
 
-@pytest.mark.parametrize("option", ["-1", "-l", "-R"])
+@pytest.mark.parametrize("option", ["-l", *(pytest.param(each, marks=pytest.mark.slow) for each in ("-1", "-R"))])
 def test_a_large_directory_lists_every_name_once(server, place, option):
     names = [f"entry-{number:05}" for number in range(10_000)]
     for name in names:
