@@ -5,6 +5,11 @@ option(TSLWNFS_PRECOMPILE "Compile the headers of the standard library once" OFF
 set(PRECOMPILED_STANDARD <algorithm> <array> <cerrno> <chrono> <cstdint> <cstring> <functional> <map> <memory> <optional>
     <span> <string> <string_view> <unordered_map> <utility> <vector>)
 
+# clang++ would refuse a result whose headers were installed anew since, as it may come out of a compiler cache.
+if(TSLWNFS_PRECOMPILE AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    add_compile_options("$<$<COMPILE_LANGUAGE:CXX>:SHELL:-Xclang -fno-pch-timestamp>")
+endif()
+
 # precompile(KIND TARGET HEADER...): the first target of a kind compiles the headers, the others of that kind, which are
 # compiled with the same options, use its result.
 function(precompile kind target)
