@@ -94,7 +94,7 @@ inline void put_directory(Writer &out, const nfstdm::DirectoryReply &reply, bool
     for (const auto &entry : reply.entries) {
         out.put_bool(true);
         out.put_u64(entry.fileid);
-        nfstdm::nfs3::put_name(out, entry.name);
+        out.put_string(entry.name, entry.name.size());  // a listing tells of names that are too long to be asked for
         out.put_u64(entry.cookie);
         if (!plus) continue;
         put(out, entry.attributes);
