@@ -287,6 +287,12 @@ uint32_t tdm_copy(void *ctx, uint64_t source, uint64_t source_offset, uint64_t d
  * known; then everything is to be read. */
 uint32_t tdm_extent(void *ctx, uint64_t file, uint64_t offset, uint64_t *begin, uint64_t *end);
 
+/* Reads without copying: the next bytes of an open file, from an offset on, where they lie in the library's memory:
+ * *count of them, at least one and at most most, from *bytes on. They stay there until the next call with this context,
+ * and are not to be changed. Waits until they have come. Fails with 95 where there is nothing to lend: the file ends
+ * there, or its bytes did not come; then the caller reads, which tells why. */
+uint32_t tdm_lend(void *ctx, uint64_t file, uint64_t offset, uint32_t most, const void **bytes, uint32_t *count);
+
 /* Tells what a path is about to be used for, without waiting for any server. With TDM_EXPECT_USE it is used soon: the
  * way to its server is made beside the calls that come before. With TDM_EXPECT_ATTRIBUTES the directory is listed next,
  * and then tdm_getattr is called for most of its entries: it tells what the listing told of them, so that the

@@ -77,6 +77,15 @@ void OpenFile::read(uint64_t offset, std::span<std::byte> buffer, DoneCompletion
     });
 }
 
+std::span<const std::byte> OpenFile::lend(uint64_t offset, std::size_t most) {
+    if (dirty()) return {};
+    ReadAhead &window = windows().read;
+    mount_.loop().poll_once();  // also while the bytes are there already, so that the connections are kept busy
+    window.ask(offset);
+    mount_.loop().run_until([&window, offset] { return window.has_come(offset); });
+    return window.lend(offset, most);
+}
+
 void OpenFile::recover() {
     if (!needs_recovery()) return;
     auto reads = std::exchange(windows_->stale_reads, {});

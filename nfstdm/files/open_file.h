@@ -57,6 +57,9 @@ class OpenFile {
     // Fills the buffer, with zeros beyond the end of the file. done is called exactly once, at once when the bytes are
     // there. Accepted writes reach stable storage first.
     void read(uint64_t offset, std::span<std::byte> buffer, DoneCompletion done);
+    // The next bytes of the file from an offset on, at most so many, where they lie: they stay until the file is used
+    // again, and no file may be between. Waits until some have come; none where read() would have to tell why.
+    std::span<const std::byte> lend(uint64_t offset, std::size_t most);
     // Reads that met a stale handle wait for recover(), which looks the file up again, once.
     bool needs_recovery() const { return windows_ && !windows_->stale_reads.empty(); }
     void recover();

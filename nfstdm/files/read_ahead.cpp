@@ -221,7 +221,7 @@ Status ReadAhead::fill_behind_end(const Request &request) const {
     return {};
 }
 
-ReadAhead::Chunk *ReadAhead::chunk_at(uint64_t offset) {
+const ReadAhead::Chunk *ReadAhead::chunk_at(uint64_t offset) const {
     for (const auto &chunk : window_) {
         const bool behind_end = chunk->ready && chunk->at_end && offset >= chunk->offset;
         if (behind_end || (offset >= chunk->offset && offset < chunk->end())) return chunk.get();
@@ -235,6 +235,33 @@ void ReadAhead::release_consumed() {
         needed = std::min(needed, request.offset);
     while (!window_.empty() && window_.front()->ready && window_.front()->end() <= needed)
         window_.pop_front();
+}
+
+// ---- lending
+
+// As for a request that begins here, except that nothing is copied: it is a seek, or it is served from the window.
+void ReadAhead::ask(uint64_t offset) {
+    move_to(offset);
+    if (!window_allowed_) return;
+    position_ = offset;
+    release_consumed();
+    extend();
+    if (has_come(offset)) return;
+    adapt_width();
+    extend();
+}
+
+bool ReadAhead::has_come(uint64_t offset) const {
+    const Chunk *chunk = chunk_at(offset);
+    return chunk == nullptr || chunk->ready;
+}
+
+std::span<const std::byte> ReadAhead::lend(uint64_t offset, std::size_t most) {
+    const Chunk *chunk = requests_.empty() ? chunk_at(offset) : nullptr;
+    const std::size_t skipped = chunk == nullptr ? 0 : offset - chunk->offset;
+    if (chunk == nullptr || !chunk->ready || skipped >= chunk->filled) return {};
+    position_ = offset + std::min(chunk->filled - skipped, most);
+    return chunk->buffer.span().subspan(skipped, position_ - offset);
 }
 
 // ---- requests read by themselves

@@ -44,6 +44,13 @@ class ReadAhead {
     // once when the bytes are there; the buffer must live until then.
     void read(uint64_t offset, std::span<std::byte> buffer, DoneCompletion done);
 
+    // Bytes of the file where they lie, in three steps: whoever wants some at an offset asks, waits until they have
+    // come, and takes at most so many. They stay until the object is used again. Nothing is given where a request still
+    // waits, the file ends or its READ failed: read() tells which.
+    void ask(uint64_t offset);
+    bool has_come(uint64_t offset) const;
+    std::span<const std::byte> lend(uint64_t offset, std::size_t most);
+
     // Drops what was read ahead: the file has changed. Requests that wait are read again.
     void forget();
 
@@ -96,7 +103,7 @@ class ReadAhead {
     void serve();
     Progress advance(Request &request);
     Status fill_behind_end(const Request &request) const;
-    Chunk *chunk_at(uint64_t offset);
+    const Chunk *chunk_at(uint64_t offset) const;
     void release_consumed();
     void drop_window();
 

@@ -213,6 +213,18 @@ uint32_t tdm_extent(void *ctx, uint64_t file, uint64_t offset, uint64_t *begin, 
     });
 }
 
+uint32_t tdm_lend(void *ctx, uint64_t file, uint64_t offset, uint32_t most, const void **bytes, uint32_t *count) {
+    return optional_operation("tdm_lend", ctx, file, [&](Session &session, OpenFile &open) -> Status {
+        if (bytes == nullptr || count == nullptr || most == 0) return missing("count or place for an answer");
+        session.files().make_room_to_read(open);
+        const auto lent = open.lend(offset, most);
+        if (lent.empty()) return {ENOTSUP, "nothing to lend"};
+        *bytes = lent.data();
+        *count = static_cast<uint32_t>(lent.size());
+        return {};
+    });
+}
+
 uint32_t tdm_expect(void *ctx, const char *path, uint32_t what) {
     return with_session("tdm_expect", ctx, text_of(path), [&](Session &session) -> Status {
         if (text_of(path).empty()) return missing("path");

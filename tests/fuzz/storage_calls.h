@@ -165,6 +165,13 @@ class Session {
         const uint64_t size = file.size;
         for (const uint64_t offset : {uint64_t{0}, uint64_t{5000}, size - 100, size, size + 1, ~uint64_t{0} - 5000})
             static_cast<void>(transfer(TDM_IO_READ, file.file, offset, data));
+        const void *lent = nullptr;
+        uint32_t count = 0;
+        for (unsigned loans = 0; loans < 16; ++loans) {
+            if (tdm_lend(context_, file.file, uint64_t{3000} * loans, 3000, &lent, &count) != 0) break;
+            require(count > 0 && count <= 3000, "a loan is no larger than was asked for");
+            std::memcpy(data.data(), lent, count);
+        }
         static_cast<void>(tdm_unidentify(context_, file.file));
     }
 

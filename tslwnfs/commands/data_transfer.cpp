@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The content of a file on its way: what the server copies by itself, what is a hole, and the rest piece by piece.
+#include <cstddef>
+#include <span>
+
 #include "platform/stream.h"
 #include "tslwnfs/commands/file_transfer.h"
 #include "tslwnfs/commands/source_content.h"
@@ -28,6 +31,7 @@ class Transfer {
     bool go_on();
     bool find_content();
     void copy_remotely();
+    bool get_piece();
     bool write_piece();
     bool write_local();
     bool unwritten() const;
@@ -40,6 +44,7 @@ class Transfer {
     Pieces pieces_;
     SourceContent content_;
     TransferBuffer buffer_;
+    std::span<const std::byte> piece_;
     bool server_copies_ = !source_.local && !destination_.local;  // as far as is known
     bool sparse_ = false;                                         // a hole was left in a local file
     bool ends_in_hole_ = false;
@@ -62,7 +67,7 @@ bool Transfer::go_on() {
         if (!find_content()) return unwritten();
         if (pieces_.is_between_content()) break;
         unfinished_.at(pieces_.offset());
-        if (!read_piece(source_, pieces_, requests_, buffer_, records_)) return false;
+        if (!get_piece()) return false;
         if (pieces_.is_beyond_end()) break;
         if (!write_piece()) return unwritten();
     } while (pieces_.advance());
@@ -98,9 +103,18 @@ void Transfer::copy_remotely() {
     }
 }
 
+// What goes to a server begins with a page and ends with a block, which the library's memory need not.
+bool Transfer::get_piece() {
+    piece_ = destination_.local ? borrow_piece(source_, pieces_) : std::span<const std::byte>{};
+    if (!piece_.empty()) return true;
+    piece_ = buffer_.bytes();
+    return read_piece(source_, pieces_, requests_, buffer_, records_);
+}
+
 bool Transfer::write_piece() {
     const std::size_t slot = pieces_.slot();
-    requests_.fill(slot, IoOperation::write, destination_.info.file, pieces_.offset(), buffer_.data(), pieces_.count());
+    requests_.fill(slot, IoOperation::write, destination_.info.file, pieces_.offset(),
+                   const_cast<std::byte *>(piece_.data()), pieces_.count());  // only read
     if (destination_.local) return write_local();
     writenfsfile(requests_, slot, kNoneCompleted);
     return true;
@@ -111,7 +125,7 @@ bool Transfer::write_local() {
     const std::size_t payload = pieces_.payload();
     if (!content_.zeros_are_holes()) return writelocfile(requests_, pieces_.slot(), stream, payload) == payload;
     sparse_ = true;
-    return write_without_zeros(stream, buffer_.bytes().first(payload));
+    return write_without_zeros(stream, piece_.first(payload));
 }
 
 bool Transfer::unwritten() const {

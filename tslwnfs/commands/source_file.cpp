@@ -11,9 +11,13 @@
 #include "tslwnfs/output/messages.h"
 #include "tslwnfs/output/trace.h"
 #include "tslwnfs/storage/identify.h"
+#include "tslwnfs/storage/optional_operations.h"
 #include "tslwnfs/terminal/reasons.h"
 
 namespace {
+
+// Bytes: large enough that asking for them costs nothing, small enough that the progress that is shown keeps up.
+constexpr uint64_t kLargestLoan = uint64_t{1} << 20;
 
 constexpr const char *kResized = "tdm_resize successful:source \n";
 constexpr const wchar_t *kResizedWide = L"tdm_resize successful:source \n";
@@ -118,6 +122,14 @@ void release_file(const PathBuffer &path, const TdmFileInfo &info, const Transfe
     if (status != 0) trace_message(records.function, Message::unidentify_failed, path.c_str(), status);
 }
 
+std::span<const std::byte> borrow_piece(const SourceFile &source, Pieces &pieces) {
+    const uint32_t most = source.local ? 0 : pieces.lendable();
+    if (most == 0) return {};
+    const auto lent = lend_bytes(source.info.file, pieces.offset(), most);
+    pieces.lend(lent.size());
+    return lent;
+}
+
 bool read_piece(const SourceFile &source, Pieces &pieces, RequestSlots &requests, const TransferBuffer &buffer,
                 const TransferRecords &records) {
     const std::size_t slot = pieces.slot();
@@ -140,6 +152,7 @@ bool read_piece(const SourceFile &source, Pieces &pieces, RequestSlots &requests
 }
 
 uint32_t Pieces::count() const {
+    if (lent_ != 0) return lent_;
     if (until_end_) return static_cast<uint32_t>(bsize);
     return static_cast<uint32_t>(
         std::min<uint64_t>(static_cast<uint64_t>(bsize), std::min(total_, content_end_) - offset_));
@@ -150,8 +163,16 @@ uint32_t Pieces::payload() const {
     return static_cast<uint32_t>(std::min<uint64_t>(count(), size_ - std::min(size_, offset_)));
 }
 
+// What is padded is read with its padding, a whole piece.
+uint32_t Pieces::lendable() const {
+    const uint64_t unpadded = size_ == total_ ? size_ : size_ - size_ % static_cast<uint64_t>(bsize);
+    const uint64_t end = std::min(unpadded, content_end_);
+    return until_end_ || end <= offset_ ? 0 : static_cast<uint32_t>(std::min(kLargestLoan, end - offset_));
+}
+
 bool Pieces::advance() {
     offset_ += count();
+    lent_ = 0;
     slot_ = (slot_ + 1) % RequestSlots::kRound;
     return until_end_ || offset_ < total_;
 }

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "include/tdm.h"
 #include "platform/path_buffer.h"
@@ -77,6 +78,11 @@ class Pieces {
     uint32_t payload() const;  // bytes of these that belong to the file, not to its padding
     [[nodiscard]] bool advance();
 
+    // The library has the bytes of this piece already, so many instead of bsize: below the end of the content, and none
+    // of them padding.
+    void lend(std::size_t bytes) { lent_ = static_cast<uint32_t>(bytes); }
+    uint32_t lendable() const;  // the most that may be lent; 0 for none
+
     // From now on the pieces are those of what the file holds, told as the transfer comes to it. A padded file, or one
     // whose end is not known, is transferred whole all the same.
     void follow_content() { content_end_ = !until_end_ && total_ > 0 && total_ == size_ ? 0 : UINT64_MAX; }
@@ -102,7 +108,12 @@ class Pieces {
     uint64_t content_end_ = UINT64_MAX;
     uint64_t offset_ = 0;
     std::size_t slot_ = 0;
+    uint32_t lent_ = 0;  // bytes of this piece; 0 when it is read
 };
+
+// The next piece of a remote source where it lies in the storage library's memory, until the library is called again:
+// it is then as large as the library has it. Empty where the piece is to be read.
+std::span<const std::byte> borrow_piece(const SourceFile &source, Pieces &pieces);
 
 // Reads one piece into buffer; what a local file does not fill of it is zeroed. Traces and returns false when a local
 // file ends too early or cannot be read.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/storage/optional_operations.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 
@@ -12,6 +13,7 @@
 #pragma weak tdm_extent
 #pragma weak tdm_known
 #pragma weak tdm_learn
+#pragma weak tdm_lend
 #pragma weak tdm_written
 
 uint32_t copy_by_server(const ServerCopyRange &range, uint64_t &copied) {
@@ -38,6 +40,13 @@ std::string known_of(const char *path) {
 void learn_known(std::string_view record) {
     if (&tdm_learn == nullptr || record.empty()) return;
     static_cast<void>(tdm_learn(ctx, record.data(), static_cast<uint32_t>(record.size())));
+}
+
+std::span<const std::byte> lend_bytes(uint64_t file, uint64_t offset, uint32_t most) {
+    const void *bytes = nullptr;
+    uint32_t count = 0;
+    if (&tdm_lend == nullptr || tdm_lend(ctx, file, offset, most, &bytes, &count) != 0) return {};
+    return {static_cast<const std::byte *>(bytes), std::min(count, most)};
 }
 
 uint32_t next_extent(uint64_t file, uint64_t offset, uint64_t &begin, uint64_t &end) {

@@ -2,7 +2,9 @@
 // The operations that a storage library may lack. Each fails with ENOTSUP where it does.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -27,6 +29,10 @@ void expect_use(const char *path);
 // other process learns it. Nobody is told whether that succeeds: what is not known is asked for.
 std::string known_of(const char *path);
 void learn_known(std::string_view record);
+
+// The next bytes of an open remote file where they lie, as tdm_lend gives them: some, at most so many, or none, where
+// the caller is to read. They stay until the library is called again.
+std::span<const std::byte> lend_bytes(uint64_t file, uint64_t offset, uint32_t most);
 
 // The next bytes of an open remote file that are no hole, as tdm_extent tells them.
 uint32_t next_extent(uint64_t file, uint64_t offset, uint64_t &begin, uint64_t &end);

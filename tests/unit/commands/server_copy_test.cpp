@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Copies that the storage library has the server make, and the holes that it tells: both are left out by the fake
-// library, which lacks the operations, and are added to it here.
+// Copies that the storage library has the server make, the holes that it tells and the bytes that it lends: all of them
+// are left out by the fake library, which lacks the operations, and are added to it here.
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
@@ -17,6 +17,8 @@ struct OptionalOperations {
     uint64_t copy_maximum = UINT64_MAX;  // bytes of one call
     uint64_t copies_until = UINT64_MAX;  // of the source; the server declines what lies behind
     std::vector<std::pair<uint64_t, uint64_t>> extents;
+    uint32_t loan = 0;                  // bytes of one call
+    uint64_t lends_until = UINT64_MAX;  // of the file; what lies behind is to be read
     std::vector<std::string> calls;
 } optional_operations;
 
@@ -52,6 +54,20 @@ extern "C" uint32_t tdm_extent(void *, uint64_t file, uint64_t offset, uint64_t 
         *end = to;
         break;
     }
+    return 0;
+}
+
+extern "C" uint32_t tdm_lend(void *, uint64_t file, uint64_t offset, uint32_t most, const void **bytes,
+                             uint32_t *count) {
+    const auto node = node_of(file);
+    if (optional_operations.loan == 0 || node == nullptr || offset >= optional_operations.lends_until) return ENOTSUP;
+    // Nothing that is lent stays when something else is.
+    static std::string lent;
+    lent = node->data.substr(offset, std::min(most, optional_operations.loan));
+    if (lent.empty()) return ENOTSUP;
+    optional_operations.calls.push_back(std::to_string(offset) + "+" + std::to_string(lent.size()));
+    *bytes = lent.data();
+    *count = static_cast<uint32_t>(lent.size());
     return 0;
 }
 
@@ -145,6 +161,71 @@ TEST_F(ServerCopyTest, ReadsEverythingWhereTheExtentsMakeNoSense) {
     optional_operations.extents = {{50, 50}};
     EXPECT_EQ(copy("/m/src", "/m/dst"), 0u);
     EXPECT_EQ(fake_.volume.content("/m/dst"), text);
+}
+
+TEST_F(ServerCopyTest, WritesWhatIsLentToALocalFileAndReadsNothing) {
+    std::string text = sample_text(200000);
+    text.replace(50000, 70000, 70000, '\0');
+    fake_.volume.add_file("/m/src", text);
+    optional_operations.loan = 90000;
+    EXPECT_EQ(copy("/m/src", directory_.path("down")), 0u);
+    EXPECT_EQ(read_file(directory_.path("down")), text);
+    EXPECT_THAT(requests(), IsEmpty());
+    EXPECT_THAT(optional_operations.calls, testing::ElementsAre("0+90000", "90000+90000", "180000+20000"));
+}
+
+TEST_F(ServerCopyTest, PrintsWhatIsLent) {
+    const std::string text = sample_text(200000);
+    fake_.volume.add_file("/m/src", text);
+    optional_operations.loan = 150000;
+    commandtype = kCat;
+    const auto outcome = run([] { return catfile("/m/src"); });
+    EXPECT_EQ(outcome.status, 0u);
+    EXPECT_THAT(outcome.output, testing::EndsWith(text));
+    EXPECT_THAT(requests(), IsEmpty());
+}
+
+TEST_F(ServerCopyTest, ReadsWhatIsNotLent) {
+    const std::string text = sample_text(200000);
+    fake_.volume.add_file("/m/src", text);
+    optional_operations.loan = 40000;
+    optional_operations.lends_until = 80000;
+    EXPECT_EQ(copy("/m/src", directory_.path("down")), 0u);
+    EXPECT_EQ(read_file(directory_.path("down")), text);
+    EXPECT_EQ(requests().size(), (200000 - 80000) / 32768 + 1u);
+}
+
+TEST_F(ServerCopyTest, ReadsThePieceThatIsPaddedAsAWhole) {
+    pbsz = 512;
+    const std::string text = sample_text(100000);
+    fake_.volume.add_file("/m/src", text);
+    optional_operations.loan = 40000;
+    EXPECT_EQ(copy("/m/src", directory_.path("down")), 0u);
+    EXPECT_EQ(read_file(directory_.path("down")), text);
+    EXPECT_EQ(fake_.volume.content("/m/src"), text) << "cut back";
+    EXPECT_THAT(optional_operations.calls, testing::ElementsAre("0+40000", "40000+40000", "80000+18304"));
+    EXPECT_THAT(requests(), testing::ElementsAre(testing::HasSubstr("offset=98304 count=2048")));
+}
+
+TEST_F(ServerCopyTest, BorrowsOnlyWhatIsNoHole) {
+    std::string text(1 << 20, '\0');
+    text.replace(100000, 3000, sample_text(3000));
+    text.replace(500000, 40000, sample_text(40000));
+    fake_.volume.add_file("/m/src", text);
+    optional_operations.extents = {{100000, 103000}, {500000, 540000}};
+    optional_operations.loan = 1 << 20;
+    EXPECT_EQ(copy("/m/src", directory_.path("down")), 0u);
+    EXPECT_EQ(read_file(directory_.path("down")), text);
+    EXPECT_THAT(optional_operations.calls, testing::ElementsAre("100000+3000", "500000+40000"));
+}
+
+TEST_F(ServerCopyTest, BorrowsNothingForAnotherServer) {
+    const std::string text = sample_text(100000);
+    fake_.volume.add_file("/m/src", text);
+    optional_operations.loan = 90000;
+    EXPECT_EQ(copy("/m/src", "/m/dst"), 0u);
+    EXPECT_EQ(fake_.volume.content("/m/dst"), text);
+    EXPECT_THAT(optional_operations.calls, IsEmpty()) << "what is written begins with a page";
 }
 
 TEST_F(ServerCopyTest, CopiesTheRangeOfDd) {

@@ -60,6 +60,16 @@ class ReadAheadTest : public ::testing::Test {
             loop_.run_until([&] { return read->result.has_value(); });
         return read;
     }
+    std::span<const std::byte> borrow(uint64_t offset, std::size_t most) {
+        window_->ask(offset);
+        while (!window_->has_come(offset)) {
+            if (volume_.held)
+                volume_.answer_first();
+            else
+                loop_.poll_once();
+        }
+        return window_->lend(offset, most);
+    }
     std::span<const std::byte> content(uint64_t offset, std::size_t size) const {
         return std::span(content_).subspan(offset, size);
     }
@@ -290,6 +300,84 @@ TEST_F(ReadAheadTest, RepliesAfterTheWindowIsGoneTouchNothing) {
     window_.reset();
     volume_.answer_all();
     EXPECT_EQ(pool_.taken(), 0U);
+}
+
+TEST_F(ReadAheadTest, AFileIsLentFromItsBeginningToItsEndAndNoByteOfItCopied) {
+    open(20 * kLarge + 100);
+    volume_.held = true;
+    std::size_t least = SIZE_MAX;
+    std::size_t loans = 0;
+    for (uint64_t offset = 0; offset < content_.size(); ++loans) {
+        const auto lent = borrow(offset, 200 << 10);
+        ASSERT_FALSE(lent.empty());
+        ASSERT_LE(lent.size(), 200U << 10);
+        ASSERT_TRUE(std::ranges::equal(lent, content(offset, lent.size()))) << offset;
+        offset += lent.size();
+        if (offset >= 4 * kLarge && offset < 16 * kLarge) least = std::min(least, volume_.waiting_for(Op::read));
+    }
+    EXPECT_EQ(loans, 2 * 20 + 1U) << "of each READ 200 KiB, then the rest";
+    EXPECT_GE(least, 2U);
+    EXPECT_EQ(server_.calls[Op::read], 21U);
+    EXPECT_TRUE(borrow(content_.size(), 1).empty()) << "behind the end";
+}
+
+TEST_F(ReadAheadTest, WhatIsLentStaysWhileLaterReadsArrive) {
+    open(10 * kLarge);
+    volume_.held = true;
+    const auto lent = borrow(0, kLarge);
+    volume_.answer_all();
+    EXPECT_TRUE(std::ranges::equal(lent, content(0, kLarge)));
+}
+
+TEST_F(ReadAheadTest, LoansAndRequestsFollowEachOther) {
+    open(6 * kLarge);
+    for (uint64_t offset = 0; offset < content_.size();) {
+        const auto lent = borrow(offset, 3000);
+        ASSERT_TRUE(!lent.empty() && std::ranges::equal(lent, content(offset, lent.size()))) << offset;
+        offset += lent.size();
+        const std::size_t size = std::min<std::size_t>(kRequest, content_.size() - offset);
+        ASSERT_TRUE(read(offset, size)->is(content(offset, size))) << offset;
+        offset += size;
+    }
+    EXPECT_EQ(server_.calls[Op::read], 6U);
+}
+
+TEST_F(ReadAheadTest, NothingIsLentElsewhereUntilARequestHasGoneOnThere) {
+    open(20 * kLarge);
+    ASSERT_FALSE(borrow(0, kLarge).empty());
+    EXPECT_TRUE(borrow(10 * kLarge, kLarge).empty());
+    ASSERT_TRUE(read(10 * kLarge, kRequest)->is(content(10 * kLarge, kRequest)));
+    const auto lent = borrow(10 * kLarge + kRequest, kRequest);
+    EXPECT_TRUE(std::ranges::equal(lent, content(10 * kLarge + kRequest, kRequest)));
+}
+
+TEST_F(ReadAheadTest, AReadThatFailedIsNotLentAndTheRequestTellsWhyWithoutAskingAgain) {
+    open(4 * kLarge);
+    volume_.held = true;
+    server_.failures[Op::read] = {0, EIO};
+    ASSERT_FALSE(borrow(0, kLarge).empty());
+    volume_.answer_all();
+    const auto calls = server_.calls[Op::read];
+    EXPECT_TRUE(borrow(kLarge, kLarge).empty());
+    const auto failed = start(kLarge, kRequest);
+    ASSERT_TRUE(failed->result);
+    EXPECT_EQ(failed->result->number(), uint32_t{EIO});
+    EXPECT_EQ(server_.calls[Op::read], calls);
+}
+
+TEST_F(ReadAheadTest, AFileThatEndsBeforeTheSizeThatWasToldIsLentAsFarAsItGoes) {
+    open(kLarge + 100);
+    window_->expect_size(2 * kLarge);
+    EXPECT_EQ(borrow(0, kLarge).size(), kLarge);
+    EXPECT_TRUE(std::ranges::equal(borrow(kLarge, kLarge), content(kLarge, 100)));
+    EXPECT_TRUE(borrow(kLarge + 100, kLarge).empty());
+    EXPECT_EQ(read(kLarge + 100, kRequest)->result->number(), uint32_t{EIO});
+}
+
+TEST_F(ReadAheadTest, NothingIsLentWhereThereIsNoMemoryForAWindow) {
+    open(kLarge);
+    const auto everything = pool_.take(kPool);
+    EXPECT_TRUE(borrow(0, kLarge).empty());
 }
 
 TEST_F(ReadAheadTest, TheWindowNeverHoldsMoreThanItsPool) {

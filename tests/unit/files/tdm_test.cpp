@@ -677,6 +677,55 @@ TEST_F(TdmTest, RequestsAreSubmittedAndCollectedOneByOneAsTheUtilityDoes) {
     EXPECT_EQ(server_.calls[Op::read], 1U);
 }
 
+TEST_F(TdmTest, AFileIsLentPieceByPieceUpToItsEnd) {
+    open();
+    server_.add_file("/f", pattern(100000));
+    ASSERT_EQ(identify("/mnt/one/f"), 0U);
+    const void *bytes = nullptr;
+    uint32_t count = 0;
+    for (uint64_t offset = 0; offset < 100000; offset += count) {
+        ASSERT_EQ(tdm_lend(ctx_, info_.file, offset, 40000, &bytes, &count), 0U);
+        ASSERT_EQ(count, std::min<uint64_t>(40000, 100000 - offset));
+        ASSERT_EQ(std::memcmp(bytes, server_.at("/f").data.data() + offset, count), 0);
+    }
+    EXPECT_EQ(server_.calls[Op::read], 1U);
+    EXPECT_EQ(tdm_lend(ctx_, info_.file, 100000, 1, &bytes, &count), uint32_t{ENOTSUP}) << "the end";
+    EXPECT_EQ(tdm_lend(ctx_, info_.file, 0, 0, &bytes, &count), uint32_t{EINVAL});
+    EXPECT_EQ(tdm_lend(ctx_, info_.file, 0, 1, nullptr, &count), uint32_t{EINVAL});
+    EXPECT_EQ(tdm_lend(ctx_, info_.file + 1, 0, 1, &bytes, &count), uint32_t{EBADF});
+}
+
+TEST_F(TdmTest, WhatIsNotLentIsReadOnceMoreAndTheReadTellsWhy) {
+    open();
+    server_.add_file("/f", pattern(1000));
+    ASSERT_EQ(identify("/mnt/one/f"), 0U);
+    server_.fail_next(Op::read, EIO);
+    const void *bytes = nullptr;
+    uint32_t count = 0;
+    EXPECT_EQ(tdm_lend(ctx_, info_.file, 0, 1000, &bytes, &count), uint32_t{ENOTSUP});
+    std::vector<std::byte> buffer(1000);
+    auto read = request(TDM_IO_READ, 0, buffer);
+    EXPECT_EQ(submit(&read), 0U);
+    EXPECT_EQ(reap(&read), uint32_t{EIO});
+    EXPECT_EQ(server_.calls[Op::read], 1U);
+    EXPECT_EQ(tdm_lend(ctx_, info_.file, 0, 1000, &bytes, &count), 0U) << "asked again it is read again";
+}
+
+TEST_F(TdmTest, WhatWasWrittenIsReadAndNotLent) {
+    open();
+    ASSERT_EQ(create("/mnt/one/f", 0), 0U);
+    auto data = pattern(1000);
+    ASSERT_EQ(write(0, data), 0U);
+    const void *bytes = nullptr;
+    uint32_t count = 0;
+    EXPECT_EQ(tdm_lend(ctx_, info_.file, 0, 1000, &bytes, &count), uint32_t{ENOTSUP});
+    std::vector<std::byte> buffer(1000);
+    auto read = request(TDM_IO_READ, 0, buffer);
+    ASSERT_EQ(submit(&read), 0U);
+    ASSERT_EQ(reap(&read), 0U);
+    EXPECT_EQ(buffer, data);
+}
+
 TEST_F(TdmTest, ACallCanSubmitSomeAndCollectThemAtOnce) {
     open();
     server_.add_file("/f", pattern(1000));

@@ -55,6 +55,7 @@ static void check_files(void *ctx) {
     uint32_t code = 0;
     uint32_t count = 0;
     uint64_t end = 0;
+    const void *bytes = NULL;
 
     CHECK(tdm_identify(ctx, "/a", 0, 2, &code, text, sizeof text, &info, 0) == 0 && code == TDM_IDENTIFIED_LOCAL);
     CHECK(tdm_create(ctx, "/a", 0, 2, 2, text, sizeof text, &info) != 0 && strlen(text) > 0);
@@ -69,6 +70,7 @@ static void check_files(void *ctx) {
     CHECK(tdm_known(ctx, "/a", text, sizeof text, &count) == 0 && count == 0);
     CHECK(tdm_learn(ctx, text, 0) != 0);
     CHECK(tdm_written(ctx, 1, 0, &end) != 0);
+    CHECK(tdm_lend(ctx, 1, 0, 1, &bytes, &count) != 0);
     CHECK(tdm_io(ctx, NULL, 0, NULL, 0, NULL, 0, 0, 0, &count) == 0);
     memset(&request, 0, sizeof request);
     request.operation = TDM_IO_READ;
