@@ -16,6 +16,15 @@ def make_file(path, size):
     return path
 
 
+def make_entries(folder, number, size=0):
+    """A folder of so many files named entry0, entry1 and so on."""
+    folder.mkdir()
+    bytes_of_each = content(size)
+    for i in range(number):
+        (folder / f"entry{i}").write_bytes(bytes_of_each)
+    return folder
+
+
 def digest(path):
     """Size and hash: comparing those keeps a failure's report short."""
     with open(path, "rb") as stream:

@@ -8,6 +8,7 @@ import pytest
 
 import client
 import servers
+from files import make_entries
 
 MOUNT = "/wnfs-economy"
 MEMORY_LIMIT_KIB = 64 << 10
@@ -47,10 +48,7 @@ FILES = 200 if SANITIZED else 1000
 
 @pytest.mark.parametrize("command", [("ls",), ("ls", "-l"), ("find",)], ids=" ".join)
 def test_a_listing_needs_no_more_than_one_call_for_twenty_entries(counting, command):
-    many = counting.folder / "many"
-    many.mkdir()
-    for i in range(LISTED):
-        (many / f"entry{i}").touch()
+    make_entries(counting.folder / "many", LISTED)
     assert counting.calls_of(*command, f"{MOUNT}/many") <= LISTED / 20
 
 
@@ -87,10 +85,7 @@ workers = pytest.mark.parametrize("jobs", [1, 8], ids="jobs {}".format)
 
 @workers
 def test_a_small_file_among_many_goes_up_in_three_calls(counting, tmp_path, jobs):
-    source = tmp_path / "small"
-    source.mkdir()
-    for i in range(FILES):
-        (source / f"file{i}").write_bytes(os.urandom(4096))
+    source = make_entries(tmp_path / "small", FILES, 4096)
     calls = counting.calls_of("cp", "-r", source, f"{MOUNT}/copied", TSLWNFS_JOBS=jobs)
     grown_old = 2 * int(counting.seconds / LIFETIME)  # the root's attributes, and the directory's name in it
     assert calls <= 3 * FILES + jobs * (ONCE + grown_old)
@@ -99,10 +94,7 @@ def test_a_small_file_among_many_goes_up_in_three_calls(counting, tmp_path, jobs
 
 @workers
 def test_a_small_file_that_was_listed_comes_down_in_one_call(counting, tmp_path, jobs):
-    many = counting.folder / "many"
-    many.mkdir()
-    for i in range(FILES):
-        (many / f"file{i}").write_bytes(os.urandom(4096))
+    make_entries(counting.folder / "many", FILES, 4096)
     (tmp_path / "down").mkdir()
     calls = counting.calls_of("cp", f"{MOUNT}/many/*", tmp_path / "down", TSLWNFS_JOBS=jobs)
     assert calls <= FILES + FILES / 20 + jobs * ONCE
@@ -116,20 +108,14 @@ LONG_COMMANDS = [pytest.param(("ls", "-l"), id="ls -l"), pytest.param(("find",),
 
 @pytest.mark.parametrize("command", LONG_COMMANDS)
 def test_a_listing_that_no_cache_holds_needs_one_call_for_a_hundred_entries(counting, command):
-    many = counting.folder / "many"
-    many.mkdir()
-    for i in range(LONG):
-        (many / f"entry{i}").touch()
+    make_entries(counting.folder / "many", LONG)
     assert counting.calls_of(*command, f"{MOUNT}/many") <= LONG / 100 + ONCE
 
 
 # The server goes through the directory once, however long the listing takes.
 @pytest.mark.parametrize("command", LONG_COMMANDS)
 def test_the_attributes_of_a_long_listing_come_with_its_names(counting, command):
-    many = counting.folder / "many"
-    many.mkdir()
-    for i in range(LONG):
-        (many / f"entry{i}").touch()
+    make_entries(counting.folder / "many", LONG)
     listed = []
     counts = counting.daemon.counts_of(lambda: listed.append(counting.client.ok(*command, f"{MOUNT}/many")))
     assert counts.get("READDIR", 0) == 0, counts
@@ -141,10 +127,7 @@ def test_the_attributes_of_a_long_listing_come_with_its_names(counting, command)
 @pytest.mark.parametrize("words", [("rm", "-r", f"{MOUNT}/many"), ("rm", f"{MOUNT}/many/*")], ids=" ".join)
 @workers
 def test_a_file_among_many_goes_away_in_one_call(counting, words, jobs):
-    many = counting.folder / "many"
-    many.mkdir()
-    for i in range(FILES):
-        (many / f"entry{i}").touch()
+    many = make_entries(counting.folder / "many", FILES)
     entries_listed = FILES / 20
     assert counting.calls_of(*words, TSLWNFS_JOBS=jobs) <= FILES + entries_listed + jobs * ONCE
     assert not many.exists() or not list(many.iterdir())

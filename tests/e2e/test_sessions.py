@@ -5,6 +5,7 @@ import pytest
 
 import servers
 from amounts import few_and_many
+from files import make_entries
 
 SIZE = 6 << 20  # some WRITEs of the largest size
 
@@ -203,9 +204,7 @@ def test_what_a_file_needs_is_few_calls(nas, tmp_path):
 
 
 def test_a_long_listing_of_a_large_directory_needs_few_calls(nas):
-    (nas.files / "many").mkdir()
-    for i in range(10_000):
-        (nas.files / "many" / f"entry{i}").touch()
+    make_entries(nas.files / "many", 10_000)
     before = nas.count("COMPOUND")
     assert nas.ok("ls", "-l", nas / "many").count(b"\n  entry") == 10_000
     assert nas.count("COMPOUND") - before <= 40

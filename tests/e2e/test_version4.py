@@ -3,6 +3,7 @@
 import pytest
 
 import client
+from files import make_entries
 from namespace import await_condition
 from servers import READ_WRITE, server_block
 from test_wire import capture  # noqa: F401  (a fixture)
@@ -83,9 +84,7 @@ FIRST_CONTACT = 1  # the session's own two need no SEQUENCE
 
 
 def test_a_long_listing_of_a_large_directory_needs_few_calls(server, place, capture):  # noqa: F811
-    (place.files / "many").mkdir()
-    for i in range(10_000):
-        (place.files / "many" / f"entry{i}").touch()
+    make_entries(place.files / "many", 10_000)
     listing = server.ok("ls", "-l", place / "many")
     assert listing.count(b"\n  entry") == 10_000
     await_condition(lambda: capture.matching("nfs.opcode == 57 && rpc.msgtyp == 0"), "the farewell")
@@ -105,9 +104,7 @@ def test_a_long_listing_of_a_large_directory_needs_few_calls(server, place, capt
 def test_a_command_needs_few_calls(server, place, tmp_path, capture, words, calls):  # noqa: F811
     for folder in (place.files, tmp_path):
         (folder / "small").write_bytes(b"x" * 4096)
-    (place.files / "many").mkdir()
-    for i in range(1000):
-        (place.files / "many" / f"entry{i}").touch()
+    make_entries(place.files / "many", 1000)
     server.ok(*(word.format(place=place.remote, local=tmp_path) for word in words))
     await_condition(lambda: capture.matching("nfs.opcode == 57 && rpc.msgtyp == 0"), "the farewell")
     asked = capture.matching("nfs.opcode == 53 && rpc.msgtyp == 0")
