@@ -212,23 +212,23 @@ def test_the_example_program_compiles(tmp_path):
     assert done.returncode == 0, done.stderr
 
 
-@pytest.mark.parametrize("page", PAGES)
-def test_a_page_is_clean(page):
+@pytest.fixture
+def mandoc():
     if not shutil.which("mandoc"):
         pytest.skip("mandoc is not installed")
-    done = subprocess.run(
-        ["mandoc", "-T", "lint", "-W", "warning", ROOT / "man" / page], capture_output=True, text=True, check=False
-    )
+    return lambda *words: subprocess.run(["mandoc", *words], capture_output=True, text=True, check=False)
+
+
+@pytest.mark.parametrize("page", PAGES)
+def test_a_page_is_clean(mandoc, page):
+    done = mandoc("-T", "lint", "-W", "warning", ROOT / "man" / page)
     assert (done.returncode, done.stdout) == (0, "")
 
 
 @pytest.mark.parametrize("page", PAGES)
-def test_a_page_fits_a_terminal_of_80_columns(page):
-    if not shutil.which("mandoc"):
-        pytest.skip("mandoc is not installed")
-    shown = subprocess.run(
-        ["mandoc", "-T", "utf8", "-O", "width=80", ROOT / "man" / page], capture_output=True, text=True, check=True
-    )
+def test_a_page_fits_a_terminal_of_80_columns(mandoc, page):
+    shown = mandoc("-T", "utf8", "-O", "width=80", ROOT / "man" / page)
+    assert shown.returncode == 0, shown.stderr
     lines = re.sub(r".\x08", "", shown.stdout).splitlines()  # what is struck over is bold or underlined
     assert len(lines) > 50
     assert [line for line in lines if len(line) > 80] == []
