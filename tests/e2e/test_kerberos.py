@@ -1,5 +1,6 @@
 """Kerberos: requests that prove who asks and replies that prove who answers, to a server that others wrote."""
 
+import contextlib
 import shutil
 import signal
 import subprocess
@@ -215,8 +216,8 @@ def authority(tmp_path_factory):
 
 
 def test_tickets_go_by_tls_too(realm, authority, mount, folder, installed_home, tmp_path):
-    front = tls_front.Front(realm.nfs_port(), authority.sign("server"), enter=realm.client.enter)
-    try:
+    signed = authority.sign("server")
+    with contextlib.closing(tls_front.Front(realm.nfs_port(), signed, enter=realm.client.enter)) as front:
         mine = client.Client(client.copy_of_home(installed_home, tmp_path / "home"), realm.client.enter)
         settings = {"transport_security": "tls", "tls_ca": authority.certificate, "nconnect": 2}
         mine.tslnfstab.write_text(realm.tslnfstab(nfsport=front.port, **settings))
@@ -224,8 +225,6 @@ def test_tickets_go_by_tls_too(realm, authority, mount, folder, installed_home, 
         mine.ok("cp", source, f"{mount}/{folder}/copy", env=realm.environment)
         mine.ok("cp", f"{mount}/{folder}/copy", back, env=realm.environment)
         assert digest(realm.writable / folder / "copy") == digest(source) == digest(back)
-    finally:
-        front.close()
 
 
 class Line:

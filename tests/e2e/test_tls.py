@@ -88,17 +88,20 @@ def test_a_slow_line_loses_nothing(secure, tmp_path):
     copy_both_ways(server, tmp_path, 5_000_000)
 
 
-def test_a_handshake_that_is_cut_is_begun_again(secure, signed, tmp_path):
-    server = secure()
-    plain = servers.LoopnfsdProcess(server.client.home, server.files)
-    front = tls_front.Front(plain.port, signed, "cut", "2")
-    try:
+@contextlib.contextmanager
+def reached_through_front(server, target, signed, *manner):
+    """While it lasts, the client of a server goes through a front of the port that serves it."""
+    with contextlib.closing(tls_front.Front(target, signed, *manner)) as front:
         server.daemon.addresses = [f"127.0.0.1:{front.port}"]
         server.configure()
-        copy_both_ways(server, tmp_path, 100_000)
-    finally:
-        front.close()
-        plain.close()
+        yield
+
+
+def test_a_handshake_that_is_cut_is_begun_again(secure, signed, tmp_path):
+    server = secure()
+    with contextlib.closing(servers.LoopnfsdProcess(server.client.home, server.files)) as plain:
+        with reached_through_front(server, plain.port, signed, "cut", "2"):
+            copy_both_ways(server, tmp_path, 100_000)
 
 
 def test_a_server_is_used_over_ipv6(secure, tmp_path):
@@ -153,13 +156,8 @@ def test_a_server_that_chooses_another_protocol_is_refused(behind, tmp_path):
 @pytest.mark.parametrize("manner", [("crumbs", "5000"), ("rekey", "yes")], ids=["a byte a record", "new keys"])
 def test_a_server_may_cut_its_records_and_change_its_keys_as_it_likes(faulty, authority, signed, tmp_path, manner):
     server = faulty(transport_security="tls", tls_ca=authority.certificate)
-    door = tls_front.Front(server.daemon.port, signed, *manner)
-    try:
-        server.daemon.addresses = [f"127.0.0.1:{door.port}"]
-        server.configure()
+    with reached_through_front(server, server.daemon.port, signed, *manner):
         copy_both_ways(server, tmp_path, 3_000_000)
-    finally:
-        door.close()
 
 
 def test_a_mount_program_that_closes_connections_that_ask_for_tls_is_used_in_plain(behind, tmp_path):
@@ -328,8 +326,7 @@ def test_what_is_no_tls_behind_the_offer_fails_the_contact(faulty, authority, tm
 
 @pytest.mark.kinds("ganesha4")
 def test_version_4_goes_by_tls_too(server, place, signed, authority, installed_home, tmp_path):
-    front = tls_front.Front(server.nfs_port(), signed, enter=server.client.enter)
-    try:
+    with contextlib.closing(tls_front.Front(server.nfs_port(), signed, enter=server.client.enter)) as front:
         mine = client.Client(client.copy_of_home(installed_home, tmp_path / "home"), server.client.enter)
         settings = {"transport_security": "tls", "tls_ca": authority.certificate, "nconnect": 2}
         mine.tslnfstab.write_text(server.block_through(front.port, **settings))
@@ -337,8 +334,6 @@ def test_version_4_goes_by_tls_too(server, place, signed, authority, installed_h
         mine.ok("cp", source, place / "copy")
         mine.ok("cp", place / "copy", back)
         assert digest(place.files / "copy") == digest(source) == digest(back)
-    finally:
-        front.close()
 
 
 def start_capture(packets, port):
