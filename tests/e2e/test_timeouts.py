@@ -25,6 +25,16 @@ def await_notice(process, trace):
     assert process.poll() is None
 
 
+def start_upload_into_silence(server, trace, source):
+    """A copy to a server that falls silent in the middle of it, when the trace says so."""
+    server.fault("rate=10M")
+    process = start_traced(server, trace, "cp", source, server / "copy")
+    server.await_count("received", 5_000_000, process)
+    server.fault("silent")
+    await_notice(process, trace)
+    return process
+
+
 @pytest.mark.slow
 def test_the_first_contact_ends_at_mnt_timeout(faulty, tmp_path):
     server = faulty(mnt_timeout=LIMIT)
@@ -41,13 +51,8 @@ def test_the_first_contact_ends_at_mnt_timeout(faulty, tmp_path):
 def test_a_transfer_ends_at_io_timeout(faulty, tmp_path):
     server = faulty(io_timeout=LIMIT)
     source = make_file(tmp_path / "source", 50_000_000)
-    server.fault("rate=10M")
     trace = tmp_path / "trace"
-    process = start_traced(server, trace, "cp", source, server / "copy")
-    server.await_count("received", 5_000_000, process)
-    server.fault("silent")
-    await_notice(process, trace)
-    run = finish(process)
+    run = finish(start_upload_into_silence(server, trace, source))
     assert run.status == 1
     assert f"no answer within {LIMIT} seconds" in text_of(trace)
     assert source.read_bytes() == content(50_000_000)
@@ -86,12 +91,8 @@ def test_a_walk_over_many_entries_waits_for_the_server_once(faulty, tmp_path, wo
 def test_a_server_that_comes_back_in_time_is_no_failure(faulty, tmp_path):
     server = faulty()
     source = make_file(tmp_path / "source", 50_000_000)
-    server.fault("rate=20M")
     trace = tmp_path / "trace"
-    process = start_traced(server, trace, "cp", source, server / "copy")
-    server.await_count("received", 5_000_000, process)
-    server.fault("silent")
-    await_notice(process, trace)
+    process = start_upload_into_silence(server, trace, source)
     server.tell("clear")
     assert finish(process).status == 0
     assert "ok again" in text_of(trace)
