@@ -72,15 +72,10 @@ class KerberosGanesha(servers.Ganesha):
     programs = ((100003, 3), (100003, 4), (100005, 3))
 
     def _start(self, home, place):
-        for directory in ("/run", "/var/lib/nfs", place):
-            self.namespace.mount_tmpfs(str(directory))
-        inside = self.namespace.seen_from_outside
-        for directory in (place / "any", place / "only", "/run/ganesha", "/var/lib/nfs/ganesha"):
-            inside(directory).mkdir(parents=True)
-            inside(directory).chmod(0o777)
-        servers.Server.__init__(self, home, inside(place / "any"), inside(place / "only"))
+        self._make_folders(home, place / "any", place / "only")
+        for folder in (self.writable, self.read_only):
+            folder.chmod(0o777)
         self.place = place
-        self.client.enter = self.namespace.enter()
         self.folder = self.client.home / "realm"
         (self.folder / "ccaches").mkdir(parents=True)
         self._make_realm()

@@ -265,14 +265,7 @@ class Ganesha(Server):
             raise
 
     def _start(self, home, place):
-        for directory in ("/run", "/var/lib/nfs", place):
-            self.namespace.mount_tmpfs(str(directory))
-        inside = self.namespace.seen_from_outside
-        for directory in (place / "rw", place / "ro", "/run/ganesha", "/var/lib/nfs/ganesha"):
-            inside(directory).mkdir(parents=True)
-        super().__init__(home, inside(place / "rw"), inside(place / "ro"))
-        self.client.enter = self.namespace.enter()
-
+        self._make_folders(home, place / "rw", place / "ro")
         configuration = self.client.home / "ganesha.conf"
         configuration.write_text(
             GANESHA_CONFIGURATION.format(
@@ -284,6 +277,16 @@ class Ganesha(Server):
         self.start_again()
         self.exports = self._exports(place)
         self.client.tslnfstab.write_text(server_block("ganesha", "127.0.0.1", self.exports, **self.settings))
+
+    def _make_folders(self, home, writable, read_only):
+        """In the namespace, with those that the server needs for itself; and the client there."""
+        for directory in ("/run", "/var/lib/nfs", writable.parent):
+            self.namespace.mount_tmpfs(str(directory))
+        inside = self.namespace.seen_from_outside
+        for directory in (writable, read_only, "/run/ganesha", "/var/lib/nfs/ganesha"):
+            inside(directory).mkdir(parents=True)
+        super().__init__(home, inside(writable), inside(read_only))
+        self.client.enter = self.namespace.enter()
 
     settings = {}
 
