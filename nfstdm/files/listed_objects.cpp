@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "nfstdm/files/listed_objects.h"
 
+#include <algorithm>
+
 namespace nfstdm {
 namespace {
 

@@ -3,7 +3,6 @@
 // the order of the listing, within a bound of memory.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -13,14 +12,9 @@
 
 namespace nfstdm {
 
-// By which the name that a server has for an object is told from others; never 0.
-inline uint64_t digest_of(const FileHandle &handle) {
-    return std::max<uint64_t>(1, FileHandleHash{}(handle));
-}
-
 struct ListedObject {
     Attributes attributes;
-    uint64_t handle_digest = 0;
+    uint64_t handle_digest = 0;  // as digest_of() gives it
 };
 
 class ListedObjects {

@@ -82,14 +82,6 @@ bool get_locations(xdr::Reader &reader, std::vector<std::string> &locations) {
     return true;
 }
 
-// The same in every process, as processes tell each other what they know (FNV-1a).
-uint64_t fingerprint(const FileHandle &handle) {
-    uint64_t hash = 0xcbf29ce484222325;
-    for (const char each : handle.view())
-        hash = (hash ^ static_cast<unsigned char>(each)) * 0x100000001b3;
-    return hash;
-}
-
 using Values = AttributeValues;
 struct AttributeRow {
     Attribute attribute;
@@ -160,7 +152,7 @@ std::optional<Attributes> AttributeValues::attributes(const FileHandle &its_hand
     constexpr uint32_t kUsualDirectoryMode = 0755;
     if (!given.has(Attribute::type)) return std::nullopt;
     Attributes known = object;
-    if (!given.has(Attribute::fileid)) known.fileid = fingerprint(its_handle);
+    if (!given.has(Attribute::fileid)) known.fileid = digest_of(its_handle);
     if (!given.has(Attribute::mode)) known.mode = known.type == FileType::directory ? kUsualDirectoryMode : kUsualMode;
     if (!given.has(Attribute::numlinks)) known.links = 1;
     if (!given.has(Attribute::owner)) known.uid = kNobody;

@@ -35,6 +35,15 @@ struct FileHandleHash {
     std::size_t operator()(const FileHandle &handle) const { return std::hash<std::string_view>{}(handle.view()); }
 };
 
+// A number by which a handle is told from others (FNV-1a); never 0. The same in every process, as processes tell each
+// other what they know, and in every run.
+inline uint64_t digest_of(const FileHandle &handle) {
+    uint64_t hash = 0xcbf29ce484222325;
+    for (const char each : handle.view())
+        hash = (hash ^ static_cast<unsigned char>(each)) * 0x100000001b3;
+    return hash != 0 ? hash : 1;
+}
+
 enum class FileType : uint32_t {
     none = 0,
     regular = 1,
