@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cassert>
-#include <cerrno>
 #include <utility>
 
 #include "nfstdm/base/random.h"
@@ -13,11 +12,6 @@
 namespace nfstdm::rpc {
 
 namespace {
-
-std::string seconds_text(Duration duration) {
-    const auto seconds = std::chrono::ceil<std::chrono::seconds>(duration).count();
-    return std::to_string(seconds) + (seconds == 1 ? " second" : " seconds");
-}
 
 // xids start anywhere, so that two runs from the same source port do not look like one to a server that remembers.
 uint64_t first_sequence() {
@@ -107,56 +101,6 @@ void Client::hand_out() {
         if (!request->begun) request->begun = clock_;
         transmit(std::move(request), *channel);
     }
-}
-
-void Client::open_authenticators() {
-    const auto waits = [this](const auto &request) {
-        return !opening_.contains(request->authenticator.get()) &&
-               request->authenticator->readiness() == Authenticator::Readiness::unmade;
-    };
-    for (;;) {
-        const auto first = std::find_if(to_send_.begin(), to_send_.end(), waits);
-        if (first == to_send_.end()) return;
-        begin_opening(**first);
-    }
-}
-
-void Client::begin_opening(const Request &first) {
-    const auto authenticator = first.authenticator;
-    opening_.insert(authenticator.get());
-    open_further(authenticator, authenticator->next_opening(std::nullopt), first);
-}
-
-// The next call of an authenticator, which may take as long as the one that waits for it.
-void Client::open_further(const std::shared_ptr<Authenticator> &authenticator, Result<std::optional<Opening>> next,
-                          const Request &like) {
-    if (!next.ok()) return opening_failed(authenticator.get(), next.status().in("server " + config_.server));
-    if (!next.value()) {
-        opening_.erase(authenticator.get());
-        opened_.insert(authenticator);
-        return pump();
-    }
-    auto request = std::make_unique<Request>();
-    request->name = "security context";
-    request->authenticator = std::move(next.value()->authenticator);
-    request->arguments = std::move(next.value()->arguments);
-    request->results_maximum = next.value()->results_maximum;
-    request->limit = like.limit;
-    request->needs_contact = like.needs_contact;
-    request->owner = this;
-    request->done = [this, authenticator](const std::unique_ptr<Request> &answered) {
-        if (!answered->status.ok())
-            return opening_failed(authenticator.get(), authenticator->advised(answered->status));
-        open_further(authenticator, authenticator->next_opening(answered->results()), *answered);
-    };
-    submit(std::move(request));
-}
-
-void Client::opening_failed(const Authenticator *authenticator, const Status &why) {
-    opening_.erase(authenticator);
-    for (auto &request : to_send_)
-        if (request->authenticator.get() == authenticator) conclude(std::move(request), why);
-    std::erase(to_send_, nullptr);
 }
 
 // Takes back a request that is to be handed out again; each once, so it comes to an end.
@@ -328,21 +272,6 @@ void Client::close() {
         channel->close();
 }
 
-void Client::take_leave() {
-    for (const auto &authenticator : std::exchange(opened_, {})) {
-        auto parting = authenticator->parting();
-        if (parting == nullptr || doubt_ || usable_channels() == 0) continue;
-        auto request = std::make_unique<Request>();
-        request->name = "security context";
-        request->authenticator = std::move(parting);
-        request->one_way = true;
-        request->owner = this;
-        request->done = [](const std::unique_ptr<Request> &) {};
-        submit(std::move(request));
-    }
-    drop(this);  // on connections that have nothing else to send it has left at once
-}
-
 std::size_t Client::outstanding_bytes() const {
     std::size_t bytes = 0;
     for (const auto &request : to_send_)
@@ -361,14 +290,6 @@ unsigned Client::usable_channels() const {
         std::count_if(channels_.begin(), channels_.end(), [](const auto &channel) { return channel->usable(); }));
 }
 
-template <class Visit>
-void Client::for_each(Visit &&visit) const {
-    for (const auto &request : to_send_)
-        visit(*request);
-    for (const auto &channel : channels_)
-        channel->for_each(visit);
-}
-
 // Takes a request out of whichever queue it is in.
 std::unique_ptr<Request> Client::withdraw(const Request &request) {
     const auto queued =
@@ -381,75 +302,6 @@ std::unique_ptr<Request> Client::withdraw(const Request &request) {
     for (const auto &channel : channels_)
         if (auto taken = channel->take(request); taken != nullptr) return taken;
     return nullptr;
-}
-
-void Client::tick() {
-    const auto now = EventLoop::Clock::now();
-    const Duration elapsed = std::min<Duration>(now - std::exchange(last_tick_, now), 2 * config_.timing.tick);
-    // The next request starts the clock again. Work that comes and goes between two ticks keeps it going: a connection
-    // that is being tried again has a limit to wait for.
-    if (!std::exchange(worked_, false) && !has_work()) return;
-    clock_ += elapsed;
-    tick_timer_.after(config_.timing.tick, [this] { tick(); });
-    for (const auto &channel : channels_)
-        channel->tick(elapsed, channel->usable() && usable_channels() == 1);
-    pump();
-    expire();
-    report_silence();
-}
-
-// Waiting behind others that are being answered is none of the time that the server may take.
-bool Client::expired(const Request &request) const {
-    if (request.limit <= Duration::zero()) return false;
-    return clock_ - request.begun.value_or(std::max(request.submitted, last_answer_)) >= request.limit;
-}
-
-void Client::expire() {
-    std::vector<const Request *> late;
-    for_each([&](const Request &request) {
-        if (expired(request)) late.push_back(&request);
-    });
-    for (const Request *request : late) {
-        auto taken = withdraw(*request);
-        if (taken == nullptr) continue;
-        std::string words = "no answer within " + seconds_text(taken->limit);
-        if (!last_trouble_.ok()) words += " (" + last_trouble_.text() + ")";
-        begin_doubt(std::string(taken->name) + ": " + words, taken->limit);
-        finish(std::move(taken), {ETIMEDOUT, std::move(words)});
-    }
-    doubt_.believe_if_due();
-    if (doubt_.settled(clock_)) fail_doubted();
-}
-
-void Client::begin_doubt(std::string why, Duration waited) {
-    if (doubt_) return;
-    doubt_.begin(std::move(why), clock_ + config_.timing.grace, waited);
-    for (const auto &channel : channels_)
-        channel->doubt();
-}
-
-Status Client::doubtful() const {
-    return {ETIMEDOUT, "the server does not answer (" + doubt_.why() + ")"};
-}
-
-void Client::fail_doubted() {
-    std::vector<const Request *> waiting;
-    for_each([&](const Request &request) {
-        if (request.done) waiting.push_back(&request);  // a channel's NULL call goes on
-    });
-    for (const Request *request : waiting)
-        if (auto taken = withdraw(*request); taken != nullptr) finish(std::move(taken), doubtful());
-}
-
-void Client::report_silence() {
-    if (reported_ || outstanding_ == 0 || clock_ - last_answer_ < config_.timing.notice) return;
-    bool waiting = false;
-    for_each([&](const Request &request) { waiting = waiting || clock_ - request.submitted >= config_.timing.notice; });
-    if (!waiting) return;
-    reported_ = true;
-    trace_.write(TraceLevel::failure, TraceComponent::rpc, [this] {
-        return record_text({RecordKind::silence, {}, 0, config_.server});
-    });
 }
 
 }  // namespace nfstdm::rpc

@@ -109,12 +109,6 @@ class Client : private ChannelOwner {
     void hand_out();
     bool move_one();
     std::size_t connection_bytes() const { return prompt_ ? kPromptConnectionBytes : kConnectionBytes; }
-    void open_authenticators();
-    void begin_opening(const Request &first);
-    void open_further(const std::shared_ptr<Authenticator> &authenticator, Result<std::optional<Opening>> next,
-                      const Request &like);
-    void opening_failed(const Authenticator *authenticator, const Status &why);
-    void take_leave();
     void conclude(std::unique_ptr<Request> request, Status status);
     void transmit(std::unique_ptr<Request> request, Channel &channel);
     void requeue(std::vector<std::unique_ptr<Request>> requests);
@@ -122,6 +116,15 @@ class Client : private ChannelOwner {
     void deliver();
     void give_up_unreachable();
 
+    // client_security.cpp
+    void open_authenticators();
+    void begin_opening(const Request &first);
+    void open_further(const std::shared_ptr<Authenticator> &authenticator, Result<std::optional<Opening>> next,
+                      const Request &like);
+    void opening_failed(const Authenticator *authenticator, const Status &why);
+    void take_leave();
+
+    // client_clock.cpp
     void tick();
     void expire();
     void begin_doubt(std::string why, Duration waited);
@@ -129,9 +132,15 @@ class Client : private ChannelOwner {
     Status doubtful() const;
     void report_silence();
     bool expired(const Request &request) const;
+
     std::unique_ptr<Request> withdraw(const Request &request);
     template <class Visit>
-    void for_each(Visit &&visit) const;
+    void for_each(Visit &&visit) const {
+        for (const auto &request : to_send_)
+            visit(*request);
+        for (const auto &channel : channels_)
+            channel->for_each(visit);
+    }
 
     EventLoop &loop_;
     const ClientConfig config_;
