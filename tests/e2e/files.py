@@ -17,11 +17,11 @@ def make_file(path, size):
 
 
 def make_entries(folder, number, size=0):
-    """A folder of so many files named entry0, entry1 and so on."""
+    """A folder of so many files named entry0, entry1 and so on, no two alike unless they are empty."""
     folder.mkdir()
-    bytes_of_each = content(size)
+    bytes_of_all = content(size + number)
     for i in range(number):
-        (folder / f"entry{i}").write_bytes(bytes_of_each)
+        (folder / f"entry{i}").write_bytes(bytes_of_all[i : i + size])
     return folder
 
 
