@@ -70,6 +70,9 @@ class NfsService final : public Program {
     void put_wcc(Call &call, const Outcome<Folder> &folder);
     void put_handle(Call &call, const FileKey &key);
 
+    // nfs_names
+    bool unlink(Call &call, int flags);  // as unlinkat() takes them
+
     // nfs_make
     void make(Call &call, const Where &where, ChangedAttributes changed, const Maker &maker);
     void put_made(Call &call, const MadeObject &made, const Outcome<Folder> &folder);

@@ -34,22 +34,19 @@ bool NfsService::readlink(Call &call) {
 }
 
 bool NfsService::remove(Call &call) {
-    Where where;
-    if (!get_where(call.arguments, where) || !call.arguments.finished()) return false;
-    const auto folder = files_.find_folder(where.handle);
-    NfsStatus status = files_.allow_change(call, folder);
-    if (status == NfsStatus::ok) status = files_.unlink(*folder, where.name, 0);
-    put_status(call, status);
-    put_wcc(call, folder);
-    return true;
+    return unlink(call, 0);
 }
 
 bool NfsService::rmdir(Call &call) {
+    return unlink(call, AT_REMOVEDIR);
+}
+
+bool NfsService::unlink(Call &call, int flags) {
     Where where;
     if (!get_where(call.arguments, where) || !call.arguments.finished()) return false;
     const auto folder = files_.find_folder(where.handle);
     NfsStatus status = files_.allow_change(call, folder);
-    if (status == NfsStatus::ok) status = files_.unlink(*folder, where.name, AT_REMOVEDIR);
+    if (status == NfsStatus::ok) status = files_.unlink(*folder, where.name, flags);
     put_status(call, status);
     put_wcc(call, folder);
     return true;
