@@ -25,7 +25,7 @@ struct DdOption {
     int32_t *found = nullptr;                                 // files
     const char **operand = nullptr;                           // files
     MessageOf<> refusal = {};                                 // files: the message for a value with a hyphen
-    uint32_t bit = 0;
+    OptionBit bit = {};
 };
 
 bool is_digit(char c) {
@@ -221,7 +221,7 @@ bool take_option(Words &words) {
     if (option == nullptr) refuse_word(word);
     if (option != nullptr && words.done()) terminal::note_failure(std::string(word) + " lacks its value");
     if (option == nullptr || words.done()) return false;
-    const bool is_repeated = (COMMAND_OPTION & option->bit) != 0;
+    const bool is_repeated = has_option(option->bit);
     if (!option->take(*option, words.take())) return false;
     if (is_repeated) {
         object_to(option->lower, "is given twice",
