@@ -98,15 +98,15 @@ ParseOutcome take_command(Words &words) {
         return ParseOutcome::usage;
     }
     if (command->grammar == parse_help) ask_for_synopsis(words.done() ? word : words.current());
+    command_word = word;
     commandtype = command->code;
-    note_command(word);
     const ParseOutcome outcome = command->grammar(words);
     if (!words.done()) {
         object_to(words.current(), "is one word too many",
                   words.left() == 1 ? "is one word too many and was skipped" : "and the words behind it were skipped");
     }
     if (outcome == ParseOutcome::dd_help || (outcome == ParseOutcome::usage && !terminal::has_failure()))
-        ask_for_synopsis_of_command();
+        ask_for_synopsis(word);
     if (outcome != ParseOutcome::accepted) return outcome;
     if (has_objection()) return ParseOutcome::usage;
     warn_of_objections(word);

@@ -111,7 +111,7 @@ constexpr Synopsis kSynopses[] = {
      "-y  at the very end: yes to the questions of wnfsenable, save and restore"},
 };
 
-std::string asked_for, typed;
+std::string asked_for;
 
 // How many characters have to be put in, left out, replaced, or exchanged with their neighbour.
 std::size_t distance(std::string_view one, std::string_view other) {
@@ -166,14 +166,6 @@ std::string_view synopsis_of(std::string_view command) {
 
 void ask_for_synopsis(std::string_view command) {
     asked_for = command;
-}
-
-void note_command(std::string_view word) {
-    typed = word;
-}
-
-void ask_for_synopsis_of_command() {
-    ask_for_synopsis(typed);
 }
 
 void tell_synopsis() {

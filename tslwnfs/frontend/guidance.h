@@ -9,10 +9,6 @@ void ask_for_synopsis(std::string_view command);
 // Tells it, if one was asked for, and forgets it.
 void tell_synopsis();
 
-// The command that was typed, and the wish to have its words and options told: it lacks something.
-void note_command(std::string_view word);
-void ask_for_synopsis_of_command();
-
 // A first word that is no command: notes that as the failure, with the command that was most likely meant.
 void note_unknown_command(std::string_view word);
 

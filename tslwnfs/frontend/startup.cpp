@@ -74,11 +74,11 @@ bool check_operands() {
         if (command->grammar == parse_server) {
             terminal::note_failure("-s SERVER is missing");
         } else {
-            ask_for_synopsis_of_command();
+            ask_for_synopsis(command_word);
         }
         trace_message(kFunction, Message::first_operand_missing);
     } else if (wants_second && fname1 == nullptr) {
-        ask_for_synopsis_of_command();
+        ask_for_synopsis(command_word);
         trace_message(kFunction, Message::second_operand_missing);
     } else {
         return true;

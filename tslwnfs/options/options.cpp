@@ -11,6 +11,7 @@ constexpr int32_t kDefaultPerCall = 1;      // requests
 constexpr int32_t kDefaultWaits = 8;        // completions
 }  // namespace
 
+const char *command_word;
 int32_t commandtype;
 uint32_t COMMAND_OPTION;
 const char *fname;
@@ -66,6 +67,7 @@ ServerBlock tab_info;
 namespace {
 
 void reset_command() {
+    command_word = nullptr;
     commandtype = kNoCommand;
     COMMAND_OPTION = 0;
     fname = fname1 = nullptr;

@@ -84,8 +84,9 @@ enum OptionBit : uint32_t {
     kDdSkip = 0x80,
 };
 
-extern int32_t commandtype;      // a CommandCode
-extern uint32_t COMMAND_OPTION;  // OptionBits of that command
+extern const char *command_word;  // by which the command was called, or null; points into the argument vector
+extern int32_t commandtype;       // a CommandCode
+extern uint32_t COMMAND_OPTION;   // OptionBits of that command
 
 inline bool has_option(OptionBit bit) {
     return (COMMAND_OPTION & bit) != 0;

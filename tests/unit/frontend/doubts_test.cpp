@@ -169,6 +169,15 @@ TEST_F(Doubts, AreAnsweredWithASynopsisOfEveryCommand) {
     EXPECT_EQ(said("help nothing"), "tslwnfs: nothing is no command\n");
 }
 
+TEST_F(Doubts, OfAMissingOperandAreAnsweredWithTheSynopsisOfTheWordThatWasTyped) {
+    for (const auto &[line, synopsis] :
+         {std::pair{"stat", "tslwnfs: stat [-f]"}, std::pair{"fsstat", "tslwnfs: fsstat"},
+          std::pair{"dir -R", "tslwnfs: ls|dir ["}, std::pair{"mkdir", "tslwnfs: mkdir"}}) {
+        EXPECT_THAT(said(line), HasSubstr(synopsis)) << line;
+        EXPECT_EQ(status_, 1) << line;
+    }
+}
+
 TEST_F(Doubts, OfAPathThatIsMissingNameTheMountPoints) {
     recorder().mount_points = {"/mnt/a", "/mnt/b"};
     recorder().on_failure = [] { terminal::note_system_failure("/mnt/x", ENOENT); };
