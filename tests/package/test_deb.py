@@ -94,12 +94,8 @@ def test_the_development_package_is_refused_without_its_library(install, debs):
 
 def test_debuggers_find_what_belongs_to_each_program(machine, install, debs):
     install(*debs.values())
-    programs = machine_code.files_in(machine.path(trial.HOME))
-    assert len(programs) >= 3
-    for program in programs:
-        identity = machine_code.build_id(program)
-        apart = machine.path(f"/usr/lib/debug/.build-id/{identity[:2]}/{identity[2:]}.debug")
-        assert machine_code.build_id(apart) == identity
+    for program, apart in trial.debug_files(machine):
+        assert machine_code.build_id(apart) == machine_code.build_id(program)
         assert {".symtab", ".debug_line"} <= machine_code.sections(apart)
         assert not {".symtab", ".debug_line"} & machine_code.sections(program)
 

@@ -4,7 +4,6 @@ examined and not resolved."""
 import shutil
 import subprocess
 
-import machine_code
 import pytest
 import trial
 import users
@@ -76,11 +75,8 @@ def test_programs_are_built_with_the_development_package_and_no_setting(machine,
 
 def test_debuggers_find_what_belongs_to_each_program(machine, install, rpms):
     install(*rpms.values())
-    programs = machine_code.files_in(machine.path(trial.HOME))
-    assert len(programs) >= 3
-    for program in programs:
-        identity = machine_code.build_id(program)
-        assert machine.path(f"/usr/lib/debug/.build-id/{identity[:2]}/{identity[2:]}.debug").exists()
+    for _, apart in trial.debug_files(machine):
+        assert apart.exists()
 
 
 def test_an_upgrade_keeps_the_configuration_and_renews_the_copy_of_the_library(machine, install, rpms, next_rpms):

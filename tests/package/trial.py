@@ -1,5 +1,7 @@
 """What every package has to stand, whichever its format."""
 
+import machine_code
+
 HOME = "/opt/tessel/wnfs"
 CONFIGURATION = f"{HOME}/dbs/tslnfstab"
 CONFIGURATION_FILES = {CONFIGURATION, f"{CONFIGURATION}.bak"}
@@ -24,6 +26,15 @@ def copy_there_and_back(machine):
 def pages_are_found(machine, *pages):
     for page in pages:
         assert machine.run("zcat", f"/usr/share/man/{page}.gz").stdout.startswith(r".\" SPDX"), page
+
+
+def debug_files(machine):
+    """Each program and library in the home with the file in which debuggers look for what belongs to it."""
+    programs = machine_code.files_in(machine.path(HOME))
+    assert len(programs) >= 3
+    for program in programs:
+        identity = machine_code.build_id(program)
+        yield program, machine.path(f"/usr/lib/debug/.build-id/{identity[:2]}/{identity[2:]}.debug")
 
 
 def make_examples(machine, examples):
