@@ -99,6 +99,12 @@ void ExportVolume::read(const FileHandle &file, uint64_t offset, std::span<std::
     const bool whole = offset == 0 && buffer.size() < limits_.read_maximum && !opens_.is_open(file);
     if (whole || !is_attached()) return read_whole(file, buffer, std::move(done));
     if (!opens_.is_open(file)) return read_first(file, offset, buffer, done);
+    if (opens_.is_being_opened(file)) return read_early(file, offset, buffer, done);
+    read_when_open(file, offset, buffer, std::move(done));
+}
+
+void ExportVolume::read_when_open(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+                                  Completion<ReadReply> done) {
     opens_.use(file, kShareAccessRead, [this, file, offset, buffer, done = std::move(done)](const Status &opened) {
         if (!opened.ok()) return done(opened);
         read_open(file, offset, buffer, done);
@@ -157,13 +163,13 @@ void ExportVolume::read_whole(const FileHandle &file, std::span<std::byte> buffe
     send(std::move(call));
 }
 
-void ExportVolume::read_open(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
-                             Completion<ReadReply> done) {
-    auto used = std::make_shared<StateId>();
+// A READ that presents what state there is when it is sent, which is put into used.
+std::unique_ptr<Call> ExportVolume::new_read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+                                             const std::shared_ptr<StateId> &used, Completion<ReadReply> done) {
     auto call = make<ReadReply>(
         "READ", std::move(done),
         [this, file, offset, buffer, used](Compound &compound) {
-            *used = opens_.state(file);
+            *used = opens_.state(file, kShareAccessRead);
             put_putfh(compound, file);
             put_read(compound, *used, offset, static_cast<uint32_t>(buffer.size()));
         },
@@ -172,7 +178,26 @@ void ExportVolume::read_open(const FileHandle &file, uint64_t offset, std::span<
                    get_read(results.reader(), request.landed, reply);
         });
     call->landing = buffer;
+    return call;
+}
+
+void ExportVolume::read_open(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+                             Completion<ReadReply> done) {
+    const auto used = std::make_shared<StateId>();
+    auto call = new_read(file, offset, buffer, used, std::move(done));
     with_state(*call, file, kShareAccessRead, used);
+    send(std::move(call));
+}
+
+// The line would stand empty until the file is open, so data are asked for without a state meanwhile (RFC 8881 section
+// 8.2.3). A server that does not give them so is asked again when it is open.
+void ExportVolume::read_early(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+                              const Completion<ReadReply> &done) {
+    auto call = new_read(file, offset, buffer, std::make_shared<StateId>(), done);
+    call->rescue = [this, file, offset, buffer, done](NfsStatus, const std::unique_ptr<Call> &) {
+        read_when_open(file, offset, buffer, done);
+        return true;
+    };
     send(std::move(call));
 }
 

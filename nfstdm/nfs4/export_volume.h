@@ -94,7 +94,13 @@ class ExportVolume : public remote::Export {
     void read_whole(const FileHandle &file, std::span<std::byte> buffer, Completion<ReadReply> done);
     void read_first(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
                     const Completion<ReadReply> &done);
+    std::unique_ptr<Call> new_read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+                                   const std::shared_ptr<StateId> &used, Completion<ReadReply> done);
     void read_open(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer, Completion<ReadReply> done);
+    void read_when_open(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+                        Completion<ReadReply> done);
+    void read_early(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
+                    const Completion<ReadReply> &done);
     void write_open(const FileHandle &file, uint64_t offset, std::span<const std::byte> data, Stability stability,
                     Completion<WriteReply> done);
     void write_last(const FileHandle &file, uint64_t offset, std::span<const std::byte> data,

@@ -51,6 +51,11 @@ bool Opens::is_open(const FileHandle &file) const {
     return found != files_.end() && (found->second.open || found->second.opening);
 }
 
+bool Opens::is_being_opened(const FileHandle &file) const {
+    const auto found = files_.find(file);
+    return found != files_.end() && found->second.opening;
+}
+
 void Opens::use(const FileHandle &file, uint32_t access, DoneCompletion ready) {
     const auto found = files_.find(file);
     if (found == files_.end()) return ready(not_held());

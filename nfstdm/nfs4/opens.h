@@ -36,6 +36,8 @@ class Opens : public StateHolder {
     void use(const FileHandle &file, uint32_t access, DoneCompletion ready);
     // On the server, or about to be.
     bool is_open(const FileHandle &file) const;
+    // Asked for, and not answered yet.
+    bool is_being_opened(const FileHandle &file) const;
     // One operation that is asked behind the OPEN of a file that is not open, of which it uses the current state. done
     // is told when it went well, and when the file can not be opened; otherwise alone is called, as the file is open
     // then.

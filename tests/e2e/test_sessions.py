@@ -68,6 +68,16 @@ def test_a_download_outlives_what_befalls_its_session(nas, content, tmp_path, fa
     assert nas.count("fault.status") == 1
 
 
+# The READs behind the first are asked for before the file is open, and again when the server wants it to be.
+@pytest.mark.parametrize("status", ["LOCKED", "OPENMODE", "BAD_STATEID"])
+def test_a_download_outlives_a_server_that_reads_open_files_only(nas, content, tmp_path, status):
+    (nas.files / "source").write_bytes(content)
+    nas.fault(f"status=READ:{status}:2:1")
+    nas.ok("cp", nas / "source", tmp_path / "copy")
+    assert (tmp_path / "copy").read_bytes() == content
+    assert nas.count("fault.status") == 2
+
+
 @pytest.mark.parametrize("fault", ["EXCHANGE_ID:DELAY", "CREATE_SESSION:DELAY", "CREATE_SESSION:STALE_CLIENTID"])
 def test_a_session_that_is_not_made_at_once_is_asked_for_again(nas, fault):
     nas.fault(f"status={fault}:1")

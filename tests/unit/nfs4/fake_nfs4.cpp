@@ -371,6 +371,7 @@ NfsStatus FakeNfs4::execute_file(Op op, Compound &compound) {
             get_state_id(in, state);
             in.get_u64(offset);
             in.get_u32(count);
+            read_with.push_back(state);
             if (status = check(state, compound); status != NfsStatus::ok) return status;
             const std::string data = content.substr(std::min<std::size_t>(offset, content.size()), count);
             out.put_bool(offset + count >= content.size());

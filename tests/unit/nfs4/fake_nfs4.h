@@ -59,6 +59,7 @@ class FakeNfs4 {
     AttributeSet lacking;                                    // attributes that it does not have
     std::vector<bool> asked_to_be_kept;                      // of each compound with a SEQUENCE
     std::vector<StateId> resized_with;                       // the state that each SETATTR of a size presented
+    std::vector<StateId> read_with;                          // ... that each READ presented
     std::function<void(SequenceArguments &)> turn_sequence;  // what an answer tells of its slot and number
     uint32_t minor_version_maximum = 2;
     std::vector<std::pair<uint32_t, uint32_t>> sequences;  // slot and sequence number, as they came

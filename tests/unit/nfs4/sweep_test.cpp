@@ -49,6 +49,7 @@ class FailureSweep : public test::Nfs4VolumeTest, public testing::WithParamInter
         expect_an_end(get<FsStatReply>([this](auto done) { volume->fsstat(root, std::move(done)); }).status());
         std::array<std::byte, 4> part{};
         expect_an_end(get<ReadReply>([&, this](auto done) { reading().read(0, part, std::move(done)); }).status());
+        expect_an_end(read_two_at_once());
         expect_an_end(read().status());
         expect_an_end(get<Extent>([this](auto done) { reading().extent(0, std::move(done)); }).status());
         make_and_copy();
@@ -56,6 +57,16 @@ class FailureSweep : public test::Nfs4VolumeTest, public testing::WithParamInter
         expect_an_end(
             get<DirectoryChange>([this](auto done) { volume->rmdir(root, "new", std::move(done)); }).status());
         let_go();
+    }
+
+    // The second of which does not wait until the file is open.
+    Status read_two_at_once() {
+        std::array<std::byte, 4> first{};
+        bool ended = false;
+        reading().read(1, first, [&ended](const Result<ReadReply> &) { ended = true; });
+        const Status second = read(2).status();
+        EXPECT_TRUE(nfstdm::test::run(loop, [&ended] { return ended; }));
+        return second;
     }
 
     void make_and_copy() {

@@ -16,6 +16,8 @@ using test::Nfs4VolumeTest;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Ne;
+using testing::UnorderedElementsAre;
 
 // --- the session
 
@@ -276,6 +278,67 @@ TEST_F(Nfs4VolumeTest, KeepsOpenWhatItsFirstReadFailsOn) {
     EXPECT_TRUE(detach().ok());
     EXPECT_EQ(nfs.open_files(), 0U);
 }
+
+// A file of which more than one READ is asked before it is open.
+class ReadAtOnce : public Nfs4VolumeTest {
+  protected:
+    // What the READs end with; they begin one byte behind the other, and not at the start.
+    std::vector<Result<ReadReply>> read_at_once(std::size_t count) {
+        std::vector<std::optional<Result<ReadReply>>> ended(count);
+        places.resize(count);
+        for (std::size_t i = 0; i < count; ++i)
+            reading().read(1 + i, places[i], [&ended, i](Result<ReadReply> reply) { ended[i] = std::move(reply); });
+        const auto all = [&ended] { return std::ranges::all_of(ended, [](const auto &each) { return bool{each}; }); };
+        EXPECT_TRUE(nfstdm::test::run(loop, all));
+        std::vector<Result<ReadReply>> results;
+        for (auto &each : ended)
+            results.push_back(each ? std::move(*each) : Result<ReadReply>(Status{EINTR, "no completion"}));
+        return results;
+    }
+    void expect_content(const std::vector<Result<ReadReply>> &results) const {
+        for (std::size_t i = 0; i < results.size(); ++i) {
+            ASSERT_TRUE(results[i].ok()) << results[i].status().text();
+            const std::string text(reinterpret_cast<const char *>(places[i].data()), results[i].value().count);
+            EXPECT_EQ(text, nfs.content.substr(1 + i, places[i].size()));
+        }
+    }
+
+    std::vector<std::array<std::byte, 4>> places;
+};
+
+TEST_F(ReadAtOnce, DoesNotWaitUntilTheFileIsOpen) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    expect_content(read_at_once(3));
+    EXPECT_THAT(nfs.read_with, UnorderedElementsAre(StateId::current(), StateId::anonymous(), StateId::anonymous()));
+    EXPECT_TRUE(read().ok());
+    EXPECT_NE(nfs.read_with.back(), StateId::anonymous()) << "it is open by now";
+    EXPECT_EQ(nfs.executed(Op::open), 1);
+}
+
+TEST_F(ReadAtOnce, FailsAsTheOpeningDoes) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail(Op::open, NfsStatus::share_denied, 2);
+    nfs.fail(Op::read, NfsStatus::locked);
+    for (const auto &result : read_at_once(2))
+        EXPECT_FALSE(result.ok());
+}
+
+class ReadOfOpenFilesOnly : public ReadAtOnce, public testing::WithParamInterface<NfsStatus> {};
+
+TEST_P(ReadOfOpenFilesOnly, IsAskedForAgainWhenTheFileIsOpen) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail_later(Op::read, GetParam(), 1);
+    expect_content(read_at_once(2));
+    EXPECT_THAT(nfs.read_with, ElementsAre(StateId::current(), Ne(StateId::anonymous()))) << "of those that it took";
+    EXPECT_EQ(nfs.executed(Op::open), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Statuses, ReadOfOpenFilesOnly,
+                         testing::Values(NfsStatus::bad_stateid, NfsStatus::locked, NfsStatus::openmode,
+                                         NfsStatus::access));
 
 TEST_F(Nfs4VolumeTest, LooksExpectedNamesUpWithTheExport) {
     nfs.names["deep"] = 'd';
