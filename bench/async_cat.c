@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reads a file with libnfs's asynchronous interface, with so many READs in flight, and drops the bytes where they
-// arrive: the least that a client of NFS can do with a file, which `cat` is measured beside.
+// arrive: the least that a client of NFS can do with a file, which `cat` is measured beside. The URL's query says in
+// which version of NFS.
 //
 // usage: async_cat IN_FLIGHT URL
 // clang-format off
@@ -14,6 +15,9 @@
 #include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
+
+// What servers take in a READ; libnfs asks for it in NFSv3 alone.
+enum { READ_MOST = 1 << 20 };
 
 struct reader {
     struct nfs_context *nfs;
@@ -43,7 +47,8 @@ static void answered(int status, struct nfs_context *nfs, void *data, void *priv
 
 static void ask(struct reader *reader) {
     if (reader->next >= reader->size) return;
-    const uint64_t most = nfs_get_readmax(reader->nfs);
+    const uint64_t told = nfs_get_readmax(reader->nfs);
+    const uint64_t most = told > 0 ? told : READ_MOST;
     const uint64_t left = reader->size - reader->next;
     const uint64_t count = left < most ? left : most;
     if (nfs_pread_async(reader->nfs, reader->file, reader->next, count, answered, reader) != 0)

@@ -14,6 +14,7 @@ CONGESTION_SETTING = "/proc/sys/net/ipv4/tcp_congestion_control"
 
 MOUNT = "/wnfs-bench"
 MOUNT4 = "/wnfs-bench4"  # the same export in NFSv4.1
+EXPORT4 = "/rw"  # its place below the server's root there
 
 ROUND_TRIPS_MS = (0, 1, 10)
 
@@ -79,7 +80,7 @@ class Distance:
         settings = {"nfsport": self.nfs_port, "mountport": self.mount_port}
         blocks = servers.server_block("bench", "127.0.0.1", [(self.export, MOUNT)], **settings)
         settings = {"nfsport": self.nfs_port, "version": "nfsv4.1"}
-        blocks += servers.server_block("bench4", "127.0.0.1", [("/rw", MOUNT4)], **settings)
+        blocks += servers.server_block("bench4", "127.0.0.1", [(EXPORT4, MOUNT4)], **settings)
         self.client.tslnfstab.write_text(blocks)
 
     def close(self):
@@ -92,9 +93,11 @@ class Distance:
     def theirs(self, *words):
         return [*self.client.enter, *words]
 
-    def url(self, name):
-        query = f"version=3&nfsport={self.nfs_port}&mountport={self.mount_port}"
-        return f"nfs://127.0.0.1{self.export}/{name}?{query}"
+    def url(self, name, version=3):
+        """A file of the export, for the peers."""
+        export = self.export if version == 3 else EXPORT4
+        query = f"version={version}&nfsport={self.nfs_port}&mountport={self.mount_port}"
+        return f"nfs://127.0.0.1{export}/{name}?{query}"
 
 
 def at_distance(bench, ganesha, round_trip_ms=0, waiting="requests"):

@@ -7,6 +7,7 @@ import places
 from measure import Command, expect
 
 WORKLOADS = ("cat", "up", "down")
+IN_FLIGHT = {0: 4, 1: 16, 10: 32}  # READs of libnfs's asynchronous interface at a round trip, as many as suit it best
 
 
 class Transfers:
@@ -34,6 +35,15 @@ class Transfers:
         """A command of anybody's that does the workload's work; the mount is one where the copy can be removed."""
         check = {"cat": lambda: None, "up": lambda: self._copied_up(mount), "down": self._copied_down}[workload]
         return Command(words, self.environment, check)
+
+    def asynchronous(self, bench, far, round_trip, version=3):
+        """`cat` by libnfs's asynchronous interface, or None where that was not built."""
+        program = bench.program("async_cat")
+        if not program.exists():
+            bench.report.leave_out(f"the asynchronous peer, {round_trip} ms", "built without libnfs-dev")
+            return None
+        words = far.theirs(program, IN_FLIGHT[round_trip], far.url("large", version))
+        return self.command("cat", words, places.MOUNT)
 
     # Through the server, which would else keep the file open, and its memory.
     def _copied_up(self, mount):

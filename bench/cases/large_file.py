@@ -9,7 +9,7 @@ import namespace
 import places
 from measure import Command, in_turns
 from results import at_least, at_most
-from transfers import WORKLOADS, Transfers, waiting
+from transfers import IN_FLIGHT, WORKLOADS, Transfers, waiting
 
 TITLE = "One large file"
 NAMES = {
@@ -22,7 +22,6 @@ NAMES = {
 COLUMNS = ("case", "ours", "peer", "peer / ours", "to reach")
 
 OURS, UTILITIES, ASYNCHRONOUS = "tslwnfs", "libnfs-utils", "libnfs, asynchronous"
-IN_FLIGHT = {0: 4, 1: 16, 10: 32}  # READs of the asynchronous peer, as many as suit it best
 
 WANTED = {
     "cat": {0: 1.2, 1: 2.5, 10: 12},
@@ -72,12 +71,8 @@ def commands_of_all(bench, server, far, workload, round_trip):
         OURS: transfers.ours(workload, places.MOUNT),
         UTILITIES: transfers.command(workload, far.theirs(*words), places.MOUNT),
     }
-    program = bench.program("async_cat")
-    if workload == "cat" and program.exists():
-        words = far.theirs(program, IN_FLIGHT[round_trip], far.url("large"))
-        commands[ASYNCHRONOUS] = transfers.command(workload, words, places.MOUNT)
-    elif workload == "cat":
-        bench.report.leave_out(f"the asynchronous peer, {round_trip} ms", "built without libnfs-dev")
+    if workload == "cat" and (asynchronous := transfers.asynchronous(bench, far, round_trip)):
+        commands[ASYNCHRONOUS] = asynchronous
     return commands
 
 

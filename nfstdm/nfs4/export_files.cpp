@@ -17,6 +17,11 @@ constexpr std::size_t kSmallWrite = std::size_t{64} << 10;
 // How often an operation may meet a server that has lost its state.
 constexpr unsigned kRescuesMaximum = 8;
 
+// Why a server may not read a file that is not open.
+bool wants_open_file(NfsStatus status) {
+    return state_is_lost(status) || status == NfsStatus::openmode || status == NfsStatus::locked;
+}
+
 struct Nothing {};
 
 Completion<Nothing> without_reply(DoneCompletion done) {
@@ -190,11 +195,12 @@ void ExportVolume::read_open(const FileHandle &file, uint64_t offset, std::span<
 }
 
 // The line would stand empty until the file is open, so data are asked for without a state meanwhile (RFC 8881 section
-// 8.2.3). A server that does not give them so is asked again when it is open.
+// 8.2.3). A server that wants it to be open is asked again when it is.
 void ExportVolume::read_early(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
                               const Completion<ReadReply> &done) {
     auto call = new_read(file, offset, buffer, std::make_shared<StateId>(), done);
-    call->rescue = [this, file, offset, buffer, done](NfsStatus, const std::unique_ptr<Call> &) {
+    call->rescue = [this, file, offset, buffer, done](NfsStatus status, const std::unique_ptr<Call> &) {
+        if (!wants_open_file(status)) return false;
         read_when_open(file, offset, buffer, done);
         return true;
     };

@@ -337,8 +337,16 @@ TEST_P(ReadOfOpenFilesOnly, IsAskedForAgainWhenTheFileIsOpen) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Statuses, ReadOfOpenFilesOnly,
-                         testing::Values(NfsStatus::bad_stateid, NfsStatus::locked, NfsStatus::openmode,
-                                         NfsStatus::access));
+                         testing::Values(NfsStatus::bad_stateid, NfsStatus::locked, NfsStatus::openmode));
+
+TEST_F(ReadAtOnce, FailsAsItWouldOfAnOpenFile) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail_later(Op::read, NfsStatus::io, 1);
+    const auto results = read_at_once(2);
+    EXPECT_TRUE(results.front().ok());
+    EXPECT_EQ(results.back().status().number(), static_cast<uint32_t>(EIO));
+}
 
 TEST_F(Nfs4VolumeTest, LooksExpectedNamesUpWithTheExport) {
     nfs.names["deep"] = 'd';
