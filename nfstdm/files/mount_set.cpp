@@ -18,6 +18,11 @@ MountSet::Found MountSet::find(std::span<const std::string> path) const {
     return {volumes_[*mount].get(), table_.mounts()[*mount].point.size()};
 }
 
+void MountSet::expect_others() {
+    for (const auto &volume : volumes_)
+        volume->expect_others();
+}
+
 void MountSet::forget_handles() {
     for (const auto &volume : volumes_)
         volume->forget_handles();

@@ -32,6 +32,8 @@ class MountSet {
     std::size_t size() const { return volumes_.size(); }
     MountedVolume &mount(std::size_t number) const { return *volumes_[number]; }
 
+    // For each: see MountedVolume.
+    void expect_others();
     void forget_handles();
     // Leaves all servers at the same time, and waits for that.
     void detach();

@@ -33,7 +33,8 @@ MountedVolume::MountedVolume(EventLoop &loop, const ServerConfig &server, const 
       exported_(exported),
       open_volume_(open_volume),
       now_(std::move(now)),
-      cache_(now_) {}
+      cache_(now_),
+      absent_(now_) {}
 
 Result<FileHandle> MountedVolume::root(std::span<const std::string> below) {
     if (Status failure = contact(below); !failure.ok()) return failure;
@@ -116,12 +117,26 @@ Result<FoundObject> MountedVolume::with_attributes(const FileHandle &handle) {
 Result<FoundObject> MountedVolume::lookup(const FileHandle &directory, const std::string &name) {
     const auto known = find_name(directory, name);
     if (known.handle) return with_attributes(*known.handle);  // which does not make what is known any younger
-    if (known.known) return named({ENOENT, "LOOKUP " + name + ": no such file or directory"});
+    if (known.known || lacks(directory, name)) return named({ENOENT, "LOOKUP " + name + ": no such file or directory"});
     auto reply = await<LookupReply>(loop_, [&](auto done) { volume_->lookup(directory, name, std::move(done)); });
     if (reply.status().number() == ENOENT) cache_.put_name(directory, name, std::nullopt);
     if (!reply.ok()) return reply.status();
     learn(directory, reply.value().directory);
     return found(directory, name, reply.value().handle, reply.value().attributes);
+}
+
+// Who makes one file after the other need not ask for each name: see AbsentNames.
+bool MountedVolume::lacks(const FileHandle &directory, const std::string &name) {
+    if (absent_.wants_names(directory, name)) {
+        const auto asked = now_();
+        absent_.learn(directory, asked, answer(ask_directory(directory, 0, 0, Entries::names)));
+    }
+    return absent_.lacks(directory, name);
+}
+
+void MountedVolume::begin_making(const FileHandle &directory, const std::string &name) {
+    const auto known = cache_.find_name(directory, name);
+    if (known.known ? !known.handle : absent_.lacks(directory, name)) absent_.making(directory, name);
 }
 
 void MountedVolume::look_ahead(const FileHandle &directory, std::span<const std::string> names) {
@@ -178,6 +193,7 @@ void MountedVolume::learn(const FileHandle &object, const std::optional<Attribut
 // What is known of a directory and of a name in it will not hold much longer. Gives what was known of the directory.
 std::optional<Attributes> MountedVolume::forget(const FileHandle &directory, const std::string &name) {
     auto known = cache_.attributes(directory);
+    absent_.may_have(directory, name);
     cache_.forget_attributes(directory);
     cache_.forget_name(directory, name);
     return known;
@@ -187,11 +203,15 @@ std::optional<Attributes> MountedVolume::forget(const FileHandle &directory, con
 // 2.6, wcc_data): its names may be others by now.
 void MountedVolume::learn(const FileHandle &directory, const std::optional<Attributes> &known,
                           const DirectoryChange &change) {
-    if (known && change.before && *change.before != state_of(*known)) cache_.forget_names(directory);
+    if (known && change.before && *change.before != state_of(*known)) {
+        cache_.forget_names(directory);
+        if (!expects_others_) absent_.forget(directory);
+    }
     learn(directory, change.after);
 }
 
 Result<MadeFile> MountedVolume::create(const FileHandle &directory, const std::string &name, const SetAttributes &set) {
+    begin_making(directory, name);
     const auto known = forget(directory, name);
     auto created =
         await<CreatedFile>(loop_, [&](auto done) { volume_->create(directory, name, set, std::move(done)); });
@@ -206,13 +226,18 @@ Result<MadeFile> MountedVolume::create(const FileHandle &directory, const std::s
 
 Status MountedVolume::make_directory(const FileHandle &directory, const std::string &name, uint32_t mode,
                                      const std::optional<FoundObject> &known) {
+    begin_making(directory, name);
     const auto directory_before = forget(directory, name);
+    const auto asked = now_();
     auto reply = await<CreateReply>(loop_, [&](auto done) { volume_->mkdir(directory, name, mode, std::move(done)); });
     if (!reply.ok()) return reply.status();
     learn(directory, directory_before, reply.value().directory);
     if (const auto since = reply.value().maybe_made_since) return confirm_made(directory, name, known, *since);
-    if (reply.value().handle) cache_.put_name(directory, name, *reply.value().handle);
-    if (reply.value().handle) learn(*reply.value().handle, reply.value().attributes);
+    const auto &made = reply.value().handle;
+    if (!made) return {};
+    cache_.put_name(directory, name, *made);
+    learn(*made, reply.value().attributes);
+    absent_.learn_empty(*made, asked);
     return {};
 }
 
@@ -360,6 +385,7 @@ std::optional<ObjectCache::Known> MountedVolume::known(const FileHandle &directo
 void MountedVolume::forget_handles() {
     cache_.clear();
     listings_.clear();
+    absent_.clear();
     next_part_.reset();
     early_.reset();
     root_.reset();

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "nfstdm/base/event_loop.h"
+#include "nfstdm/files/absent_names.h"
 #include "nfstdm/files/known_listings.h"
 #include "nfstdm/files/object_cache.h"
 #include "nfstdm/files/server_clock.h"
@@ -55,6 +56,10 @@ class MountedVolume {
     // take: the operations of one command must not each wait for a server that is down.
     // below: what will be looked up from the root next, asked for with the first contact where the protocol can.
     Result<FileHandle> root(std::span<const std::string> below = {});
+
+    // Other processes of the same program work in the same directories. That these are changed by others is nothing
+    // that makes what they lack doubtful before its time.
+    void expect_others() { expects_others_ = true; }
 
     // Begins that contact, without waiting for it, unless there was one before.
     void begin_contact(std::span<const std::string> below);
@@ -137,6 +142,8 @@ class MountedVolume {
     Status confirm_made(const FileHandle &directory, const std::string &name, const std::optional<FoundObject> &known,
                         EventLoop::Clock::time_point since);
     Result<bool> is_empty(const FileHandle &directory);
+    bool lacks(const FileHandle &directory, const std::string &name);
+    void begin_making(const FileHandle &directory, const std::string &name);
     ObjectCache::Answer find_name(const FileHandle &directory, const std::string &name);
     std::optional<KnownListings::Wanted> learn_part_of(const FileHandle &directory, const std::string &name);
     DirectoryQuestionPointer question_of(const KnownListings::Wanted &wanted);
@@ -152,13 +159,15 @@ class MountedVolume {
     Status contact_failure_;
     EventLoop::Clock::time_point contact_again_;
     ObjectCache cache_;
+    AbsentNames absent_;
     KnownListings listings_;
     // What follows in a listing that entries are learnt from in order, and what the cache had forgotten until then.
     DirectoryQuestionPointer next_part_;
     uint64_t next_part_changes_ = 0;
     ServerClock server_clock_;
     std::unordered_map<uint64_t, VolumeLimits> limits_;  // by fsid
-    bool lists_attributes_ = true;                       // until the server turns out to lack READDIRPLUS
+    bool expects_others_ = false;
+    bool lists_attributes_ = true;  // until the server turns out to lack READDIRPLUS
 };
 
 }  // namespace nfstdm

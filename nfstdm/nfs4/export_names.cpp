@@ -152,8 +152,9 @@ void ExportVolume::unlink(std::string_view name, const FileHandle &directory, st
     send(std::move(call));
 }
 
-void ExportVolume::readdir(const FileHandle &directory, uint64_t cookie, uint64_t verifier, bool /*plus*/,
+void ExportVolume::readdir(const FileHandle &directory, uint64_t cookie, uint64_t verifier, bool plus,
                            Completion<DirectoryReply> done) {
+    static const AttributeSet kNameAttributes{Attribute::rdattr_error, Attribute::fileid};
     static const AttributeSet kEntryAttributes = [] {
         AttributeSet set = object_attributes();
         set.add(Attribute::rdattr_error);
@@ -162,10 +163,11 @@ void ExportVolume::readdir(const FileHandle &directory, uint64_t cookie, uint64_
     }();
     start<DirectoryReply>(
         "READDIR", std::move(done),
-        [this, directory, cookie, verifier](Compound &compound) {
+        [this, directory, cookie, verifier, plus](Compound &compound) {
             put_putfh(compound, directory);
             put_getattr(compound, object_attributes());
-            put_readdir(compound, cookie, verifier, limits_.readdir_preferred, kEntryAttributes);
+            put_readdir(compound, cookie, verifier, limits_.readdir_preferred,
+                        plus ? kEntryAttributes : kNameAttributes);
             compound.expect(limits_.readdir_preferred);
             if (cookie != 0) return;
             put_plain(compound, Op::lookupp);

@@ -29,7 +29,9 @@ Session::Session(const Session &parents, VolumeFactory open_volume)
       mounts_(loop_, parents.mounts_.table(), std::move(open_volume)),
       files_(mounts_, kFileMode & ~umask_, parents.files_.next_identifier()),
       paths_(mounts_, kDirectoryMode & ~umask_),
-      io_(loop_, files_) {}
+      io_(loop_, files_) {
+    mounts_.expect_others();
+}
 
 Status Session::barrier() {
     Status first = files_.flush_all();

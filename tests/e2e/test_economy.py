@@ -18,24 +18,33 @@ GIB = 1 << 30
 class Counting:
     """A loopnfsd that counts, the folder that it serves, and a client of it."""
 
-    def __init__(self, home, folder):
+    def __init__(self, home, folder, *words, **settings):
         self.folder = folder
         folder.mkdir()
-        self.daemon = servers.CountingLoopnfsd(home, folder)
+        self.daemon = servers.CountingLoopnfsd(home, folder, *words)
         self.client = client.Client(home)
-        block = servers.server_block("loop", self.daemon.address, [("/export", MOUNT)])
+        block = servers.server_block("loop", self.daemon.address, [("/export", MOUNT)], **settings)
         self.client.tslnfstab.write_text(block)
 
     def calls_of(self, *words, **environment):
         begun = time.monotonic()
-        calls = self.daemon.calls_of(lambda: self.client.ok(*words, env=environment))
+        counts = self.daemon.counts_of(lambda: self.client.ok(*words, env=environment))
         self.seconds = time.monotonic() - begun
-        return calls
+        return counts.get("COMPOUND") or sum(counts.values())  # a compound counts what it holds, too
 
 
 @pytest.fixture
 def counting(own, tmp_path):
     made = Counting(own.home, tmp_path / "served")
+    yield made
+    made.daemon.close()
+
+
+@pytest.fixture(params=[(), servers.Loopnfsd4.words], ids=["nfsv3", "nfsv4.1"])
+def counting_either(own, tmp_path, request):
+    """A server of each version."""
+    settings = servers.Loopnfsd4.settings if request.param else {}
+    made = Counting(own.home, tmp_path / "served", *request.param, **settings)
     yield made
     made.daemon.close()
 
@@ -83,13 +92,37 @@ ONCE = 10  # calls for the contact, the directory itself and the good-bye
 workers = pytest.mark.parametrize("jobs", [1, 8], ids="jobs {}".format)
 
 
+# Each finds out by a few lookups that names are new, and lists what is there every second then. Where others have the
+# processor for longer than that, it begins again.
+LOOKED_UP = 5
+
+
+@pytest.mark.parametrize("is_new", [True, False], ids=["new directory", "directory"])
 @workers
-def test_a_small_file_among_many_goes_up_in_three_calls(counting, tmp_path, jobs):
-    source = make_entries(tmp_path / "small", FILES, 4096)
-    calls = counting.calls_of("cp", "-r", source, f"{MOUNT}/copied", TSLWNFS_JOBS=jobs)
-    grown_old = 2 * int(counting.seconds / LIFETIME)  # the root's attributes, and the directory's name in it
-    assert calls <= 3 * FILES + jobs * (ONCE + grown_old)
-    assert len(list((counting.folder / "copied").iterdir())) == FILES
+def test_a_small_file_among_many_goes_up_in_two_calls(counting_either, tmp_path, jobs, is_new):
+    source, copies = make_entries(tmp_path / "small", FILES, 4096), counting_either.folder / "copies"
+    words = ("-r", source) if is_new else (f"{source}/*",)
+    if not is_new:
+        copies.mkdir()
+        (copies / "old").touch()
+    calls = counting_either.calls_of("cp", *words, f"{MOUNT}/copies", TSLWNFS_JOBS=jobs)
+    seconds = int(counting_either.seconds) + 1
+    assert calls <= 2 * FILES + jobs * (ONCE + LOOKED_UP * seconds)
+    assert len(list(copies.iterdir())) == FILES + (not is_new)
+    assert all((copies / path.name).read_bytes() == path.read_bytes() for path in source.iterdir())
+
+
+# A directory that was made by the same command has nothing in it yet.
+def test_of_a_tree_that_goes_up_nothing_is_looked_up(counting_either, tmp_path):
+    source = tmp_path / "tree"
+    for folder in range(FOLDERS := 50):
+        (source / f"d{folder}").mkdir(parents=True)
+        for i in range(3):
+            (source / f"d{folder}" / f"file{i}").write_bytes(b"content")
+    calls = counting_either.calls_of("cp", "-r", source, f"{MOUNT}/copied", TSLWNFS_JOBS=1)
+    seconds = int(counting_either.seconds) + 1
+    assert calls <= FOLDERS * (1 + 3 * 2) + ONCE + LOOKED_UP * seconds
+    assert len(list((counting_either.folder / "copied").rglob("file*"))) == 3 * FOLDERS
 
 
 @workers

@@ -92,6 +92,23 @@ def test_a_wildcard_copied_into_a_directory_that_exists(compared):
     assert len(told.files[0]) == FILES + 1
 
 
+# Most names are not there, so the library does not look up each; these it has to find all the same.
+def test_what_is_there_already_is_found_among_many_new_files(compared):
+    kept, folder = NAMES[::3], NAMES[31]
+
+    def prepare(far, near, remote):
+        (far / "up" / folder).mkdir(parents=True)
+        for name in kept:
+            (far / "up" / name).write_bytes(b"longer than what comes" * 5000)
+            (far / "up" / name).chmod(0o640)
+        return "cp", f"{fill(near / 'src')}/*", f"{remote}/up"
+
+    told = compared(prepare)
+    there, came = told.files
+    assert told.out.count(b"65023") == FILES - 1 and told.out.count(b"65022") == 1  # the folder
+    assert there == {"up": None, **{f"up/{name}": came[f"src/{name}"] for name in NAMES}, f"up/{folder}": None}
+
+
 def test_a_wildcard_copied_from_a_server(compared):
     def prepare(far, near, remote):
         fill(far / "src")

@@ -320,6 +320,24 @@ TEST_F(TdmTest, AForkedChildLearnsWhatItsParentKnowsWithoutAQuestion) {
     }));
 }
 
+// Beside it others make files in the same directories.
+TEST_F(TdmTest, AForkedChildTakesAListingForWhatItIsWhileOthersChangeTheDirectory) {
+    open();
+    EXPECT_TRUE(holds_in_child([&] {
+        const auto make = [&](int first) {
+            for (int i = first; i < first + 10; ++i) {
+                const std::string path = "/mnt/one/f" + std::to_string(i);
+                if (identify(path.c_str()) != ENOENT || create(path.c_str(), 0) != 0) return false;
+            }
+            return true;
+        };
+        if (!make(0)) return false;
+        const auto lookups = server_.calls[Op::lookup];
+        server_.add_file("/theirs");
+        return make(10) && server_.calls[Op::lookup] == lookups;
+    }));
+}
+
 TEST_F(TdmTest, WhatIsLearntHoldsNoLongerThanWhereItCameFrom) {
     server_.add_file("/f", pattern(10));
     open();

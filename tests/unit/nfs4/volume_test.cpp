@@ -684,6 +684,17 @@ TEST_F(Nfs4VolumeTest, ListsADirectoryWithHandlesAndAttributesInOneQuestion) {
     EXPECT_TRUE(reply.value().entries[1].handle && reply.value().entries[1].attributes);
 }
 
+TEST_F(Nfs4VolumeTest, AsksForNamesAloneWhereNothingElseIsWanted) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    const auto reply = get<DirectoryReply>([this](auto done) { volume->readdir(root, 0, 0, false, std::move(done)); });
+    ASSERT_TRUE(reply.ok()) << reply.status().text();
+    ASSERT_EQ(reply.value().entries.size(), 4U);
+    const DirectoryEntry &entry = reply.value().entries[1];
+    EXPECT_FALSE(entry.handle || entry.attributes);
+    EXPECT_NE(entry.fileid, 0U);
+}
+
 TEST_F(Nfs4VolumeTest, TellsTheFileIdOfTheParentThatListingsLeaveOut) {
     open();
     ASSERT_TRUE(attach().ok());
