@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a listing told of the objects in a directory, for a caller that is going to ask about most of them: packed, in
-// the order of the listing, within a bound of memory.
+// What a listing told of the objects in a directory, for a caller that is going to ask about most of them: in the order
+// of the listing, each as what sets it apart from the one before, within a bound of memory.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
+#include "nfstdm/base/differences.h"
 #include "nfstdm/volume/volume.h"
 
 namespace nfstdm {
@@ -19,7 +21,7 @@ struct ListedObject {
 
 class ListedObjects {
   public:
-    static constexpr std::size_t kBytesMaximum = std::size_t{96} << 20;  // a million objects
+    static constexpr std::size_t kBytesMaximum = std::size_t{48} << 20;  // of a million objects at least
 
     // limit: bytes of memory; with 0 nothing is held.
     explicit ListedObjects(std::size_t limit) : limit_(limit) {}
@@ -31,8 +33,8 @@ class ListedObjects {
     // the part that the name came with, if there is one.
     template <class Part>
     std::optional<ListedObject> find(uint64_t tag, Part &&part) {
-        if (next_ < size_ && at(next_).tag == tag) return unpacked(next_++);
-        if (size_ == 0) return std::nullopt;
+        if (parts_.empty()) return std::nullopt;
+        if (next_is(tag)) return read_next();
         const std::optional<std::size_t> number = part();
         return number ? find_in(*number, tag) : std::nullopt;
     }
@@ -43,35 +45,35 @@ class ListedObjects {
     void release();
 
     bool is_full() const { return bytes() >= limit_; }
-    std::size_t bytes() const { return size_ * sizeof(Packed); }
+    std::size_t bytes() const { return bytes_ + parts_.size() * sizeof(Part); }
 
   private:
-    struct Packed {
-        uint64_t tag;
-        uint64_t handle_digest;
-        uint64_t size;
-        uint64_t used;
-        uint64_t fileid;
-        uint64_t access, modification, change;  // seconds
-        uint32_t access_part, modification_part, change_part;
-        uint32_t type_and_mode;
-        uint32_t links, uid, gid;
-        uint32_t file_system;  // its number
-    };
-    using Piece = std::vector<Packed>;
-    static constexpr std::size_t kPieceObjects = 1024;
+    // Objects one behind the other: the tag, the digest, and what sets the attributes apart from those before.
+    using Part = std::string;
+    static constexpr std::size_t kFields = 14;
+    using Fields = Numbers<kFields>;
     static constexpr std::size_t kFileSystemsMaximum = 64;
 
-    std::optional<uint32_t> number_of_file_system(uint64_t fsid);
-    const Packed &at(std::size_t number) const { return pieces_[number / kPieceObjects][number % kPieceObjects]; }
-    ListedObject unpacked(std::size_t number) const;
+    // Where reading goes on: in which part, behind how many of its bytes, and what was read there last.
+    struct Position {
+        std::size_t part = 0;
+        std::size_t at = 0;
+        Fields before = {};
+    };
+
+    void begin_part(std::size_t number);
+    std::optional<uint64_t> number_of_file_system(uint64_t fsid);
+    static Fields fields_of(const Attributes &attributes, uint64_t file_system);
+    Attributes attributes_of(const Fields &fields) const;
+    bool next_is(uint64_t tag);
+    ListedObject read_next();
     std::optional<ListedObject> find_in(std::size_t part, uint64_t tag);
 
     std::size_t limit_;
-    std::vector<Piece> pieces_;
-    std::size_t size_ = 0;                // objects
-    std::size_t next_ = 0;                // behind the one that was asked about last
-    std::vector<std::size_t> starts_;     // of the parts
+    std::vector<Part> parts_;
+    std::size_t bytes_ = 0;               // of the parts
+    Fields latest_ = {};                  // that were put
+    Position next_;                       // behind the one that was asked about last
     std::vector<uint64_t> file_systems_;  // their fsid: of a directory there is one, or few
 };
 

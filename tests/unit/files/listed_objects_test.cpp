@@ -84,12 +84,12 @@ TEST_F(ListedObjectsTest, AreFoundInTheirOrderWithoutAnySearch) {
 }
 
 TEST_F(ListedObjectsTest, HoldNoMoreThanTheirMemory) {
-    ListedObjects objects(100000);
+    ListedObjects objects(50000);
     fill(objects);
     EXPECT_TRUE(objects.is_full());
-    EXPECT_LE(objects.bytes(), 100100U);
+    EXPECT_LE(objects.bytes(), 50100U);
     EXPECT_TRUE(find(objects, 900));
-    EXPECT_FALSE(find(objects, 1100));
+    EXPECT_FALSE(find(objects, kCount - 1));
     ListedObjects none(0);
     fill(none);
     EXPECT_EQ(none.bytes(), 0U);
@@ -107,6 +107,39 @@ TEST_F(ListedObjectsTest, ForgetAPartAndWhatIsBehindIt) {
     expect_same(find(objects, 2 * kPart), numbered(2 * kPart + 1));
     expect_same(find(objects, kCount - 1), numbered(kCount));
     expect_same(find(objects, 5), numbered(5));
+}
+
+// Of a large directory one is like the next in most things; made one after the other, or long since.
+TEST_F(ListedObjectsTest, TakeAThirdOfTheirAttributesWhereTheseAreAsFilesHaveThem) {
+    ListedObjects objects(ListedObjects::kBytesMaximum);
+    for (std::size_t i = 0; i < kCount; ++i) {
+        ListedObject object;
+        Attributes &attributes = object.attributes;
+        attributes.type = FileType::regular;
+        attributes.mode = 0644;
+        attributes.links = 1;
+        attributes.fsid = 7;
+        attributes.fileid = 1000000 + i * 7919 % 100000;
+        attributes.size = i * 104729 % (1 << 24);
+        attributes.used = attributes.size | 4095;
+        attributes.change = {1700000000 + i * 7919 % 1000000, static_cast<uint32_t>(i * 104729 % 1000000000)};
+        attributes.modification = attributes.access = attributes.change;
+        object.handle_digest = ~i;
+        objects.put(i / kPart, tag(i), object);
+    }
+    EXPECT_LT(objects.bytes(), kCount * 40);
+}
+
+TEST_F(ListedObjectsTest, AreAddedToAPartThatWasLeftWhenOthersWereForgotten) {
+    ListedObjects objects(ListedObjects::kBytesMaximum);
+    fill(objects);
+    objects.cut(3);
+    const std::size_t bytes = objects.bytes();
+    objects.put(2, tag(kCount), numbered(4711));
+    EXPECT_GT(objects.bytes(), bytes);
+    const auto in_part_2 = [] { return std::optional<std::size_t>(2); };
+    expect_same(objects.find(tag(kCount), in_part_2), numbered(4711));
+    expect_same(find(objects, 2 * kPart + 1), numbered(2 * kPart + 1));
 }
 
 TEST_F(ListedObjectsTest, HoldNothingMoreOnceTheyWereReleased) {
