@@ -84,7 +84,6 @@ def test_the_source_is_told_of_before_the_destination_is_asked_about(counting, t
     assert (counting.folder / "copy").read_bytes() == b"content"
 
 
-LIFETIME = 5  # seconds, of what is known of an object
 ONCE = 10  # calls for the contact, the directory itself and the good-bye
 
 
@@ -166,14 +165,45 @@ def test_a_file_among_many_goes_away_in_one_call(counting, words, jobs):
     assert not many.exists() or not list(many.iterdir())
 
 
+# The sanitizers' own memory is no measure of the program's.
+needs_plain_build = pytest.mark.skipif(SANITIZED, reason="sanitizers take memory of their own")
+
+
+# What a listing is to show of its entries is kept, and what is asked about them; not all that a server tells.
+@pytest.mark.slow
+@needs_plain_build
+@pytest.mark.parametrize("options", [("-l",), ("-l", "-r"), ("-C", "-s")], ids=" ".join)
+def test_the_attributes_of_a_long_listing_take_few_bytes_beside_the_names(counting, options):
+    entries = 60_000  # a file system may have no more links to one file
+    source = counting.folder / "source"
+    source.touch()
+    (counting.folder / "many").mkdir()
+    for i in range(entries):
+        os.link(source, counting.folder / "many" / f"entry{i}")
+    names = counting.client.peak_kib("ls", f"{MOUNT}/many")
+    assert counting.client.peak_kib("ls", *options, f"{MOUNT}/many") < names + 30 * entries / 1024
+
+
+# Of a directory in which few names match, the others are gone when it was listed.
+@pytest.mark.slow
+@needs_plain_build
+def test_the_names_that_no_wildcard_matches_are_not_kept(counting):
+    entries, length = 30_000, 200
+    source = counting.folder / "source"
+    source.touch()
+    (counting.folder / "many").mkdir()
+    for i in range(entries):
+        os.link(source, counting.folder / "many" / f"{i:0{length}}")
+    all_names = counting.client.peak_kib("ls", f"{MOUNT}/many")
+    few_names = counting.client.peak_kib("rm", f"{MOUNT}/many/*9999")
+    assert few_names < all_names - entries * length / 1024 / 2
+    assert len(list((counting.folder / "many").iterdir())) == entries - entries // 10_000
+
+
 def sparse(path, size):
     with open(path, "wb") as made:
         made.truncate(size)
     return path
-
-
-# The sanitizers' own memory is no measure of the program's.
-needs_plain_build = pytest.mark.skipif(SANITIZED, reason="sanitizers take memory of their own")
 
 
 @pytest.mark.slow

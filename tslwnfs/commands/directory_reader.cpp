@@ -44,7 +44,23 @@ DIR *open_directory(const PathBuffer &path) {
     return directory;
 }
 
-bool read_local(const PathBuffer &path, NameList &names) {
+// The names of a directory that are wanted, of all that come by.
+class WantedNames {
+  public:
+    WantedNames(NameList &names, const NameFilter &wanted) : names_(names), wanted_(wanted) {}
+
+    void add(std::string_view name) {
+        if (!wanted_ || wanted_(name)) names_.add(name);
+    }
+    void clear() { names_.clear(); }
+    unsigned long bytes() const { return names_.bytes(); }
+
+  private:
+    NameList &names_;
+    const NameFilter &wanted_;
+};
+
+bool read_local(const PathBuffer &path, WantedNames &names) {
     names.clear();
     const std::unique_ptr<DIR, DirectoryCloser> directory(open_directory(path));
     int error = directory == nullptr ? errno : 0;
@@ -67,7 +83,7 @@ bool read_local(const PathBuffer &path, NameList &names) {
 // position after the entry before it.
 class RemoteReader {
   public:
-    RemoteReader(const PathBuffer &path, NameList &names) : path_(path), names_(names) {}
+    RemoteReader(const PathBuffer &path, WantedNames &names) : path_(path), names_(names) {}
 
     [[nodiscard]] bool allocate(uint32_t entries_per_request) {
         // A batch without two more entries than "." or ".." makes no progress.
@@ -148,7 +164,7 @@ class RemoteReader {
     }
 
     const PathBuffer &path_;
-    NameList &names_;
+    WantedNames &names_;
     std::unique_ptr<TdmDirEntry[]> memory_;
     std::span<TdmDirEntry> slots_;
     uint64_t cookie_ = 0;
@@ -156,7 +172,7 @@ class RemoteReader {
     bool first_batch_ = true;
 };
 
-bool read(const PathBuffer &path, NameList &names, bool &complete) {
+bool read(const PathBuffer &path, WantedNames &names, bool &complete) {
     TdmFsInfo info = {};
     uint32_t location = 0;
     const uint32_t status = tdm_fsinfo(ctx, path.c_str(), &info, &location);
@@ -176,10 +192,11 @@ bool read(const PathBuffer &path, NameList &names, bool &complete) {
 
 }  // namespace
 
-bool read_directory(const PathBuffer &path, NameList &names, bool *complete) {
+bool read_directory(const PathBuffer &path, NameList &names, bool *complete, const NameFilter &wanted) {
     try {
         bool all = true;
-        const bool done = read(path, names, all);
+        WantedNames wanted_names(names, wanted);
+        const bool done = read(path, wanted_names, all);
         if (complete != nullptr) *complete = all;
         return done;
     } catch (const std::bad_alloc &) {

@@ -4,7 +4,6 @@
 #include <string_view>
 
 #include "tslwnfs/commands/attributes.h"
-#include "tslwnfs/commands/directory_reader.h"
 #include "tslwnfs/commands/listing_layout.h"
 #include "tslwnfs/options/options.h"
 #include "tslwnfs/options/strict.h"
@@ -37,9 +36,10 @@ bool list_subdirectories(const PathBuffer &path, const NameList &names, int32_t 
 }
 
 // Lists the names of a directory.
-bool list_names(const PathBuffer &path, NameList &names, Afterwards afterwards, bool *complete = nullptr) {
+bool list_names(const PathBuffer &path, NameList &names, Afterwards afterwards, bool *complete = nullptr,
+                const NameFilter &wanted = {}) {
     if (afterwards == Afterwards::attributes) expect_attributes(path.c_str());
-    return read_directory(path, names, complete);
+    return read_directory(path, names, complete, wanted);
 }
 
 // Gives the names for a path, and tells whether they are its content.
@@ -69,7 +69,7 @@ bool is_empty_directory(const PathBuffer &path) {
     return is_strict(Strict::status) && read_dir(path, names, kUnprinted) == 0 && names.empty();
 }
 
-uint32_t list_content(const Operand &path, NameList &names, Afterwards afterwards) {
+uint32_t list_content(const Operand &path, NameList &names, Afterwards afterwards, const NameFilter &wanted) {
     names.clear();
     PathBuffer resolved;
     if (!resolve_operand("read_dir", path, resolved)) return 1;
@@ -77,7 +77,7 @@ uint32_t list_content(const Operand &path, NameList &names, Afterwards afterward
     const Kind kind = kind_of(resolved, attributes);
     if (kind != Kind::regular && kind != Kind::special) {
         bool complete = true;
-        if (!list_names(resolved, names, afterwards, &complete)) return 1;
+        if (!list_names(resolved, names, afterwards, &complete, wanted)) return 1;
         return complete ? 0 : kNamesLeftOut;
     }
     trace_failure("read_dir", "%s is no directory", resolved.c_str());

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "platform/path_buffer.h"
+#include "tslwnfs/commands/directory_reader.h"
 #include "tslwnfs/commands/name_list.h"
 #include "tslwnfs/output/printing.h"
 #include "tslwnfs/storage/operand.h"
@@ -13,13 +14,14 @@
 // What is no directory is a list of its resolved path alone. Returns 0 or 1.
 uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names);
 
-// Lists what lies in a directory as read_dir() does without printing, but follows a link to a directory. Returns 0, 1,
-// kNoDirectory for what has no content, or kNamesLeftOut when the directory has names besides that no path can hold.
-// What a listing told of the entries may be all that is asked about them afterwards.
+// Lists what lies in a directory, or of that what is wanted, as read_dir() does without printing, but follows a link to
+// a directory. Returns 0, 1, kNoDirectory for what has no content, or kNamesLeftOut when the directory has names
+// besides that no path can hold. What a listing told of the entries may be all that is asked about them afterwards.
 constexpr uint32_t kNoDirectory = 2;
 constexpr uint32_t kNamesLeftOut = 3;
 enum class Afterwards : uint8_t { anything, attributes };
-uint32_t list_content(const Operand &path, NameList &names, Afterwards afterwards = Afterwards::anything);
+uint32_t list_content(const Operand &path, NameList &names, Afterwards afterwards = Afterwards::anything,
+                      const NameFilter &wanted = {});
 
 // For a directory whose content is about to be copied or deleted, when the status is to tell of failures in it: an
 // empty one is none.

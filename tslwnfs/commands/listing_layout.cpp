@@ -4,13 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <array>
 #include <new>
 #include <string_view>
-#include <vector>
 
 #include "tslwnfs/commands/attribute_block.h"
 #include "tslwnfs/commands/attributes.h"
+#include "tslwnfs/commands/listed_entries.h"
 #include "tslwnfs/options/options.h"
 #include "tslwnfs/output/messages.h"
 #include "tslwnfs/output/output.h"
@@ -24,27 +24,6 @@ enum Layout : int32_t { kNamePerLine = 0, kColumns = 1, kLong = 2 };
 enum TimeShown : int32_t { kModification = 0, kStatusChange = 1, kAccess = 2 };
 
 constexpr std::size_t kNameWidth = 31;
-
-// What the layouts show of an entry's attributes; of a million of them only that is kept.
-struct Details {
-    uint64_t size = 0;
-    uint64_t time = 0;
-    uint32_t mode = 0;
-    uint32_t links = 0;
-    uint32_t uid = 0;
-    uint32_t gid = 0;
-    bool is_local = false;
-};
-
-// The entries that are shown, by their place in the list of names. Without details when the layout needs none.
-struct Entries {
-    const NameList &names;
-    const bool on_screen;
-    std::vector<uint32_t> places;
-    std::vector<Details> details;
-
-    std::size_t size() const { return places.size(); }
-};
 
 // A name that is wider than the column gets the whole column's blanks behind it, so that it still stands apart. Scripts
 // get so many bytes; at a terminal the columns of the screen count.
@@ -95,37 +74,52 @@ Details details_of(const AttrResult &attributes) {
 }
 
 // Returns false when some entry could not be asked about.
-bool collect_entries(const PathBuffer &path, Listed listed, Entries &entries) {
+bool collect_entries(const PathBuffer &path, const NameList &names, Listed listed, ListedEntries &entries) {
     bool complete = true;
     const bool detailed = shows_attributes();
-    entries.places.reserve(entries.names.size());
-    if (detailed) entries.details.reserve(entries.names.size());
-    for (std::size_t i = 0; i < entries.names.size(); ++i) {
-        const std::string_view name = entries.names[i];
-        AttrResult attributes;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const std::string_view name = names[i];
+        ListedEntries::Entry entry{i, {}};
         if (detailed) {
+            AttrResult attributes;
             const Kind kind = fetch_attributes(path, name, listed, attributes);
             if (kind == Kind::missing) complete = false;
             if (kind == Kind::missing || (kind != Kind::directory && has_option(kListDirectoriesOnly))) continue;
+            entry.details = details_of(attributes);
         }
-        if (DIR_SHOWDOT == 0 && name.starts_with('.')) continue;
-        entries.places.push_back(static_cast<uint32_t>(i));
-        if (detailed) entries.details.push_back(details_of(attributes));
-    }
-    if (has_option(kListReverse)) {
-        std::reverse(entries.places.begin(), entries.places.end());
-        std::reverse(entries.details.begin(), entries.details.end());
+        if (DIR_SHOWDOT != 0 || !name.starts_with('.')) entries.add(entry);
     }
     return complete;
 }
 
-std::string shown(const Entries &entries, std::size_t index) {
-    return padded(shown_name(entries.names[entries.places[index]]), entries.on_screen);
-}
+// What is printed.
+struct Listing {
+    const NameList &names;
+    const ListedEntries &entries;
+    const bool on_screen;
 
-void print_size(const Entries &entries, std::size_t index) {
+    std::size_t size() const { return entries.size(); }
+};
+
+// Goes through the entries of a listing in the order in which they are shown.
+class Cursor {
+  public:
+    explicit Cursor(const Listing &listing) : listing_(listing), entries_(listing.entries) {}
+
+    void go_to(std::size_t index) {
+        entry_ = entries_.at(has_option(kListReverse) ? listing_.size() - 1 - index : index);
+    }
+    const Details &details() const { return entry_.details; }
+    std::string name() const { return padded(shown_name(listing_.names[entry_.place]), listing_.on_screen); }
+
+  private:
+    const Listing &listing_;
+    ListedEntries::Reader entries_;
+    ListedEntries::Entry entry_;
+};
+
+void print_size(const Details &details) {
     if (!has_option(kListSize)) return;
-    const Details &details = entries.details[index];
     if (details.is_local) {
         print("%s  ", format_I64d(static_cast<int64_t>(details.size)).c_str());
     } else {
@@ -133,28 +127,32 @@ void print_size(const Entries &entries, std::size_t index) {
     }
 }
 
-void print_name_per_line(const Entries &entries) {
+void print_name_per_line(const Listing &listing) {
     if (DIR_SHOWDOT != 0) print(". \n .. \n");
-    for (std::size_t index = 0; index < entries.size(); ++index) {
-        print_size(entries, index);
-        if (has_option(kListTime)) {
-            const Details &details = entries.details[index];
-            print(details.is_local ? "%s  " : "  %s", time_text(details.time).c_str());
-        }
-        print("%s \n", shown(entries, index).c_str());
+    Cursor entry(listing);
+    for (std::size_t index = 0; index < listing.size(); ++index) {
+        entry.go_to(index);
+        const Details &details = entry.details();
+        print_size(details);
+        if (has_option(kListTime)) print(details.is_local ? "%s  " : "  %s", time_text(details.time).c_str());
+        print("%s \n", entry.name().c_str());
     }
 }
 
 // The columns are filled downwards.
-void print_columns(const Entries &entries) {
-    constexpr std::size_t kColumnCount = 3;
+void print_columns(const Listing &listing) {
+    std::array columns = {Cursor(listing), Cursor(listing), Cursor(listing)};
     if (DIR_SHOWDOT != 0) print("\n.\t\t\t\t..");
-    const std::size_t rows = (entries.size() + kColumnCount - 1) / kColumnCount;
+    const std::size_t rows = (listing.size() + columns.size() - 1) / columns.size();
     for (std::size_t row = 0; row < rows; ++row) {
-        for (std::size_t index = row; index < entries.size(); index += rows) {
-            print_size(entries, index);
-            if (has_option(kListTime)) print("%s  ", time_text(entries.details[index].time).c_str());
-            print("%s", shown(entries, index).c_str());
+        std::size_t index = row;
+        for (Cursor &entry : columns) {
+            if (index >= listing.size()) break;
+            entry.go_to(index);
+            print_size(entry.details());
+            if (has_option(kListTime)) print("%s  ", time_text(entry.details().time).c_str());
+            print("%s", entry.name().c_str());
+            index += rows;
         }
         print("\n");
     }
@@ -178,18 +176,34 @@ void print_long_remote(const Details &details) {
 }
 
 // Every entry begins with its line feed and ends without one.
-void print_long(const Entries &entries) {
-    if (entries.names.empty() && DIR_SHOWDOT != 0) print("\n.\n..");
-    for (std::size_t index = 0; index < entries.size(); ++index) {
-        const Details &details = entries.details[index];
+void print_long(const Listing &listing) {
+    if (listing.names.empty() && DIR_SHOWDOT != 0) print("\n.\n..");
+    Cursor entry(listing);
+    for (std::size_t index = 0; index < listing.size(); ++index) {
+        entry.go_to(index);
+        const Details &details = entry.details();
         print("\n");
-        print_size(entries, index);
+        print_size(details);
         if (details.is_local) {
             print_long_local(details);
         } else {
             print_long_remote(details);
         }
-        print("  %s", shown(entries, index).c_str());
+        print("  %s", entry.name().c_str());
+    }
+}
+
+void print_layout(const Listing &listing) {
+    switch (DIR_LTYPE) {
+        case kNamePerLine:
+            print_name_per_line(listing);
+            break;
+        case kColumns:
+            print_columns(listing);
+            break;
+        default:
+            print_long(listing);
+            break;
     }
 }
 
@@ -200,26 +214,15 @@ bool shows_attributes() {
 }
 
 bool print_listing(const PathBuffer &path, const NameList &names, Listed listed) {
-    Entries entries{names, isatty(fileno(output_stream())) != 0, {}, {}};
-    bool complete = false;
+    ListedEntries entries;
     try {
-        complete = collect_entries(path, listed, entries);
+        const bool complete = collect_entries(path, names, listed, entries);
+        print_layout({names, entries, isatty(fileno(output_stream())) != 0});
+        return complete;
     } catch (const std::bad_alloc &) {
-        entries.details = {};
-        const std::size_t each = sizeof(Details) + sizeof(uint32_t);
-        trace_message("read_dir", Message::out_of_memory, static_cast<unsigned long>(names.size() * each));
+        const auto bytes = static_cast<unsigned long>(entries.bytes());
+        entries = {};
+        trace_message("read_dir", Message::out_of_memory, bytes);
         return false;
     }
-    switch (DIR_LTYPE) {
-        case kNamePerLine:
-            print_name_per_line(entries);
-            break;
-        case kColumns:
-            print_columns(entries);
-            break;
-        default:
-            print_long(entries);
-            break;
-    }
-    return complete;
 }

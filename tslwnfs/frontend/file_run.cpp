@@ -6,6 +6,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "platform/path_buffer.h"
@@ -125,14 +126,9 @@ class FileRun {
     // Every name of the source's directory that the pattern matches, case left aside, in the order of the listing. The
     // names go on in lower case, unless they are to keep it.
     void run_on_matches() {
-        NameList names;
-        listed_ = !operands_.source().directory.empty() && list_source(names);
-        if (!listed_) return;
-        const std::string pattern = lowered(operands_.source().name);
         NameList matches;
-        for (const auto &name : names)
-            if (strwildcmp(pattern.c_str(), lowered(name).c_str()) != 0) matches.add(name);
-        names.clear();
+        listed_ = !operands_.source().directory.empty() && list_matches(matches);
+        if (!listed_) return;
         for (std::size_t done = 0; done < matches.size(); ++done) {
             if (wants_workers(matches, done)) return run_together(matches, done);
             run_alone(std::string(matches[done]));
@@ -205,10 +201,14 @@ class FileRun {
         keep(give_verdict(result));
     }
 
-    bool list_source(NameList &names) {
+    // Of a large directory often few names match: the others are not kept.
+    bool list_matches(NameList &matches) {
         const char *const directory = operands_.source().directory.c_str();
-        const uint32_t listed =
-            list_content(operands_.is_typed() ? Operand(directory) : Operand::ready(directory), names);
+        const auto is_match = [pattern = lowered(operands_.source().name)](std::string_view name) {
+            return strwildcmp(pattern.c_str(), lowered(name).c_str()) != 0;
+        };
+        const uint32_t listed = list_content(operands_.is_typed() ? Operand(directory) : Operand::ready(directory),
+                                             matches, Afterwards::anything, is_match);
         names_left_out_ = listed == kNamesLeftOut;
         return listed == 0 || names_left_out_;
     }

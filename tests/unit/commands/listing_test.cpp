@@ -6,10 +6,12 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <tuple>
 
 #include "tests/support/allocation_faults.h"
 #include "tests/unit/commands/command_fixture.h"
 #include "tslwnfs/commands/executor.h"
+#include "tslwnfs/commands/listed_entries.h"
 
 namespace {
 
@@ -67,6 +69,62 @@ TEST(NameListTest, TakesThreeBytesAndALittleBesideTheNames) {
     for (std::size_t i = 0; i < kCount; ++i)
         names.add("entry-0000.dat");
     EXPECT_LT(allocated_bytes() - before, kCount * (14 + 3) + (1 << 20));
+}
+
+ListedEntries::Entry numbered(std::size_t number) {
+    const auto narrow = static_cast<uint32_t>(number);
+    return {number * 2,
+            {UINT64_MAX - number * 4711, number % 3 * 1'700'000'000, narrow % 7, ~narrow, narrow / 1000, 5,
+             number % 500 == 0}};
+}
+
+bool same(const ListedEntries::Entry &one, const ListedEntries::Entry &other) {
+    const auto all = [](const ListedEntries::Entry &entry) {
+        const auto &[size, time, mode, links, uid, gid, is_local] = entry.details;
+        return std::tuple(entry.place, size, time, mode, links, uid, gid, is_local);
+    };
+    return all(one) == all(other);
+}
+
+TEST(ListedEntriesTest, GiveBackWhatWasAddedForthBackAndAtSeveralPlacesAtOnce) {
+    constexpr std::size_t kCount = 1000;
+    ListedEntries entries;
+    for (std::size_t i = 0; i < kCount; ++i)
+        entries.add(numbered(i));
+    ASSERT_EQ(entries.size(), kCount);
+    ListedEntries::Reader forth(entries);
+    ListedEntries::Reader back(entries);
+    for (std::size_t i = 0; i < kCount; ++i) {
+        ASSERT_TRUE(same(forth.at(i), numbered(i))) << i;
+        ASSERT_TRUE(same(back.at(kCount - 1 - i), numbered(kCount - 1 - i))) << i;
+    }
+}
+
+TEST(ListedEntriesTest, TakeNextToNothingWithoutDetailsAndFewBytesWithThem) {
+    constexpr std::size_t kCount = 200000;
+    constexpr std::size_t kConstant = 1 << 14;
+    const std::size_t before = allocated_bytes();
+    ListedEntries names;
+    for (std::size_t i = 0; i < kCount; ++i)
+        names.add({i, {}});
+    EXPECT_LT(allocated_bytes() - before, kCount * 2 + kConstant);
+    ListedEntries files;
+    const std::size_t before_files = allocated_bytes();
+    for (std::size_t i = 0; i < kCount; ++i)
+        files.add({i, {i * 104729 % (1 << 30), 1'700'000'000 + i * 7919 % 10'000'000, 0100644, 0, 0, 0, false}});
+    EXPECT_LT(allocated_bytes() - before_files, kCount * 14 + kConstant);
+}
+
+TEST_F(ListingTest, OfADirectoryOnlyTheWantedNamesAreKept) {
+    for (const char *name : {"/m/d/a1", "/m/d/b1", "/m/d/a2", "/m/d/b2", "/m/d/a3"})
+        fake_.volume.add_file(name, "");
+    const auto wanted = [](std::string_view name) { return name.starts_with('a'); };
+    EXPECT_EQ(run([&] { return list_content("/m/d", names_, Afterwards::anything, wanted); }).status, 0u);
+    EXPECT_THAT(names(), ElementsAre("a1", "a2", "a3"));
+    directory_.file("a", "");
+    directory_.file("b", "");
+    run([&] { return list_content(directory_.path().c_str(), names_, Afterwards::anything, wanted); });
+    EXPECT_THAT(names(), ElementsAre("a"));
 }
 
 TEST_F(ListingTest, ALocalDirectoryHasItsNamesWithoutTheDots) {

@@ -89,8 +89,13 @@ uint32_t read_dir(const Operand &path, NameList &names, int32_t print_names) {
         names.add(name);
     return note("read_dir", path, print_names);
 }
-uint32_t list_content(const Operand &path, NameList &names, Afterwards) {
-    return read_dir(path, names, kUnprinted);
+uint32_t list_content(const Operand &path, NameList &names, Afterwards, const NameFilter &wanted) {
+    NameList all;
+    const uint32_t result = read_dir(path, all, kUnprinted);
+    names.clear();
+    for (const auto &name : all)
+        if (!wanted || wanted(name)) names.add(name);
+    return result;
 }
 uint32_t read_dirlist(const Operand &path, int32_t depth) {
     return note("read_dirlist", path, depth);
