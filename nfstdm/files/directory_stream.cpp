@@ -11,7 +11,6 @@ namespace nfstdm {
 namespace {
 
 constexpr unsigned kRestartsMaximum = 3;  // after cookies that became invalid
-constexpr std::size_t kNameHead = 8;      // bytes that a name takes beside its own
 
 }  // namespace
 
@@ -134,7 +133,7 @@ Status DirectoryStream::notice_loop() {
 }
 
 Status DirectoryStream::endless() const {
-    return mount_.named({EOVERFLOW, "READDIR: the directory does not end"});
+    return mount_.named({EOVERFLOW, "READDIR: the directory does not end, or holds more names than fit 256 MiB"});
 }
 
 void DirectoryStream::take_entries(DirectoryPosition from, const DirectoryReply &reply) {

@@ -29,6 +29,8 @@ class DirectoryStream {
     // for them; what is kept here is bounded by the number.
     static constexpr std::size_t kEntriesMaximum = std::size_t{1} << 24;
     static constexpr std::size_t kBytesMaximum = std::size_t{256} << 20;
+    static constexpr std::size_t kNameHead = 2;  // that a name takes beside its own
+    static_assert(std::size_t{10'000'000} * (24 + kNameHead) <= kBytesMaximum, "there are directories so large");
 
     struct Entry {
         uint64_t fileid = 0;

@@ -195,7 +195,9 @@ TEST_F(DirectoryTest, ADirectoryOfLongNamesWithoutEndIsGivenUpBeforeItFillsTheMe
     one_.entries_per_reply = 4096;
     one_.makes_up_names = 512;
     const std::size_t before = allocated_bytes();
-    EXPECT_EQ(failure_after(1 << 20).number(), uint32_t{EOVERFLOW});
+    const Status failure = failure_after(1 << 20);
+    EXPECT_EQ(failure.number(), uint32_t{EOVERFLOW});
+    EXPECT_THAT(failure.text(), ::testing::HasSubstr("does not end, or holds more names than fit 256 MiB"));
     EXPECT_LT(allocated_bytes() - before, DirectoryStream::kBytesMaximum * 3 / 2);
     EXPECT_LT(one_.calls[Op::readdir], 256U);
 }
