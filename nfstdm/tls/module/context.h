@@ -32,6 +32,8 @@ std::string openssl_words();
 struct nfstdm_tls_context {
     std::unique_ptr<SSL_CTX, nfstdm::tls::Freeing<SSL_CTX_free>> ssl;
     nfstdm_tls_role role = NFSTDM_TLS_CLIENT;
+    // The kernel's TLS broke a connection: before Linux 6.14 it can not change keys, which the peer may want.
+    bool shuns_kernel = false;
     // By peer. Each is used once, so that nobody can tell that two connections have one client (RFC 8446 appendix C.4).
     std::map<std::string, std::deque<nfstdm::tls::ResumableSession>> sessions;
 };

@@ -90,6 +90,7 @@ bool nfstdm_tls_session::start(nfstdm_tls_failure &failure) {
         fill_in(failure, ENOMEM, "OpenSSL: " + openssl_words());
         return false;
     }
+    if (context_.shuns_kernel) SSL_clear_options(ssl_.get(), SSL_OP_ENABLE_KTLS);
     SSL_set_bio(ssl_.get(), bio, bio);
     SSL_set_app_data(ssl_.get(), this);
     if (context_.role == NFSTDM_TLS_SERVER) {
@@ -139,8 +140,10 @@ int nfstdm_tls_session::failed(int result, const char *during, nfstdm_tls_failur
         fill_in(failure, system_error, std::string(during) + ": " + std::strerror(system_error));
     else if (is_alert(code))
         fill_in(failure, EKEYREJECTED, "the other side refuses: " + openssl_words());
-    else
+    else {
         fill_in(failure, EPROTO, std::string(during) + ": " + openssl_words());
+        if (sends_by_kernel() || receives_by_kernel()) context_.shuns_kernel = true;
+    }
     return -1;
 }
 
@@ -240,12 +243,20 @@ ssize_t nfstdm_tls_session::send(const iovec *pieces, std::size_t count, nfstdm_
     return -1;
 }
 
+bool nfstdm_tls_session::sends_by_kernel() const {
+    return BIO_get_ktls_send(SSL_get_wbio(ssl_.get()));
+}
+
+bool nfstdm_tls_session::receives_by_kernel() const {
+    return BIO_get_ktls_recv(SSL_get_rbio(ssl_.get()));
+}
+
 std::string nfstdm_tls_session::describe() const {
     SSL *ssl = ssl_.get();
     std::string text = std::string(SSL_get_version(ssl)) + ", " + SSL_get_cipher_name(ssl);
     if (SSL_session_reused(ssl) == 1) text += ", session resumed";
-    const bool sends = BIO_get_ktls_send(SSL_get_wbio(ssl));
-    const bool receives = BIO_get_ktls_recv(SSL_get_rbio(ssl));
+    const bool sends = sends_by_kernel();
+    const bool receives = receives_by_kernel();
     if (sends && receives) return text + ", by the kernel";
     if (sends) return text + ", by OpenSSL, sending by the kernel";
     return text + (receives ? ", by OpenSSL, receiving by the kernel" : ", by OpenSSL");

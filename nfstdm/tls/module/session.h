@@ -40,6 +40,8 @@ struct nfstdm_tls_session {
   private:
     bool resume();
     bool check_protocol(nfstdm_tls_failure &failure);
+    bool sends_by_kernel() const;
+    bool receives_by_kernel() const;
     int failed(int result, const char *during, nfstdm_tls_failure &failure);
     struct Cursor {
         std::size_t piece = 0;
