@@ -593,7 +593,7 @@ void Session::remove_user(StateHolder &user, DoneCompletion done) {
     say_farewell(std::move(done));
 }
 
-// Both at once: a server that meets the second first keeps the client id until its lease is over.
+// Both at once, which saves a round trip.
 void Session::say_farewell(DoneCompletion done) {
     timer_.cancel();
     client_->drop(this);
@@ -601,14 +601,31 @@ void Session::say_farewell(DoneCompletion done) {
     state_ = State::down;
     farewell_ = std::move(done);
     farewells_ = has_session ? 2 : 1;
-    const auto said = [this](Results &) {
-        if (--farewells_ == 0) farewell_said();
-    };
+    client_is_busy_ = dismissed_again_ = false;
     if (has_session)
         ask(
-            Op::destroy_session, [this](Compound &compound) { put_destroy_session(compound, session_); }, said);
+            Op::destroy_session, [this](Compound &compound) { put_destroy_session(compound, session_); },
+            [this](Results &) { farewell_answered(); });
+    dismiss_client();
+}
+
+void Session::dismiss_client() {
     ask(
-        Op::destroy_clientid, [this](Compound &compound) { put_destroy_clientid(compound, client_id_); }, said);
+        Op::destroy_clientid, [this](Compound &compound) { put_destroy_clientid(compound, client_id_); },
+        [this](Results &results) {
+            const NfsStatus failure = results.next(Op::destroy_clientid) ? NfsStatus::ok : results.failure();
+            client_is_busy_ = failure == NfsStatus::clientid_busy || failure == NfsStatus::delay;
+            farewell_answered();
+        });
+}
+
+// A server that met the second first, or both at the same time, is asked once more: its administrator sees clients that
+// are gone else, and after a restart it waits for them.
+void Session::farewell_answered() {
+    if (--farewells_ > 0) return;
+    if (!client_is_busy_ || std::exchange(dismissed_again_, true)) return farewell_said();
+    farewells_ = 1;
+    dismiss_client();
 }
 
 void Session::farewell_said() {

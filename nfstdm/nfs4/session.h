@@ -121,6 +121,8 @@ class Session : private rpc::Introduction {
     rpc::Duration limit() const;
 
     void say_farewell(DoneCompletion done);
+    void dismiss_client();
+    void farewell_answered();
     void farewell_said();
 
     remote::Server &server_;
@@ -157,7 +159,9 @@ class Session : private rpc::Introduction {
     std::list<CallPointer> running_;
     ScopedTimer timer_;
     DoneCompletion farewell_;
-    unsigned farewells_ = 0;  // unanswered
+    unsigned farewells_ = 0;       // unanswered
+    bool client_is_busy_ = false;  // what the server said of the client id, to a farewell
+    bool dismissed_again_ = false;
     Lifeline life_;
 };
 
