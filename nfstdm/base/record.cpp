@@ -19,6 +19,7 @@ constexpr std::string_view kNotReady = " is not ready (just started, or fetching
 constexpr std::string_view kBack = " ok again";
 constexpr std::string_view kSecurity = "with security ";
 constexpr std::string_view kKerberos = "Kerberos";
+constexpr std::string_view kTransport = "transport_security";
 
 // What is told of a server behind its name.
 struct ServerWords {
@@ -118,7 +119,8 @@ Record read_record(std::string_view line) {
 }
 
 Concern concern_of(std::string_view reason) {
-    if (contains(reason, kSecurity) || contains(reason, kKerberos)) return Concern::security;
+    for (const std::string_view words : {kSecurity, kKerberos, kTransport})
+        if (contains(reason, words)) return Concern::security;
     if (contains(reason, std::string(kWhy) + kMountCall)) return Concern::mounting;
     return contains(reason, kServer) ? Concern::server : Concern::host;
 }

@@ -101,6 +101,12 @@ void agree(uint32_t &maximum, uint32_t &preferred) {
     preferred = preferred == 0 ? maximum : std::min(preferred, maximum);
 }
 
+// Nobody needs a permission for FSINFO (RFC 1813 section 3.3.19): it is the way of asking that the export refuses.
+Status with_what_is_wanted(const Status &failure) {
+    const bool refused = failure.number() == EACCES && !failure.is(Condition::credential);
+    return refused ? failure.told_as(failure.text() + remote::kMayWantAnotherTransport) : failure;
+}
+
 class Nfs3Volume : public remote::Export {
   public:
     Nfs3Volume(std::shared_ptr<remote::Server> server, ServerExport share);
@@ -225,7 +231,7 @@ Status Nfs3Volume::choose_security(const std::vector<uint32_t> &offered) {
 
 void Nfs3Volume::ask_limits(const FileHandle &root) {
     auto done = [this, root](const Result<FsInfoReply> &info) {
-        if (!info.ok()) return contact_failed(info.status());
+        if (!info.ok()) return contact_failed(with_what_is_wanted(info.status()));
         limits_known(root, info.value());
     };
     Extra extra;

@@ -69,8 +69,8 @@ void ExportVolume::find_with_another(const std::vector<uint32_t> &offered) {
     const auto other = remote::choose_security(wanted(), offered, share().export_path);
     if (!other.ok()) return not_attached(in_context(other.status()));
     if (other.value() == security_)
-        return not_attached(in_context({EACCES, "the server offers security " + security_ +
-                                                    " and refuses it: it may want another transport_security"}));
+        return not_attached(in_context({EACCES, "the server offers security " + security_ + " and refuses it" +
+                                                    remote::kMayWantAnotherTransport}));
     if (Status status = use_security(other.value()); !status.ok()) return not_attached(in_context(status));
     find_export();
 }

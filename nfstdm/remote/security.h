@@ -41,4 +41,7 @@ const std::string &wanted_security(const ServerConfig &server, const ServerExpor
 Result<std::string> choose_security(const std::string &wanted, const std::vector<uint32_t> &offered,
                                     const std::string &export_path);
 
+// What to say of an export that is refused with a flavour that the server offers.
+inline constexpr char kMayWantAnotherTransport[] = ": it may want another transport_security";
+
 }  // namespace nfstdm::remote

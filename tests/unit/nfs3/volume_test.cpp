@@ -392,6 +392,16 @@ TEST_F(VolumeTest, NamesServerAndOperationWhenTheMountIsRefused) {
     EXPECT_TRUE(attach().ok());  // may be tried again
 }
 
+TEST_F(VolumeTest, AnExportThatIsMountedAndRefusedMayWantAnotherTransport) {
+    FakeNfs nfs(loop);
+    open(config_of(nfs));
+    nfs.refuse(Procedure::fsinfo, NfsStatus::acces);
+    const auto root = attach();
+    EXPECT_EQ(root.status().number(), static_cast<uint32_t>(EACCES));
+    EXPECT_EQ(root.status().text(),
+              "server db1: FSINFO: permission denied (NFS3ERR_ACCES): it may want another transport_security");
+}
+
 TEST_F(VolumeTest, FailsAtOnceWhenTheServerIsDown) {
     FakeNfs nfs(loop);
     nfs.server.stop();

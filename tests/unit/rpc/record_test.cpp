@@ -69,6 +69,8 @@ TEST(Record, ConcernsWhomItsReasonNames) {
     EXPECT_EQ(concern_of("/m: " + named_server("s") + ": " + kMountCall + ": refused"), Concern::mounting);
     EXPECT_EQ(concern_of(named_server("s") + ": export /e is not offered " + named_security("sys") + ", only krb5"),
               Concern::security);
+    EXPECT_EQ(concern_of(named_server("s") + ": FSINFO: not allowed: it may want another transport_security"),
+              Concern::security);
 }
 
 }  // namespace

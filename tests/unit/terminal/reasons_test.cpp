@@ -101,6 +101,14 @@ TEST_F(Reasons, AddsWhatToTry) {
     EXPECT_EQ(told(), "tslwnfs: /m/f: server s: no such file\n");
 }
 
+TEST_F(Reasons, AddsNothingToWhatAServerSaysOfSecurity) {
+    for (const std::string reason : {"/m: server s: export /e is not offered with security sys, only with krb5",
+                                     "/m: server s: FSINFO: not allowed: it may want another transport_security"}) {
+        note_library_reason(EACCES, reason);
+        EXPECT_EQ(told(), "tslwnfs: " + reason + "\n");
+    }
+}
+
 TEST_F(Reasons, WarnsOfWhatFailedUnderASuccess) {
     note_library_reason(EIO, "/m/f: server s: WRITE: broken");
     note_library_failure("");
