@@ -17,9 +17,19 @@ constexpr std::size_t kSmallWrite = std::size_t{64} << 10;
 // How often an operation may meet a server that has lost its state.
 constexpr unsigned kRescuesMaximum = 8;
 
-// Why a server may not read a file that is not open.
+// Why a server may refuse to read a file that is not open; of the others none has to do with that.
 bool wants_open_file(NfsStatus status) {
-    return state_is_lost(status) || status == NfsStatus::openmode || status == NfsStatus::locked;
+    switch (status) {
+        case NfsStatus::openmode:
+        case NfsStatus::locked:
+        case NfsStatus::access:
+        case NfsStatus::perm:
+        case NfsStatus::inval:
+        case NfsStatus::serverfault:
+            return true;
+        default:
+            return state_is_lost(status);
+    }
 }
 
 struct Nothing {};

@@ -357,7 +357,8 @@ TEST_P(ReadOfOpenFilesOnly, IsAskedForAgainWhenTheFileIsOpen) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Statuses, ReadOfOpenFilesOnly,
-                         testing::Values(NfsStatus::bad_stateid, NfsStatus::locked, NfsStatus::openmode));
+                         testing::Values(NfsStatus::bad_stateid, NfsStatus::locked, NfsStatus::openmode,
+                                         NfsStatus::access, NfsStatus::inval, NfsStatus::serverfault));
 
 TEST_F(ReadAtOnce, FailsAsItWouldOfAnOpenFile) {
     open();
