@@ -12,7 +12,7 @@ NAMES = {"v4": "a large file in NFSv4.1 beside NFSv3"}
 COLUMNS = ("case", "NFSv4.1", "NFSv3", "NFSv3 / NFSv4.1", "to reach")
 TEXT = (
     "nfs-ganesha. No server's two versions cost the same: what the ratio shows is both ends. The rows of libnfs, whose"
-    " asynchronous interface drops the bytes where they arrive, show what the server makes of it alone; its NFSv4 is 4.0."
+    " asynchronous interface drops the bytes where they arrive, show what the server makes of it; its NFSv4 is 4.0."
 )
 WANTED = 0.9
 
