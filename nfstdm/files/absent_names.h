@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 
 #include "nfstdm/files/object_cache.h"
 #include "nfstdm/volume/volume.h"

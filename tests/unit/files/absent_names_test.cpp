@@ -106,6 +106,7 @@ TEST_F(AbsentNamesTest, FilesThatAreMadeNowAndThenAreNoReasonToList) {
         make_some(1);
         now_ += std::chrono::milliseconds(1001);
     }
+    make_some(AbsentNames::kMadeMinimum);
     EXPECT_EQ(listings(), 0U);
 }
 
