@@ -1,6 +1,7 @@
 """What the cases share: what the run was told, a scratch folder in memory, the large file."""
 
 import functools
+import itertools
 import os
 import pathlib
 import shutil
@@ -19,6 +20,7 @@ class Bench:
         self.quick = arguments.quick
         self.size = arguments.size  # of the large file, MiB
         self.repeats = arguments.repeats
+        self.entries = arguments.entries  # of the huge directory
         self.only = arguments.only
         self.report = Report(judged=not arguments.quick)
         self.scratch = pathlib.Path(tempfile.mkdtemp(prefix="wnfs-bench-", dir="/dev/shm"))
@@ -29,6 +31,10 @@ class Bench:
 
     def wants(self, *names):
         return not self.only or not self.only.isdisjoint(names)
+
+    def wants_expressly(self, name):
+        """Of a case that takes long, or much memory."""
+        return name in self.only
 
     def unused(self, name):
         """A path that nothing has been made at yet."""
@@ -67,4 +73,20 @@ def make_many(folder, names, content=b""):
         descriptor = os.open(folder / name, os.O_WRONLY | os.O_CREAT, 0o644)
         if content:
             os.write(descriptor, content)
+        os.close(descriptor)
+
+
+def make_links(folder, names, content_of=1000):
+    """Names that are links to a few files of many sizes: of millions, little memory each."""
+    sources = folder.with_name(f"{folder.name}-sources")
+    sources.mkdir()
+    for i in range(content_of):
+        with open(sources / str(i), "wb") as out:
+            out.truncate(i**3)
+    files = itertools.cycle(map(str, sources.iterdir()))
+    descriptor = os.open(folder, os.O_RDONLY)
+    try:
+        for name, file in zip(names, files):
+            os.link(file, name, dst_dir_fd=descriptor)
+    finally:
         os.close(descriptor)
