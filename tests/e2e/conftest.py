@@ -17,7 +17,7 @@ import servers
 
 
 def pytest_addoption(parser):
-    parser.addoption("--servers", default=",".join(servers.KINDS), help="run against these servers only")
+    parser.addoption("--servers", help="run against these servers only")
 
 
 def pytest_configure(config):
@@ -29,9 +29,11 @@ def pytest_configure(config):
 def pytest_generate_tests(metafunc):
     if "server" in metafunc.fixturenames:
         # The names of the table themselves: pytest keeps a server running for the tests that name the same object.
-        wanted = metafunc.config.getoption("servers").split(",")
+        named = metafunc.config.getoption("servers")
+        wanted = named.split(",") if named else servers.KINDS
         about = metafunc.definition.get_closest_marker("kinds")
-        meant = about.args if about else servers.USUAL
+        usual = servers.USUAL + servers.ON_REQUEST if named else servers.USUAL
+        meant = about.args if about else usual
         params = [name for name in servers.KINDS if name in wanted and name in meant]
         metafunc.parametrize("server", params, indirect=True, scope="session")
 

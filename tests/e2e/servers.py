@@ -246,13 +246,12 @@ EXPORT {{ Export_Id = 2; Path = {read_only}; Pseudo = /ro; Access_Type = RO; FSA
 """
 
 
-class Ganesha(Server):
-    """nfs-ganesha on a memory file system, with rpcbind on its real port, in a namespace of its own."""
+class ServerInNamespace(Server):
+    """A server of the machine's, with rpcbind on its real port, in a namespace of its own. `programs` are what it
+    answers when it is ready: (program, version) pairs."""
 
-    name = "ganesha"
-    protocol = 3
-    grace = "Graceless = true;"
-    programs = ((100003, 3), (100005, 3))
+    settings = {}  # of the block
+    programs = ()
 
     def __init__(self, home, place):
         place.mkdir(parents=True)
@@ -265,49 +264,20 @@ class Ganesha(Server):
             raise
 
     def _start(self, home, place):
-        self._make_folders(home, place / "rw", place / "ro")
-        configuration = self.client.home / "ganesha.conf"
-        configuration.write_text(
-            GANESHA_CONFIGURATION.format(
-                protocol=self.protocol, grace=self.grace, writable=place / "rw", read_only=place / "ro"
-            )
-        )
+        raise NotImplementedError
+
+    def _start_rpcbind(self):
         self._spawn("rpcbind", "-f", "-w")
         namespace.await_condition(lambda: self._answers(100000, 2), "rpcbind", self.processes[-1])
-        self.start_again()
-        self.exports = self._exports(place)
-        self.client.tslnfstab.write_text(server_block("ganesha", "127.0.0.1", self.exports, **self.settings))
-
-    def _make_folders(self, home, writable, read_only):
-        """In the namespace, with those that the server needs for itself; and the client there."""
-        for directory in ("/run", "/var/lib/nfs", writable.parent):
-            self.namespace.mount_tmpfs(str(directory))
-        inside = self.namespace.seen_from_outside
-        for directory in (writable, read_only, "/run/ganesha", "/var/lib/nfs/ganesha"):
-            inside(directory).mkdir(parents=True)
-        super().__init__(home, inside(writable), inside(read_only))
-        self.client.enter = self.namespace.enter()
-
-    settings = {}
-
-    def _exports(self, place):
-        return [(place / "rw", READ_WRITE), (place / "ro", READ_ONLY)]
-
-    def start_again(self):
-        configuration = self.client.home / "ganesha.conf"
-        self._spawn("ganesha.nfsd", "-F", "-L", "STDOUT", "-f", configuration, "-p", "/run/ganesha.pid")
-        namespace.await_condition(
-            lambda: all(self._answers(*program) for program in self.programs), "nfs-ganesha", self.processes[-1]
-        )
-
-    def kill(self):
-        process = self.processes.pop()
-        process.kill()
-        process.wait()
 
     def _spawn(self, *command):
         log = self.client.home / f"{command[0]}.log"
         self.processes.append(self.namespace.start(*map(str, command), log=log))
+
+    def _await_programs(self):
+        namespace.await_condition(
+            lambda: all(self._answers(*program) for program in self.programs), self.name, self.processes[-1]
+        )
 
     def _answers(self, program, version):
         """True when the program answers a NULL call over TCP on the port that rpcbind tells."""
@@ -334,7 +304,7 @@ class Ganesha(Server):
         return dict(self._registered())[100003]
 
     def block_through(self, port, **settings):
-        return server_block("ganesha", "127.0.0.1", self.exports, nfsport=port, **{**self.settings, **settings})
+        return server_block(self.name, "127.0.0.1", self.exports, nfsport=port, **{**self.settings, **settings})
 
     def close(self):
         for process in reversed(self.processes):
@@ -342,13 +312,64 @@ class Ganesha(Server):
         self.namespace.close()
 
     @staticmethod
-    def why_impossible():
-        for tool in ("ganesha.nfsd", "rpcbind", "rpcinfo"):
+    def lacking(*tools):
+        """The reason why no such server can run here, or None."""
+        for tool in (*tools, "rpcbind", "rpcinfo"):
             if shutil.which(tool, path="/usr/sbin:/usr/bin:/sbin:/bin") is None:
                 return f"{tool} is not installed"
-        if not list(pathlib.Path("/usr/lib").glob("*/ganesha/libfsalvfs.so")):
-            return "nfs-ganesha-vfs is not installed"
         return namespace.why_impossible()
+
+
+class Ganesha(ServerInNamespace):
+    """nfs-ganesha on a memory file system."""
+
+    name = "ganesha"
+    protocol = 3
+    grace = "Graceless = true;"
+    programs = ((100003, 3), (100005, 3))
+
+    def _start(self, home, place):
+        self._make_folders(home, place / "rw", place / "ro")
+        configuration = self.client.home / "ganesha.conf"
+        configuration.write_text(
+            GANESHA_CONFIGURATION.format(
+                protocol=self.protocol, grace=self.grace, writable=place / "rw", read_only=place / "ro"
+            )
+        )
+        self._start_rpcbind()
+        self.start_again()
+        self.exports = self._exports(place)
+        self.client.tslnfstab.write_text(server_block("ganesha", "127.0.0.1", self.exports, **self.settings))
+
+    def _make_folders(self, home, writable, read_only):
+        """In the namespace, with those that the server needs for itself; and the client there."""
+        for directory in ("/run", "/var/lib/nfs", writable.parent):
+            self.namespace.mount_tmpfs(str(directory))
+        inside = self.namespace.seen_from_outside
+        for directory in (writable, read_only, "/run/ganesha", "/var/lib/nfs/ganesha"):
+            inside(directory).mkdir(parents=True)
+        Server.__init__(self, home, inside(writable), inside(read_only))
+        self.client.enter = self.namespace.enter()
+
+    def _exports(self, place):
+        return [(place / "rw", READ_WRITE), (place / "ro", READ_ONLY)]
+
+    def start_again(self):
+        configuration = self.client.home / "ganesha.conf"
+        self._spawn("ganesha.nfsd", "-F", "-L", "STDOUT", "-f", configuration, "-p", "/run/ganesha.pid")
+        self._await_programs()
+
+    def kill(self):
+        process = self.processes.pop()
+        process.kill()
+        process.wait()
+
+    @classmethod
+    def why_impossible(cls):
+        why = cls.lacking("ganesha.nfsd")
+        if why is None and not list(pathlib.Path("/usr/lib").glob("*/ganesha/libfsalvfs.so")):
+            return "nfs-ganesha-vfs is not installed"
+        return why
 
 
 class Ganesha4(Ganesha):
@@ -370,12 +391,85 @@ class Ganesha4WithGrace(Ganesha4):
     grace = "Lease_Lifetime = 10; Grace_Period = 12;"
 
 
+class Linux(ServerInNamespace):
+    """The kernel's own server on the file system of the tests. It is part of the machine, so it stops and starts but
+    never crashes; what a client had open it gives back within the grace period."""
+
+    name = "linux"
+    without = ("4",)  # versions of NFS
+    programs = ((100003, 3), (100005, 3))
+
+    is_own = False  # what /proc/fs/nfsd shows is the server of this namespace, not the machine's
+
+    def _start(self, home, place):
+        self._mount()
+        for folder in ("rw", "ro"):
+            (place / folder).mkdir()
+        Server.__init__(self, home, place / "rw", place / "ro")
+        self.client.enter = self.namespace.enter()
+        self.exports = [(place / "rw", READ_WRITE), (place / "ro", READ_ONLY)]
+        self._start_rpcbind()
+        for (export, _), access in zip(self.exports, ("rw", "ro"), strict=True):
+            options = f"{access},insecure,no_root_squash,no_subtree_check"
+            self.namespace.run("exportfs", "-o", options, f"127.0.0.1:{export}")
+        self._spawn("nfsdcld", "-F")
+        self._spawn("rpc.mountd", "-F", *self._without())
+        self.start_again()
+        self.client.tslnfstab.write_text(server_block(self.name, "127.0.0.1", self.exports, **self.settings))
+
+    def _mount(self):
+        """What the server's daemons keep, and what the kernel shows them of this network."""
+        inside = self.namespace.seen_from_outside
+        for folder in ("/run", "/var/lib/nfs"):
+            self.namespace.mount_tmpfs(folder)
+        for folder in ("/run/rpc_pipefs", "/var/lib/nfs/nfsdcld"):
+            inside(folder).mkdir()
+        inside("/var/lib/nfs/etab").touch()
+        self.namespace.run("mount", "-t", "rpc_pipefs", "rpc_pipefs", "/run/rpc_pipefs")
+        self.namespace.run("mount", "-t", "nfsd", "nfsd", "/proc/fs/nfsd")
+        self.is_own = True
+
+    def _without(self):
+        return [word for version in self.without for word in ("-N", version)]
+
+    def start_again(self):
+        self.namespace.run("rpc.nfsd", "-G", "10", "-L", "10", *self._without(), "4")
+        self._await_programs()
+
+    def kill(self):
+        self.namespace.run("rpc.nfsd", "0")
+
+    def close(self):
+        if self.is_own:
+            self.kill()
+        super().close()
+
+    @classmethod
+    def why_impossible(cls):
+        if "\tnfsd\n" not in pathlib.Path("/proc/filesystems").read_text():
+            return "this kernel has no NFS server, or not loaded; see scripts/linux-server"
+        return cls.lacking("rpc.nfsd", "rpc.mountd", "exportfs", "nfsdcld")
+
+
+class Linux4(Linux):
+    """The same as a server that speaks NFSv4 only: no MOUNT, exports by their whole path."""
+
+    name = "linux4"
+    without = ("3",)
+    programs = ((100003, 4),)
+    settings = {"version": "nfsv4.2"}
+
+
 KINDS = {
     "loopnfsd": Loopnfsd,
     "ganesha": Ganesha,
     "ganesha4": Ganesha4,
     "tls4": Loopnfsd4ByTls,
     "loopnfsd4": Loopnfsd4,
+    "linux": Linux,
+    "linux4": Linux4,
 }
 # For the tests that do not say which kinds they are about.
 USUAL = ("loopnfsd", "ganesha", "ganesha4", "tls4")
+# Few machines have them: they take the same tests, but only when --servers names them.
+ON_REQUEST = ("linux", "linux4")
