@@ -1,8 +1,10 @@
 """One large file in NFSv4.1 beside NFSv3, of the same server."""
 
 import contextlib
+import itertools
 
 import places
+import servers
 from measure import in_turns
 from results import at_least
 from transfers import WORKLOADS, Transfers, waiting
@@ -11,8 +13,9 @@ TITLE = "NFSv4.1 beside NFSv3"
 NAMES = {"v4": "a large file in NFSv4.1 beside NFSv3"}
 COLUMNS = ("case", "NFSv4.1", "NFSv3", "NFSv3 / NFSv4.1", "to reach")
 TEXT = (
-    "nfs-ganesha. No server's two versions cost the same: what the ratio shows is both ends. The rows of libnfs, whose"
-    " asynchronous interface drops the bytes where they arrive, show what the server makes of it; its NFSv4 is 4.0."
+    "nfs-ganesha first. No server's two versions cost the same: what the ratio shows is both ends. The rows of libnfs,"
+    " whose asynchronous interface drops the bytes where they arrive, show what the server makes of it; its NFSv4 is 4.0."
+    " Then loopnfsd, which does the same with a file in either version: what is left is this side's."
 )
 WANTED = 0.9
 
@@ -24,6 +27,7 @@ def measure(bench):
             for workload in WORKLOADS:
                 with places.at_distance(bench, server, round_trip, waiting(workload)) as far:
                     compare(bench, table, server, far, workload, round_trip)
+    compare_loopnfsd(bench, table)
 
 
 def compare(bench, table, server, far, workload, round_trip):
@@ -36,6 +40,31 @@ def compare(bench, table, server, far, workload, round_trip):
     tell(table, f"{workload}, {round_trip} ms", *measured[:2], wanted=WANTED)
     if measured[2:]:
         tell(table, f"{workload}, {round_trip} ms, libnfs (NFSv4.0)", *measured[2:])
+
+
+def compare_loopnfsd(bench, table):
+    with contextlib.closing(places.Loopback(bench)) as place:
+        folder = bench.folder("versions")
+        mounts = {round_trip: start_both(place, folder, round_trip) for round_trip in places.ROUND_TRIPS_MS}
+        blocks = [block for blocks in mounts.values() for block in blocks.values()]
+        place.client.tslnfstab.write_text("".join(blocks))
+        transfers = Transfers(bench, place.client, folder)
+        for round_trip, workload in itertools.product(mounts, WORKLOADS):
+            both = [transfers.ours(workload, mount) for mount in mounts[round_trip]]
+            tell(table, f"{workload}, {round_trip} ms, loopnfsd", *in_turns(bench.repeats, *both), wanted=WANTED)
+
+
+def start_both(place, folder, round_trip):
+    """Serves the folder in both versions, the newer first, and gives the block of each by its mount."""
+    distance = ("--fault", f"rtt={round_trip}") if round_trip else ()
+    blocks = {}
+    for kind in (servers.Loopnfsd4, servers.Loopnfsd):
+        server = place.start(*kind.words, "--no-sync", *distance, folder)
+        name = f"{kind.name}-{round_trip}"
+        blocks[f"/wnfs-{name}"] = servers.server_block(
+            name, server.address, [("/export", f"/wnfs-{name}")], **kind.settings
+        )
+    return blocks
 
 
 def tell(table, case, newer, older, wanted=None):
