@@ -25,6 +25,16 @@ def make_entries(folder, number, size=0):
     return folder
 
 
+def make_links(folder, names):
+    """A folder of links to one empty file beside it; a file system may have no more than 65,000 to one."""
+    folder.mkdir()
+    source = folder.with_name(f"{folder.name}-source")
+    source.touch()
+    for name in names:
+        os.link(source, folder / name)
+    return folder
+
+
 def digest(path):
     """Size and hash: comparing those keeps a failure's report short."""
     with open(path, "rb") as stream:

@@ -8,7 +8,7 @@ import pytest
 
 import client
 import servers
-from files import make_entries
+from files import make_entries, make_links
 
 MOUNT = "/wnfs-economy"
 MEMORY_LIMIT_KIB = 64 << 10
@@ -174,12 +174,8 @@ needs_plain_build = pytest.mark.skipif(SANITIZED, reason="sanitizers take memory
 @needs_plain_build
 @pytest.mark.parametrize("options", [("-l",), ("-l", "-r"), ("-C", "-s")], ids=" ".join)
 def test_the_attributes_of_a_long_listing_take_few_bytes_beside_the_names(counting, options):
-    entries = 60_000  # a file system may have no more links to one file
-    source = counting.folder / "source"
-    source.touch()
-    (counting.folder / "many").mkdir()
-    for i in range(entries):
-        os.link(source, counting.folder / "many" / f"entry{i}")
+    entries = 60_000
+    make_links(counting.folder / "many", (f"entry{i}" for i in range(entries)))
     names = counting.client.peak_kib("ls", f"{MOUNT}/many")
     assert counting.client.peak_kib("ls", *options, f"{MOUNT}/many") < names + 30 * entries / 1024
 
@@ -189,15 +185,11 @@ def test_the_attributes_of_a_long_listing_take_few_bytes_beside_the_names(counti
 @needs_plain_build
 def test_the_names_that_no_wildcard_matches_are_not_kept(counting):
     entries, length = 30_000, 200
-    source = counting.folder / "source"
-    source.touch()
-    (counting.folder / "many").mkdir()
-    for i in range(entries):
-        os.link(source, counting.folder / "many" / f"{i:0{length}}")
+    many = make_links(counting.folder / "many", (f"{i:0{length}}" for i in range(entries)))
     all_names = counting.client.peak_kib("ls", f"{MOUNT}/many")
     few_names = counting.client.peak_kib("rm", f"{MOUNT}/many/*9999")
     assert few_names < all_names - entries * length / 1024 / 2
-    assert len(list((counting.folder / "many").iterdir())) == entries - entries // 10_000
+    assert len(list(many.iterdir())) == entries - entries // 10_000
 
 
 def sparse(path, size):
