@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // cat: the content of one file to the command's output.
 #include <cerrno>
+#include <cstddef>
 #include <optional>
+#include <span>
 
 #include "platform/stream.h"
 #include "tslwnfs/commands/files.h"
@@ -32,13 +34,13 @@ bool print_content(const SourceFile &source, RequestSlots &requests) {
     if (terminal::leads_to_file(output_stream())) progress.emplace(source.path.view(), source.size);
     do {
         if (progress) progress->at(pieces.offset());
-        const auto borrowed = borrow_piece(source, pieces);
-        if (borrowed.empty() && !read_piece(source, pieces, requests, buffer, kRecords)) return false;
+        std::span<const std::byte> piece;
+        if (!get_piece(source, pieces, requests, buffer, kRecords, piece)) return false;
         if (pieces.is_beyond_end()) break;
         // Not sooner: a remark without a line feed may still be in the buffer, and the reason of a failure must not end
         // up behind it.
         if (pieces.offset() == 0) write_through(output_stream());
-        if (!print_bytes(borrowed.empty() ? buffer.data() : borrowed.data(), pieces.payload())) {
+        if (!print_bytes(piece.data(), pieces.payload())) {
             terminal::note_system_failure("The content could not be written", errno);
             trace_message(kRecords.function, Message::file_unopenable, source.path.c_str());
             return false;

@@ -31,7 +31,7 @@ class Transfer {
     bool go_on();
     bool find_content();
     void copy_remotely();
-    bool get_piece();
+    bool next_piece();
     bool write_piece();
     bool write_local();
     bool unwritten() const;
@@ -67,7 +67,7 @@ bool Transfer::go_on() {
         if (!find_content()) return unwritten();
         if (pieces_.is_between_content()) break;
         unfinished_.at(pieces_.offset());
-        if (!get_piece()) return false;
+        if (!next_piece()) return false;
         if (pieces_.is_beyond_end()) break;
         if (!write_piece()) return unwritten();
     } while (pieces_.advance());
@@ -104,9 +104,8 @@ void Transfer::copy_remotely() {
 }
 
 // What goes to a server begins with a page and ends with a block, which the library's memory need not.
-bool Transfer::get_piece() {
-    piece_ = destination_.local ? borrow_piece(source_, pieces_) : std::span<const std::byte>{};
-    if (!piece_.empty()) return true;
+bool Transfer::next_piece() {
+    if (destination_.local) return get_piece(source_, pieces_, requests_, buffer_, records_, piece_);
     piece_ = buffer_.bytes();
     return read_piece(source_, pieces_, requests_, buffer_, records_);
 }

@@ -122,14 +122,6 @@ void release_file(const PathBuffer &path, const TdmFileInfo &info, const Transfe
     if (status != 0) trace_message(records.function, Message::unidentify_failed, path.c_str(), status);
 }
 
-std::span<const std::byte> borrow_piece(const SourceFile &source, Pieces &pieces) {
-    const uint32_t most = source.local ? 0 : pieces.lendable();
-    if (most == 0) return {};
-    const auto lent = lend_bytes(source.info.file, pieces.offset(), most);
-    pieces.lend(lent.size());
-    return lent;
-}
-
 bool read_piece(const SourceFile &source, Pieces &pieces, RequestSlots &requests, const TransferBuffer &buffer,
                 const TransferRecords &records) {
     const std::size_t slot = pieces.slot();
@@ -149,6 +141,16 @@ bool read_piece(const SourceFile &source, Pieces &pieces, RequestSlots &requests
     const auto unused = buffer.bytes().first(pieces.count()).subspan(length);
     std::fill(unused.begin(), unused.end(), std::byte{0});
     return true;
+}
+
+bool get_piece(const SourceFile &source, Pieces &pieces, RequestSlots &requests, const TransferBuffer &buffer,
+               const TransferRecords &records, std::span<const std::byte> &piece) {
+    const uint32_t most = source.local ? 0 : pieces.lendable();
+    piece = most == 0 ? std::span<const std::byte>{} : lend_bytes(source.info.file, pieces.offset(), most);
+    pieces.lend(piece.size());
+    if (!piece.empty()) return true;
+    piece = buffer.bytes();
+    return read_piece(source, pieces, requests, buffer, records);
 }
 
 uint32_t Pieces::count() const {

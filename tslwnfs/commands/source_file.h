@@ -111,11 +111,13 @@ class Pieces {
     uint32_t lent_ = 0;  // bytes of this piece; 0 when it is read
 };
 
-// The next piece of a remote source where it lies in the storage library's memory, until the library is called again:
-// it is then as large as the library has it. Empty where the piece is to be read.
-std::span<const std::byte> borrow_piece(const SourceFile &source, Pieces &pieces);
-
 // Reads one piece into buffer; what a local file does not fill of it is zeroed. Traces and returns false when a local
 // file ends too early or cannot be read.
 [[nodiscard]] bool read_piece(const SourceFile &source, Pieces &pieces, RequestSlots &requests,
                               const TransferBuffer &buffer, const TransferRecords &records);
+
+// Gives one piece where it lies: in the storage library's memory, until the library is called again and as large as it
+// is there, or, what is not to be had so, in buffer, as read_piece() does.
+[[nodiscard]] bool get_piece(const SourceFile &source, Pieces &pieces, RequestSlots &requests,
+                             const TransferBuffer &buffer, const TransferRecords &records,
+                             std::span<const std::byte> &piece);
