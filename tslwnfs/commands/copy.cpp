@@ -19,12 +19,12 @@
 
 namespace {
 
-constexpr TransferRecords kRecords = {.function = "copyfile",
-                                      .source_resized_level = 1,
-                                      .source_resized_wide = true,
-                                      .source_reidentified_level = 3,
-                                      .created_level = 3,
-                                      .committed_level = 1};
+constexpr TransferRecords kCopyRecords = {.function = "copyfile",
+                                          .source_resized_level = 1,
+                                          .source_resized_wide = true,
+                                          .source_reidentified_level = 3,
+                                          .created_level = 3,
+                                          .committed_level = 1};
 
 bool is_local(const PathBuffer &path) {
     AttrResult attributes;
@@ -37,7 +37,8 @@ std::optional<uint32_t> copy_content(const PathBuffer &source, const PathBuffer 
                                      const AttrResult &source_attributes) {
     PathBuffer content = source;
     PathBuffer copies = destination;
-    if (!extend_path(kRecords.function, content, "/*") || !extend_path(kRecords.function, copies, "/*")) return {};
+    if (!extend_path(kCopyRecords.function, content, "/*") || !extend_path(kCopyRecords.function, copies, "/*"))
+        return {};
     std::optional<HeldDirectory> held_source;
     std::optional<HeldDirectory> held_destination;
     if (source_attributes.local) held_source.emplace(source);
@@ -54,7 +55,7 @@ uint32_t copy_directory(const PathBuffer &source, const PathBuffer &destination,
     }
     if (is_worker()) return kIsForFront;
     if (lies_inside(std::string(destination.view()), std::string(source.view()))) {
-        trace_failure(kRecords.function, "%s lies inside %s", destination.c_str(), source.c_str());
+        trace_failure(kCopyRecords.function, "%s lies inside %s", destination.c_str(), source.c_str());
         return 1;
     }
     const bool is_new = !is_directory_destination(destination);
@@ -64,9 +65,10 @@ uint32_t copy_directory(const PathBuffer &source, const PathBuffer &destination,
     if (!inside) return 1;
     // Last, since the mode may forbid what was made in it.
     const auto mode = is_new ? mode_for_copy(source_attributes) : std::nullopt;
-    if (mode && !set_mode(kRecords.function, destination, *mode)) return 1;
+    if (mode && !set_mode(kCopyRecords.function, destination, *mode)) return 1;
     if (*inside == kNamesLeftOut) {
-        trace_failure(kRecords.function, "%s has names that no path can hold; those are not copied", source.c_str());
+        trace_failure(kCopyRecords.function, "%s has names that no path can hold; those are not copied",
+                      source.c_str());
         return 1;
     }
     return is_strict(Strict::status) && !is_empty ? *inside : 0;
@@ -81,23 +83,23 @@ std::string_view copied_name(std::string_view path, const Operand &operand) {
 bool name_destination(const SourceFile &source, const Operand &operand, DestinationFile &destination) {
     AttrResult attributes;
     const Kind kind = destination_kind(destination.path, attributes);
-    if (kind == Kind::special) return is_stream_allowed(destination.path, kind, attributes, operand, kRecords);
+    if (kind == Kind::special) return is_stream_allowed(destination.path, kind, attributes, operand, kCopyRecords);
     if (kind != Kind::directory) return true;
     const PathBuffer directory = destination.path;
-    return join_path(kRecords.function, directory, copied_name(source.path.view(), operand), destination.path);
+    return join_path(kCopyRecords.function, directory, copied_name(source.path.view(), operand), destination.path);
 }
 
 uint32_t copy_file(SourceFile &source, const Operand &operand, DestinationFile &destination, RequestSlots &requests) {
-    if (!open_source(source, kRecords) || !name_destination(source, operand, destination)) return 1;
-    if (!is_ready(open_destination(destination, source, WhenRefused::write_local_file, kRecords), source)) return 1;
-    const auto mode = mode_for_copy(kRecords.function, source);
-    if (mode && !prepare_mode(kRecords.function, destination, *mode)) return 1;
+    if (!open_source(source, kCopyRecords) || !name_destination(source, operand, destination)) return 1;
+    if (!is_ready(open_destination(destination, source, WhenRefused::write_local_file, kCopyRecords), source)) return 1;
+    const auto mode = mode_for_copy(kCopyRecords.function, source);
+    if (mode && !prepare_mode(kCopyRecords.function, destination, *mode)) return 1;
     UnfinishedDestination unfinished(destination, source.size);
-    if (!transfer_data(source, destination, unfinished, requests, kRecords)) return 1;
-    if (!close_streams(source, destination, kRecords)) return 1;
-    if (!finish_transfer(source, destination, source.size, kRecords)) return 1;
+    if (!transfer_data(source, destination, unfinished, requests, kCopyRecords)) return 1;
+    if (!close_streams(source, destination, kCopyRecords)) return 1;
+    if (!finish_transfer(source, destination, source.size, kCopyRecords)) return 1;
     unfinished.end();
-    return !mode || finish_mode(kRecords.function, destination, *mode) ? 0 : 1;
+    return !mode || finish_mode(kCopyRecords.function, destination, *mode) ? 0 : 1;
 }
 
 }  // namespace
@@ -106,11 +108,11 @@ uint32_t copyfile(const Operand &source, const Operand &destination) {
     RequestSlots requests;
     SourceFile from;
     DestinationFile to;
-    if (!begin_transfer(source, destination, from.path, to.path, requests, kRecords)) return 1;
+    if (!begin_transfer(source, destination, from.path, to.path, requests, kCopyRecords)) return 1;
 
     AttrResult attributes;
     const Kind kind = kind_of(from.path, attributes);
     if (kind == Kind::directory) return copy_directory(from.path, to.path, attributes);
-    if (!is_stream_allowed(from.path, kind, attributes, source, kRecords)) return 1;
+    if (!is_stream_allowed(from.path, kind, attributes, source, kCopyRecords)) return 1;
     return copy_file(from, source, to, requests);
 }

@@ -30,7 +30,7 @@
 
 namespace {
 
-constexpr const char *kFunction = kDdRecords.function;
+constexpr const char *kDdFunction = kDdRecords.function;
 constexpr int32_t kDefaultBlock = 1024;  // bytes
 
 // What one dd has open.
@@ -49,13 +49,13 @@ void announce_standard_streams() {
 }
 
 bool refuse_count() {
-    trace_message(kFunction, Message::count_below_block, IBS);
+    trace_message(kDdFunction, Message::count_below_block, IBS);
     COUNT = 0;
     return false;
 }
 
 bool refuse_skip() {
-    trace_message(kFunction, Message::skip_beyond_input, SKIP);
+    trace_message(kDdFunction, Message::skip_beyond_input, SKIP);
     return false;
 }
 
@@ -66,14 +66,14 @@ bool settle_numbers() {
     if (COUNT < 0) return refuse_count();
     if (SKIP < 0) return refuse_skip();
     if (IBS > 0 && OBS > 0 && SEEK >= 0) return true;
-    trace_failure(kFunction, "block sizes and offsets must not be negative: ibs %d, obs %d, seek %d", IBS, OBS, SEEK);
+    trace_failure(kDdFunction, "block sizes and offsets must not be negative: ibs %d, obs %d, seek %d", IBS, OBS, SEEK);
     return false;
 }
 
 // A stream that cannot be positioned is used from where it stands.
 bool position(FILE *stream, const PathBuffer &path, int32_t offset) {
     if (fseeko(stream, offset, SEEK_SET) == 0) return true;
-    trace_message(kFunction, Message::positioning_failed, path.c_str(), offset);
+    trace_message(kDdFunction, Message::positioning_failed, path.c_str(), offset);
     return false;
 }
 
@@ -120,7 +120,7 @@ bool ask_size(Run &run) {
     const Answered answer = is_data ? Answered{std::nullopt, true} : read_size();
     const bool needs_answer = iffound == 0 || run.source.until_end;
     if (needs_answer && !answer.is_number && isatty(STDIN_FILENO) == 0) {
-        trace_failure(kFunction,
+        trace_failure(kDdFunction,
                       "standard input begins with no line that tells its size in bytes; "
                       "TSLWNFS_STRICT=options reads it to its end without asking");
         return false;
@@ -138,7 +138,7 @@ bool is_read_to_end() {
 }
 
 bool open_input_file(const Operand &input, Run &run) {
-    if (!resolve_operand(kFunction, input, run.source.path)) return false;
+    if (!resolve_operand(kDdFunction, input, run.source.path)) return false;
     if (!is_readable_source(run.source.path, input, kDdRecords)) return false;
     if (!open_source(run.source, kDdRecords)) return false;
     run.size = run.source.size;
@@ -182,10 +182,10 @@ bool resize_output(Run &run, uint32_t reidentified_level, const char *reidentifi
     TdmFileInfo &info = run.destination.info;
     const uint32_t status = tdm_reidentify(ctx, info.file, 0, &info);
     if (status != 0) {
-        trace_message(kFunction, Message::reidentify_failed, status);
+        trace_message(kDdFunction, Message::reidentify_failed, status);
         return false;
     }
-    tslwnfswrf(reidentified_level, kFunction, "%s", reidentified);
+    tslwnfswrf(reidentified_level, kDdFunction, "%s", reidentified);
     return true;
 }
 
@@ -199,7 +199,7 @@ bool open_output_file(Run &run) {
     DestinationFile &destination = run.destination;
     const Identification found = identify(destination.path, destination.info);
     const bool exists = found.status == 0 && found.code == TDM_IDENTIFIED_REMOTE;
-    if (!exists) trace_message(kFunction, Message::identify_returned, destination.path.c_str(), found.code);
+    if (!exists) trace_message(kDdFunction, Message::identify_returned, destination.path.c_str(), found.code);
     if (iffound != 0 && is_source_itself(run.source, destination, exists, kDdRecords)) return false;
     if (exists) {
         return confirm_overwrite(destination.path) && resize_output(run, 1, "tdm_reidentify successful:dest\n");
@@ -212,13 +212,13 @@ bool open_output_file(Run &run) {
 bool open_output(const Operand &input, const Operand &output, Run &run) {
     if (offound == 0) return true;
     PathBuffer &path = run.destination.path;
-    if (!resolve_operand(kFunction, output, path)) return false;
+    if (!resolve_operand(kDdFunction, output, path)) return false;
     AttrResult attributes;
     const Kind kind = destination_kind(path, attributes);
     if (kind == Kind::special && !is_stream_allowed(path, kind, attributes, output, kDdRecords)) return false;
     if (kind == Kind::directory) {
         const std::string_view named = iffound == 0 ? std::string_view(input.text()) : run.source.path.view();
-        if (!extend_path(kFunction, path, "/") || !extend_path(kFunction, path, base_name(named))) return false;
+        if (!extend_path(kDdFunction, path, "/") || !extend_path(kDdFunction, path, base_name(named))) return false;
     }
     return open_output_file(run);
 }
@@ -341,7 +341,7 @@ uint64_t size_to_write(const Run &run) {
 bool finish_output(Run &run) {
     if (offound == 0) {
         if (flush_stream(stdout)) return true;
-        trace_unwritten(kFunction, "stdout");
+        trace_unwritten(kDdFunction, "stdout");
         return false;
     }
     return close_streams(run.source, run.destination, kDdRecords);
@@ -351,12 +351,12 @@ bool finish_output(Run &run) {
 
 uint32_t ddfile(const Operand &input, const Operand &output) {
     if (input.text() == nullptr) {
-        trace_message(kFunction, Message::first_operand_missing);
+        trace_message(kDdFunction, Message::first_operand_missing);
         return 1;
     }
     announce_standard_streams();
     Run run;
-    if (!run.requests.allocate(kFunction)) return 1;
+    if (!run.requests.allocate(kDdFunction)) return 1;
     if (!settle_numbers() || !open_input(input, run) || !open_output(input, output, run)) return 1;
     bsize = IBS;
     Course course;

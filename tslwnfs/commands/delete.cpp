@@ -21,7 +21,7 @@
 
 namespace {
 
-constexpr const char *kFunction = "delfile";
+constexpr const char *kDelfile = "delfile";
 
 bool delete_option(OptionBit bit) {
     return commandtype == kDelete && has_option(bit);
@@ -40,7 +40,7 @@ uint32_t delete_directory(const PathBuffer &path, const AttrResult &attributes) 
     }
     if (is_worker()) return kIsForFront;
     PathBuffer content = path;
-    if (!extend_path(kFunction, content, "/*")) return 1;
+    if (!extend_path(kDelfile, content, "/*")) return 1;
     const bool is_empty = is_empty_directory(path);
     uint32_t inside = 0;
     {
@@ -49,7 +49,7 @@ uint32_t delete_directory(const PathBuffer &path, const AttrResult &attributes) 
         inside = exec_command(content, nullptr);
     }
     if (inside == kNamesLeftOut) {
-        trace_failure(kFunction, "%s is kept: it has names that no path can hold", path.c_str());
+        trace_failure(kDelfile, "%s is kept: it has names that no path can hold", path.c_str());
         return 1;
     }
     if (!confirm(path) || removedir(path) != 0) return 1;
@@ -57,23 +57,23 @@ uint32_t delete_directory(const PathBuffer &path, const AttrResult &attributes) 
 }
 
 uint32_t delete_local(const PathBuffer &path) {
-    return confirm(path) && delete_local_file(kFunction, path) ? 0 : 1;
+    return confirm(path) && delete_local_file(kDelfile, path) ? 0 : 1;
 }
 
 uint32_t delete_remote(const PathBuffer &path) {
     if (!confirm(path)) return 1;
     uint32_t location = 0;
     if (tdm_delete(ctx, path.c_str(), &location) == 0 && location == TDM_LOCATION_REMOTE) return 0;
-    trace_message(kFunction, Message::remote_delete_failed, path.c_str(), location);
+    trace_message(kDelfile, Message::remote_delete_failed, path.c_str(), location);
     return 1;
 }
 
 // Identified only to learn where the file lies. Deletion works by name, so the file is not released.
 uint32_t delete_regular(const PathBuffer &path) {
     TdmFileInfo info = {};
-    switch (identify_existing(kFunction, path, info)) {
+    switch (identify_existing(kDelfile, path, info)) {
         case FileKind::local:
-            return check_deletable(kFunction, path) ? delete_local(path) : 1;
+            return check_deletable(kDelfile, path) ? delete_local(path) : 1;
         case FileKind::remote:
             return delete_remote(path);
         case FileKind::failed:
@@ -86,7 +86,7 @@ uint32_t delete_regular(const PathBuffer &path) {
 
 uint32_t delfile(const Operand &path) {
     PathBuffer resolved;
-    if (!resolve_operand(kFunction, path, resolved)) return 1;
+    if (!resolve_operand(kDelfile, path, resolved)) return 1;
     AttrResult attributes;
     switch (kind_of(resolved, attributes)) {
         case Kind::directory:

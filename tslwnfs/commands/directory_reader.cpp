@@ -22,14 +22,14 @@
 
 namespace {
 
-constexpr const char *kFunction = "read_dir";
+constexpr const char *kReadDir = "read_dir";
 
 enum class Reading : uint8_t { done, failed, local };
 
 // Splits the answers of the two path operations alike: a remark for a local path, a failure for all but 0.
 Reading judge(const PathBuffer &path, uint32_t status, uint32_t location, MessageOf<const char *, uint32_t> message) {
     if (status == 0 && location == TDM_LOCATION_REMOTE) return Reading::done;
-    trace_message(kFunction, message, path.c_str(), location);
+    trace_message(kReadDir, message, path.c_str(), location);
     return status == 0 && location == TDM_LOCATION_LOCAL ? Reading::local : Reading::failed;
 }
 
@@ -75,7 +75,7 @@ bool read_local(const PathBuffer &path, WantedNames &names) {
         if (name != "." && name != "..") names.add(name);
     }
     if (error == 0) return true;
-    trace_message(kFunction, Message::local_directory_unopenable, path.c_str());
+    trace_message(kReadDir, Message::local_directory_unopenable, path.c_str());
     return false;
 }
 
@@ -92,7 +92,7 @@ class RemoteReader {
         const uint32_t count = std::clamp(entries_per_request, kFewest, kMost);
         memory_.reset(new (std::nothrow) TdmDirEntry[count]());
         if (memory_ == nullptr) {
-            trace_message(kFunction, Message::out_of_memory,
+            trace_message(kReadDir, Message::out_of_memory,
                           static_cast<unsigned long>(entries_per_request) * sizeof(TdmDirEntry));
             return false;
         }
@@ -127,7 +127,7 @@ class RemoteReader {
                                             static_cast<uint32_t>(slots_.size_bytes()), cookie_, &unused, &location);
         const Reading reading = judge(path_, status, location, Message::readdir_location);
         // It holds a part of the listing, too.
-        if (status == ENOMEM) trace_message(kFunction, Message::out_of_memory, bytes_held());
+        if (status == ENOMEM) trace_message(kReadDir, Message::out_of_memory, bytes_held());
         if (reading != Reading::done) return reading;
         if (reply.entries > slots_.size()) return stuck(location);
 
@@ -159,7 +159,7 @@ class RemoteReader {
     }
 
     Reading stuck(uint32_t location) {
-        trace_message(kFunction, Message::readdir_location, path_.c_str(), location);
+        trace_message(kReadDir, Message::readdir_location, path_.c_str(), location);
         return Reading::failed;
     }
 
@@ -202,7 +202,7 @@ bool read_directory(const PathBuffer &path, NameList &names, bool *complete, con
     } catch (const std::bad_alloc &) {
         const unsigned long bytes = names.bytes();
         names.clear();
-        trace_message(kFunction, Message::out_of_memory, bytes);
+        trace_message(kReadDir, Message::out_of_memory, bytes);
         return false;
     }
 }

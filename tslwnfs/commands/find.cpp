@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr const char *kFunction = "findfile";
+constexpr const char *kFindfile = "findfile";
 
 enum FindResult : uint32_t { kMatched = 0, kFailed = 1, kNothing = 4 };
 
@@ -28,7 +28,7 @@ enum FindResult : uint32_t { kMatched = 0, kFailed = 1, kNothing = 4 };
 constexpr std::size_t kNestingMaximum = 1024;
 
 // Links that lead to links. A ring of them has no other end.
-constexpr int kLinkMaximum = 40;
+constexpr int kFollowMaximum = 40;
 
 // Case never counts.
 bool matches(const std::string &pattern, const std::string &text) {
@@ -84,7 +84,7 @@ void run_command(const std::string &path) {
     }
     if (command.empty()) return;
     if (command.size() >= PathBuffer::kSize) {
-        trace_failure(kFunction, "the command for %s is too long and was not run", path.c_str());
+        trace_failure(kFindfile, "the command for %s is too long and was not run", path.c_str());
         return;
     }
     // What was printed so far comes before what the command prints.
@@ -106,11 +106,11 @@ void report_match(const std::string &path) {
         list_content(path, names, has_option(kFindExec) ? Afterwards::anything : Afterwards::attributes);
     if (listed == kNoDirectory) return kNothing;
     if (listed != 0 && listed != kNamesLeftOut) {
-        trace_message(kFunction, Message::directory_unlisted, path.text());
+        trace_message(kFindfile, Message::directory_unlisted, path.text());
         return kFailed;
     }
     PathBuffer resolved;
-    if (!resolve_operand(kFunction, path, resolved)) return kFailed;
+    if (!resolve_operand(kFindfile, path, resolved)) return kFailed;
     resolved_path = resolved.view();
     return kMatched;
 }
@@ -137,9 +137,9 @@ std::string real_path(const std::string &path, bool is_local) {
 [[gnu::noinline]] Visited directory_behind(const std::string &path) {
     PathBuffer link;
     if (!link.assign(path)) return {};
-    for (int links = 0; links < kLinkMaximum; ++links) {
+    for (int links = 0; links < kFollowMaximum; ++links) {
         PathBuffer target;
-        if (read_link(link, target) != 0 || target.empty() || leads_off_server(kFunction, link, target)) return {};
+        if (read_link(link, target) != 0 || target.empty() || leads_off_server(kFindfile, link, target)) return {};
         AttrResult attributes;
         const Kind kind = kind_of(target, attributes);
         const std::string text(target.view());
@@ -170,7 +170,7 @@ class Walk {
         if (listed == kFailed) incomplete_ = true;
         if (listed != kMatched) return listed;
         if (chain_.size() == kNestingMaximum) {
-            trace_failure(kFunction, "%s is nested too deeply", resolved.c_str());
+            trace_failure(kFindfile, "%s is nested too deeply", resolved.c_str());
             return kFailed;
         }
         if (chain_.empty() && has_option(kFindFollow)) real = start_of(resolved);
@@ -188,7 +188,7 @@ class Walk {
 
     static bool is_usable(const std::string &directory, const std::string &name) {
         if (is_entry_name(name)) return true;
-        trace_failure(kFunction, "%s lists a name that is none: %s", directory.c_str(), name.c_str());
+        trace_failure(kFindfile, "%s lists a name that is none: %s", directory.c_str(), name.c_str());
         return false;
     }
 
@@ -223,7 +223,7 @@ class Walk {
     // Whether a directory is one of those being walked. Its path may be without a link: one on the way led above it.
     bool leads_back(const std::string &real, const std::string &path) const {
         if (std::find(chain_.begin(), chain_.end(), real) == chain_.end()) return false;
-        trace_failure(kFunction, "%s leads back to %s and is not followed", path.c_str(), real.c_str());
+        trace_failure(kFindfile, "%s leads back to %s and is not followed", path.c_str(), real.c_str());
         return true;
     }
 
@@ -236,7 +236,7 @@ class Walk {
 
 uint32_t findfile(const Operand &directory, const char *pattern, int32_t depth) {
     if (directory.text() == nullptr) {
-        trace_message(kFunction, Message::first_operand_missing);
+        trace_message(kFindfile, Message::first_operand_missing);
         return kFailed;
     }
     Walk walk(pattern == nullptr ? "" : pattern);

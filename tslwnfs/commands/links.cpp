@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr const char *kFunction = "read_link";
+constexpr const char *kReadLink = "read_link";
 
 // Gives the target's text. A local target that fills the whole buffer may be longer still: it is refused.
 bool read_local_target(const PathBuffer &link, PathBuffer &text) {
@@ -29,7 +29,7 @@ bool read_local_target(const PathBuffer &link, PathBuffer &text) {
     if (length < 0) return false;
     const std::string_view target(bytes.data(), static_cast<std::size_t>(length));
     if (text.assign(target)) return true;
-    trace_message(kFunction, Message::path_unresolvable, link.c_str());
+    trace_message(kReadLink, Message::path_unresolvable, link.c_str());
     return false;
 }
 
@@ -50,7 +50,7 @@ bool normalize_target(const PathBuffer &link, const PathBuffer &text, bool is_lo
         absolute = is_local ? real_local_path(absolute) : real_remote_path(absolute, LastComponent::kept);
     }
     if (platform_normalize_path(absolute, target)) return true;
-    trace_message(kFunction, Message::path_unresolvable, text.c_str());
+    trace_message(kReadLink, Message::path_unresolvable, text.c_str());
     return false;
 }
 
@@ -66,7 +66,7 @@ bool lies_here(const PathBuffer &path) {
 uint32_t read_link(const Operand &path, PathBuffer &target) {
     target.clear();
     PathBuffer resolved;
-    if (!resolve_operand(kFunction, path, resolved)) return 1;
+    if (!resolve_operand(kReadLink, path, resolved)) return 1;
 
     PathBuffer text;
     uint32_t location = 0;
@@ -74,7 +74,7 @@ uint32_t read_link(const Operand &path, PathBuffer &target) {
     text.measure();
     if (status == 0 && location > TDM_LOCATION_LOST) return 0;
     if (status != 0 || location != TDM_LOCATION_REMOTE) {
-        trace_message(kFunction, Message::readlink_location, resolved.c_str(), location);
+        trace_message(kReadLink, Message::readlink_location, resolved.c_str(), location);
         if (status != 0 || location != TDM_LOCATION_LOCAL) return 1;
         if (!read_local_target(resolved, text)) return 1;
     }

@@ -24,12 +24,12 @@
 
 namespace {
 
-constexpr TransferRecords kRecords = {.function = "movefile",
-                                      .source_resized_level = 1,
-                                      .source_resized_wide = false,
-                                      .source_reidentified_level = 1,
-                                      .created_level = 1,
-                                      .committed_level = 1};
+constexpr TransferRecords kMoveRecords = {.function = "movefile",
+                                          .source_resized_level = 1,
+                                          .source_resized_wide = false,
+                                          .source_reidentified_level = 1,
+                                          .created_level = 1,
+                                          .committed_level = 1};
 
 // Both ends of a move, and what was opened there.
 struct Move {
@@ -47,7 +47,7 @@ std::optional<FileIdentity> identity_of(FILE *stream) {
 bool open_source_to_move(Move &move) {
     const std::string path(move.source.path.view());
     move.has_source_name = look_at(path, LastLink::keep);
-    if (!open_source(move.source, kRecords)) return false;
+    if (!open_source(move.source, kMoveRecords)) return false;
     const bool link = move.has_source_name && move.has_source_name->link;
     if (move.source.local && !link) move.has_source_name = identity_of(move.source.stream.get());
     // Growing it changed it.
@@ -57,7 +57,7 @@ bool open_source_to_move(Move &move) {
 
 Opened open_destination_to_move(Move &move) {
     DestinationFile &destination = move.destination;
-    const Opened opened = open_destination(destination, move.source, WhenRefused::fail, kRecords);
+    const Opened opened = open_destination(destination, move.source, WhenRefused::fail, kMoveRecords);
     if (opened != Opened::ready) return opened;
     move.written = destination.local ? identity_of(destination.stream.get())
                                      : look_at(std::string(destination.path.view()), LastLink::follow);
@@ -65,19 +65,19 @@ Opened open_destination_to_move(Move &move) {
 }
 
 bool keep(const SourceFile &source, const std::string &why) {
-    trace_failure(kRecords.function, "%s is kept: %s", source.path.c_str(), why.c_str());
+    trace_failure(kMoveRecords.function, "%s is kept: %s", source.path.c_str(), why.c_str());
     return false;
 }
 
 // Brings the destination to stable storage. What is looked at afterwards is as it is now.
 bool settle(const SourceFile &source, const DestinationFile &destination) {
     if (destination.local && !synchronize_stream(destination.stream.get(), destination.path.c_str())) {
-        trace_unwritten(kRecords.function, destination.path.c_str());
+        trace_unwritten(kMoveRecords.function, destination.path.c_str());
         return false;
     }
     if (destination.local && source.local) return true;
     const uint32_t status = storage_barrier();
-    if (status != 0) trace_message(kRecords.function, Message::request_incomplete, status);
+    if (status != 0) trace_message(kMoveRecords.function, Message::request_incomplete, status);
     return status == 0;
 }
 
@@ -102,15 +102,15 @@ bool is_source_unchanged(const Move &move) {
 // Returns false when the destination may lack something of the source.
 bool is_destination_safe(Move &move, const RequestSlots &requests) {
     if (requests.failures() != 0) return keep(move.source, std::to_string(requests.failures()) + " requests failed");
-    return settle(move.source, move.destination) && close_destination(move.destination, kRecords) &&
+    return settle(move.source, move.destination) && close_destination(move.destination, kMoveRecords) &&
            is_destination_in_place(move) &&
-           !is_source_itself(move.source, move.destination, !move.destination.local, kRecords);
+           !is_source_itself(move.source, move.destination, !move.destination.local, kMoveRecords);
 }
 
 bool delete_local(const Move &move) {
     const PathBuffer &path = move.source.path;
-    return check_deletable(kRecords.function, path) && is_source_unchanged(move) &&
-           delete_local_file(kRecords.function, path);
+    return check_deletable(kMoveRecords.function, path) && is_source_unchanged(move) &&
+           delete_local_file(kMoveRecords.function, path);
 }
 
 bool delete_remote(const Move &move) {
@@ -119,13 +119,13 @@ bool delete_remote(const Move &move) {
     uint32_t location = 0;
     const uint32_t status = tdm_delete(ctx, path.c_str(), &location);
     if (status == 0 && location == TDM_LOCATION_REMOTE) return true;
-    trace_message(kRecords.function, Message::remote_delete_failed, path.c_str(), status != 0 ? status : location);
+    trace_message(kMoveRecords.function, Message::remote_delete_failed, path.c_str(), status != 0 ? status : location);
     return false;
 }
 
 // What a special file gives is no content that could be moved, and what it takes is gone.
 bool refuse_special(const PathBuffer &path) {
-    trace_failure(kRecords.function, "%s is a special file; nothing is moved", path.c_str());
+    trace_failure(kMoveRecords.function, "%s is a special file; nothing is moved", path.c_str());
     return false;
 }
 
@@ -147,11 +147,11 @@ bool takes_file(const PathBuffer &path) {
 
 uint32_t finish(const SourceFile &source, const DestinationFile &destination) {
     if (destination.local) return 0;
-    if (!resize_destination(destination, source.size, kRecords)) return 1;
+    if (!resize_destination(destination, source.size, kMoveRecords)) return 1;
     if (destination.created) {
-        commit_destination(destination, kRecords);
+        commit_destination(destination, kMoveRecords);
     } else {
-        release_file(destination.path, destination.info, kRecords);
+        release_file(destination.path, destination.info, kMoveRecords);
     }
     return 0;
 }
@@ -162,17 +162,17 @@ uint32_t move_file(Move &move, RequestSlots &requests) {
     if (!open_source_to_move(move)) return 1;
     if (!takes_file(destination.path)) return 1;
     if (!is_ready(open_destination_to_move(move), source)) return 1;
-    const auto mode = mode_for_copy(kRecords.function, source);
-    if (mode && !prepare_mode(kRecords.function, destination, *mode)) return 1;
+    const auto mode = mode_for_copy(kMoveRecords.function, source);
+    if (mode && !prepare_mode(kMoveRecords.function, destination, *mode)) return 1;
     UnfinishedDestination unfinished(destination, source.size);
-    if (!transfer_data(source, destination, unfinished, requests, kRecords)) return 1;
+    if (!transfer_data(source, destination, unfinished, requests, kMoveRecords)) return 1;
     if (!is_destination_safe(move, requests)) return 1;
     unfinished.end();
     if (!(source.local ? delete_local(move) : delete_remote(move))) return 1;
     // Deleted as it was: there is nothing left to cut back.
     source.extended = false;
     if (finish(source, destination) != 0) return 1;
-    return !mode || finish_mode(kRecords.function, destination, *mode) ? 0 : 1;
+    return !mode || finish_mode(kMoveRecords.function, destination, *mode) ? 0 : 1;
 }
 
 }  // namespace
@@ -180,7 +180,7 @@ uint32_t move_file(Move &move, RequestSlots &requests) {
 uint32_t movefile(const Operand &source, const Operand &destination) {
     RequestSlots requests;
     Move move;
-    if (!begin_transfer(source, destination, move.source.path, move.destination.path, requests, kRecords)) return 1;
+    if (!begin_transfer(source, destination, move.source.path, move.destination.path, requests, kMoveRecords)) return 1;
 
     if (!is_movable(move.source.path)) return 1;
     return move_file(move, requests);

@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr const char *kFunction = "statfile";
+constexpr const char *kStatfile = "statfile";
 
 struct OperationLine {
     const char *label;
@@ -53,12 +53,12 @@ void print_properties(const TdmFileInfo &info) {
 
 uint32_t print_local(const PathBuffer &path) {
     if (!is_readable(path.c_str())) {
-        trace_message(kFunction, Message::file_unreadable, path.c_str());
+        trace_message(kStatfile, Message::file_unreadable, path.c_str());
         return 1;
     }
     struct stat status;
     if (stat(path.c_str(), &status) != 0) {
-        trace_message(kFunction, Message::status_unreadable, path.c_str());
+        trace_message(kStatfile, Message::status_unreadable, path.c_str());
         return 1;
     }
     print_local_block(
@@ -71,11 +71,11 @@ uint32_t print_local(const PathBuffer &path) {
 
 uint32_t statfile(const Operand &path) {
     PathBuffer resolved;
-    if (!resolve_operand(kFunction, path, resolved)) return 1;
+    if (!resolve_operand(kStatfile, path, resolved)) return 1;
     AttrResult attributes;
     if (getattrdir(resolved, attributes, kUnprinted) == kTypeDirectory) return 1;
     TdmFileInfo info = {};
-    switch (identify_existing(kFunction, resolved, info)) {
+    switch (identify_existing(kStatfile, resolved, info)) {
         case FileKind::local:
             return print_local(resolved);
         case FileKind::remote:
