@@ -210,18 +210,21 @@ void MountedVolume::learn(const FileHandle &directory, const std::optional<Attri
     learn(directory, change.after);
 }
 
-Result<MadeFile> MountedVolume::create(const FileHandle &directory, const std::string &name, const SetAttributes &set) {
+Result<MadeFile> MountedVolume::create(const FileHandle &directory, const std::string &name, const SetAttributes &set,
+                                       std::span<const std::byte> content) {
     begin_making(directory, name);
     const auto known = forget(directory, name);
-    auto created =
-        await<CreatedFile>(loop_, [&](auto done) { volume_->create(directory, name, set, std::move(done)); });
+    auto created = await<CreatedFile>(loop_, [&](auto done) {
+        if (content.empty()) return volume_->create(directory, name, set, std::move(done));
+        volume_->create_with(directory, name, set, content, std::move(done));
+    });
     if (!created.ok()) return created.status();
     const CreateReply &reply = created.value().reply;
     learn(directory, known, reply.directory);
     if (reply.handle) cache_.forget_attributes(*reply.handle);
     const auto object = found(directory, name, reply.handle, reply.attributes);
     if (!object.ok()) return object.status();
-    return MadeFile{object.value(), std::move(created.value().file)};
+    return MadeFile{object.value(), std::move(created.value().file), created.value().has_content};
 }
 
 Status MountedVolume::make_directory(const FileHandle &directory, const std::string &name, uint32_t mode,

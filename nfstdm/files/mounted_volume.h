@@ -33,6 +33,7 @@ struct FoundObject {
 struct MadeFile {
     FoundObject object;
     std::unique_ptr<VolumeFile> file;
+    bool has_content = false;  // what it was to be made with is in it, on stable storage
 };
 
 // A part of a directory's listing that was asked for. The answer comes to it whether somebody still waits or not.
@@ -79,7 +80,8 @@ class MountedVolume {
     Result<Attributes> attributes(const FileHandle &object);
     Result<std::string> read_link(const FileHandle &link);
     Status set_attributes(const FileHandle &object, const SetAttributes &set);
-    Result<MadeFile> create(const FileHandle &directory, const std::string &name, const SetAttributes &set);
+    Result<MadeFile> create(const FileHandle &directory, const std::string &name, const SetAttributes &set,
+                            std::span<const std::byte> content = {});
     // known: what had the name before, as far as is known.
     Status make_directory(const FileHandle &directory, const std::string &name, uint32_t mode,
                           const std::optional<FoundObject> &known = std::nullopt);

@@ -147,6 +147,14 @@ Result<Extent> OpenFile::extent(uint64_t offset) {
 
 // ---- writing
 
+void OpenFile::begin_with(MadeFile made, std::span<const std::byte> content) {
+    if (made.file) windows().write.take_over(std::move(made.file));
+    if (made.has_content)
+        windows().write.begin_at(content.size());
+    else if (!content.empty())
+        static_cast<void>(write(0, content));
+}
+
 void OpenFile::list_as_unwritten() {
     if (!windows().unwritten) windows_->unwritten = resources_.unwritten.insert(resources_.unwritten.end(), this);
 }

@@ -49,10 +49,9 @@ class OpenFile {
     MountedVolume &mount() const { return mount_; }
     FileHandle handle() const;
 
-    // The file was just made, and may be open to be written already.
-    void take_over(std::unique_ptr<VolumeFile> file) {
-        if (file) windows().write.take_over(std::move(file));
-    }
+    // The file was just made, and may be open to be written already. The content that it was to be made with is taken
+    // over unless it is there; a failure stays for the next flush().
+    void begin_with(MadeFile made, std::span<const std::byte> content);
 
     // Fills the buffer, with zeros beyond the end of the file. done is called exactly once, at once when the bytes are
     // there. Accepted writes reach stable storage first.

@@ -28,22 +28,22 @@ Result<std::optional<OpenedFile>> OpenFiles::identify(std::string_view path) {
     });
 }
 
-Result<std::optional<OpenedFile>> OpenFiles::create(std::string_view path) {
+Result<std::optional<OpenedFile>> OpenFiles::create(std::string_view path, std::span<const std::byte> content) {
     return retry_when_stale(mounts_, [&]() -> Result<std::optional<OpenedFile>> {
         auto place = walk_path(mounts_, path, LastLink::follow);
         if (!place.ok()) return place.status();
         if (place.value().mount == nullptr) return std::optional<OpenedFile>{};
-        auto made = create_at(place.value());
+        auto made = create_at(place.value(), content);
         if (!made.ok()) return made.status().in(std::string(path));
         auto opened = open(place.value());
-        if (opened.ok()) find(opened.value()->identifier)->take_over(std::move(made.value()));
+        if (opened.ok()) find(opened.value()->identifier)->begin_with(std::move(made.value()), content);
         return opened;
     });
 }
 
 // An existing file is emptied, so that none of its old bytes show through, and keeps its permissions: also one that
 // somebody made since the name was looked up.
-Result<std::unique_ptr<VolumeFile>> OpenFiles::create_at(Place &place) {
+Result<MadeFile> OpenFiles::create_at(Place &place, std::span<const std::byte> content) {
     if (!place.directory) return Status{EISDIR, "is a mount point"};
     if (place.object && place.object->attributes.type != FileType::regular)
         return Status{place.object->attributes.type == FileType::directory ? uint32_t{EISDIR} : uint32_t{EINVAL},
@@ -60,15 +60,17 @@ Result<std::unique_ptr<VolumeFile>> OpenFiles::create_at(Place &place) {
         set.size = 0;
     else
         set.mode = create_mode_;
-    auto made = place.mount->create(*place.directory, place.name, set);
+    if (place.object) content = {};
+    auto made = place.mount->create(*place.directory, place.name, set, content);
     if (!made.ok()) return made.status();
     place.object = made.value().object;
-    if (place.object->attributes.size == 0) return std::move(made.value().file);
+    if (place.object->attributes.size == (made.value().has_content ? content.size() : 0)) return made;
+    made.value().has_content = false;
     SetAttributes empty;
     empty.size = 0;
     if (Status failure = place.mount->set_attributes(place.object->handle, empty); !failure.ok()) return failure;
     place.object->attributes.size = 0;
-    return std::move(made.value().file);
+    return made;
 }
 
 Result<std::optional<OpenedFile>> OpenFiles::open(const Place &place) {

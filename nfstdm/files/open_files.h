@@ -31,7 +31,8 @@ class OpenFiles {
     Result<std::optional<OpenedFile>> identify(std::string_view path);
     // Makes an empty file, or empties the one there is. It grows with what is written: were it made in its final size,
     // an upload that was interrupted would look whole.
-    Result<std::optional<OpenedFile>> create(std::string_view path);
+    // content counts as written from the start of the file on; perhaps it is on stable storage already.
+    Result<std::optional<OpenedFile>> create(std::string_view path, std::span<const std::byte> content = {});
 
     // Null when no file has the identifier.
     OpenFile *find(uint64_t identifier);
@@ -60,7 +61,7 @@ class OpenFiles {
     using Files = std::unordered_map<uint64_t, Entry>;  // by identifier
 
     Result<std::optional<OpenedFile>> open(const Place &place);
-    Result<std::unique_ptr<VolumeFile>> create_at(Place &place);
+    Result<MadeFile> create_at(Place &place, std::span<const std::byte> content);
     Files::iterator find_open(const Place &place);
     Files::iterator add(const Place &place);
     Result<uint64_t> reopen(Entry &entry, const Place &place);

@@ -47,6 +47,8 @@ class WriteBehind {
     VolumeFile &file();
     // It is open already, as this.
     void take_over(std::unique_ptr<VolumeFile> file);
+    // So many bytes of it are on stable storage already, and that is its size.
+    void begin_at(uint64_t size) { size_shown_ = size; }
 
     // The first byte that was accepted and that the server has not answered for yet, or that a failure kept from
     // stable storage; nothing when it answered for all. What a failure lost is known until the next accept().

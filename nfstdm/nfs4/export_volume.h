@@ -52,6 +52,8 @@ class ExportVolume : public remote::Export {
     std::unique_ptr<VolumeFile> open(const FileHandle &file, Access access) override;
     void create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
                 Completion<CreatedFile> done) override;
+    void create_with(const FileHandle &directory, std::string_view name, const SetAttributes &set,
+                     std::span<const std::byte> content, Completion<CreatedFile> done) override;
     bool tells_holes() const override { return session_.minor_version() >= kMinorVersionOfCopies && abilities_.seeks; }
     void mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
                Completion<CreateReply> done) override;

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <span>
 #include <string>
 
 #include "nfstdm/files/knowledge.h"
@@ -51,6 +52,21 @@ uint32_t file_operation(const char *name, const void *ctx, uint64_t file, Body &
         OpenFile *open = session.files().find(file);
         if (open == nullptr) return {EBADF, "no open file has the identifier " + std::to_string(file)};
         return body(session, *open);
+    });
+}
+
+// Makes a file with what it begins with, which may be nothing.
+uint32_t create_file(const char *name, const void *ctx, const char *path, std::span<const std::byte> content,
+                     std::span<char> text, TdmFileInfo *info) noexcept {
+    return with_session(name, ctx, text_of(path), [&](Session &session) -> Status {
+        if (info == nullptr) return missing("place for an answer");
+        if (text_of(path).empty()) return missing("path");
+        auto file = session.usable().ok() ? session.files().create(path, content) : session.usable();
+        if (file.ok() && !file.value()) file = Status{ENODEV, std::string(path) + " is on no mount of tslnfstab"};
+        fill_text(file.ok() ? file.value()->path : file.status().text(), text.data(),
+                  static_cast<uint32_t>(text.size()));
+        if (file.ok()) *info = to_record(*file.value(), block_size().bytes);
+        return file.status();
     });
 }
 
@@ -136,15 +152,7 @@ uint32_t tdm_identify(void *ctx, const char *path, uint64_t, uint32_t, uint32_t 
 
 uint32_t tdm_create(void *ctx, const char *path, uint64_t, uint32_t, uint32_t, char *error_text,
                     uint32_t error_text_length, TdmFileInfo *info) {
-    return with_session("tdm_create", ctx, text_of(path), [&](Session &session) -> Status {
-        if (info == nullptr) return missing("place for an answer");
-        if (text_of(path).empty()) return missing("path");
-        auto file = session.usable().ok() ? session.files().create(path) : session.usable();
-        if (file.ok() && !file.value()) file = Status{ENODEV, std::string(path) + " is on no mount of tslnfstab"};
-        fill_text(file.ok() ? file.value()->path : file.status().text(), error_text, error_text_length);
-        if (file.ok()) *info = to_record(*file.value(), block_size().bytes);
-        return file.status();
-    });
+    return create_file("tdm_create", ctx, path, {}, {error_text, error_text_length}, info);
 }
 
 uint32_t tdm_resize(void *ctx, uint64_t file, uint64_t size) {
@@ -223,6 +231,13 @@ uint32_t tdm_lend(void *ctx, uint64_t file, uint64_t offset, uint32_t most, cons
         *count = static_cast<uint32_t>(lent.size());
         return {};
     });
+}
+
+uint32_t tdm_create_with(void *ctx, const char *path, const void *content, uint32_t count, char *error_text,
+                         uint32_t error_text_length, TdmFileInfo *info) {
+    if (content == nullptr || count == 0) return EINVAL;
+    return create_file("tdm_create_with", ctx, path, {static_cast<const std::byte *>(content), count},
+                       {error_text, error_text_length}, info);
 }
 
 uint32_t tdm_expect(void *ctx, const char *path, uint32_t what) {

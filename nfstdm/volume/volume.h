@@ -234,6 +234,7 @@ class VolumeFile {
 struct CreatedFile {
     CreateReply reply;
     std::unique_ptr<VolumeFile> file;
+    bool has_content = false;  // what it was to be made with is in it, on stable storage
 };
 
 class Volume {
@@ -277,6 +278,12 @@ class Volume {
     // Makes the file or, when it exists, sets the attributes given (RFC 1813 section 3.3.8, UNCHECKED).
     virtual void create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
                         Completion<CreatedFile> done) = 0;
+    // The same, and writes content, from the start of the file on, in the same question where the protocol can. What
+    // the server declines of the latter, the caller writes.
+    virtual void create_with(const FileHandle &directory, std::string_view name, const SetAttributes &set,
+                             std::span<const std::byte> /*content*/, Completion<CreatedFile> done) {
+        create(directory, name, set, std::move(done));
+    }
     // Whether files can be asked for an extent().
     virtual bool tells_holes() const { return false; }
 

@@ -25,6 +25,7 @@ class Counting:
         self.client = client.Client(home)
         block = servers.server_block("loop", self.daemon.address, [("/export", MOUNT)], **settings)
         self.client.tslnfstab.write_text(block)
+        self.calls_a_file = 1 if "version" in settings else 2  # that is new and small
 
     def calls_of(self, *words, **environment):
         begun = time.monotonic()
@@ -98,7 +99,7 @@ LOOKED_UP = 5
 
 @pytest.mark.parametrize("is_new", [True, False], ids=["new directory", "directory"])
 @workers
-def test_a_small_file_among_many_goes_up_in_two_calls(counting_either, tmp_path, jobs, is_new):
+def test_a_small_file_among_many_goes_up_in_two_calls_or_one(counting_either, tmp_path, jobs, is_new):
     source, copies = make_entries(tmp_path / "small", FILES, 4096), counting_either.folder / "copies"
     words = ("-r", source) if is_new else (f"{source}/*",)
     if not is_new:
@@ -106,7 +107,7 @@ def test_a_small_file_among_many_goes_up_in_two_calls(counting_either, tmp_path,
         (copies / "old").touch()
     calls = counting_either.calls_of("cp", *words, f"{MOUNT}/copies", TSLWNFS_JOBS=jobs)
     seconds = int(counting_either.seconds) + 1
-    assert calls <= 2 * FILES + jobs * (ONCE + LOOKED_UP * seconds)
+    assert calls <= counting_either.calls_a_file * FILES + jobs * (ONCE + LOOKED_UP * seconds)
     assert len(list(copies.iterdir())) == FILES + (not is_new)
     assert all((copies / path.name).read_bytes() == path.read_bytes() for path in source.iterdir())
 
@@ -120,7 +121,7 @@ def test_of_a_tree_that_goes_up_nothing_is_looked_up(counting_either, tmp_path):
             (source / f"d{folder}" / f"file{i}").write_bytes(b"content")
     calls = counting_either.calls_of("cp", "-r", source, f"{MOUNT}/copied", TSLWNFS_JOBS=1)
     seconds = int(counting_either.seconds) + 1
-    assert calls <= FOLDERS * (1 + 3 * 2) + ONCE + LOOKED_UP * seconds
+    assert calls <= FOLDERS * (1 + 3 * counting_either.calls_a_file) + ONCE + LOOKED_UP * seconds
     assert len(list((counting_either.folder / "copied").rglob("file*"))) == 3 * FOLDERS
 
 

@@ -179,7 +179,7 @@ def test_every_command_of_loopnfsds_control_has_an_entry(installed_home):
 
 def test_every_function_has_a_synopsis():
     declared = set(re.findall(r"^uint32_t (tdm_\w+)\(", interface(), re.MULTILINE))
-    assert len(declared) == 29
+    assert len(declared) == 30
     assert declared == set(re.findall(r"^\.F[no] (tdm_\w+)(?= \"|$)", source("man/tdm.3"), re.MULTILINE))
 
 

@@ -152,11 +152,15 @@ def test_a_directory_is_made_and_removed_once_wherever_the_connection_is_cut(nas
         nas.tell("clear")
 
 
+SMALL = 1000  # bytes, which go with their file
+
+
+@pytest.mark.parametrize("size", [SMALL, 3 << 20])
 @few_and_many("step", 4, 1)
 @pytest.mark.parametrize("fault", ["cut-request={}", "drop-reply=COMPOUND:{}"])
-def test_a_file_is_whole_wherever_the_connection_is_cut(nas, tmp_path, chance, fault, step):
+def test_a_file_is_whole_wherever_the_connection_is_cut(nas, tmp_path, chance, fault, step, size):
     source = tmp_path / "source"
-    source.write_bytes(chance.randbytes(3 << 20))
+    source.write_bytes(chance.randbytes(size))
     calls = compounds_of(nas, "cp", source, nas / "first")
     for number in range(1, calls + 1, step):
         opened = nas.count("OPEN")
@@ -166,6 +170,34 @@ def test_a_file_is_whole_wherever_the_connection_is_cut(nas, tmp_path, chance, f
         assert (nas.files / f"f{number}").read_bytes() == source.read_bytes(), number
         assert nas.count("OPEN") == opened + 1, number
     assert nas.tell("opens") == "0"
+
+
+OF_A_SMALL_FILE = [
+    "OPEN:DELAY",
+    "OPEN:GRACE",
+    *(f"{operation}:{status}" for operation in ("WRITE", "CLOSE") for status in ("DELAY", "EXPIRED", "BAD_STATEID")),
+]
+
+
+@pytest.mark.parametrize("fault", OF_A_SMALL_FILE)
+def test_a_small_file_is_whole_whatever_befalls_a_part_of_its_question(nas, tmp_path, chance, fault):
+    source = tmp_path / "source"
+    source.write_bytes(chance.randbytes(SMALL))
+    nas.fault(f"status={fault}:1")
+    nas.ok("cp", source, nas / "copy")
+    assert uploaded(nas) == source.read_bytes()
+    assert nas.count("fault.status") == 1
+    assert nas.tell("opens") == "0"
+
+
+def test_a_small_file_for_which_there_is_no_room_fails_and_leaves_nothing(nas, tmp_path):
+    (tmp_path / "source").write_bytes(b"x" * SMALL)
+    nas.fault("status=WRITE:NOSPC:9")
+    failed = nas.run("cp", tmp_path / "source", nas / "copy", env={"TSLWNFS_TERMINAL": "reasons"})
+    assert failed.status == 1
+    assert failed.out.endswith(b"TWNFS-65022: The command failed with status 1.\n")
+    assert b"no space left on the server" in failed.err
+    assert uploaded(nas) == b""
 
 
 def test_a_path_to_another_server_is_left_alone(nas, content, installed_home, tmp_path):
@@ -204,7 +236,7 @@ def test_what_a_file_needs_is_few_calls(nas, tmp_path):
     (tmp_path / "small").write_bytes(b"content")
     (nas.files / "large").write_bytes(b"x" * (2 << 20))
     for words, calls in {
-        ("cp", tmp_path / "small", nas / "small"): 2,  # OPEN; WRITE and CLOSE
+        ("cp", tmp_path / "small", nas / "small"): 1,  # OPEN, WRITE, CLOSE
         ("cat", nas / "small"): 1,  # OPEN, READ, CLOSE
         ("cat", nas / "large"): 3,  # OPEN and READ; READ; CLOSE
     }.items():

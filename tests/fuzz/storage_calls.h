@@ -177,8 +177,10 @@ class Session {
 
     void write_file(const char *path) {
         TdmFileInfo file{};
-        if (tdm_create(context_, path, 0, 2, 2, text_, sizeof text_, &file) != 0) return;
         std::vector<std::byte> data(3000, std::byte{'w'});
+        if (tdm_create_with(context_, path, data.data(), 2000, text_, sizeof text_, &file) == 0)
+            static_cast<void>(tdm_unidentify(context_, file.file));
+        if (tdm_create(context_, path, 0, 2, 2, text_, sizeof text_, &file) != 0) return;
         for (const uint64_t offset : {uint64_t{0}, uint64_t{3000}, uint64_t{1000}, ~uint64_t{0} - 3000})
             static_cast<void>(transfer(TDM_IO_WRITE, file.file, offset, data));
         static_cast<void>(transfer(TDM_IO_READ, file.file, 0, data));

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The content of a file on its way: what the server copies by itself, what is a hole, and the rest piece by piece.
+#include <algorithm>
 #include <cstddef>
 #include <span>
 
@@ -33,6 +34,7 @@ class Transfer {
     void copy_remotely();
     bool next_piece();
     bool write_piece();
+    bool is_written() const;
     bool write_local();
     bool unwritten() const;
 
@@ -110,7 +112,17 @@ bool Transfer::next_piece() {
     return read_piece(source_, pieces_, requests_, buffer_, records_);
 }
 
+// What the destination was made with need not be written, if the source still holds it.
+bool Transfer::is_written() const {
+    const auto bytes = piece_.first(pieces_.payload());
+    const auto &content = destination_.content;
+    if (bytes.empty() || pieces_.offset() >= content.size()) return false;
+    const auto made_with = std::span(content).subspan(pieces_.offset());
+    return made_with.size() >= bytes.size() && std::equal(bytes.begin(), bytes.end(), made_with.begin());
+}
+
 bool Transfer::write_piece() {
+    if (is_written()) return true;
     const std::size_t slot = pieces_.slot();
     requests_.fill(slot, IoOperation::write, destination_.info.file, pieces_.offset(),
                    const_cast<std::byte *>(piece_.data()), pieces_.count());  // only read

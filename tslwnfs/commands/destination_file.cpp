@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cerrno>
+#include <span>
 #include <string>
 
 #include "tslwnfs/options/options.h"
@@ -14,6 +15,7 @@
 #include "tslwnfs/output/trace.h"
 #include "tslwnfs/storage/identify.h"
 #include "tslwnfs/storage/identity.h"
+#include "tslwnfs/storage/optional_operations.h"
 #include "tslwnfs/terminal/reasons.h"
 
 namespace {
@@ -40,6 +42,22 @@ bool is_same_file(const SourceFile &source, const DestinationFile &destination, 
     return is_one_object(std::string(source.path.view()), std::string(destination.path.view()));
 }
 
+// A copy that gets its source's permissions has them before it holds anything.
+bool may_be_made_with_content() {
+    return can_create_with_content() && !is_strict(Strict::modes);
+}
+
+// With its content, where there is some to begin with and the library can; without it, otherwise.
+uint32_t make_file(DestinationFile &destination, uint64_t size, std::span<char> name) {
+    const char *const path = destination.path.c_str();
+    if (!destination.content.empty()) {
+        const uint32_t status = create_with_content(path, destination.content, name, destination.info);
+        if (status != 0) destination.content.clear();
+        if (status != ENOTSUP) return status;
+    }
+    return tdm_create(ctx, path, size, 2, 2, name.data(), static_cast<uint32_t>(name.size()), &destination.info);
+}
+
 }  // namespace
 
 bool is_source_itself(const SourceFile &source, const DestinationFile &destination, bool exists_remotely,
@@ -51,8 +69,7 @@ bool is_source_itself(const SourceFile &source, const DestinationFile &destinati
 
 bool create_destination(DestinationFile &destination, uint64_t size, const TransferRecords &records) {
     std::array<char, TDM_TEXT_SIZE> name = {};
-    const uint32_t status = tdm_create(ctx, destination.path.c_str(), size, 2, 2, name.data(),
-                                       static_cast<uint32_t>(name.size()), &destination.info);
+    const uint32_t status = make_file(destination, size, name);
     name.back() = '\0';
     if (status != 0) {
         terminal::note_library_text(status, name.data());
@@ -99,6 +116,7 @@ Opened open_destination(DestinationFile &destination, const SourceFile &source, 
     }
     if (is_source_itself(source, destination, exists, records)) return Opened::failed;
     if (exists) return confirm_overwrite(destination.path) ? Opened::ready : Opened::refused;
+    if (may_be_made_with_content()) destination.content = content_at_once(source);
     if (create_destination(destination, source.total(), records)) return Opened::ready;
     const bool is_local_path = !found.failed() && found.code == TDM_IDENTIFIED_LOCAL;
     if (when_refused == WhenRefused::fail && !is_local_path) return Opened::failed;

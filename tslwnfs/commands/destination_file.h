@@ -3,7 +3,9 @@
 // one.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "include/tdm.h"
 #include "platform/path_buffer.h"
@@ -17,6 +19,8 @@ struct DestinationFile {
     TdmFileInfo info = {};  // of a remote file
     bool created = false;   // a remote file made by this command, hence to be committed
     bool refused = false;   // by the server that would have had to create it
+    // What a new remote file was made with, from its start on.
+    std::vector<std::byte> content;
 };
 
 enum class Opened : uint8_t { ready, failed, refused };

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/commands/source_content.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,22 +9,12 @@
 #include "tslwnfs/storage/optional_operations.h"
 #include "tslwnfs/storage/sparse_file.h"
 
-namespace {
-
-// Few files are, and the others are not asked piece by piece.
-bool takes_less_than_its_size(FILE *stream) {
-    constexpr off_t kUnit = 512;  // of st_blocks
-    struct stat status;
-    return fstat(fileno(stream), &status) == 0 && status.st_blocks < status.st_size / kUnit;
-}
-
-}  // namespace
-
 SourceContent::SourceContent(const SourceFile &source, const DestinationFile &destination)
     : source_(source),
       destination_(destination),
       may_skip_(!destination.local || may_have_holes(destination.stream.get())),
       old_end_(destination.local || destination.created ? 0 : destination.info.size),
+      // Files without holes are not asked piece by piece.
       holes_known_(may_skip_ && (!source.local || takes_less_than_its_size(source.stream.get()))) {}
 
 ContentRange SourceContent::next(uint64_t offset) {

@@ -2,6 +2,7 @@
 #include "tslwnfs/commands/source_file.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <string>
@@ -12,6 +13,7 @@
 #include "tslwnfs/output/trace.h"
 #include "tslwnfs/storage/identify.h"
 #include "tslwnfs/storage/optional_operations.h"
+#include "tslwnfs/storage/sparse_file.h"
 #include "tslwnfs/terminal/reasons.h"
 
 namespace {
@@ -115,6 +117,17 @@ bool shrink_source(SourceFile &source, const TransferRecords &records) {
     }
     tslwnfswrf(1, records.function, "%s", kResized);
     return true;
+}
+
+std::vector<std::byte> content_at_once(const SourceFile &source) {
+    constexpr uint64_t kMost = uint64_t{64} << 10;  // bytes: what the library puts into one question
+    if (!source.local || source.until_end || source.size > kMost || source.padding != 0) return {};
+    FILE *const stream = source.stream.get();
+    if (takes_less_than_its_size(stream)) return {};
+    std::vector<std::byte> content(source.size);
+    const ssize_t length = pread(fileno(stream), content.data(), content.size(), 0);
+    if (length != static_cast<ssize_t>(content.size())) content.clear();
+    return content;
 }
 
 void release_file(const PathBuffer &path, const TdmFileInfo &info, const TransferRecords &records) {

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "include/tdm.h"
 #include "platform/path_buffer.h"
@@ -61,6 +62,10 @@ struct SourceFile {
 
 // Cuts a grown source back, with a level-1 record. Does nothing for another one.
 [[nodiscard]] bool shrink_source(SourceFile &source, const TransferRecords &records);
+
+// All that a small local file holds, so that its copy can be made with it: the transfer is still to read it, and writes
+// what is different by then. Nothing for a file that has holes or an end that is not known, or that cannot be read.
+std::vector<std::byte> content_at_once(const SourceFile &source);
 
 // Closes a remote file; a failure is traced and changes nothing else.
 void release_file(const PathBuffer &path, const TdmFileInfo &info, const TransferRecords &records);

@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "include/tdm.h"
+
 // Has a server copy between two of its open files; the arguments and the promise are those of tdm_copy.
 struct ServerCopyRange {
     uint64_t source;  // identifiers of the files
@@ -17,6 +19,12 @@ struct ServerCopyRange {
     uint64_t count;  // bytes, above 0
 };
 uint32_t copy_by_server(const ServerCopyRange &range, uint64_t &copied);
+
+// Makes a remote file that begins with content, some bytes of it, as tdm_create_with does: they count as written. text
+// takes the file's name or why it was not made.
+bool can_create_with_content();
+uint32_t create_with_content(const char *path, std::span<const std::byte> content, std::span<char> text,
+                             TdmFileInfo &info);
 
 // Says that a directory is going to be listed, and then most of its entries asked for their attributes: those of the
 // listing will do.

@@ -35,6 +35,12 @@ bool may_have_holes(FILE *stream) {
     return fstat(fileno(stream), &status) == 0 && S_ISREG(status.st_mode);
 }
 
+bool takes_less_than_its_size(FILE *stream) {
+    constexpr off_t kUnit = 512;  // of st_blocks
+    struct stat status;
+    return fstat(fileno(stream), &status) == 0 && status.st_blocks < status.st_size / kUnit;
+}
+
 bool leave_hole(FILE *stream, uint64_t until) {
     return fseeko(stream, static_cast<off_t>(until), SEEK_SET) == 0;
 }

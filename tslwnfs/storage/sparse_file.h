@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A local regular file that is written from its start to its end, and in which nothing is written where nothing is.
+// Local files with holes: what there is to know of them, and one that is written from its start to its end, in which
+// nothing is written where nothing is.
 #pragma once
 
 #include <cstddef>
@@ -9,6 +10,9 @@
 
 // Whether a stream can have holes: a pipe or a device can not.
 bool may_have_holes(FILE *stream);
+
+// Whether a stream's file takes up less than it is long: it has holes then. Few files have.
+bool takes_less_than_its_size(FILE *stream);
 
 // Goes on at an offset; what is passed over is a hole.
 [[nodiscard]] bool leave_hole(FILE *stream, uint64_t until);

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// Copies that the storage library has the server make, the holes that it tells and the bytes that it lends: all of them
-// are left out by the fake library, which lacks the operations, and are added to it here.
+// Copies that the storage library has the server make, the holes that it tells, the bytes that it lends and the files
+// that it makes with their content: all of them are left out by the fake library, which lacks the operations, and are
+// added to it here.
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 
+#include "tests/support/strictness.h"
 #include "tests/unit/commands/command_fixture.h"
 #include "tslwnfs/commands/files.h"
 
@@ -19,6 +22,8 @@ struct OptionalOperations {
     std::vector<std::pair<uint64_t, uint64_t>> extents;
     uint32_t loan = 0;                  // bytes of one call
     uint64_t lends_until = UINT64_MAX;  // of the file; what lies behind is to be read
+    bool makes_with_content = false;
+    std::function<void()> meanwhile;  // happens as a file is made with its content
     std::vector<std::string> calls;
 } optional_operations;
 
@@ -68,6 +73,18 @@ extern "C" uint32_t tdm_lend(void *, uint64_t file, uint64_t offset, uint32_t mo
     optional_operations.calls.push_back(std::to_string(offset) + "+" + std::to_string(lent.size()));
     *bytes = lent.data();
     *count = static_cast<uint32_t>(lent.size());
+    return 0;
+}
+
+extern "C" uint32_t tdm_create_with(void *context, const char *path, const void *content, uint32_t count,
+                                    char *error_text, uint32_t error_text_length, TdmFileInfo *info) {
+    if (!optional_operations.makes_with_content) return ENOTSUP;
+    optional_operations.calls.push_back("made with " + std::to_string(count));
+    if (!FakeTdm::instance().volume.serves(path)) return ENODEV;
+    const uint32_t status = tdm_create(context, path, count, 2, 2, error_text, error_text_length, info);
+    if (status != 0) return status;
+    node_of(info->file)->data.assign(static_cast<const char *>(content), count);
+    if (optional_operations.meanwhile) optional_operations.meanwhile();
     return 0;
 }
 
@@ -226,6 +243,78 @@ TEST_F(ServerCopyTest, BorrowsNothingForAnotherServer) {
     EXPECT_EQ(copy("/m/src", "/m/dst"), 0u);
     EXPECT_EQ(fake_.volume.content("/m/dst"), text);
     EXPECT_THAT(optional_operations.calls, IsEmpty()) << "what is written begins with a page";
+}
+
+TEST_F(ServerCopyTest, MakesASmallFileWithItsContentAndWritesNothing) {
+    const std::string text = sample_text(10000);
+    optional_operations.makes_with_content = true;
+    EXPECT_EQ(copy(directory_.file("src", text), "/m/dst"), 0u);
+    EXPECT_EQ(fake_.volume.content("/m/dst"), text);
+    EXPECT_THAT(optional_operations.calls, testing::ElementsAre("made with 10000"));
+    EXPECT_THAT(requests(), IsEmpty());
+    EXPECT_EQ(fake_.calls_of({"resize", "commit"}).size(), 2u);
+}
+
+TEST_F(ServerCopyTest, MovesASmallFileWithItsContent) {
+    const std::string text = sample_text(10000);
+    optional_operations.makes_with_content = true;
+    commandtype = kMove;
+    const std::string source = directory_.file("src", text);
+    EXPECT_EQ(run([&] { return movefile(source.c_str(), "/m/dst"); }).status, 0u);
+    EXPECT_EQ(fake_.volume.content("/m/dst"), text);
+    EXPECT_FALSE(std::filesystem::exists(source));
+}
+
+TEST_F(ServerCopyTest, ComparesAFilePieceByPieceWithWhatItsCopyWasMadeWith) {
+    std::string text = sample_text(10000);
+    optional_operations.makes_with_content = true;
+    bsize = 1000;
+    const std::string source = directory_.file("src", text);
+    text.replace(4500, 10, 10, '.');
+    optional_operations.meanwhile = [&] { directory_.file("src", text); };
+    EXPECT_EQ(copy(source, "/m/dst"), 0u);
+    EXPECT_EQ(fake_.volume.content("/m/dst"), text);
+    EXPECT_EQ(requests().size(), 1u) << "the piece that is another by now";
+}
+
+TEST_F(ServerCopyTest, FailsWhenAFileIsShorterThanWhatItsCopyWasMadeWith) {
+    optional_operations.makes_with_content = true;
+    const std::string source = directory_.file("src", sample_text(10000));
+    optional_operations.meanwhile = [&] { directory_.file("src", "short"); };
+    EXPECT_EQ(copy(source, "/m/dst"), 1u);
+    EXPECT_EQ(fake_.volume.content("/m/dst"), "") << "nothing of it is known to be right";
+}
+
+TEST_F(ServerCopyTest, MakesNothingWithItsContentThatIsLargeOrEmptyOrHasHolesOrIsThere) {
+    optional_operations.makes_with_content = true;
+    const std::string large = sample_text((64 << 10) + 1);
+    EXPECT_EQ(copy(directory_.file("large", large), "/m/large"), 0u);
+    EXPECT_EQ(copy(directory_.file("empty", ""), "/m/empty"), 0u);
+    const std::string sparse = directory_.file("sparse", "");
+    std::filesystem::resize_file(sparse, 60000);
+    EXPECT_EQ(copy(sparse, "/m/sparse"), 0u);
+    fake_.volume.add_file("/m/there", "old");
+    EXPECT_EQ(copy(directory_.file("new", "new content"), "/m/there"), 0u);
+    EXPECT_THAT(optional_operations.calls, IsEmpty());
+    EXPECT_EQ(fake_.volume.content("/m/large"), large);
+    EXPECT_EQ(fake_.volume.content("/m/sparse"), std::string(60000, '\0'));
+    EXPECT_EQ(fake_.volume.content("/m/there"), "new content");
+}
+
+// Whoever may not read the source could read its copy until the permissions are set.
+TEST_F(ServerCopyTest, MakesACopyThatGetsItsSourcesPermissionsWithoutContent) {
+    const Strictness strict("modes");
+    optional_operations.makes_with_content = true;
+    EXPECT_EQ(copy(directory_.file("src", "secret"), "/m/dst"), 0u);
+    EXPECT_THAT(optional_operations.calls, IsEmpty());
+    EXPECT_EQ(fake_.volume.content("/m/dst"), "secret");
+}
+
+TEST_F(ServerCopyTest, WritesALocalFileWhereOneWithContentIsRefused) {
+    optional_operations.makes_with_content = true;
+    EXPECT_EQ(copy(directory_.file("src", "content"), directory_.path("dst")), 0u);
+    EXPECT_EQ(read_file(directory_.path("dst")), "content");
+    EXPECT_THAT(optional_operations.calls, testing::ElementsAre("made with 7"));
 }
 
 TEST_F(ServerCopyTest, CopiesTheRangeOfDd) {

@@ -324,20 +324,24 @@ std::unique_ptr<VolumeFile> FakeVolume::open(const FileHandle &file, Access acce
         std::to_string(server_.id_of(file)) + (access == Access::read ? " to read" : " to write"));
 }
 
-void FakeVolume::create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
-                        Completion<CreatedFile> done) {
+void FakeVolume::make_file(const FileHandle &directory, std::string_view name, const SetAttributes &set,
+                           std::span<const std::byte> content, Completion<CreatedFile> done) {
     reply<CreatedFile>(Op::create, &directory, std::move(done),
-                       [this, set, name = std::string(name)](uint64_t parent) -> Result<CreatedFile> {
+                       [this, set, content, name = std::string(name)](uint64_t parent) -> Result<CreatedFile> {
                            const Attributes before = server_.node(parent).attributes;
                            uint64_t id = server_.child(parent, name);
                            if (id == 0) id = server_.add_child(parent, name, FileType::regular);
                            auto &node = server_.node(id);
                            if (set.mode) node.attributes.mode = *set.mode;
                            node.data.resize(set.size.value_or(node.data.size()));
+                           if (node.data.size() < content.size()) node.data.resize(content.size());
+                           std::copy(content.begin(), content.end(), node.data.begin());
                            node.stable = node.data;
                            node.attributes.size = node.data.size();
-                           if (!server_.tells_attributes) return CreatedFile{};
-                           CreatedFile made{{server_.handle(id), node.attributes, {}, change_of(parent, before)}, {}};
+                           if (!server_.tells_attributes) return CreatedFile{{}, {}, !content.empty()};
+                           CreatedFile made{{server_.handle(id), node.attributes, {}, change_of(parent, before)},
+                                            {},
+                                            !content.empty()};
                            if (server_.keeps_made_open) made.file = open(server_.handle(id), Access::write);
                            return made;
                        });

@@ -102,6 +102,7 @@ class FakeServer {
     std::size_t path_components = 1;          // that one question looks up
     std::size_t makes_up_names = 0;           // bytes; directories go on with names of this length, for ever
     bool keeps_made_open = false;             // what CREATE made is open already
+    bool takes_content = false;               // with CREATE
     bool tells_attributes = true;             // with CREATE, LOOKUP and WRITE
     bool tells_directories = true;            // with CREATE, MKDIR, REMOVE and RMDIR
     std::optional<uint64_t> write_size_told;  // instead of the true one
@@ -146,7 +147,14 @@ class FakeVolume : public Volume {
     void lookup_path(const FileHandle &directory, const std::vector<std::string> &names,
                      Completion<PathReply> done) override;
     void create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
-                Completion<CreatedFile> done) override;
+                Completion<CreatedFile> done) override {
+        make_file(directory, name, set, {}, std::move(done));
+    }
+    void create_with(const FileHandle &directory, std::string_view name, const SetAttributes &set,
+                     std::span<const std::byte> content, Completion<CreatedFile> done) override {
+        make_file(directory, name, set, server_.takes_content ? content : std::span<const std::byte>{},
+                  std::move(done));
+    }
     void mkdir(const FileHandle &directory, std::string_view name, uint32_t mode,
                Completion<CreateReply> done) override;
     void remove(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) override;
@@ -180,6 +188,8 @@ class FakeVolume : public Volume {
     void done_reply(Op op, const FileHandle &handle, DoneCompletion done, std::function<Status(uint64_t id)> answer);
     void later(Op op, uint64_t offset, std::size_t size, std::function<void()> answer);
     DirectoryChange change_of(uint64_t directory, const Attributes &before);
+    void make_file(const FileHandle &directory, std::string_view name, const SetAttributes &set,
+                   std::span<const std::byte> content, Completion<CreatedFile> done);
     Result<DirectoryReply> list(uint64_t id, uint64_t cookie, bool plus);
 
     EventLoop &loop_;

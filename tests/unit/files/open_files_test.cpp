@@ -23,8 +23,8 @@ class OpenFilesTest : public MountedTest {
         opened_ = *file.value();
         return *files_.find(opened_.identifier);
     }
-    OpenFile &create(const std::string &path) {
-        auto file = files_.create(path);
+    OpenFile &create(const std::string &path, std::span<const std::byte> content = {}) {
+        auto file = files_.create(path, content);
         EXPECT_TRUE(file.ok()) << file.status().text();
         opened_ = *file.value();
         return *files_.find(opened_.identifier);
@@ -289,6 +289,73 @@ TEST_F(OpenFilesTest, ResizingToTheSizeThatTheWritesShowedCostsNoCall) {
     std::vector<std::byte> back(data.size());
     ASSERT_TRUE(read(file, 0, back).ok());
     EXPECT_TRUE(same(back, data));
+}
+
+TEST_F(OpenFilesTest, AFileThatIsMadeWithItsContentCostsOneCall) {
+    one_.takes_content = true;
+    const auto content = pattern(1000);
+    auto &file = create("/mnt/one/f", content);
+    EXPECT_EQ(opened_.size, 1000U);
+    EXPECT_EQ(one_.at("/f").data, content);
+    EXPECT_FALSE(file.dirty());
+    ASSERT_TRUE(file.resize(1000).ok());
+    ASSERT_TRUE(file.flush().ok());
+    EXPECT_EQ(one_.calls[Op::write] + one_.calls[Op::setattr] + one_.calls[Op::commit], 0U);
+    std::vector<std::byte> back(1000);
+    ASSERT_TRUE(read(file, 0, back).ok());
+    EXPECT_EQ(back, content);
+}
+
+TEST_F(OpenFilesTest, ContentThatIsNotTakenWithTheFileIsWrittenToIt) {
+    for (const bool kept_open : {false, true}) {
+        one_.keeps_made_open = kept_open;
+        const std::string name = kept_open ? "/open" : "/f";
+        const auto content = pattern(1000);
+        auto &file = create("/mnt/one" + name, content);
+        EXPECT_EQ(opened_.size, 0U);
+        EXPECT_TRUE(file.dirty());
+        one_.log.clear();
+        ASSERT_TRUE(file.resize(1000).ok());
+        EXPECT_THAT(one_.log, ::testing::ElementsAre("WRITE 0+1000 stable"));
+        EXPECT_EQ(one_.at(name).data, content);
+    }
+}
+
+TEST_F(OpenFilesTest, ContentThatCannotBeWrittenIsToldWhenItIsToBeOnStableStorage) {
+    one_.fail_next(Op::write, ENOSPC);
+    auto &file = create("/mnt/one/f", pattern(1000));
+    EXPECT_EQ(file.flush().number(), uint32_t{ENOSPC});
+}
+
+TEST_F(OpenFilesTest, AFileThatIsThereAlreadyIsEmptiedAndThenGivenItsContent) {
+    one_.takes_content = true;
+    one_.add_file("/f", pattern(5000));
+    const auto content = pattern(1000, 3);
+    auto &file = create("/mnt/one/f", content);
+    ASSERT_TRUE(file.flush().ok());
+    EXPECT_EQ(one_.at("/f").data, content);
+    EXPECT_EQ(one_.calls[Op::write], 1U);
+}
+
+// Somebody else made it between the lookup and the CREATE.
+TEST_F(OpenFilesTest, NothingShowsBehindTheContentOfAFileThatSomebodyMadeMeanwhile) {
+    one_.takes_content = true;
+    EXPECT_FALSE(files_.identify("/mnt/one/f").ok());
+    one_.add_file("/f", pattern(5000));
+    const auto content = pattern(1000, 3);
+    auto &file = create("/mnt/one/f", content);
+    ASSERT_TRUE(file.resize(1000).ok());
+    EXPECT_EQ(one_.at("/f").data, content);
+}
+
+TEST_F(OpenFilesTest, AFileThatIsMadeWithItsContentIsLookedUpWhereTheServerDoesNotTellItsHandle) {
+    one_.takes_content = true;
+    one_.tells_attributes = false;
+    const auto content = pattern(1000);
+    auto &file = create("/mnt/one/f", content);
+    ASSERT_TRUE(file.resize(1000).ok());
+    EXPECT_EQ(one_.at("/f").data, content);
+    EXPECT_EQ(one_.calls[Op::write], 0U);
 }
 
 TEST_F(OpenFilesTest, ALongerFileThatIsWrittenOverIsCut) {

@@ -745,6 +745,25 @@ TEST_F(TdmTest, WhatWasWrittenIsReadAndNotLent) {
     EXPECT_EQ(buffer, data);
 }
 
+TEST_F(TdmTest, AFileIsMadeWithItsContent) {
+    open();
+    auto content = pattern(1000);
+    const auto make = [&](const char *path, const void *bytes, uint32_t count, TdmFileInfo *info) {
+        return tdm_create_with(ctx_, path, bytes, count, text_, sizeof text_, info);
+    };
+    ASSERT_EQ(make("/mnt/one/f", content.data(), 1000, &info_), 0U);
+    EXPECT_STREQ(text_, "/mnt/one/f");
+    EXPECT_EQ(tdm_resize(ctx_, info_.file, 1000), 0U);
+    EXPECT_EQ(tdm_commit(ctx_, info_.file), 0U);
+    EXPECT_EQ(server_.at("/f").stable, content);
+    EXPECT_EQ(make("/mnt/one/g", nullptr, 1000, &info_), uint32_t{EINVAL});
+    EXPECT_EQ(make("/mnt/one/g", content.data(), 0, &info_), uint32_t{EINVAL});
+    EXPECT_EQ(make("/mnt/one/g", content.data(), 1000, nullptr), uint32_t{EINVAL});
+    EXPECT_EQ(make("/local", content.data(), 1000, &info_), uint32_t{ENODEV});
+    EXPECT_EQ(make("/mnt/one/none/g", content.data(), 1000, &info_), uint32_t{ENOENT});
+    EXPECT_FALSE(server_.exists("/g"));
+}
+
 TEST_F(TdmTest, ACallCanSubmitSomeAndCollectThemAtOnce) {
     open();
     server_.add_file("/f", pattern(1000));
