@@ -112,7 +112,7 @@ void ExportVolume::read(const FileHandle &file, uint64_t offset, std::span<std::
                         Completion<ReadReply> done) {
     // Less than a whole READ from the start is most likely all of the file.
     const bool whole = offset == 0 && buffer.size() < limits_.read_maximum && !opens_.is_open(file);
-    if (whole || !is_attached()) return read_whole(file, buffer, std::move(done));
+    if (whole || !is_attached()) return read_whole(file, buffer, done);
     if (!opens_.is_open(file)) return read_first(file, offset, buffer, done);
     if (opens_.is_being_opened(file)) return read_early(file, offset, buffer, done);
     read_when_open(file, offset, buffer, std::move(done));
@@ -147,8 +147,25 @@ void ExportVolume::read_first(const FileHandle &file, uint64_t offset, std::span
     opens_.open_with(file, kShareAccessRead, std::move(behind));
 }
 
-// Opens, reads and closes in one question. Asked again it opens for the same owner, so that one closing does for all.
-void ExportVolume::read_whole(const FileHandle &file, std::span<std::byte> buffer, Completion<ReadReply> done) {
+// What one READ brings needs no state: without one the server looks at the permissions, and at what others deny, as it
+// does for OPEN (RFC 8881 sections 8.2.3 and 9.1.2). One that wants its files open all the same is asked so from then
+// on.
+void ExportVolume::read_whole(const FileHandle &file, std::span<std::byte> buffer, const Completion<ReadReply> &done) {
+    if (!abilities_.reads_unopened) return open_read_close(file, buffer, done);
+    auto call = new_read(file, 0, buffer, std::make_shared<StateId>(), done);
+    call->rescue = [this, file, buffer, done](NfsStatus status, const std::unique_ptr<Call> &) {
+        if (!wants_open_file(status)) return false;
+        open_read_close(file, buffer, [this, done](Result<ReadReply> reply) {
+            if (reply.ok()) abilities_.reads_unopened = false;
+            done(std::move(reply));
+        });
+        return true;
+    };
+    send(std::move(call));
+}
+
+// In one question. Asked again it opens for the same owner, so that one closing does for all.
+void ExportVolume::open_read_close(const FileHandle &file, std::span<std::byte> buffer, Completion<ReadReply> done) {
     auto left = std::make_shared<std::optional<StateId>>();
     auto owner = std::make_shared<std::optional<OpenOwner>>();
     auto call = make<ReadReply>(

@@ -93,7 +93,8 @@ class ExportVolume : public remote::Export {
     void unlink(std::string_view name, const FileHandle &directory, std::string_view entry, bool is_directory,
                 Completion<DirectoryChange> done);
 
-    void read_whole(const FileHandle &file, std::span<std::byte> buffer, Completion<ReadReply> done);
+    void read_whole(const FileHandle &file, std::span<std::byte> buffer, const Completion<ReadReply> &done);
+    void open_read_close(const FileHandle &file, std::span<std::byte> buffer, Completion<ReadReply> done);
     void read_first(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,
                     const Completion<ReadReply> &done);
     std::unique_ptr<Call> new_read(const FileHandle &file, uint64_t offset, std::span<std::byte> buffer,

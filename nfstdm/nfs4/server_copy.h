@@ -22,6 +22,7 @@ struct Abilities {
     bool copies = true;
     bool copies_at_once = true;
     bool seeks = true;
+    bool reads_unopened = true;
 };
 
 // One copy. It lives as long as a call of it is under way: made and begun by begin_server_copy() below.

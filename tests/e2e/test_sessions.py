@@ -237,13 +237,32 @@ def test_what_a_file_needs_is_few_calls(nas, tmp_path):
     (nas.files / "large").write_bytes(b"x" * (2 << 20))
     for words, calls in {
         ("cp", tmp_path / "small", nas / "small"): 1,  # OPEN, WRITE, CLOSE
-        ("cat", nas / "small"): 1,  # OPEN, READ, CLOSE
+        ("cat", nas / "small"): 1,  # READ
         ("cat", nas / "large"): 3,  # OPEN and READ; READ; CLOSE
     }.items():
         before, all_before = nas.count("SEQUENCE"), nas.count("COMPOUND")
         nas.ok(*words)
         assert nas.count("SEQUENCE") - before == contact + calls, words
         assert nas.count("COMPOUND") - all_before == contact + calls + 4, words
+
+
+def test_small_files_are_read_without_being_opened(nas, content, tmp_path):
+    make_entries(nas.files / "many", 3, 4096)
+    nas.ok("cp", f"{nas / 'many'}/*", tmp_path)
+    assert nas.count("READ") == 3
+    assert nas.count("OPEN") == 0
+    assert all((tmp_path / path.name).read_bytes() == path.read_bytes() for path in (nas.files / "many").iterdir())
+
+
+@pytest.mark.parametrize("status", ["LOCKED", "OPENMODE", "BAD_STATEID", "ACCESS", "INVAL"])
+def test_small_files_come_down_from_a_server_that_reads_open_files_only(nas, tmp_path, status):
+    make_entries(nas.files / "many", 3, 4096)
+    nas.fault(f"status=READ:{status}:1")
+    nas.ok("cp", f"{nas / 'many'}/*", tmp_path)
+    assert nas.count("fault.status") == 1
+    assert nas.count("READ") == 4, "the first file's twice, and no other's"
+    assert nas.count("OPEN") == nas.count("CLOSE") == 3
+    assert all((tmp_path / path.name).read_bytes() == path.read_bytes() for path in (nas.files / "many").iterdir())
 
 
 def test_a_long_listing_of_a_large_directory_needs_few_calls(nas):

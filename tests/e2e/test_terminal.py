@@ -283,7 +283,7 @@ def test_a_server_that_is_silent_is_told_while_the_command_waits(faulty):
 
 WAITS = {
     "nfsv3": ("status=READ:JUKEBOX:*", "server faulty is not ready (just started, or fetching the file), waiting"),
-    "nfsv4.1": ("status=OPEN:GRACE:*", "server faulty is in its grace period after a start, waiting"),
+    "nfsv4.1": ("status=READ:GRACE:*", "server faulty is in its grace period after a start, waiting"),
 }
 
 

@@ -224,8 +224,9 @@ TEST_F(OddServerTest, IsLeftNothingOpenBehindAReadThatFails) {
     const auto read_all = [&] {
         return get<ReadReply>([&, this](auto done) { reading().read(0, part, std::move(done)); });
     };
+    nfs.fail(Op::read, NfsStatus::openmode);
     nfs.fail(Op::read, NfsStatus::delay, 2);
-    EXPECT_TRUE(read_all().ok());
+    EXPECT_TRUE(read_all().ok()) << "which wants it to be open";
     nfs.fail(Op::read, NfsStatus::io);
     EXPECT_FALSE(read_all().ok());
     ASSERT_TRUE(nfstdm::test::run(loop, [this] { return nfs.open_files() == 0; }));

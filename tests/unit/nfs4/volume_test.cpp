@@ -266,14 +266,51 @@ INSTANTIATE_TEST_SUITE_P(Operations, LongNotReady,
 
 // --- state
 
-TEST_F(Nfs4VolumeTest, ReadsAWholeSmallFileInOneQuestionAndLeavesNothingOpen) {
+TEST_F(Nfs4VolumeTest, ReadsAWholeSmallFileWithoutOpeningIt) {
     open();
     ASSERT_TRUE(attach().ok());
     const auto reply = read(0);
     ASSERT_TRUE(reply.ok()) << reply.status().text();
     EXPECT_EQ(text(reply.value().count), "cont");
+    EXPECT_EQ(nfs.compounds().back(), "SEQUENCE PUTFH READ");
+    EXPECT_EQ(nfs.read_with.back(), StateId::anonymous());
+    EXPECT_FALSE(nfs.asked_to_be_kept.back()) << "it may be read twice";
+}
+
+class SmallFileOfAServerThatReadsOpenFilesOnly : public Nfs4VolumeTest, public testing::WithParamInterface<NfsStatus> {
+  protected:
+    void expect_content() {
+        const auto reply = read(0);
+        ASSERT_TRUE(reply.ok()) << reply.status().text();
+        EXPECT_EQ(text(reply.value().count), "cont");
+    }
+};
+
+TEST_P(SmallFileOfAServerThatReadsOpenFilesOnly, IsOpenedReadAndClosedInOneQuestion) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail(Op::read, GetParam());
+    expect_content();
     EXPECT_EQ(nfs.compounds().back(), "SEQUENCE PUTFH OPEN READ CLOSE");
+    const std::size_t before = nfs.compounds().size();
+    expect_content();
+    EXPECT_EQ(nfs.compounds().back(), "SEQUENCE PUTFH OPEN READ CLOSE");
+    EXPECT_EQ(nfs.compounds().size(), before + 1) << "it has said what it wants";
     EXPECT_EQ(nfs.open_files(), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Statuses, SmallFileOfAServerThatReadsOpenFilesOnly,
+                         testing::Values(NfsStatus::bad_stateid, NfsStatus::locked, NfsStatus::openmode,
+                                         NfsStatus::access, NfsStatus::perm, NfsStatus::inval, NfsStatus::serverfault));
+
+TEST_F(Nfs4VolumeTest, OpensNoOtherFilesBecauseOneCanNotBeRead) {
+    open();
+    ASSERT_TRUE(attach().ok());
+    nfs.fail(Op::read, NfsStatus::access);
+    nfs.fail(Op::open, NfsStatus::access);
+    EXPECT_EQ(read(0).status().number(), static_cast<uint32_t>(EACCES));
+    EXPECT_TRUE(read(0).ok());
+    EXPECT_EQ(nfs.compounds().back(), "SEQUENCE PUTFH READ");
 }
 
 TEST_F(Nfs4VolumeTest, OpensAFileOnceForAllItsReads) {
