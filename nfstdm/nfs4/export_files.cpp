@@ -171,7 +171,7 @@ void ExportVolume::open_read_close(const FileHandle &file, std::span<std::byte> 
     auto call = make<ReadReply>(
         "READ",
         [this, file, left, done = std::move(done)](Result<ReadReply> reply) {
-            if (*left) opens_.close_left(file, **left);
+            if (*left) opens_.close_behind(file, **left);
             done(std::move(reply));
         },
         [this, file, buffer, owner](Compound &compound) {
@@ -272,7 +272,7 @@ void ExportVolume::write_last(const FileHandle &file, uint64_t offset, std::span
     auto call = make<WriteReply>(
         "WRITE",
         [this, file, state, done](Result<WriteReply> reply) {
-            if (!reply.ok()) opens_.close_left(file, state);
+            if (!reply.ok()) opens_.close_behind(file, state);
             done(std::move(reply));
         },
         [file, offset, data, state](Compound &compound) {

@@ -141,6 +141,7 @@ void ExportVolume::send(std::unique_ptr<Call> call) {
 
 void ExportVolume::start_explained(std::unique_ptr<Call> call) {
     call->done = [this, done = std::move(call->done)](const Status &status) { explain(status, done); };
+    opens_.close_left();
     session_.start(std::move(call));
 }
 

@@ -42,8 +42,24 @@ void Opens::release(const FileHandle &file) {
     assert(found != files_.end() && found->second.holders > 0);
     File &entry = found->second;
     if (--entry.holders > 0 || entry.opening) return;
-    if (entry.open) send_close(file, entry.state);
+    if (entry.open) close_soon({file, entry.state});
     files_.erase(found);
+}
+
+// With the loop's next turn, or in front of what is asked next. Whoever leaves before that closes it with the session.
+void Opens::close_soon(Left left) {
+    left_.push_back(left);
+    closing_soon_.after({}, [this] { close_left(); });
+}
+
+void Opens::close_left() {
+    for (const Left &each : take_left())
+        send_close(each);
+}
+
+std::vector<Opens::Left> Opens::take_left() {
+    closing_soon_.cancel();
+    return std::exchange(left_, {});
 }
 
 bool Opens::is_open(const FileHandle &file) const {
@@ -121,7 +137,7 @@ void Opens::open_ended(const FileHandle &file, uint32_t access, const StateId &s
         entry.access = access;
     }
     if (entry.holders == 0) {
-        if (entry.open) send_close(file, entry.state);
+        if (entry.open) send_close({file, entry.state});
         files_.erase(found);
     }
     for (const Waiter &waiter : waiters) {
@@ -140,7 +156,7 @@ StateId Opens::state(const FileHandle &file, uint32_t access) const {
 
 void Opens::opened(const FileHandle &file, const OpenOwner &owner, uint32_t access, const StateId &state) {
     File &entry = files_.at(file);
-    if (entry.open) send_close(file, entry.state);
+    if (entry.open) send_close({file, entry.state});
     entry.owner = owner;
     entry.access = access;
     entry.state = state;
@@ -159,20 +175,15 @@ StateId Opens::take(const FileHandle &file) {
     return state;
 }
 
-void Opens::close_left(const FileHandle &file, const StateId &state) {
-    if (state != StateId::anonymous()) send_close(file, state);
+void Opens::close_behind(const FileHandle &file, const StateId &state) {
+    if (state != StateId::anonymous()) send_close({file, state});
 }
 
-void Opens::send_close(const FileHandle &file, const StateId &state) {
+void Opens::send_close(const Left &left) {
     auto call = new_call_("CLOSE");
     call->owner = this;
-    call->put = [file, state](Compound &compound) {
-        put_putfh(compound, file);
-        put_close(compound, state.latest());
-    };
-    call->read = [](Results &results, const rpc::Request &) {
-        return results.next(Op::putfh) && results.next(Op::close) && get_close(results.reader());
-    };
+    call->put = [left](Compound &compound) { put_closing(compound, left); };
+    call->read = [](Results &results, const rpc::Request &) { return get_closing(results); };
     // Whatever the server says: what it does not know is not open.
     call->done = [this](const Status &) { close_answered(); };
     ++closing_;
@@ -180,21 +191,57 @@ void Opens::send_close(const FileHandle &file, const StateId &state) {
 }
 
 void Opens::close_answered() {
-    if (--closing_ > 0 || all_closed_ == nullptr) return;
-    std::exchange(all_closed_, nullptr)({});
+    if (--closing_ == 0) all_are_closed();
+}
+
+void Opens::all_are_closed() {
+    if (const auto done = std::exchange(all_closed_, nullptr)) done({});
+}
+
+void Opens::put_closing(Compound &compound, const Left &left) {
+    put_putfh(compound, left.file);
+    put_close(compound, left.state.latest());
+}
+
+bool Opens::get_closing(Results &results) {
+    return results.next(Op::putfh) && results.next(Op::close) && get_close(results.reader());
 }
 
 void Opens::close_all(DoneCompletion done) {
-    const auto files = files_;
+    auto files = take_left();
+    for (const auto &[file, entry] : files_)
+        if (entry.open) files.push_back({file, entry.state});
     forget_all();
-    for (const auto &[file, entry] : files)
-        if (entry.open) send_close(file, entry.state);
-    if (closing_ == 0) return done({});
+    if (files.empty() && closing_ == 0) return done({});
     all_closed_ = std::move(done);
+    const auto close_each = [this, files] {
+        for (const Left &each : files)
+            send_close(each);
+    };
+    const auto words = closing_of(files);
+    if (closing_ > 0 || !session_.can_end_with(*this, words)) return close_each();
+    session_.end_with(words, [this, close_each](const Status &ended) { ended.ok() ? all_are_closed() : close_each(); });
+}
+
+Session::LastWords Opens::closing_of(const std::vector<Left> &files) const {
+    Session::LastWords words;
+    words.operations = 2 * files.size();
+    words.authenticator = new_call_("CLOSE")->authenticator;
+    words.put = [files](Compound &compound) {
+        for (const Left &each : files)
+            put_closing(compound, each);
+    };
+    words.read = [count = files.size()](Results &results) {
+        for (std::size_t i = 0; i < count; ++i)
+            if (!get_closing(results)) return false;
+        return true;
+    };
+    return words;
 }
 
 void Opens::clear() {
     forget_all();
+    take_left();
     closing_ = 0;
     all_closed_ = nullptr;
 }

@@ -11,6 +11,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "nfstdm/base/scoped.h"
 #include "nfstdm/nfs4/session.h"
 #include "nfstdm/volume/volume.h"
 
@@ -23,10 +24,13 @@ class Opens : public StateHolder {
 
     // session must outlive the object; new_call gives a call of the export with nothing in it yet, start sends one.
     Opens(Session &session, NewCall new_call, Start start)
-        : session_(session), new_call_(std::move(new_call)), start_(std::move(start)) {}
+        : session_(session),
+          new_call_(std::move(new_call)),
+          start_(std::move(start)),
+          closing_soon_(session.server().loop()) {}
 
     // Somebody holds the file open, for this access; each time is followed by a release(). With the last one it is
-    // closed, without anyone waiting for it: the call's owner is this object.
+    // closed, a little later and without anyone waiting for it: the call's owner is this object.
     void hold(const FileHandle &file, uint32_t access);
     void release(const FileHandle &file);
     bool is_held(const FileHandle &file) const { return files_.contains(file); }
@@ -59,9 +63,12 @@ class Opens : public StateHolder {
     // The caller closes the file itself, as part of something else.
     StateId take(const FileHandle &file);
     // The same, when it did not come to that. Nobody waits for it.
-    void close_left(const FileHandle &file, const StateId &state);
+    void close_behind(const FileHandle &file, const StateId &state);
 
-    // Closes everything; done is called when the server has answered for all of them.
+    // What was let go is closed before anything else is asked: somebody may be about to remove it.
+    void close_left();
+    // Closes everything; done is called when the server has answered for all of them. That may be the end of the
+    // session, too.
     void close_all(DoneCompletion done);
     // Forgets what is open, without a word to the server. Who waits is not called.
     void clear();
@@ -88,17 +95,31 @@ class Opens : public StateHolder {
         void forget();
     };
 
+    // Nobody holds it any more, and the server has it open still.
+    struct Left {
+        FileHandle file;
+        StateId state;
+    };
+
     OpenOwner begin_open(File &entry);
     void open(const FileHandle &file, uint32_t access);
     void open_ended(const FileHandle &file, uint32_t access, const StateId &state, const Status &status);
     void forget_all();
-    void send_close(const FileHandle &file, const StateId &state);
+    void close_soon(Left left);
+    std::vector<Left> take_left();
+    static void put_closing(Compound &compound, const Left &left);
+    static bool get_closing(Results &results);
+    Session::LastWords closing_of(const std::vector<Left> &files) const;
+    void send_close(const Left &left);
     void close_answered();
+    void all_are_closed();
 
     Session &session_;
     const NewCall new_call_;
     const Start start_;
     std::unordered_map<FileHandle, File, FileHandleHash> files_;
+    std::vector<Left> left_;
+    ScopedTimer closing_soon_;
     unsigned closing_ = 0;  // CLOSEs under way
     DoneCompletion all_closed_;
 };

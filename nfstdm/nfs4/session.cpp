@@ -26,8 +26,6 @@ constexpr rpc::Duration kMoment = std::chrono::milliseconds(1);  // a limit of n
 // A call that makes the session break each time it is sent.
 constexpr unsigned kRestartsMaximum = 32;
 constexpr unsigned kSessionsMaximum = 16;  // to make a session that works
-// A farewell is a courtesy: the server would notice by itself, a lease later.
-constexpr rpc::Duration kFarewellLimit = std::chrono::seconds(2);
 
 // Each process is a client of its own: what one does to its state is nothing to the others.
 std::string new_owner() {
@@ -60,6 +58,8 @@ Session::~Session() {
 }
 
 rpc::Duration Session::limit() const {
+    // A farewell is a courtesy: the server would notice by itself, a lease later.
+    if (farewells_ > 0) return std::chrono::seconds(2);
     if (contacted_) return std::chrono::seconds(server_.config().io_timeout_seconds);
     return std::max<rpc::Duration>(deadline_ - EventLoop::Clock::now(), kMoment);
 }
@@ -82,7 +82,7 @@ void Session::ask(Op op, const std::function<void(Compound &)> &put, std::functi
     put(compound);
     auto request = bare_request(op, compound);
     request->authenticator = authenticator_;
-    request->limit = farewells_ > 0 ? kFarewellLimit : limit();
+    request->limit = limit();
     request->needs_contact = !contacted_ || farewells_ > 0;
     request->owner = this;
     request->done = [this, answered = std::move(answered)](const std::unique_ptr<rpc::Request> &done) {
@@ -579,65 +579,6 @@ void Session::fail_all(const void *owner, const Status &status) {
 
 bool Session::busy() const {
     return client_->busy() || (state_ == State::up && !slots_.any_free());
-}
-
-// --- the end
-
-void Session::remove_user(StateHolder &user, DoneCompletion done) {
-    users_.erase(&user);
-    if (!users_.empty() || state_ == State::down || !identified_) {
-        if (users_.empty()) make_failed({ECANCELED, "the server is no longer used"});
-        if (users_.empty()) farewell_said();
-        return loop_.soon([done = std::move(done)] { done({}); });
-    }
-    say_farewell(std::move(done));
-}
-
-// Both at once, which saves a round trip.
-void Session::say_farewell(DoneCompletion done) {
-    timer_.cancel();
-    client_->drop(this);
-    const bool has_session = state_ == State::up || state_ == State::reclaiming;
-    state_ = State::down;
-    farewell_ = std::move(done);
-    farewells_ = has_session ? 2 : 1;
-    client_is_busy_ = dismissed_again_ = false;
-    if (has_session)
-        ask(
-            Op::destroy_session, [this](Compound &compound) { put_destroy_session(compound, session_); },
-            [this](Results &) { farewell_answered(); });
-    dismiss_client();
-}
-
-void Session::dismiss_client() {
-    ask(
-        Op::destroy_clientid, [this](Compound &compound) { put_destroy_clientid(compound, client_id_); },
-        [this](Results &results) {
-            const NfsStatus failure = results.next(Op::destroy_clientid) ? NfsStatus::ok : results.failure();
-            client_is_busy_ = failure == NfsStatus::clientid_busy || failure == NfsStatus::delay;
-            farewell_answered();
-        });
-}
-
-// A server that met the second first, or both at the same time, is asked once more: its administrator sees clients that
-// are gone else, and after a restart it waits for them.
-void Session::farewell_answered() {
-    if (--farewells_ > 0) return;
-    if (!client_is_busy_ || std::exchange(dismissed_again_, true)) return farewell_said();
-    farewells_ = 1;
-    dismiss_client();
-}
-
-void Session::farewell_said() {
-    client_->drop(this);
-    client_->close();
-    identified_ = false;
-    state_lost_ = must_complete_ = false;
-    attempts_ = 0;
-    contacted_ = false;
-    const auto life = life_.watch();
-    if (const auto done = std::exchange(farewell_, nullptr)) done({});
-    if (!life.expired()) pump();
 }
 
 }  // namespace nfstdm::nfs4

@@ -59,6 +59,18 @@ class Session : private rpc::Introduction {
     void add_user(StateHolder &user) { users_.insert(&user); }
     void remove_user(StateHolder &user, DoneCompletion done);
 
+    // What a user asks for last, in the same request that ends the session.
+    struct LastWords {
+        std::size_t operations = 0;
+        std::shared_ptr<rpc::Authenticator> authenticator;
+        std::function<void(Compound &)> put;
+        std::function<bool(Results &)> read;  // false: not all of it was done
+    };
+    // Nobody else uses the session, nothing is under way in it, and the request has room for the words.
+    bool can_end_with(const StateHolder &user, const LastWords &words) const;
+    // A failure: the server did not take them so. The session is kept, and to be left as above.
+    void end_with(const LastWords &words, DoneCompletion done);
+
     // Sends a call when there is a session and a slot.
     void start(std::unique_ptr<Call> call);
     // Ends the calls of an owner with a failure, from inside. Their buffers are not touched any more when this begins.
@@ -120,9 +132,11 @@ class Session : private rpc::Introduction {
     Status in_context(const Call &call, const Status &status) const;
     rpc::Duration limit() const;
 
-    void say_farewell(DoneCompletion done);
-    void dismiss_client();
+    // session_farewell.cpp
+    void begin_farewell(DoneCompletion done);
+    void take_leave();
     void farewell_answered();
+    void go_on_for_user();
     void farewell_said();
 
     remote::Server &server_;
@@ -160,8 +174,10 @@ class Session : private rpc::Introduction {
     ScopedTimer timer_;
     DoneCompletion farewell_;
     unsigned farewells_ = 0;       // unanswered
+    bool session_stays_ = false;   // until the server has been told otherwise
     bool client_is_busy_ = false;  // what the server said of the client id, to a farewell
-    bool dismissed_again_ = false;
+    bool words_refused_ = false;   // the last ones, or the end of the session behind them
+    bool left_again_ = false;
     Lifeline life_;
 };
 

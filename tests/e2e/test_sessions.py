@@ -231,19 +231,21 @@ def test_paths_to_one_server_share_its_session(faulty, content, tmp_path):
     assert min(nas.count("path.1"), nas.count("path.2")) > SIZE // 10
 
 
+# A file that is open at the end is closed in the request that ends the session.
 def test_what_a_file_needs_is_few_calls(nas, tmp_path):
     contact = 1  # with what makes and ends the session it is five
     (tmp_path / "small").write_bytes(b"content")
     (nas.files / "large").write_bytes(b"x" * (2 << 20))
-    for words, calls in {
-        ("cp", tmp_path / "small", nas / "small"): 1,  # OPEN, WRITE, CLOSE
-        ("cat", nas / "small"): 1,  # READ
-        ("cat", nas / "large"): 3,  # OPEN and READ; READ; CLOSE
+    for words, (calls, around) in {
+        ("cp", tmp_path / "small", nas / "small"): (1, 4),  # OPEN, WRITE, CLOSE
+        ("cat", nas / "small"): (1, 4),  # READ
+        ("cat", nas / "large"): (3, 3),  # OPEN and READ; READ; CLOSE
     }.items():
         before, all_before = nas.count("SEQUENCE"), nas.count("COMPOUND")
         nas.ok(*words)
         assert nas.count("SEQUENCE") - before == contact + calls, words
-        assert nas.count("COMPOUND") - all_before == contact + calls + 4, words
+        assert nas.count("COMPOUND") - all_before == contact + calls + around, words
+        assert nas.tell("opens") == "0"
 
 
 def test_small_files_are_read_without_being_opened(nas, content, tmp_path):
@@ -263,6 +265,22 @@ def test_small_files_come_down_from_a_server_that_reads_open_files_only(nas, tmp
     assert nas.count("READ") == 4, "the first file's twice, and no other's"
     assert nas.count("OPEN") == nas.count("CLOSE") == 3
     assert all((tmp_path / path.name).read_bytes() == path.read_bytes() for path in (nas.files / "many").iterdir())
+
+
+@pytest.mark.parametrize(
+    "fault", ["SEQUENCE:BADSESSION", "SEQUENCE:DELAY", "CLOSE:DELAY", "CLOSE:BAD_STATEID", "DESTROY_SESSION:DELAY"]
+)
+def test_a_server_that_refuses_a_farewell_is_left_all_the_same(faulty, content, fault):
+    nas = faulty("--versions", "4", "--grace", "600", version="nfsv4.1", io_timeout=20)
+    (nas.files / "large").write_bytes(content)
+    assert content in nas.ok("cat", nas / "large")
+    skip = nas.count("SEQUENCE") - 1 if fault.startswith("SEQUENCE") else 0
+    nas.fault(f"status={fault}:1:{skip}")
+    assert content in nas.ok("cat", nas / "large")
+    assert nas.count("fault.status") == 1
+    assert nas.tell("opens") == "0"
+    nas.tell("restart")
+    assert content in nas.ok("cat", nas / "large"), "nobody is known who would be waited for"
 
 
 def test_a_long_listing_of_a_large_directory_needs_few_calls(nas):

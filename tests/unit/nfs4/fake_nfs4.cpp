@@ -134,10 +134,10 @@ NfsStatus FakeNfs4::execute_session(Op op, Compound &compound) {
             return NfsStatus::ok;
         }
         case Op::destroy_session:
-            return sessions_.erase(get_session(in)) > 0 ? NfsStatus::ok : NfsStatus::badsession;
+            return destroy_session(compound);
         case Op::destroy_clientid:
             in.get_u64(client);
-            return clients_.erase(client) > 0 ? NfsStatus::ok : NfsStatus::stale_clientid;
+            return destroy_client(client);
         case Op::bind_conn_to_session:
             out.put_fixed(get_session(in));
             out.put_u32(1);
@@ -149,6 +149,24 @@ NfsStatus FakeNfs4::execute_session(Op op, Compound &compound) {
         default:
             return sequence(compound);
     }
+}
+
+// The session that a compound came in goes with it.
+NfsStatus FakeNfs4::destroy_session(Compound &compound) {
+    const auto found = sessions_.find(get_session(compound.arguments));
+    if (found == sessions_.end()) return NfsStatus::badsession;
+    if (compound.session == &found->second) compound.session = nullptr;
+    sessions_.erase(found);
+    return NfsStatus::ok;
+}
+
+NfsStatus FakeNfs4::destroy_client(uint64_t client) {
+    if (!clients_.contains(client)) return NfsStatus::stale_clientid;
+    const bool has_session =
+        std::ranges::any_of(sessions_, [client](const auto &each) { return each.second.client == client; });
+    if (has_session || !opens_.empty()) return NfsStatus::clientid_busy;
+    clients_.erase(client);
+    return NfsStatus::ok;
 }
 
 NfsStatus FakeNfs4::sequence(Compound &compound) {

@@ -46,6 +46,8 @@ class FakeNfs4 {
     // The operations of each compound that was executed, "SEQUENCE PUTFH GETATTR".
     const std::vector<std::string> &compounds() const { return compounds_; }
     std::size_t open_files() const { return opens_.size(); }
+    // Clients and sessions that it knows of.
+    std::size_t known() const { return clients_.size() + sessions_.size(); }
 
     nfstdm::test::ScriptedServer server;
     std::string owner = "server";       // of this server, as it tells it
@@ -107,6 +109,8 @@ class FakeNfs4 {
     void answer(const ReceivedCall &call);
     NfsStatus execute(Op op, Compound &compound);
     NfsStatus execute_session(Op op, Compound &compound);
+    NfsStatus destroy_session(Compound &compound);
+    NfsStatus destroy_client(uint64_t client);
     NfsStatus execute_file(Op op, Compound &compound);
     NfsStatus sequence(Compound &compound);
     NfsStatus open(Compound &compound);

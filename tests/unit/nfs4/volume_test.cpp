@@ -62,35 +62,6 @@ TEST_F(Nfs4VolumeTest, RefusesAMinorVersionThatTheServerDoesNotHave) {
     EXPECT_THAT(found.status().text(), HasSubstr("NFS4ERR_MINOR_VERS_MISMATCH"));
 }
 
-TEST_F(Nfs4VolumeTest, EndsItsSessionAndItsClientIdWhenItIsLeft) {
-    open();
-    ASSERT_TRUE(attach().ok());
-    EXPECT_TRUE(detach().ok());
-    EXPECT_EQ(nfs.executed(Op::destroy_session), 1);
-    EXPECT_EQ(nfs.executed(Op::destroy_clientid), 1);
-    EXPECT_TRUE(attach().ok()) << "it can be attached again";
-}
-
-TEST_F(Nfs4VolumeTest, EndsItsClientIdThoughTheServerWasStillEndingTheSession) {
-    for (const NfsStatus busy : {NfsStatus::delay, NfsStatus::clientid_busy}) {
-        open();
-        ASSERT_TRUE(attach().ok());
-        const int before = nfs.executed(Op::destroy_clientid);
-        nfs.fail(Op::destroy_clientid, busy);
-        EXPECT_TRUE(detach().ok());
-        EXPECT_EQ(nfs.executed(Op::destroy_clientid), before + 1);
-    }
-}
-
-TEST_F(Nfs4VolumeTest, DoesNotInsistOnEndingAClientIdThatStaysBusy) {
-    open();
-    ASSERT_TRUE(attach().ok());
-    nfs.fail(Op::destroy_clientid, NfsStatus::clientid_busy, 2);
-    EXPECT_TRUE(detach().ok());
-    EXPECT_EQ(nfs.executed(Op::destroy_clientid), 0);
-    EXPECT_TRUE(attach().ok());
-}
-
 TEST_F(Nfs4VolumeTest, SharesTheSessionAmongTheExportsOfAServer) {
     open();
     ASSERT_TRUE(attach().ok());

@@ -152,7 +152,7 @@ Status Nfs4Service::destroy_clientid(Compound &compound) {
     uint64_t id = 0;
     if (!compound.in.get_u64(id)) return Status::badxdr;
     if (clients_.find(id) == nullptr) return Status::stale_clientid;
-    if (clients_.has_sessions(id)) return Status::clientid_busy;
+    if (clients_.has_sessions(id) || opens_.any_open(id)) return Status::clientid_busy;
     opens_.remove(id);
     clients_.remove(id);
     return Status::ok;

@@ -66,4 +66,8 @@ bool Opens::any_revoked(uint64_t client) const {
     return std::ranges::any_of(opens_, [&](const Open &each) { return each.client == client && each.revoked; });
 }
 
+bool Opens::any_open(uint64_t client) const {
+    return std::ranges::any_of(opens_, [&](const Open &each) { return each.client == client && !each.revoked; });
+}
+
 }  // namespace loopnfsd::nfs4

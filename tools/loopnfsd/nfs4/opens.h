@@ -63,6 +63,7 @@ class Opens {
     void remove(uint64_t client);  // all that is its
     void revoke_all();             // as when leases have run out
     bool any_revoked(uint64_t client) const;
+    bool any_open(uint64_t client) const;
     void clear() { opens_.clear(); }
     std::size_t count() const { return opens_.size(); }
 
