@@ -59,17 +59,19 @@ class Counted {
 };
 
 // The processes that several files are given to, from the first directory that is worth it until the command as a whole
-// is through, and what tells whether one is.
+// is through and this process has left its servers, too; and what tells whether a directory is.
 std::unique_ptr<WorkerPool> pool;
 Pace pace;
 unsigned runs_under_way = 0;
 
 class RunUnderWay {
   public:
-    RunUnderWay() { ++runs_under_way; }
+    RunUnderWay() {
+        if (++runs_under_way == 1) await_workers();
+    }
     ~RunUnderWay() {
         if (--runs_under_way > 0) return;
-        pool.reset();
+        if (pool != nullptr) pool->dismiss();
         pace = {};
     }
     RunUnderWay(const RunUnderWay &) = delete;
@@ -289,6 +291,10 @@ class FileRun {
 };
 
 }  // namespace
+
+void await_workers() {
+    pool.reset();
+}
 
 uint32_t run_on_files(const Command &command, const Operand &first, const Operand &second) {
     ++calls_again;

@@ -15,6 +15,7 @@
 #include "tslwnfs/config/reading.h"
 #include "tslwnfs/frontend/command_line.h"
 #include "tslwnfs/frontend/command_table.h"
+#include "tslwnfs/frontend/file_run.h"
 #include "tslwnfs/frontend/guidance.h"
 #include "tslwnfs/frontend/usage.h"
 #include "tslwnfs/options/options.h"
@@ -147,6 +148,7 @@ int run_session() {
     if (redirect_out == 1) static_cast<void>(close_log());
     const uint32_t result = commandtype != kNoCommand ? exec_command(fname, fname1) : 0;
     tdm_fini(ctx);
+    await_workers();
     return static_cast<int>(result);
 }
 

@@ -72,9 +72,13 @@ Jobs jobs_at_once() {
 WorkerPool::WorkerPool(const Command &command, unsigned workers)
     : command_(command), most_(workers), bytes_(shared_counter()) {}
 
-WorkerPool::~WorkerPool() {
+void WorkerPool::dismiss() {
     for (const auto &worker : workers_)
         worker->socket = {};
+}
+
+WorkerPool::~WorkerPool() {
+    dismiss();
     for (const auto &worker : workers_)
         bury(*worker);
     if (bytes_ != nullptr) munmap(bytes_, sizeof *bytes_);

@@ -40,7 +40,7 @@ class WorkerPool {
 
     // The command must outlive the object. No process is made yet.
     WorkerPool(const Command &command, unsigned workers);
-    // Waits for the workers to leave their servers.
+    // Waits until the workers have left their servers.
     ~WorkerPool();
     WorkerPool(const WorkerPool &) = delete;
     WorkerPool &operator=(const WorkerPool &) = delete;
@@ -60,6 +60,9 @@ class WorkerPool {
     void wait_for(Ticket ticket);
     // Waits until nothing is under way.
     void drain();
+
+    // There is no other job: each worker leaves its servers and ends, while this process goes on.
+    void dismiss();
 
     // Bytes that the jobs have transferred, so far.
     uint64_t bytes() const;

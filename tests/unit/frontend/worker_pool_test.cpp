@@ -8,6 +8,7 @@
 
 #include "front_end_fixture.h"
 #include "tslwnfs/commands/executor.h"
+#include "tslwnfs/frontend/file_run.h"
 #include "tslwnfs/output/output.h"
 #include "tslwnfs/output/trace.h"
 #include "tslwnfs/storage/end_process.h"
@@ -135,6 +136,16 @@ TEST_F(Workers, ThatDiedWhileTheyHadNothingToDoFailNothing) {
     EXPECT_NE(second.outcome.written.output, first.outcome.written.output);
 }
 
+TEST_F(Workers, EndWhenTheyAreDismissedWithoutBeingWaitedFor) {
+    WorkerPool pool(kCommand, 1);
+    const auto worker = static_cast<id_t>(std::stoi(result_of(pool, "pid").outcome.written.output));
+    pool.dismiss();
+    siginfo_t ended{};
+    ASSERT_EQ(waitid(P_PID, worker, &ended, WEXITED | WNOWAIT), 0);
+    EXPECT_EQ(ended.si_code, CLD_EXITED);
+    EXPECT_EQ(ended.si_status, 0);
+}
+
 TEST_F(Workers, HoldTheDirectoriesThatTheirFrontHolds) {
     WorkerPool pool(kCommand, 1);
     EXPECT_EQ(result_of(pool, directory_ / "held").outcome.status, 9u);
@@ -187,6 +198,21 @@ TEST_F(FilesTogether, AreSixteenOrMoreThatLieOnAServer) {
     EXPECT_EQ(run_here(kDelete, "/m/*"), 20);
     EXPECT_EQ(printed_, together) << "nobody can tell";
     EXPECT_EQ(run_here(kDelete, "/local/*"), 20);
+}
+
+TEST_F(FilesTogether, AreThroughBeforeTheirWorkersHaveLeftTheServers) {
+    ASSERT_EQ(pipe(gate), 0);
+    recorder().answers["tdm_fini"] = {1};
+    recorder().on_failure = [] {
+        char byte = 0;
+        EXPECT_EQ(read(gate[0], &byte, 1), 1);
+    };
+    EXPECT_EQ(run_here(kDelete, "/m/*"), 0);
+    ASSERT_EQ(write(gate[1], "12345678", 8), 8) << "one for each";
+    await_workers();
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no process is left";
+    close(gate[0]);
+    close(gate[1]);
 }
 
 TEST_F(FilesTogether, AreNotFewerThanSixteenNorLocalNorAskedAbout) {
