@@ -297,8 +297,8 @@ uint32_t tdm_lend(void *ctx, uint64_t file, uint64_t offset, uint32_t most, cons
  * be on stable storage when the call returns: a small file and what it holds are one question where the protocol can.
  * That they could not be written is told by whatever brings the file to stable storage; the file is open then, and
  * made. */
-uint32_t tdm_create_with(void *ctx, const char *path, const void *content, uint32_t count, char *error_text,
-                         uint32_t error_text_length, TdmFileInfo *info);
+uint32_t tdm_createwith(void *ctx, const char *path, const void *content, uint32_t count, char *error_text,
+                        uint32_t error_text_length, TdmFileInfo *info);
 
 /* Tells what a path is about to be used for, without waiting for any server. With TDM_EXPECT_USE it is used soon: the
  * way to its server is made beside the calls that come before. With TDM_EXPECT_ATTRIBUTES the directory is listed next,

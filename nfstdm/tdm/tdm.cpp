@@ -233,10 +233,10 @@ uint32_t tdm_lend(void *ctx, uint64_t file, uint64_t offset, uint32_t most, cons
     });
 }
 
-uint32_t tdm_create_with(void *ctx, const char *path, const void *content, uint32_t count, char *error_text,
-                         uint32_t error_text_length, TdmFileInfo *info) {
+uint32_t tdm_createwith(void *ctx, const char *path, const void *content, uint32_t count, char *error_text,
+                        uint32_t error_text_length, TdmFileInfo *info) {
     if (content == nullptr || count == 0) return EINVAL;
-    return create_file("tdm_create_with", ctx, path, {static_cast<const std::byte *>(content), count},
+    return create_file("tdm_createwith", ctx, path, {static_cast<const std::byte *>(content), count},
                        {error_text, error_text_length}, info);
 }
 

@@ -178,7 +178,7 @@ class Session {
     void write_file(const char *path) {
         TdmFileInfo file{};
         std::vector<std::byte> data(3000, std::byte{'w'});
-        if (tdm_create_with(context_, path, data.data(), 2000, text_, sizeof text_, &file) == 0)
+        if (tdm_createwith(context_, path, data.data(), 2000, text_, sizeof text_, &file) == 0)
             static_cast<void>(tdm_unidentify(context_, file.file));
         if (tdm_create(context_, path, 0, 2, 2, text_, sizeof text_, &file) != 0) return;
         for (const uint64_t offset : {uint64_t{0}, uint64_t{3000}, uint64_t{1000}, ~uint64_t{0} - 3000})

@@ -8,7 +8,7 @@
 #include "tslwnfs/options/options.h"
 
 #pragma weak tdm_copy
-#pragma weak tdm_create_with
+#pragma weak tdm_createwith
 #pragma weak tdm_expect
 #pragma weak tdm_extent
 #pragma weak tdm_known
@@ -23,14 +23,14 @@ uint32_t copy_by_server(const ServerCopyRange &range, uint64_t &copied) {
 }
 
 bool can_create_with_content() {
-    return &tdm_create_with != nullptr;
+    return &tdm_createwith != nullptr;
 }
 
 uint32_t create_with_content(const char *path, std::span<const std::byte> content, std::span<char> text,
                              TdmFileInfo &info) {
     if (!can_create_with_content()) return ENOTSUP;
-    return tdm_create_with(ctx, path, content.data(), static_cast<uint32_t>(content.size()), text.data(),
-                           static_cast<uint32_t>(text.size()), &info);
+    return tdm_createwith(ctx, path, content.data(), static_cast<uint32_t>(content.size()), text.data(),
+                          static_cast<uint32_t>(text.size()), &info);
 }
 
 void expect_attributes(const char *path) {

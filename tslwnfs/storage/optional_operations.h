@@ -20,7 +20,7 @@ struct ServerCopyRange {
 };
 uint32_t copy_by_server(const ServerCopyRange &range, uint64_t &copied);
 
-// Makes a remote file that begins with content, some bytes of it, as tdm_create_with does: they count as written. text
+// Makes a remote file that begins with content, some bytes of it, as tdm_createwith does: they count as written. text
 // takes the file's name or why it was not made.
 bool can_create_with_content();
 uint32_t create_with_content(const char *path, std::span<const std::byte> content, std::span<char> text,

@@ -76,8 +76,8 @@ extern "C" uint32_t tdm_lend(void *, uint64_t file, uint64_t offset, uint32_t mo
     return 0;
 }
 
-extern "C" uint32_t tdm_create_with(void *context, const char *path, const void *content, uint32_t count,
-                                    char *error_text, uint32_t error_text_length, TdmFileInfo *info) {
+extern "C" uint32_t tdm_createwith(void *context, const char *path, const void *content, uint32_t count,
+                                   char *error_text, uint32_t error_text_length, TdmFileInfo *info) {
     if (!optional_operations.makes_with_content) return ENOTSUP;
     optional_operations.calls.push_back("made with " + std::to_string(count));
     if (!FakeTdm::instance().volume.serves(path)) return ENODEV;

@@ -749,7 +749,7 @@ TEST_F(TdmTest, AFileIsMadeWithItsContent) {
     open();
     auto content = pattern(1000);
     const auto make = [&](const char *path, const void *bytes, uint32_t count, TdmFileInfo *info) {
-        return tdm_create_with(ctx_, path, bytes, count, text_, sizeof text_, info);
+        return tdm_createwith(ctx_, path, bytes, count, text_, sizeof text_, info);
     };
     ASSERT_EQ(make("/mnt/one/f", content.data(), 1000, &info_), 0U);
     EXPECT_STREQ(text_, "/mnt/one/f");

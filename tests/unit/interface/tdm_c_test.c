@@ -59,7 +59,7 @@ static void check_files(void *ctx) {
 
     CHECK(tdm_identify(ctx, "/a", 0, 2, &code, text, sizeof text, &info, 0) == 0 && code == TDM_IDENTIFIED_LOCAL);
     CHECK(tdm_create(ctx, "/a", 0, 2, 2, text, sizeof text, &info) != 0 && strlen(text) > 0);
-    CHECK(tdm_create_with(ctx, "/a", "x", 1, text, sizeof text, &info) != 0 && strlen(text) > 0);
+    CHECK(tdm_createwith(ctx, "/a", "x", 1, text, sizeof text, &info) != 0 && strlen(text) > 0);
     CHECK(tdm_resize(ctx, 1, 0) != 0);
     CHECK(tdm_reidentify(ctx, 1, 0, &info) != 0);
     CHECK(tdm_commit(ctx, 1) != 0);
