@@ -49,6 +49,13 @@ class Ganesha(servers.Ganesha):
         return dict(self._registered())[program]
 
 
+class GaneshaThatKeepsMemory(Ganesha):
+    """As above, but that the C library gives no memory back to the system between two answers."""
+
+    TUNABLES = "glibc.malloc.mmap_threshold=33554432:glibc.malloc.trim_threshold=1073741824"
+    command = ("env", f"GLIBC_TUNABLES={TUNABLES}", *Ganesha.command)
+
+
 class Relay:
     """Ports of 127.0.0.1 behind which a server's ports lie at a distance."""
 

@@ -327,6 +327,7 @@ class Ganesha(ServerInNamespace):
     protocol = 3
     grace = "Graceless = true;"
     programs = ((100003, 3), (100005, 3))
+    command = ("ganesha.nfsd",)
 
     def _start(self, home, place):
         self._make_folders(home, place / "rw", place / "ro")
@@ -356,7 +357,7 @@ class Ganesha(ServerInNamespace):
 
     def start_again(self):
         configuration = self.client.home / "ganesha.conf"
-        self._spawn("ganesha.nfsd", "-F", "-L", "STDOUT", "-f", configuration, "-p", "/run/ganesha.pid")
+        self._spawn(*self.command, "-F", "-L", "STDOUT", "-f", configuration, "-p", "/run/ganesha.pid")
         self._await_programs()
 
     def kill(self):
