@@ -416,6 +416,7 @@ class Linux(ServerInNamespace):
         self._spawn("nfsdcld", "-F")
         self._spawn("rpc.mountd", "-F", *self._without())
         self.start_again()
+        self._await_end_of_grace()
         self.client.tslnfstab.write_text(server_block(self.name, "127.0.0.1", self.exports, **self.settings))
 
     def _mount(self):
@@ -432,6 +433,11 @@ class Linux(ServerInNamespace):
 
     def _without(self):
         return [word for version in self.without for word in ("-N", version)]
+
+    # While it lasts the client tells that it waits.
+    def _await_end_of_grace(self):
+        ended = self.namespace.seen_from_outside("/proc/fs/nfsd/v4_end_grace")
+        namespace.await_condition(lambda: ended.read_text().startswith("Y"), "the end of grace", self.processes[-1])
 
     def start_again(self):
         self.namespace.run("rpc.nfsd", "-G", "10", "-L", "10", *self._without(), "4")
