@@ -302,10 +302,14 @@ uint32_t tdm_createwith(void *ctx, const char *path, const void *content, uint32
 
 /* Tells what a path is about to be used for, without waiting for any server. With TDM_EXPECT_USE it is used soon: the
  * way to its server is made beside the calls that come before. With TDM_EXPECT_ATTRIBUTES the directory is listed next,
- * and then tdm_getattr is called for most of its entries: it tells what the listing told of them, so that the
- * server need not go through the directory twice. That holds until the directory is listed again, something is changed
- * by this session, or everything is to be asked anew (tdm_io). */
-enum { TDM_EXPECT_ATTRIBUTES = 1, TDM_EXPECT_USE = 2 };
+ * and then tdm_getattr is called for most of its entries: it tells what the listing told of them, so that the server
+ * need not go through the directory twice. That holds until the directory is listed again, something is changed by this
+ * session, or everything is to be asked anew (tdm_io). With TDM_EXPECT_CONTENT the file is identified and read from its
+ * start to its end soon: if a listing told of it and it is small, it is asked for meanwhile, up to 128 files ahead.
+ * With TDM_EXPECT_DELETE tdm_delete is called for the path soon, come what may: if a listing told that it is no
+ * directory, and it is not open here, its deletion is begun, of up to 128 files, and tdm_delete waits for it. Until
+ * then the file is told as it was. Fails with 95 where it is not begun. */
+enum { TDM_EXPECT_ATTRIBUTES = 1, TDM_EXPECT_USE = 2, TDM_EXPECT_CONTENT = 3, TDM_EXPECT_DELETE = 4 };
 uint32_t tdm_expect(void *ctx, const char *path, uint32_t what);
 
 /* For a forked child, which goes on with this context and nothing that its parent learnt: what is known of the objects

@@ -115,6 +115,7 @@ Result<FoundObject> MountedVolume::with_attributes(const FileHandle &handle) {
 }
 
 Result<FoundObject> MountedVolume::lookup(const FileHandle &directory, const std::string &name) {
+    if (const auto begun = removals_.find(directory, name)) return begun->object;
     const auto known = find_name(directory, name);
     if (known.handle) return with_attributes(*known.handle);  // which does not make what is known any younger
     if (known.known || lacks(directory, name)) return named({ENOENT, "LOOKUP " + name + ": no such file or directory"});
@@ -214,10 +215,8 @@ Result<MadeFile> MountedVolume::create(const FileHandle &directory, const std::s
                                        std::span<const std::byte> content) {
     begin_making(directory, name);
     const auto known = forget(directory, name);
-    auto created = await<CreatedFile>(loop_, [&](auto done) {
-        if (content.empty()) return volume_->create(directory, name, set, std::move(done));
-        volume_->create_with(directory, name, set, content, std::move(done));
-    });
+    auto created = await<CreatedFile>(
+        loop_, [&](auto done) { volume_->create_with(directory, name, set, content, std::move(done)); });
     if (!created.ok()) return created.status();
     const CreateReply &reply = created.value().reply;
     learn(directory, known, reply.directory);
@@ -267,7 +266,18 @@ Result<bool> MountedVolume::is_empty(const FileHandle &directory) {
 }
 
 Status MountedVolume::remove(const FileHandle &directory, const std::string &name) {
+    if (const auto begun = removals_.find(directory, name)) return end_removal(directory, name, *begun);
     return remove_by(&Volume::remove, directory, name);
+}
+
+// In which order the server came to several tells nothing of what others did to the directory meanwhile.
+Status MountedVolume::end_removal(const FileHandle &directory, const std::string &name,
+                                  const BegunRemovals::Removal &begun) {
+    loop_.run_until([&begun] { return begun.reply.has_value(); });
+    removals_.forget(directory, name);
+    forget(directory, name);
+    if (begun.reply->ok()) learn(directory, begun.reply->value().after);
+    return begun.reply->status();
 }
 
 Status MountedVolume::remove_directory(const FileHandle &directory, const std::string &name) {

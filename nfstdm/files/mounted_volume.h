@@ -14,6 +14,7 @@
 
 #include "nfstdm/base/event_loop.h"
 #include "nfstdm/files/absent_names.h"
+#include "nfstdm/files/begun_removals.h"
 #include "nfstdm/files/known_listings.h"
 #include "nfstdm/files/object_cache.h"
 #include "nfstdm/files/server_clock.h"
@@ -23,11 +24,6 @@
 namespace nfstdm {
 
 using VolumeFactory = std::function<std::unique_ptr<Volume>(EventLoop &, const ServerConfig &, const ServerExport &)>;
-
-struct FoundObject {
-    FileHandle handle;
-    Attributes attributes;
-};
 
 // A file that was made, and as which it is open already, if it is.
 struct MadeFile {
@@ -86,6 +82,10 @@ class MountedVolume {
     Status make_directory(const FileHandle &directory, const std::string &name, uint32_t mode,
                           const std::optional<FoundObject> &known = std::nullopt);
     Status remove(const FileHandle &directory, const std::string &name);
+    // Asks for that now, for remove() to wait for; until then the file is known as it was. See BegunRemovals.
+    bool begin_removal(const FileHandle &directory, const std::string &name, const FoundObject &file) {
+        return removals_.begin(*volume_, directory, name, file);
+    }
     Status remove_directory(const FileHandle &directory, const std::string &name);
     // Asked once a file system: what it tells does not change. The attributes are the object's.
     Result<FsInfoReply> fsinfo(const FoundObject &object);
@@ -138,6 +138,7 @@ class MountedVolume {
     Result<FoundObject> with_attributes(const FileHandle &handle);
     std::optional<Attributes> forget(const FileHandle &directory, const std::string &name);
     void learn(const FileHandle &directory, const std::optional<Attributes> &known, const DirectoryChange &change);
+    Status end_removal(const FileHandle &directory, const std::string &name, const BegunRemovals::Removal &begun);
     Status remove_by(void (Volume::*operation)(const FileHandle &, std::string_view, Completion<DirectoryChange>),
                      const FileHandle &directory, const std::string &name);
     void learn(const FileHandle &object, const std::optional<Attributes> &attributes);
@@ -163,6 +164,7 @@ class MountedVolume {
     ObjectCache cache_;
     AbsentNames absent_;
     KnownListings listings_;
+    BegunRemovals removals_;
     // What follows in a listing that entries are learnt from in order, and what the cache had forgotten until then.
     DirectoryQuestionPointer next_part_;
     uint64_t next_part_changes_ = 0;

@@ -14,6 +14,11 @@ namespace nfstdm {
 
 using TimeSource = std::function<EventLoop::Clock::time_point()>;
 
+struct FoundObject {
+    FileHandle handle;
+    Attributes attributes;
+};
+
 class ObjectCache {
   public:
     using TimePoint = EventLoop::Clock::time_point;

@@ -53,6 +53,9 @@ class OpenFile {
     // over unless it is there; a failure stays for the next flush().
     void begin_with(MadeFile made, std::span<const std::byte> content);
 
+    // The file was just opened, and its start was asked for before that.
+    void begin_with(const std::shared_ptr<EarlyRead> &early) { windows().read.begin_with(early); }
+
     // Fills the buffer, with zeros beyond the end of the file. done is called exactly once, at once when the bytes are
     // there. Accepted writes reach stable storage first.
     void read(uint64_t offset, std::span<std::byte> buffer, DoneCompletion done);

@@ -11,7 +11,10 @@
 namespace nfstdm {
 
 OpenFiles::OpenFiles(MountSet &mounts, uint32_t create_mode, uint64_t first_identifier)
-    : mounts_(mounts), create_mode_(create_mode), next_identifier_(first_identifier) {
+    : mounts_(mounts),
+      create_mode_(create_mode),
+      early_(mounts, resources_.read_pool),
+      next_identifier_(first_identifier) {
     resources_.look_up_again = [this](const std::string &path) {
         mounts_.forget_handles();
         return walk_path(mounts_, path, LastLink::keep);
@@ -87,6 +90,7 @@ Result<std::optional<OpenedFile>> OpenFiles::open(const Place &place) {
 OpenFiles::Files::iterator OpenFiles::add(const Place &place) {
     const auto added = files_.try_emplace(next_identifier_, place, resources_).first;
     identifiers_.emplace(FileHandleHash()(place.object->handle), next_identifier_++);
+    if (const auto early = early_.take(place)) added->second.file.begin_with(early);
     return added;
 }
 

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "nfstdm/files/early_reads.h"
 #include "nfstdm/files/open_file.h"
 
 namespace nfstdm {
@@ -34,6 +35,11 @@ class OpenFiles {
     // content counts as written from the start of the file on; perhaps it is on stable storage already.
     Result<std::optional<OpenedFile>> create(std::string_view path, std::span<const std::byte> content = {});
 
+    // A file that is read as a whole soon is asked for, if it is small.
+    void expect_content(std::string_view path) { early_.expect(path); }
+    // What was asked for so far is not used any more.
+    void forget_expected() { early_.clear(); }
+
     // Null when no file has the identifier.
     OpenFile *find(uint64_t identifier);
 
@@ -43,6 +49,7 @@ class OpenFiles {
     Status flush_all();
     // Gives up the windows of the file at a place, if it is open: it is about to go.
     void rest(const Place &place);
+    bool is_open(const Place &place) { return find_open(place) != files_.end(); }
     // How many files flush_all() visits: those that were written to. Any number of others may be open.
     std::size_t unwritten() const { return resources_.unwritten.size(); }
     // Gives the memory of other files' read-ahead to one that has none.
@@ -69,6 +76,7 @@ class OpenFiles {
     MountSet &mounts_;
     const uint32_t create_mode_;
     FileResources resources_;
+    EarlyReads early_;
     Files files_;
     std::unordered_multimap<std::size_t, uint64_t> identifiers_;  // by the hash of the handle
     uint64_t next_identifier_;

@@ -129,6 +129,12 @@ void PathOperations::expect_use(std::string_view path) {
     if (mount != nullptr) mount->begin_contact(std::span(components).subspan(depth));
 }
 
+bool PathOperations::expect_removal(std::string_view path, const std::function<bool(const Place &)> &is_in_use) {
+    const auto place = known_place(mounts_, path);
+    if (!place || place->object->attributes.type == FileType::directory || is_in_use(*place)) return false;
+    return place->mount->begin_removal(*place->directory, place->name, *place->object);
+}
+
 Status PathOperations::list_at(const Place &place, const Stretch &wanted, DirectoryStream::Batch &batch) {
     if (place.object->attributes.type != FileType::directory) return {ENOTDIR, "is no directory"};
     const bool goes_on = stream_ && &stream_->mount() == place.mount && stream_->directory() == place.object->handle;

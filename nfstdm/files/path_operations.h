@@ -49,6 +49,9 @@ class PathOperations {
 
     // The path is going to be used: the contact with its server begins, without waiting for it.
     void expect_use(std::string_view path);
+    // Begins what remove() is to end, of a file of which enough is known without a question, unless it is in use. Tells
+    // whether it did.
+    bool expect_removal(std::string_view path, const std::function<bool(const Place &)> &is_in_use);
 
     // Names of the present listing that were refused as unsafe.
     std::size_t names_refused() const { return stream_ ? stream_->names_refused() : 0; }

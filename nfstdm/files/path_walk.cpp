@@ -127,6 +127,26 @@ Result<Walk::Step> Walk::follow(std::size_t at, const std::string &target) {
 
 }  // namespace
 
+std::optional<Place> known_place(const MountSet &mounts, std::string_view path) {
+    if (!path_is_absolute(path)) return {};
+    Place place;
+    place.components = split_path(path);
+    collapse_parents(place.components);
+    const auto [mount, depth] = mounts.find(place.components);
+    if (mount == nullptr || !mount->known_root() || depth == place.components.size()) return {};
+    place.mount = mount;
+    place.directory = mount->known_root();
+    for (std::size_t at = depth; at < place.components.size(); ++at) {
+        if (place.object && place.object->attributes.type != FileType::directory) return {};
+        if (place.object) place.directory = place.object->handle;
+        place.name = place.components[at];
+        const auto known = mount->known(*place.directory, place.name);
+        if (!known) return {};
+        place.object = FoundObject{known->handle, known->attributes};
+    }
+    return place;
+}
+
 Status absence(const Place &place) {
     return place.mount->named({ENOENT, "no such file or directory"});
 }

@@ -25,6 +25,10 @@ struct Place {
     std::string path() const { return join_path(components); }
 };
 
+// Where a path leads, if all of it is known without a question and there is no link on the way. Not the root of a
+// mount.
+std::optional<Place> known_place(const MountSet &mounts, std::string_view path);
+
 // What is wrong with a place on a mount that has no object.
 Status absence(const Place &place);
 

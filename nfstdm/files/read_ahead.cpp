@@ -43,6 +43,19 @@ VolumeFile &ReadAhead::file() {
     return *file_;
 }
 
+void ReadAhead::begin_with(const std::shared_ptr<EarlyRead> &early) {
+    auto chunk = std::make_shared<Chunk>();
+    chunk->length = early->buffer.size();
+    chunk->early = early;
+    window_.push_back(chunk);
+    ++in_flight_;
+    auto take_in = [this, life = life_.watch(), chunk, early = early.get()] {
+        if (!life.expired() && !chunk->dropped) filled(chunk, chunk->length, *early->reply);
+    };
+    if (early->reply) return take_in();
+    early->waiting = std::move(take_in);
+}
+
 void ReadAhead::read(uint64_t offset, std::span<std::byte> buffer, DoneCompletion done) {
     move_to(offset);
     position_ = offset + buffer.size();
@@ -113,7 +126,7 @@ bool ReadAhead::extend_by_one(uint64_t offset) {
 }
 
 void ReadAhead::fill(const std::shared_ptr<Chunk> &chunk) {
-    const auto wanted = chunk->buffer.span().subspan(chunk->filled, chunk->length - chunk->filled);
+    const auto wanted = chunk->bytes().subspan(chunk->filled, chunk->length - chunk->filled);
     file().read(
         chunk->offset + chunk->filled, wanted,
         [this, life = life_.watch(), chunk, asked = wanted.size(), sent = now_()](const Result<ReadReply> &reply) {
@@ -204,7 +217,7 @@ ReadAhead::Progress ReadAhead::advance(Request &request) {
             return Progress::finished;
         }
         const std::size_t count = std::min(chunk->filled - skipped, request.rest.size());
-        std::memcpy(request.rest.data(), chunk->buffer.span().data() + skipped, count);
+        std::memcpy(request.rest.data(), chunk->bytes().data() + skipped, count);
         request.rest = request.rest.subspan(count);
         request.offset += count;
     }
@@ -261,7 +274,7 @@ std::span<const std::byte> ReadAhead::lend(uint64_t offset, std::size_t most) {
     const std::size_t skipped = chunk == nullptr ? 0 : offset - chunk->offset;
     if (chunk == nullptr || !chunk->ready || skipped >= chunk->filled) return {};
     position_ = offset + std::min(chunk->filled - skipped, most);
-    return chunk->buffer.span().subspan(skipped, position_ - offset);
+    return chunk->bytes().subspan(skipped, position_ - offset);
 }
 
 // ---- requests read by themselves

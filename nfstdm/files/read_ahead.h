@@ -16,7 +16,9 @@
 #include <functional>
 #include <list>
 #include <memory>
+#include <optional>
 #include <span>
+#include <utility>
 
 #include "nfstdm/base/event_loop.h"
 #include "nfstdm/base/scoped.h"
@@ -24,6 +26,19 @@
 #include "nfstdm/volume/volume.h"
 
 namespace nfstdm {
+
+// A READ of a file's start that was asked for before the file was opened. The READ writes into the buffer until it has
+// come.
+struct EarlyRead {
+    Buffer buffer;
+    std::optional<Result<ReadReply>> reply;
+    std::function<void()> waiting;  // called when it comes
+
+    void arrive(Result<ReadReply> answer) {
+        reply = std::move(answer);
+        if (const auto call = std::exchange(waiting, nullptr)) call();
+    }
+};
 
 class ReadAhead {
   public:
@@ -38,6 +53,9 @@ class ReadAhead {
     ~ReadAhead() = default;
     ReadAhead(const ReadAhead &) = delete;
     ReadAhead &operator=(const ReadAhead &) = delete;
+
+    // Before anything else: the window begins with what was asked for already.
+    void begin_with(const std::shared_ptr<EarlyRead> &early);
 
     // Fills the whole buffer: with the file's bytes and, beyond the end of the file, with zeros. Bytes below the size
     // that was told must be there: where the file ends before it, the request fails. done is called exactly once, at
@@ -79,8 +97,10 @@ class ReadAhead {
         bool dropped = false;    // no longer in the window
         Status failure;
         Buffer buffer;
+        std::shared_ptr<EarlyRead> early;  // whose buffer it is instead
 
         uint64_t end() const { return offset + length; }
+        std::span<std::byte> bytes() const { return early ? early->buffer.span() : buffer.span(); }
     };
     struct Request {
         uint64_t offset = 0;

@@ -35,6 +35,7 @@ Session::Session(const Session &parents, VolumeFactory open_volume)
 
 Status Session::barrier() {
     Status first = files_.flush_all();
+    files_.forget_expected();
     mounts_.forget_handles();
     return first;
 }

@@ -241,7 +241,8 @@ uint32_t tdm_createwith(void *ctx, const char *path, const void *content, uint32
 }
 
 uint32_t tdm_expect(void *ctx, const char *path, uint32_t what) {
-    return with_session("tdm_expect", ctx, text_of(path), [&](Session &session) -> Status {
+    bool begun = true;
+    const uint32_t status = with_session("tdm_expect", ctx, text_of(path), [&](Session &session) -> Status {
         if (text_of(path).empty()) return missing("path");
         switch (what) {
             case TDM_EXPECT_ATTRIBUTES:
@@ -250,10 +251,19 @@ uint32_t tdm_expect(void *ctx, const char *path, uint32_t what) {
             case TDM_EXPECT_USE:
                 session.paths().expect_use(path);
                 return {};
+            case TDM_EXPECT_CONTENT:
+                session.files().expect_content(path);
+                return {};
+            case TDM_EXPECT_DELETE:
+                begun = session.paths().expect_removal(path, [&session](const Place &place) {
+                    return session.files().unwritten() > 0 || session.files().is_open(place);
+                });
+                return {};
             default:
                 return missing("use of a path that is known");
         }
     });
+    return begun ? status : uint32_t{ENOTSUP};
 }
 
 uint32_t tdm_known(void *ctx, const char *path, void *record, uint32_t capacity, uint32_t *size) {

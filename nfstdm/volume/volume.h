@@ -278,8 +278,8 @@ class Volume {
     // Makes the file or, when it exists, sets the attributes given (RFC 1813 section 3.3.8, UNCHECKED).
     virtual void create(const FileHandle &directory, std::string_view name, const SetAttributes &set,
                         Completion<CreatedFile> done) = 0;
-    // The same, and writes content, from the start of the file on, in the same question where the protocol can. What
-    // the server declines of the latter, the caller writes.
+    // The same, and writes content, if there is any, from the start of the file on, in the same question where the
+    // protocol can. What the server declines of the latter, the caller writes.
     virtual void create_with(const FileHandle &directory, std::string_view name, const SetAttributes &set,
                              std::span<const std::byte> /*content*/, Completion<CreatedFile> done) {
         create(directory, name, set, std::move(done));

@@ -134,6 +134,19 @@ def test_a_small_file_that_was_listed_comes_down_in_one_call(counting, tmp_path,
     assert len(list((tmp_path / "down").iterdir())) == FILES
 
 
+# Those that come next are asked for while one is copied, and none of them twice.
+@pytest.mark.parametrize("words", [("cp",), ("cat",)], ids=" ".join)
+def test_small_files_that_are_asked_for_ahead_come_down_in_one_call(counting_either, tmp_path, words):
+    made = make_entries(counting_either.folder / "many", FILES, 4096)
+    content = {path.name: path.read_bytes() for path in made.iterdir()}
+    down = tmp_path / "down"
+    down.mkdir()
+    calls = counting_either.calls_of(*words, f"{MOUNT}/many/*", *([] if words == ("cat",) else [down]), TSLWNFS_JOBS=1)
+    assert calls <= FILES + FILES / 20 + ONCE
+    if words != ("cat",):
+        assert {path.name: path.read_bytes() for path in down.iterdir()} == content
+
+
 # More than the cache holds, so that most entries are asked for when it has lost them.
 LONG = 2000 if SANITIZED else 40000
 LONG_COMMANDS = [pytest.param(("ls", "-l"), id="ls -l"), pytest.param(("find",), id="find", marks=pytest.mark.slow)]

@@ -263,7 +263,7 @@ def test_small_files_come_down_from_a_server_that_reads_open_files_only(nas, tmp
     nas.ok("cp", f"{nas / 'many'}/*", tmp_path)
     assert nas.count("fault.status") == 1
     assert nas.count("READ") == 4, "the first file's twice, and no other's"
-    assert nas.count("OPEN") == nas.count("CLOSE") == 3
+    assert nas.count("OPEN") == nas.count("CLOSE") == 1, "the others were asked for before that was known"
     assert all((tmp_path / path.name).read_bytes() == path.read_bytes() for path in (nas.files / "many").iterdir())
 
 

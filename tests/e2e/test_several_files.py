@@ -184,6 +184,95 @@ def test_a_transfer_that_fails_ends_the_run_where_it_would_have_ended(faulty, tm
     assert outputs[0][1].count(b"COPY") == 21
 
 
+VERSIONS = {"nfsv3": ((), {}), "nfsv4.1": (("--versions", "4"), {"version": "nfsv4.1"})}
+
+
+@pytest.fixture(params=VERSIONS)
+def faulty_either(request, faulty):
+    words, settings = VERSIONS[request.param]
+    return faulty(*words, io_timeout=20, **settings)
+
+
+# Those that come next are asked for ahead of their turn.
+@pytest.mark.parametrize(
+    "fault",
+    [
+        "cut-request=12:3",
+        "drop-reply=READ:5:3",
+        "duplicate",
+        "reorder",
+        "rtt=5",
+        "short-read=700",
+        "status=READ:JUKEBOX:3:5",
+    ],
+)
+def test_small_files_come_down_whole_from_a_server_with_faults(faulty_either, tmp_path, fault):
+    server = faulty_either
+    fill(server.files / "src")
+    (tmp_path / "down").mkdir()
+    server.fault(fault.replace("JUKEBOX", "DELAY") if "version" in server.settings else fault)
+    server.ok("cp", f"{server / 'src'}/*", tmp_path / "down")
+    assert content_of(tmp_path / "down") == content_of(server.files / "src")
+
+
+# The deletion of those that come next is begun ahead of their turn.
+@pytest.mark.parametrize(
+    "fault",
+    [
+        "cut-request=12:3",
+        "delay=2",
+        "drop-reply=REMOVE:5:3",
+        "duplicate",
+        "reorder",
+        "rtt=5",
+        "status=REMOVE:JUKEBOX:3:5",
+    ],
+)
+@pytest.mark.parametrize("words", [("rm", "src/*"), ("rm", "-r", "src")], ids=" ".join)
+def test_files_go_from_a_server_with_faults(faulty_either, words, fault):
+    server = faulty_either
+    fill(server.files / "src", directories=NAMES[30:33])
+    if "-r" not in words:
+        for name in NAMES[30:33]:
+            shutil.rmtree(server.files / "src" / name)
+    server.fault(fault.replace("JUKEBOX", "DELAY") if "version" in server.settings else fault)
+    server.ok(*words[:-1], server / words[-1])
+    assert not any(server.files.rglob("file*"))
+
+
+def test_a_file_that_cannot_be_deleted_is_told_of_at_its_turn_and_the_others_go(faulty_either):
+    server = faulty_either
+    fill(server.files / "src")
+    server.fault("status=REMOVE:ACCES:1:20")
+    run = server.run("rm", f"{server / 'src'}/*", env={"TSLWNFS_TERMINAL": "reasons"})
+    (left,) = os.listdir(server.files / "src")
+    assert run.status == 1
+    assert [left.encode() in line for line in run.err.splitlines() if b"ermission" in line] == [True]
+    assert run.out.count(b"65023") == FILES - 1
+
+
+def test_no_deletion_is_begun_where_somebody_is_asked(faulty_either):
+    server = faulty_either
+    fill(server.files / "src")
+    run = server.run("rm", "-i", f"{server / 'src'}/*", stdin=b"n\n" * (FILES - 1) + b"y\n")
+    assert run.status == 1, "as where one is not deleted"
+    assert len(os.listdir(server.files / "src")) == FILES - 1
+    assert server.count("REMOVE") == 1
+
+
+def test_a_small_file_that_cannot_be_read_ends_the_run_at_its_turn(faulty_either, tmp_path):
+    server = faulty_either
+    fill(server.files / "src", large=100)
+    down = tmp_path / "down"
+    down.mkdir()
+    server.fault("status=READ:IO:*:30")
+    # No processes: they would ask anew for what was asked for ahead.
+    assert server.run("cp", f"{server / 'src'}/*", down, env={"TSLWNFS_JOBS": "1"}).status == 1
+    whole = {name: content for name, content in content_of(down).items() if content}
+    assert len(whole) == 30
+    assert whole.items() <= content_of(server.files / "src").items()
+
+
 def test_names_that_differ_by_nothing_but_case_never_meet(compared):
     def prepare(far, near, remote):
         fill(near / "src")

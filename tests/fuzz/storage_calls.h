@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <set>
 #include <string>
 #include <vector>
@@ -61,7 +62,8 @@ class Session {
             case 0:
                 static_cast<void>(tdm_expect(context_, "/m/d", TDM_EXPECT_ATTRIBUTES));
                 list("/m/d");
-                return attributes();
+                attributes();
+                return read_expected({"/m/d/f", "/m/d/g"});
             case 1:
                 return read_file("/m/d/f");
             case 2:
@@ -173,6 +175,17 @@ class Session {
             std::memcpy(data.data(), lent, count);
         }
         static_cast<void>(tdm_unidentify(context_, file.file));
+    }
+
+    void read_expected(std::initializer_list<const char *> paths) {
+        TdmAttributes known{};
+        uint32_t location = 0;
+        for (const char *path : paths)
+            static_cast<void>(tdm_getattr(context_, path, &known, &location));
+        for (const char *path : paths)
+            static_cast<void>(tdm_expect(context_, path, TDM_EXPECT_CONTENT));
+        for (const char *path : paths)
+            read_file(path);
     }
 
     void write_file(const char *path) {

@@ -84,8 +84,11 @@ bool FileOperands::prepare_destination(const Operand &second) {
     return true;
 }
 
-bool FileOperands::has_server() const {
-    if (is_on_server(source_->directory)) return true;
+bool FileOperands::comes_from_server() const {
+    return is_on_server(source_->directory);
+}
+
+bool FileOperands::goes_to_server() const {
     if (!command_.names_destination) return false;
     const std::string &directory = destination_->directory;
     return is_on_server(keeps_names() ? directory + "/" + destination_->name : directory);

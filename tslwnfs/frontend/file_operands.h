@@ -32,7 +32,9 @@ class FileOperands {
     bool means_directory() const { return means_directory_; }  // the second one
     bool goes_into_directory() const { return into_directory_; }
     // One of the directories lies on a server.
-    bool has_server() const;
+    bool has_server() const { return comes_from_server() || goes_to_server(); }
+    bool comes_from_server() const;
+    bool goes_to_server() const;
 
     std::string source_of(const std::string &listed) const;
     std::string destination_for(const std::string &source_name) const;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tslwnfs/frontend/file_run.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -133,8 +134,43 @@ class FileRun {
         if (!listed_) return;
         for (std::size_t done = 0; done < matches.size(); ++done) {
             if (wants_workers(matches, done)) return run_together(matches, done);
+            expect_next(matches, done);
             run_alone(std::string(matches[done]));
         }
+    }
+
+    // The server works on what comes next while one file's turn is: on so much of it that a long line is kept full.
+    void expect_next(const NameList &matches, std::size_t done) {
+        constexpr std::size_t kAhead = 64;
+        if (matches.size() < 2) return;
+        if (!coming_) coming_ = coming();
+        if (*coming_ == Coming::nothing) return;
+        const Untraced untraced;
+        const std::size_t end = std::min(matches.size(), done + kAhead);
+        for (expected_ = std::max(expected_, done); expected_ < end; ++expected_)
+            expect(std::string(matches[expected_]));
+    }
+
+    // What may be begun of a file ahead of its turn. Between servers the server may copy by itself. Who is asked may
+    // decline, and who wants one file after the other can still stop. And who moves files asks the server anew for
+    // each, before it is removed.
+    enum class Coming : uint8_t { nothing, content, deletion };
+    Coming coming() const {
+        const bool asks = commandtype != kCat && has_option(kFileInteractive);
+        if (asks || !operands_.comes_from_server()) return Coming::nothing;
+        if (commandtype == kDelete) return jobs_at_once().number == 1 ? Coming::nothing : Coming::deletion;
+        const bool reads = commandtype == kCopy || commandtype == kCat;
+        return reads && !operands_.goes_to_server() ? Coming::content : Coming::nothing;
+    }
+
+    // One that is refused at its turn is none.
+    void expect(const std::string &listed) {
+        const std::string source = operands_.source_of(listed);
+        if (!is_entry_name(as_built(listed)) || source.size() >= PathBuffer::kSize) return;
+        if (*coming_ == Coming::content)
+            expect_content(source.c_str());
+        else if (expect_deletion(source.c_str()))
+            begun_ = expected_ + 1;
     }
 
     void run_alone(const std::string &listed) {
@@ -155,6 +191,7 @@ class FileRun {
         constexpr std::size_t kWorthProcesses = 16;
         const std::size_t least = pool != nullptr ? 2 : kWorthProcesses;
         if (matches.size() < least || matches.size() - done < 2 || !may_run_together()) return false;
+        if (done < begun_) return false;
         const Jobs jobs = jobs_at_once();
         if (jobs.number == 1 || !(jobs.asked_for || pool != nullptr || pace.is_waiting())) return false;
         if (!apart_) apart_ = operands_.has_server() && operands_.are_apart(matches);
@@ -281,7 +318,10 @@ class FileRun {
 
     const Command &command_;
     const FileOperands &operands_;
-    std::optional<bool> apart_;    // the matches, and with a server among their directories
+    std::optional<bool> apart_;  // the matches, and with a server among their directories
+    std::optional<Coming> coming_;
+    std::size_t expected_ = 0;     // of the matches
+    std::size_t begun_ = 0;        // behind the last of them whose deletion is begun: nobody else can do it
     std::set<std::string> taken_;  // by the files of this run
     CopiesToOneName replaces_copy_;
     bool listed_ = false;

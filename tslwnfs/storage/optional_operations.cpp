@@ -41,6 +41,14 @@ void expect_use(const char *path) {
     if (&tdm_expect != nullptr && *path != '\0') static_cast<void>(tdm_expect(ctx, path, TDM_EXPECT_USE));
 }
 
+void expect_content(const char *path) {
+    if (&tdm_expect != nullptr) static_cast<void>(tdm_expect(ctx, path, TDM_EXPECT_CONTENT));
+}
+
+bool expect_deletion(const char *path) {
+    return &tdm_expect != nullptr && tdm_expect(ctx, path, TDM_EXPECT_DELETE) == 0;
+}
+
 std::string known_of(const char *path) {
     std::array<char, std::size_t{16} << 10> record;  // a deeper path than has room is not worth it
     uint32_t size = 0;

@@ -33,6 +33,13 @@ void expect_attributes(const char *path);
 // Says that a path is going to be used, so that the way to its server is made meanwhile.
 void expect_use(const char *path);
 
+// Says that a file is going to be read as a whole after those that come before it: a small one is on its way then.
+void expect_content(const char *path);
+
+// Says that a file is going to be deleted after those that come before it, whatever becomes of them. True when that has
+// begun: then this process is to call tdm_delete for it.
+bool expect_deletion(const char *path);
+
 // What the library knows of a path, for this session as a forked process has it; empty where it knows nothing. The
 // other process learns it. Nobody is told whether that succeeds: what is not known is asked for.
 std::string known_of(const char *path);

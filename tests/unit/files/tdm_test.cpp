@@ -488,6 +488,26 @@ TEST_F(TdmTest, DeletingBringsAcceptedWritesToStableStorageFirst) {
     EXPECT_EQ(server_.at("/f").stable, data);
 }
 
+TEST_F(TdmTest, NoDeletionIsBegunOfAnOpenFileOrBeforeAllIsWritten) {
+    open();
+    for (const char *name : {"/source", "/open"})
+        server_.add_file(name);
+    for (const char *path : {"/mnt/one/source", "/mnt/one/open"})
+        ASSERT_EQ(tdm_getattr(ctx_, path, &attributes_, &location_), 0U);
+    ASSERT_EQ(identify("/mnt/one/open"), 0U);
+    EXPECT_EQ(tdm_expect(ctx_, "/mnt/one/open", TDM_EXPECT_DELETE), uint32_t{ENOTSUP});
+    EXPECT_EQ(tdm_unidentify(ctx_, info_.file), 0U);
+    ASSERT_EQ(create("/mnt/one/f", 0), 0U);
+    auto data = pattern(100);
+    ASSERT_EQ(write(0, data), 0U);
+    EXPECT_EQ(tdm_expect(ctx_, "/mnt/one/source", TDM_EXPECT_DELETE), uint32_t{ENOTSUP});
+    EXPECT_EQ(tdm_commit(ctx_, info_.file), 0U);
+    EXPECT_EQ(tdm_expect(ctx_, "/mnt/one/source", TDM_EXPECT_DELETE), 0U);
+    EXPECT_EQ(tdm_delete(ctx_, "/mnt/one/source", &location_), 0U);
+    EXPECT_FALSE(server_.exists("/source"));
+    EXPECT_EQ(server_.calls[Op::remove], 1U);
+}
+
 TEST_F(TdmTest, NothingIsDeletedAfterAWriteThatFailed) {
     open();
     server_.add_file("/source");

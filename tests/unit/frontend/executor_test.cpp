@@ -399,6 +399,68 @@ TEST_F(Executor, NeverDeletesTheRootOrADirectoryThatIsNamedByItsDots) {
     EXPECT_EQ(execute(kList, "/d/."), 0u);
 }
 
+// What the library is told of files ahead of their turn
+
+class Expecting : public Executor {
+  protected:
+    Expecting() {
+        recorder().remote = {"/s", "/r"};
+        recorder().listing = {"a", "b"};
+    }
+    // What is told of when a command runs.
+    std::vector<std::string> told(int32_t code, const char *first, const char *second = nullptr, int32_t options = 0) {
+        recorder().expected.clear();
+        COMMAND_OPTION = options;
+        EXPECT_EQ(execute(code, first, second), 0U);
+        COMMAND_OPTION = 0;
+        return recorder().expected;
+    }
+};
+
+TEST_F(Expecting, TellsOfContentThatIsReadHere) {
+    EXPECT_THAT(told(kCopy, "/s/*", "/d/*"), ElementsAre("content /s/a", "content /s/b"));
+    EXPECT_THAT(told(kCat, "/s/*"), ElementsAre("content /s/a", "content /s/b"));
+    EXPECT_THAT(told(kCopy, "/d/*", "/s/*"), IsEmpty()) << "that is here already";
+    EXPECT_THAT(told(kCopy, "/s/*", "/r/*"), IsEmpty()) << "that servers may copy";
+    EXPECT_THAT(told(kMove, "/s/*", "/d/*"), IsEmpty()) << "that is asked for anew";
+    EXPECT_THAT(told(kCopy, "/s/*", "/d/*", kFileInteractive), IsEmpty()) << "that may not be wanted";
+    EXPECT_THAT(told(kCopy, "/s/a", "/d/a"), IsEmpty()) << "of the only one";
+    recorder().listing = {"a"};
+    EXPECT_THAT(told(kCopy, "/s/*", "/d/*"), IsEmpty()) << "of the only one";
+}
+
+TEST_F(Expecting, TellsOfDeletionsThatNothingStops) {
+    EXPECT_THAT(told(kDelete, "/s/*"), ElementsAre("deletion /s/a", "deletion /s/b"));
+    EXPECT_THAT(told(kDelete, "/d/*"), IsEmpty()) << "on this host";
+    EXPECT_THAT(told(kDelete, "/s/*", nullptr, kFileInteractive), IsEmpty()) << "somebody is asked";
+    EXPECT_THAT(told(kDelete, "/s/a"), IsEmpty()) << "the only one";
+    const ScopedEnvironment one_by_one("TSLWNFS_JOBS", "1");
+    EXPECT_THAT(told(kDelete, "/s/*"), IsEmpty()) << "one after the other";
+    EXPECT_THAT(told(kCat, "/s/*"), ElementsAre("content /s/a", "content /s/b"));
+}
+
+TEST_F(Expecting, TellsNothingOfWhatIsRefusedAtItsTurn) {
+    recorder().listing = {"a", "..", std::string(PathBuffer::kSize, 'n'), "b"};
+    recorder().expected.clear();
+    EXPECT_EQ(execute(kDelete, "/s/*"), 1U);
+    EXPECT_THAT(recorder().expected, ElementsAre("deletion /s/a", "deletion /s/b"));
+    EXPECT_THAT(calls(), ElementsAre("read_dir(/s, 0)", "delfile(/s/a)", "delfile(/s/b)"));
+}
+
+TEST_F(Expecting, TellsOfEachOnceAndOfNoMoreThanAreWorthIt) {
+    recorder().listing.clear();
+    for (int i = 0; i < 200; ++i)
+        recorder().listing.push_back("f" + std::to_string(i));
+    std::vector<std::size_t> ahead;
+    recorder().answers["delfile"] = {1};
+    recorder().on_failure = [&] { ahead.push_back(recorder().expected.size()); };
+    execute(kDelete, "/s/*");
+    EXPECT_THAT(ahead, ElementsAre(64U)) << "at the first one's turn";
+    ASSERT_EQ(recorder().expected.size(), 200U);
+    for (int i = 0; i < 200; ++i)
+        EXPECT_EQ(recorder().expected[static_cast<std::size_t>(i)], "deletion /s/f" + std::to_string(i));
+}
+
 TEST_F(Executor, CanRunFromWithinACommand) {
     // A recursive command calls back with a pattern; nothing of the outer run may be lost.
     recorder().listing = {"a"};

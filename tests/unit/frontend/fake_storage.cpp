@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A storage library, a client layer, a caller check and a path resolution that note how they were called.
 #include <cstdio>
+#include <string>
 #include <string_view>
 
 #include "include/tdm.h"
@@ -52,6 +53,12 @@ uint32_t tdm_fini(void *context) {
 
 uint32_t tdm_getattr(void *, const char *path, TdmAttributes *, uint32_t *location) {
     *location = recorder().remote.contains(path) ? TDM_LOCATION_REMOTE : TDM_LOCATION_LOCAL;
+    return 0;
+}
+
+uint32_t tdm_expect(void *, const char *path, uint32_t what) {
+    if (what == TDM_EXPECT_CONTENT) recorder().expected.push_back("content " + std::string(path));
+    if (what == TDM_EXPECT_DELETE) recorder().expected.push_back("deletion " + std::string(path));
     return 0;
 }
 

@@ -19,6 +19,7 @@ struct Recorder {
     std::set<std::string> remote;                         // paths that lie on a server
     std::map<std::string, bool> existing;                 // what is looked at; true for a directory
     std::vector<std::string> mount_points;                // of the configuration
+    std::vector<std::string> expected;                    // "what path" of files that the library is told of
     bool allowed = true;                                  // the caller may use the utility
     bool has_identity = true;
     std::function<void()> on_failure = [] {};  // done by a call that is told to fail

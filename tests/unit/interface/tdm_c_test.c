@@ -66,6 +66,8 @@ static void check_files(void *ctx) {
     CHECK(tdm_unidentify(ctx, 1) != 0);
     CHECK(tdm_expect(ctx, "/a", TDM_EXPECT_ATTRIBUTES) == 0);
     CHECK(tdm_expect(ctx, "/a", TDM_EXPECT_USE) == 0);
+    CHECK(tdm_expect(ctx, "/a", TDM_EXPECT_CONTENT) == 0);
+    CHECK(tdm_expect(ctx, "/a", TDM_EXPECT_DELETE) == 95);
     CHECK(tdm_expect(ctx, "/a", 0) != 0);
     CHECK(tdm_expect(ctx, NULL, TDM_EXPECT_ATTRIBUTES) != 0);
     CHECK(tdm_known(ctx, "/a", text, sizeof text, &count) == 0 && count == 0);
