@@ -466,6 +466,12 @@ class Linux4(Linux):
     programs = ((100003, 4),)
     settings = {"version": "nfsv4.2"}
 
+    def _start(self, home, place):
+        # On the way to an export its clients pass the directories above it, as the users that they are.
+        for folder in place.parents:
+            folder.chmod(folder.stat().st_mode | 0o111)
+        super()._start(home, place)
+
 
 KINDS = {
     "loopnfsd": Loopnfsd,
