@@ -115,43 +115,6 @@ void ExportVolume::mkdir(const FileHandle &directory, std::string_view name, uin
     send(std::move(call));
 }
 
-void ExportVolume::remove(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) {
-    unlink("REMOVE", directory, name, false, std::move(done));
-}
-
-void ExportVolume::rmdir(const FileHandle &directory, std::string_view name, Completion<DirectoryChange> done) {
-    unlink("RMDIR", directory, name, true, std::move(done));
-}
-
-// NFSv4 has one operation for both, which takes away whatever has the name: what it is is verified in front.
-void ExportVolume::unlink(std::string_view name, const FileHandle &directory, std::string_view entry, bool is_directory,
-                          Completion<DirectoryChange> done) {
-    auto call = make<DirectoryChange>(
-        name, std::move(done),
-        [directory, entry = std::string(entry), is_directory](Compound &compound) {
-            put_putfh(compound, directory);
-            put_lookup(compound, entry);
-            put_verify_directory(compound, is_directory);
-            put_putfh(compound, directory);
-            put_remove(compound, entry);
-            put_getattr(compound, object_attributes());
-        },
-        [directory, is_directory](Results &results, const rpc::Request &, DirectoryChange &change) {
-            return results.next(Op::putfh) && results.next(Op::lookup) &&
-                   results.next(is_directory ? Op::verify : Op::nverify) && results.next(Op::putfh) &&
-                   results.next(Op::remove) && get_change(results.reader()) &&
-                   (get_after(results, directory, change) || was_refused(results));
-        });
-    call->done_before = NfsStatus::noent;
-    call->rescue = [this, is_directory](NfsStatus status, const std::unique_ptr<Call> &refused) {
-        if (status != NfsStatus::same && status != NfsStatus::not_same) return false;
-        const NfsStatus meant = is_directory ? NfsStatus::notdir : NfsStatus::isdir;
-        refused->done(in_context(to_status(meant).in(std::string(refused->name))));
-        return true;
-    };
-    send(std::move(call));
-}
-
 void ExportVolume::readdir(const FileHandle &directory, uint64_t cookie, uint64_t verifier, bool plus,
                            Completion<DirectoryReply> done) {
     static const AttributeSet kNameAttributes{Attribute::rdattr_error, Attribute::fileid};

@@ -97,6 +97,7 @@ void ExportVolume::let_go() {
 void ExportVolume::end_all(const Status &why) {
     contact_.reset();
     farewell_timer_.cancel();
+    fail_removals(why);
     session_.fail_all(this, why);
     session_.fail_all(&opens_, why);
     opens_.clear();
@@ -108,6 +109,7 @@ void ExportVolume::detach(DoneCompletion done) {
     if (!is_attached()) return leave_at_once(std::move(done));
     const Status why = no_longer_used();
     leave(std::move(done));
+    fail_removals(why);
     session_.fail_all(this, why);
     farewell_timer_.after(kFarewellLimit, [this, why] { session_.fail_all(&opens_, why); });
     life_.soon(loop(), [this] {

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // One export of a server as a volume. Its operations stand by what they are about: the contact and the calls in
-// export_volume.cpp, names and attributes in export_names.cpp, the content of files in export_files.cpp, figures of the
-// file system in export_figures.cpp, copies that the server makes and holes in export_copies.cpp.
+// export_volume.cpp, names and attributes in export_names.cpp, files that are made in export_create.cpp, what is taken
+// away in export_removals.cpp, the content of files in export_files.cpp, figures of the file system in
+// export_figures.cpp, copies that the server makes and holes in export_copies.cpp.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <span>
@@ -90,8 +92,20 @@ class ExportVolume : public remote::Export {
     void ask_flavours(const Status &failure, const DoneCompletion &done);
     SetAttributes settable(const SetAttributes &set) const;
     void without_mode_if_need_be(Call &call);
-    void unlink(std::string_view name, const FileHandle &directory, std::string_view entry, bool is_directory,
-                Completion<DirectoryChange> done);
+
+    // A file that is to be removed.
+    struct Removal {
+        FileHandle directory;
+        std::string name;
+        Completion<DirectoryChange> done;
+    };
+    struct Together;
+    std::size_t removals_together() const;
+    void send_removals();
+    void fail_removals(const Status &why);
+    std::unique_ptr<Call> new_unlink(std::string_view name, const FileHandle &directory, std::string_view entry,
+                                     bool is_directory, Completion<DirectoryChange> done);
+    void remove_together(std::deque<Removal> removals);
 
     void read_whole(const FileHandle &file, std::span<std::byte> buffer, const Completion<ReadReply> &done);
     void open_read_close(const FileHandle &file, std::span<std::byte> buffer, Completion<ReadReply> done);
@@ -133,6 +147,7 @@ class ExportVolume : public remote::Export {
     std::shared_ptr<rpc::Authenticator> authenticator_;
     Opens opens_;
     Abilities abilities_;
+    std::deque<Removal> removals_;  // of one directory, not sent yet
 
     std::unique_ptr<ExportContact> contact_;
     ScopedTimer farewell_timer_;

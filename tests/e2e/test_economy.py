@@ -179,6 +179,14 @@ def test_a_file_among_many_goes_away_in_one_call(counting, words, jobs):
     assert not many.exists() or not list(many.iterdir())
 
 
+# What the first of them wait for goes by the eight; the last ones of a pause may be fewer.
+@pytest.mark.parametrize("counting_either", [servers.Loopnfsd4.words], ids=["nfsv4.1"], indirect=True)
+def test_files_among_many_go_away_by_the_eight(counting_either):
+    many = make_entries(counting_either.folder / "many", FILES)
+    assert counting_either.calls_of("rm", f"{MOUNT}/many/*") <= FILES / 4 + ONCE
+    assert not list(many.iterdir())
+
+
 # The sanitizers' own memory is no measure of the program's.
 needs_plain_build = pytest.mark.skipif(SANITIZED, reason="sanitizers take memory of their own")
 

@@ -152,6 +152,41 @@ def test_a_directory_is_made_and_removed_once_wherever_the_connection_is_cut(nas
         nas.tell("clear")
 
 
+def make_many(nas, count):
+    many = nas.files / "many"
+    many.mkdir(exist_ok=True)
+    for number in range(count):
+        (many / f"file{number}").touch()
+    return many
+
+
+@pytest.mark.parametrize("fault", ["cut-request={}", "drop-reply=COMPOUND:{}"])
+def test_files_that_go_together_go_once_wherever_the_connection_is_cut(nas, fault):
+    files = 20
+    many = make_many(nas, files)
+    for number in range(1, compounds_of(nas, "rm", f"{nas / 'many'}/*") + 1):
+        make_many(nas, files)
+        removed = nas.count("REMOVE")
+        nas.fault(fault.format(number))
+        nas.ok("rm", f"{nas / 'many'}/*")
+        nas.tell("clear")
+        assert not list(many.iterdir())
+        assert nas.count("REMOVE") == removed + files, number
+
+
+@pytest.mark.parametrize("event", EVENTS)
+def test_files_that_go_together_outlive_a_server_that_forgets(nas, event):
+    many = make_many(nas, 200)
+    nas.fault("delay=50")
+    process = nas.start("rm", f"{nas / 'many'}/*")
+    nas.await_count("REMOVE", 8, process)
+    nas.tell(event)
+    nas.tell("clear delay")
+    output, errors = process.communicate(timeout=60)
+    assert process.returncode == 0, (output, errors)
+    assert not list(many.iterdir())
+
+
 SMALL = 1000  # bytes, which go with their file
 
 

@@ -329,6 +329,10 @@ NfsStatus FakeNfs4::execute_file(Op op, Compound &compound) {
             compound.name = get_text(in);
             return NfsStatus::ok;
         case Op::savefh:
+            compound.saved = compound.name;
+            return NfsStatus::ok;
+        case Op::restorefh:
+            compound.name = compound.saved;
             return NfsStatus::ok;
         case Op::clone:
             return clone(compound);
@@ -425,6 +429,7 @@ NfsStatus FakeNfs4::execute_file(Op op, Compound &compound) {
             return NfsStatus::ok;
         }
         case Op::remove:
+            if (kind != 'd') return NfsStatus::notdir;
             if (names.erase(get_text(in)) == 0) return NfsStatus::noent;
             samples::put_change(out);
             return NfsStatus::ok;
