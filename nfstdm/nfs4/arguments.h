@@ -14,7 +14,7 @@
 
 namespace nfstdm::nfs4 {
 
-// GETFH, PUTROOTFH, SAVEFH, RESTOREFH and READLINK: they have no arguments.
+// GETFH, PUTROOTFH, SAVEFH and READLINK: they have no arguments.
 void put_plain(Compound &compound, Op op);
 void put_putfh(Compound &compound, const FileHandle &object);
 void put_lookup(Compound &compound, std::string_view name);

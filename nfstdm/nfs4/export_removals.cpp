@@ -16,8 +16,23 @@ namespace {
 // More would only wait here instead of being under way.
 constexpr std::size_t kTogether = 8;
 
-bool get_removed(Results &results) {
-    return results.next(Op::remove) && get_change(results.reader());
+// From the directory, and back to it.
+void put_unlink(Compound &compound, const FileHandle &directory, std::string_view entry, bool is_directory) {
+    put_lookup(compound, entry);
+    put_verify_directory(compound, is_directory);
+    put_putfh(compound, directory);
+    put_remove(compound, entry);
+}
+
+bool get_unlinked(Results &results, bool is_directory) {
+    return results.next(Op::lookup) && results.next(is_directory ? Op::verify : Op::nverify) &&
+           results.next(Op::putfh) && results.next(Op::remove) && get_change(results.reader());
+}
+
+// What a refusal means, which may be that of the kind.
+NfsStatus meaning_of(NfsStatus refusal, bool is_directory) {
+    if (refusal != NfsStatus::same && refusal != NfsStatus::not_same) return refusal;
+    return is_directory ? NfsStatus::notdir : NfsStatus::isdir;
 }
 
 }  // namespace
@@ -34,14 +49,13 @@ struct ExportVolume::Together {
         left.pop_front();
     }
     bool read(Results &results) {
-        in_directory = results.next(Op::putfh) && results.next(Op::savefh);
-        while (in_directory && !left.empty()) {
-            if (!results.next(Op::lookup) || !results.next(Op::nverify) || !results.next(Op::restorefh) ||
-                !get_removed(results))
-                return false;
+        in_directory = results.next(Op::putfh);
+        if (!in_directory) return false;
+        while (!left.empty()) {
+            if (!get_unlinked(results, false)) return false;
             answer_first({});
         }
-        return in_directory;
+        return true;
     }
     void end(const Result<DirectoryChange> &change) const {
         for (const auto &[removal, status] : answered) {
@@ -69,9 +83,9 @@ void ExportVolume::rmdir(const FileHandle &directory, std::string_view name, Com
     send(new_unlink("RMDIR", directory, name, true, std::move(done)));
 }
 
-// SEQUENCE, PUTFH, SAVEFH and GETATTR, and four for each.
+// SEQUENCE, PUTFH and GETATTR, and four for each.
 std::size_t ExportVolume::removals_together() const {
-    constexpr std::size_t kAround = 4;
+    constexpr std::size_t kAround = 3;
     constexpr std::size_t kForEach = 4;
     const std::size_t room = std::max<std::size_t>(session_.sizes().operations, kAround) - kAround;
     return std::clamp<std::size_t>(room / kForEach, 1, kTogether);
@@ -99,21 +113,17 @@ std::unique_ptr<Call> ExportVolume::new_unlink(std::string_view name, const File
         name, std::move(done),
         [directory, entry = std::string(entry), is_directory](Compound &compound) {
             put_putfh(compound, directory);
-            put_lookup(compound, entry);
-            put_verify_directory(compound, is_directory);
-            put_putfh(compound, directory);
-            put_remove(compound, entry);
+            put_unlink(compound, directory, entry, is_directory);
             put_getattr(compound, object_attributes());
         },
         [directory, is_directory](Results &results, const rpc::Request &, DirectoryChange &change) {
-            return results.next(Op::putfh) && results.next(Op::lookup) &&
-                   results.next(is_directory ? Op::verify : Op::nverify) && results.next(Op::putfh) &&
-                   get_removed(results) && (get_after(results, directory, change) || was_refused(results));
+            return results.next(Op::putfh) && get_unlinked(results, is_directory) &&
+                   (get_after(results, directory, change) || was_refused(results));
         });
     call->done_before = NfsStatus::noent;
     call->rescue = [this, is_directory](NfsStatus status, const std::unique_ptr<Call> &refused) {
-        if (status != NfsStatus::same && status != NfsStatus::not_same) return false;
-        const NfsStatus meant = is_directory ? NfsStatus::notdir : NfsStatus::isdir;
+        const NfsStatus meant = meaning_of(status, is_directory);
+        if (meant == status) return false;
         refused->done(in_context(to_status(meant).in(std::string(refused->name))));
         return true;
     };
@@ -129,13 +139,8 @@ void ExportVolume::remove_together(std::deque<Removal> removals) {
         "REMOVE", [together](const Result<DirectoryChange> &change) { together->end(change); },
         [directory, together](Compound &compound) {
             put_putfh(compound, directory);
-            put_plain(compound, Op::savefh);
-            for (const Removal &removal : together->left) {
-                put_lookup(compound, removal.name);
-                put_verify_directory(compound, false);
-                put_plain(compound, Op::restorefh);
-                put_remove(compound, removal.name);
-            }
+            for (const Removal &removal : together->left)
+                put_unlink(compound, directory, removal.name, false);
             put_getattr(compound, object_attributes());
         },
         [directory, together](Results &results, const rpc::Request &, DirectoryChange &change) {
@@ -144,7 +149,7 @@ void ExportVolume::remove_together(std::deque<Removal> removals) {
     call->rescue = [this, together](NfsStatus status, std::unique_ptr<Call> &refused) {
         if (!together->in_directory || together->left.empty()) return false;
         const bool was_removed = status == NfsStatus::noent && refused->repeated;
-        const NfsStatus meant = status == NfsStatus::same ? NfsStatus::isdir : status;
+        const NfsStatus meant = meaning_of(status, false);
         together->answer_first(was_removed ? Status{} : in_context(to_status(meant).in(std::string(refused->name))));
         if (together->left.empty())
             refused->done({});

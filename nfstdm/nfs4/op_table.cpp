@@ -45,7 +45,6 @@ constexpr auto kRows = std::to_array<OpRow>({
     {Op::readdir, "READDIR", false, kDirectory},
     {Op::readlink, "READLINK", false, kHead + kWord + kTargetMaximum},
     {Op::remove, "REMOVE", true, kHead + kChange},
-    {Op::restorefh, "RESTOREFH", false, kHead},
     {Op::savefh, "SAVEFH", false, kHead},
     {Op::secinfo, "SECINFO", false, kHead + 1024},
     {Op::setattr, "SETATTR", true, kHead + kBitmap},

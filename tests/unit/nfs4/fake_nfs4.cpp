@@ -329,10 +329,6 @@ NfsStatus FakeNfs4::execute_file(Op op, Compound &compound) {
             compound.name = get_text(in);
             return NfsStatus::ok;
         case Op::savefh:
-            compound.saved = compound.name;
-            return NfsStatus::ok;
-        case Op::restorefh:
-            compound.name = compound.saved;
             return NfsStatus::ok;
         case Op::clone:
             return clone(compound);

@@ -97,7 +97,6 @@ class FakeNfs4 {
         xdr::Writer results;
         StateId current;
         std::string name;  // looked up last
-        std::string saved;
         std::string text;  // the operations
         bool lose = false;
         Session *session = nullptr;
