@@ -7,8 +7,9 @@ namespace nfstdm {
 namespace {
 
 std::string key_of(const FileHandle &directory, std::string_view name) {
-    std::string key(1, static_cast<char>(directory.size));
-    return key.append(directory.view()).append(name);
+    std::string key;
+    set_name_key(key, directory, name);
+    return key;
 }
 
 }  // namespace

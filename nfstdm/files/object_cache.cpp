@@ -61,12 +61,16 @@ void ObjectCache::clear() {
     forgotten_.clear();
 }
 
-// The size byte in front keeps handle and name apart.
 const std::string &ObjectCache::key(const FileHandle &directory, std::string_view name) {
-    key_.assign(1, static_cast<char>(directory.size));
-    key_ += directory.view();
-    key_ += name;
+    set_name_key(key_, directory, name);
     return key_;
+}
+
+// The size byte in front keeps handle and name apart.
+void set_name_key(std::string &key, const FileHandle &directory, std::string_view name) {
+    key.assign(1, static_cast<char>(directory.size));
+    key += directory.view();
+    key += name;
 }
 
 }  // namespace nfstdm

@@ -19,6 +19,9 @@ struct FoundObject {
     Attributes attributes;
 };
 
+// Puts together what a name in a directory is kept under.
+void set_name_key(std::string &key, const FileHandle &directory, std::string_view name);
+
 class ObjectCache {
   public:
     using TimePoint = EventLoop::Clock::time_point;

@@ -20,10 +20,6 @@ class BegunRemovalsTest : public MountedTest {
         one_.add_file("/d/" + name);
         return known("/mnt/one/d/" + name);
     }
-    std::string known(const std::string &path) {
-        EXPECT_TRUE(walk_path(mounts_, path, LastLink::keep).ok());
-        return path;
-    }
     bool begin(const std::string &path, bool is_in_use = false) {
         return paths_.expect_removal(path, [is_in_use](const Place &) { return is_in_use; });
     }

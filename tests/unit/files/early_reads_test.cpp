@@ -21,10 +21,6 @@ class EarlyReadsTest : public MountedTest {
         one_.add_file("/" + name, pattern(size, static_cast<unsigned>(name.back())));
         return known("/mnt/one/" + name);
     }
-    std::string known(const std::string &path) {
-        EXPECT_TRUE(walk_path(mounts_, path, LastLink::keep).ok());
-        return path;
-    }
     OpenFile &identify(const std::string &path) {
         const auto file = files_.identify(path);
         EXPECT_TRUE(file.ok()) << file.status().text();

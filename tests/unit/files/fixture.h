@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "nfstdm/files/mount_set.h"
+#include "nfstdm/files/path_walk.h"
 #include "nfstdm/mounts/tslnfstab.h"
 #include "tests/unit/files/fake_volume.h"
 
@@ -31,6 +32,12 @@ class MountedTest : public ::testing::Test {
                   return volume;
               },
               [this] { return now_; }) {}
+
+    // Looks a path up, so that all is known of it that a listing tells, and gives it.
+    std::string known(const std::string &path) {
+        EXPECT_TRUE(walk_path(mounts_, path, LastLink::keep).ok());
+        return path;
+    }
 
     EventLoop loop_;
     EventLoop::Clock::time_point now_{};  // stands still unless the test moves it
