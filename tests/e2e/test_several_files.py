@@ -8,6 +8,7 @@ import signal
 
 import namespace
 import pytest
+import servers
 
 FILES = 60
 NAMES = [f"file-{number:02}" for number in range(FILES)]
@@ -184,7 +185,7 @@ def test_a_transfer_that_fails_ends_the_run_where_it_would_have_ended(faulty, tm
     assert outputs[0][1].count(b"COPY") == 21
 
 
-VERSIONS = {"nfsv3": ((), {}), "nfsv4.1": (("--versions", "4"), {"version": "nfsv4.1"})}
+VERSIONS = {"nfsv3": ((), {}), "nfsv4.1": (servers.Loopnfsd4.words, servers.Loopnfsd4.settings)}
 
 
 @pytest.fixture(params=VERSIONS)
@@ -231,10 +232,7 @@ def test_small_files_come_down_whole_from_a_server_with_faults(faulty_either, tm
 @pytest.mark.parametrize("words", [("rm", "src/*"), ("rm", "-r", "src")], ids=" ".join)
 def test_files_go_from_a_server_with_faults(faulty_either, words, fault):
     server = faulty_either
-    fill(server.files / "src", directories=NAMES[30:33])
-    if "-r" not in words:
-        for name in NAMES[30:33]:
-            shutil.rmtree(server.files / "src" / name)
+    fill(server.files / "src", directories=NAMES[30:33] if "-r" in words else ())
     server.fault(fault.replace("JUKEBOX", "DELAY") if "version" in server.settings else fault)
     server.ok(*words[:-1], server / words[-1])
     assert not any(server.files.rglob("file*"))
